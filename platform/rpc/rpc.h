@@ -1,0 +1,128 @@
+// The runtime's calls, under the workstation's names: string bindings, binding handles, endpoint
+// inquiry, management, UUIDs and status texts. Every call returns a status of the workstation, 0
+// for success. Handles are checked: null, stale and foreign ones give 1702.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/rpc/exception.h"
+#include "platform/rpc/interface.h"
+#include "platform/rpc/uuid.h"
+
+using RPC_STATUS = std::uint32_t;
+using error_status_t = std::uint32_t;
+
+struct rpc_if_id_t {
+  uuid_t uuid;
+  std::uint16_t vers_major;
+  std::uint16_t vers_minor;
+};
+
+// A binding: protocol sequence, address, endpoint, object and time-out level. Owned by the runtime.
+struct RpcBinding;
+using RPC_BINDING_HANDLE = RpcBinding*;
+using handle_t = RPC_BINDING_HANDLE;
+// An open endpoint inquiry.
+struct RpcInquiry;
+using RPC_EP_INQ_HANDLE = RpcInquiry*;
+// A server object that a client holds, from its creation to its destruction. Null when none.
+struct RpcContext;
+using RPC_CONTEXT_HANDLE = RpcContext*;
+// An interface as its generated header names it (zt_v2_rep_v2_0_c_ifspec).
+using RPC_IF_HANDLE = const rpc::InterfaceSpec*;
+
+inline constexpr RPC_STATUS RPC_S_OK = 0;
+inline constexpr RPC_STATUS RPC_S_INVALID_STRING_BINDING = 1700;
+inline constexpr RPC_STATUS RPC_S_WRONG_KIND_OF_BINDING = 1701;
+inline constexpr RPC_STATUS RPC_S_INVALID_BINDING = 1702;
+inline constexpr RPC_STATUS RPC_S_PROTSEQ_NOT_SUPPORTED = 1703;
+inline constexpr RPC_STATUS RPC_S_INVALID_RPC_PROTSEQ = 1704;
+inline constexpr RPC_STATUS RPC_S_INVALID_STRING_UUID = 1705;
+inline constexpr RPC_STATUS RPC_S_INVALID_ENDPOINT_FORMAT = 1706;
+inline constexpr RPC_STATUS RPC_S_INVALID_NET_ADDR = 1707;
+inline constexpr RPC_STATUS RPC_S_NO_ENDPOINT_FOUND = 1708;
+inline constexpr RPC_STATUS RPC_S_INVALID_TIMEOUT = 1709;
+inline constexpr RPC_STATUS RPC_S_NOT_LISTENING = 1715;
+inline constexpr RPC_STATUS RPC_S_UNKNOWN_IF = 1717;
+inline constexpr RPC_STATUS RPC_S_SERVER_UNAVAILABLE = 1722;
+inline constexpr RPC_STATUS RPC_S_SERVER_TOO_BUSY = 1723;
+inline constexpr RPC_STATUS RPC_S_CALL_FAILED = 1726;
+inline constexpr RPC_STATUS RPC_S_CALL_FAILED_DNE = 1727;
+inline constexpr RPC_STATUS RPC_S_PROTOCOL_ERROR = 1728;
+inline constexpr RPC_STATUS RPC_S_UNSUPPORTED_TRANS_SYN = 1730;
+inline constexpr RPC_STATUS RPC_S_UNSUPPORTED_TYPE = 1732;
+inline constexpr RPC_STATUS RPC_S_PROCNUM_OUT_OF_RANGE = 1745;
+inline constexpr RPC_STATUS EPT_S_NOT_REGISTERED = 1753;
+inline constexpr RPC_STATUS RPC_S_CANNOT_SUPPORT = 1764;
+inline constexpr RPC_STATUS RPC_X_NO_MORE_ENTRIES = 1772;
+inline constexpr RPC_STATUS RPC_X_SS_IN_NULL_CONTEXT = 1775;
+inline constexpr RPC_STATUS RPC_X_NULL_REF_POINTER = 1780;
+inline constexpr RPC_STATUS RPC_X_BAD_STUB_DATA = 1783;
+inline constexpr RPC_STATUS RPC_S_COMM_FAILURE = 1820;
+
+inline constexpr std::uint32_t RPC_C_EP_ALL_ELTS = 0;
+inline constexpr std::uint32_t RPC_C_EP_MATCH_BY_IF = 1;
+inline constexpr std::uint32_t RPC_C_EP_MATCH_BY_OBJ = 2;
+inline constexpr std::uint32_t RPC_C_EP_MATCH_BY_BOTH = 3;
+inline constexpr std::uint32_t RPC_C_VERS_ALL = 1;
+inline constexpr std::uint32_t RPC_C_VERS_COMPATIBLE = 2;
+inline constexpr std::uint32_t RPC_C_VERS_EXACT = 3;
+inline constexpr std::uint32_t RPC_C_VERS_MAJOR_ONLY = 4;
+inline constexpr std::uint32_t RPC_C_VERS_UPTO = 5;
+
+// --- String bindings: [object@]protseq:[address]['['endpoint[,option=value]']']. Parts that are
+// null or empty are left out. Texts handed out are freed with RpcStringFreeA.
+RPC_STATUS RpcStringBindingComposeA(const char* object, const char* protocol_sequence,
+                                    const char* network_address, const char* endpoint,
+                                    const char* options, char** string_binding);
+// A null out-pointer means that the part is not wanted; a part that is not there is an empty text.
+RPC_STATUS RpcStringBindingParseA(const char* string_binding, char** object,
+                                  char** protocol_sequence, char** network_address, char** endpoint,
+                                  char** options);
+// Frees a text of the runtime and sets the pointer to null; a null text is fine.
+RPC_STATUS RpcStringFreeA(char** text);
+
+// --- Binding handles. The address is resolved when the first call is made.
+RPC_STATUS RpcBindingFromStringBindingA(const char* string_binding, RPC_BINDING_HANDLE* binding);
+RPC_STATUS RpcBindingToStringBindingA(RPC_BINDING_HANDLE binding, char** string_binding);
+RPC_STATUS RpcBindingCopy(RPC_BINDING_HANDLE source, RPC_BINDING_HANDLE* copy);
+// Frees the binding and sets the handle to null.
+RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding);
+// Null clears the object.
+RPC_STATUS RpcBindingSetObject(RPC_BINDING_HANDLE binding, const uuid_t* object);
+// Levels 0 to 10; any other gives 1709.
+RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level);
+
+// --- Endpoint inquiry (C706 appendix O). A null binding asks this host.
+RPC_STATUS RpcMgmtEpEltInqBegin(RPC_BINDING_HANDLE mapper, std::uint32_t inquiry_type,
+                                const rpc_if_id_t* interface_id, std::uint32_t version_option,
+                                const uuid_t* object, RPC_EP_INQ_HANDLE* inquiry);
+// The next element; any out-pointer but `interface_id` may be null. 1772 at the end. The binding
+// (RpcBindingFree) and the annotation (RpcStringFreeA) belong to the caller.
+RPC_STATUS RpcMgmtEpEltInqNextA(RPC_EP_INQ_HANDLE inquiry, rpc_if_id_t* interface_id,
+                                RPC_BINDING_HANDLE* binding, uuid_t* object, char** annotation);
+// Closes the inquiry, on the mapper too, and sets the handle to null.
+RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry);
+
+// --- Management.
+RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding);
+RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id);
+
+// --- UUIDs.
+RPC_STATUS UuidCreate(uuid_t* uuid);
+RPC_STATUS UuidCreateNil(uuid_t* uuid);
+// 1 for a nil UUID (a null pointer counts as one), else 0.
+int UuidIsNil(const uuid_t* uuid, RPC_STATUS* status);
+RPC_STATUS UuidToStringA(const uuid_t* uuid, char** text);
+RPC_STATUS UuidFromStringA(const char* text, uuid_t* uuid);
+
+// --- Status texts. The buffer of DceErrorInqTextA must hold this many characters.
+inline constexpr int DCE_C_ERROR_STRING_LEN = 160;
+// One short sentence without line end. A number without a text gives 87 and an empty text.
+RPC_STATUS DceErrorInqTextA(RPC_STATUS number, char* text);
+
+// Memory hooks of the stubs: the C library's malloc and free.
+void* MIDL_user_allocate(std::size_t size);
+void MIDL_user_free(void* block);
