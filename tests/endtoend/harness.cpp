@@ -1,0 +1,163 @@
+#include "tests/endtoend/harness.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+extern char** environ;
+
+namespace endtoend {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string slurp(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The programs stand beside this test program's folder, wherever the build is.
+std::string program_path(const std::string& name) {
+  return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / name).string();
+}
+
+std::vector<std::string> child_environment(const std::map<std::string, std::string>& extra) {
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view text(*entry);
+    const std::string name(text.substr(0, text.find('=')));
+    const bool ours = name.starts_with("ZT_") || name.starts_with("PTC_") ||
+                      name.starts_with("LC_") || name == "LANG" || name == "TZ";
+    if (!ours && !extra.contains(name))
+      result.emplace_back(text);
+  }
+  for (const auto& [name, value] : extra)
+    result.push_back(name + "=" + value);
+  return result;
+}
+
+// Starts a program with its outputs going to files; returns its process number.
+pid_t start(const std::string& program, const std::vector<std::string>& arguments,
+            const std::map<std::string, std::string>& environment, const std::string& out,
+            const std::string& err) {
+  const std::string path = program_path(program);
+  std::vector<char*> argv{const_cast<char*>(path.c_str())};
+  for (const auto& argument : arguments)
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  const auto variables = child_environment(environment);
+  std::vector<char*> envp;
+  for (const auto& variable : variables)
+    envp.push_back(const_cast<char*>(variable.c_str()));
+  envp.push_back(nullptr);
+
+  const pid_t pid = ::fork();
+  if (pid != 0)
+    return pid;
+  const int null = ::open("/dev/null", O_RDONLY);
+  const int out_file = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int err_file =
+      err == out ? out_file : ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  ::dup2(null, STDIN_FILENO);
+  ::dup2(out_file, STDOUT_FILENO);
+  ::dup2(err_file, STDERR_FILENO);
+  ::execve(path.c_str(), argv.data(), envp.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "ztcomm-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr)
+    throw std::runtime_error("no temporary folder");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TemporaryFolder::write(const std::string& name, std::string_view text) const {
+  std::filesystem::create_directories((path_ / name).parent_path());
+  std::ofstream(path_ / name, std::ios::binary) << text;
+  return (path_ / name).string();
+}
+
+std::string TemporaryFolder::read(const std::string& name) const {
+  return slurp(path_ / name);
+}
+
+Result run(const std::string& program, const std::vector<std::string>& arguments,
+           const std::map<std::string, std::string>& environment, int limit_seconds) {
+  const TemporaryFolder folder;
+  const std::string out = (folder.path() / "out").string();
+  const std::string err = (folder.path() / "err").string();
+  const auto begin = Clock::now();
+  const pid_t pid = start(program, arguments, environment, out, err);
+
+  int state = 0;
+  rusage usage{};
+  while (::wait4(pid, &state, WNOHANG, &usage) == 0) {
+    if (Clock::now() - begin > std::chrono::seconds(limit_seconds))
+      ::kill(pid, SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  Result result;
+  result.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+  result.status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+  result.out = slurp(out);
+  result.err = slurp(err);
+  result.peak_kilobytes = usage.ru_maxrss;
+  return result;
+}
+
+Agent::Agent(std::string_view scenario) {
+  const std::string file = folder_.write("scenario.toml", scenario);
+  const std::string ready = (folder_.path() / "ready").string();
+  const std::string log = (folder_.path() / "log").string();
+  pid_ = start("hxasim", {"-v", "--ready-file", ready, file}, {}, log, log);
+  const auto deadline = Clock::now() + std::chrono::seconds(20);
+  while (!std::filesystem::exists(ready)) {
+    if (::waitpid(pid_, nullptr, WNOHANG) == pid_ || Clock::now() > deadline) {
+      const std::string printed = slurp(log);
+      throw std::runtime_error("hxasim did not become ready: " + printed);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+Agent::~Agent() {
+  if (pid_ > 0) {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+}
+
+std::string Agent::log() const {
+  return slurp(folder_.path() / "log");
+}
+
+void Agent::kill() {
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+std::string replace_all(std::string text, std::string_view from, std::string_view to) {
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+}  // namespace endtoend

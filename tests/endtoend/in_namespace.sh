@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Runs a test program in a network namespace of its own, with the hosts file beside this script.
+#   in_namespace.sh PROGRAM [ARG...]
+set -euo pipefail
+here=$(dirname "$(readlink -f "$0")")
+. "$here/../../packaging/namespace.sh"
+if [ "${ZT_IN_NAMESPACE-}" != 1 ]; then
+  ZT_IN_NAMESPACE=1 enter_namespace bash "$0" "$@"
+fi
+furnish_namespace "$here/hosts" console
+exec "$@"
