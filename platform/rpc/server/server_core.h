@@ -1,0 +1,149 @@
+// The server's side of connectionless calls as a state machine: datagrams and the time go in, calls
+// that are ready to run, datagrams and the next wake-up come out. No socket, no clock, no thread,
+// and no operation is run here; who owns the core runs it and says how it ended, at once or later
+// (pings are answered with "working" meanwhile). C706 chapters 9 and 10 are the model.
+//
+// What it guarantees: an operation that is not idempotent is handed out at most once per activity
+// and sequence number while the activity is remembered, and with call-backs also afterwards.
+// Memory is bounded by the options; whatever a datagram says, nothing is believed but its length.
+
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/rpc/data_representation.h"
+#include "platform/rpc/interface.h"
+#include "platform/rpc/pdu.h"
+#include "platform/rpc/server/interface.h"
+#include "platform/rpc/uuid.h"
+
+namespace rpc::server {
+
+using TimePoint = std::chrono::steady_clock::time_point;
+using Duration = std::chrono::steady_clock::duration;
+
+// An IPv4 address and UDP port, both in host order.
+struct Peer {
+  std::uint32_t address = 0;
+  std::uint16_t port = 0;
+
+  friend bool operator==(const Peer&, const Peer&) = default;
+  friend auto operator<=>(const Peer&, const Peer&) = default;
+};
+
+// "10.1.2.3"
+std::string dotted(std::uint32_t address);
+
+// What a server asks of a client whose activity it does not know, before it runs an operation that
+// is not idempotent (the conversation interface).
+enum class CallBack { none, who_are_you, who_are_you2 };
+
+struct CoreOptions {
+  bool little_endian = true;    // byte order of everything that this server sends
+  std::uint32_t boot_time = 1;  // start of the server, never 0
+  CallBack call_back = CallBack::who_are_you2;
+  // The activity of the server's own call-backs. Must be unguessable on a real network.
+  uuid_t call_back_activity{};
+  // The hint of the first interface (the next have the numbers after it) and of the first activity.
+  std::uint16_t first_interface_hint = 0;
+  std::uint16_t first_activity_hint = 0;
+  // Whether a repeated request of a running call is answered with "working", or with nothing as
+  // some servers do; a ping always is answered.
+  bool working_on_repeat = true;
+  std::size_t fragment_size = 1464;               // header included
+  std::size_t receive_window = 32 * 1024;         // bytes, what our acknowledgements offer
+  std::size_t largest_request = 4 * 1024 * 1024;  // a longer request is rejected
+  // Bounds of the activity table: how many, and the sum of the bodies that it holds. At either the
+  // longest silent idle activity gives way; when none is idle, requests are rejected as "too busy".
+  std::size_t max_activities = 1024;
+  std::size_t max_bytes = 64 * 1024 * 1024;
+  // A client that is not heard for so long is forgotten.
+  std::chrono::seconds client_silence{600};
+};
+
+// The core's own number of a call; never used again.
+using CallNumber = std::uint64_t;
+
+// A call whose request is complete and whose operation is to be run now.
+struct ReadyCall {
+  CallNumber number = 0;
+  Interface* interface = nullptr;
+  const OperationSpec* operation = nullptr;
+  CallInfo info;
+  std::vector<std::byte> request;
+  DataRepresentation representation;  // of the request
+  bool reply_little_endian = true;
+};
+
+struct OutgoingDatagram {
+  Peer destination;
+  bool call_back = false;  // a call-back; may leave from another port than the server's
+  std::vector<std::byte> bytes;
+};
+
+class ServerCore {
+ public:
+  // The interfaces are not owned and must outlive the core. Where two have the same identifier and
+  // major version, the first is used.
+  ServerCore(const CoreOptions& options, std::vector<Interface*> interfaces);
+  ~ServerCore();
+  ServerCore(const ServerCore&) = delete;
+  ServerCore& operator=(const ServerCore&) = delete;
+
+  // A datagram that has come in. `now` never goes back between calls of the core.
+  void receive(std::span<const std::byte> datagram, const Peer& source, TimePoint now);
+  // Does what is due; harmless when nothing is.
+  void tick(TimePoint now);
+  // When tick() must be called, unless something else happens first.
+  std::optional<TimePoint> next_wake_up() const;
+
+  // The end of a call that was handed out. A number that is not running (any more) is ignored, so a
+  // late answer to a forgotten client does no harm.
+  void complete(CallNumber number, Outcome outcome, TimePoint now);
+  // The call is never answered: from now on nothing is sent for it, not even to pings.
+  void abandon(CallNumber number);
+
+  // What has come out since the last call of each; the caller owns it.
+  std::vector<OutgoingDatagram> take_output();
+  std::vector<ReadyCall> take_calls();
+  // Activities that were forgotten after long silence, or to make room, after they had run a call.
+  std::vector<uuid_t> take_gone_clients();
+
+  struct Statistics {
+    std::size_t activities = 0;
+    std::size_t bytes_held = 0;  // request and reply bodies
+    std::uint64_t packets_received = 0;
+    std::uint64_t packets_dropped = 0;  // malformed, stale or foreign
+    std::uint64_t packets_sent = 0;
+    std::uint64_t calls_handed_out = 0;
+    std::uint64_t duplicate_requests = 0;
+  };
+  Statistics statistics() const;
+  const CoreOptions& options() const { return options_; }
+
+ private:
+  struct Activity;
+  struct Incoming;
+  struct UuidHash {
+    std::size_t operator()(const uuid_t& uuid) const noexcept;
+  };
+  using Due = std::pair<TimePoint, Activity*>;
+
+  CoreOptions options_;
+  std::vector<Interface*> interfaces_;
+  std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;
+  std::set<Due> due_;
+};
+
+}  // namespace rpc::server
