@@ -15,6 +15,10 @@
 namespace rpc {
 
 inline constexpr std::size_t kHeaderSize = 80;
+inline constexpr std::size_t kMaxBodySize = 0xFFFF;
+// The datagram, header included, that every receiver takes (C706 12.5.3.4); larger ones only after
+// the receiver announced them.
+inline constexpr std::size_t kLeastMaxFragment = 1464;
 inline constexpr std::uint16_t kNoHint = 0xFFFF;
 
 enum class PacketType : std::uint8_t {
@@ -67,6 +71,11 @@ struct Packet {
 // authentication.
 std::optional<Packet> decode_packet(std::span<const std::byte> datagram);
 
+// Only the header, for a body of `body_length` bytes (at most kMaxBodySize) that the caller sends
+// behind it.
+void encode_header(const PacketHeader& header, std::size_t body_length,
+                   std::span<std::byte, kHeaderSize> out);
+
 // The datagram of a header and its body, in the byte order that the header names. The body must be
 // at most 65,535 bytes and is copied as it is.
 std::vector<std::byte> encode_packet(const PacketHeader& header, std::span<const std::byte> body);
@@ -80,7 +89,8 @@ struct Fack {
   std::vector<std::uint32_t> selective;  // bit b: fragment (header's fragment + 1 + b) is here
 };
 
-// Nothing for an empty body (legal: only the header's fragment counts) and for a malformed one.
+// Nothing for an empty body (legal: only the header's fragment counts) and for a malformed one. The
+// window of a version 0 body, which counts packets, is turned into kilobytes.
 std::optional<Fack> decode_fack(std::span<const std::byte> body, bool little_endian);
 std::vector<std::byte> encode_fack(const Fack& fack, bool little_endian);
 

@@ -1,0 +1,49 @@
+// Every number of the protocol that is a time or a rate, each with its reason. All clocks are
+// monotonic; nothing here is tunable at run time except by a binding's time-out level.
+
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <optional>
+
+namespace rpc {
+
+using Clock = std::chrono::steady_clock;
+using Time = Clock::time_point;
+using Duration = Clock::duration;
+
+// --- Repeats. The first repeat comes after more than any round trip within a continent, so that
+// nothing is sent twice on a clean network; each wait doubles so that a dead server costs few
+// packets, up to a wait that still notices a server's return.
+inline constexpr Duration kFirstRepeat = std::chrono::milliseconds(250);
+inline constexpr Duration kLongestRepeat = std::chrono::seconds(8);
+// Up to this part of a wait is added at random, so that many clients of one server that lost a
+// packet at the same moment do not repeat it at the same moment.
+inline constexpr int kSpreadPercent = 10;
+
+// --- Pings after the server said that the operation runs: seldom, because nothing is missing;
+// often enough, while the call is young, to notice a lost response soon.
+inline constexpr Duration kYoungCall = std::chrono::seconds(10);
+inline constexpr Duration kYoungWorkingPing = std::chrono::seconds(3);
+inline constexpr Duration kGrownCall = std::chrono::seconds(30);
+inline constexpr Duration kGrownWorkingPing = std::chrono::seconds(10);
+inline constexpr Duration kOldWorkingPing = std::chrono::seconds(30);
+// An unanswered one of them again after 2, 4 and then 8 seconds.
+inline constexpr Duration kFirstWorkingRepeat = std::chrono::seconds(2);
+
+// --- Giving up. How long a call waits without any sign of life, by the binding's level. Nothing:
+// no limit.
+inline constexpr unsigned kTimeoutLevels = 11;
+inline constexpr std::array<int, kTimeoutLevels - 1> kLevelSeconds = {1,  2,  4,   8,   15,
+                                                                      30, 60, 120, 240, 480};
+
+// A level beyond the table counts as its last one, no limit.
+constexpr std::optional<Duration> silence_of_level(unsigned level) {
+  if (level >= kLevelSeconds.size())
+    return std::nullopt;
+  return std::chrono::seconds(kLevelSeconds[level]);
+}
+
+}  // namespace rpc
