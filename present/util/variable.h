@@ -32,7 +32,7 @@ class Variable {
   Variable& operator=(int integer);       // scaled by the description
   Variable& operator=(const char* text);  // borrowed, must outlive the variable
   double GetNumber() const;
-  const char* GetString() const;
+  const char* GetString() const;  // empty before the first assignment
 
  private:
   unsigned char workvar = 0;

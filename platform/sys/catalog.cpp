@@ -1,0 +1,53 @@
+#include "platform/sys/catalog.h"
+
+#include <nl_types.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <string>
+
+#include "platform/sys/native_path.h"
+
+namespace catalog {
+namespace {
+
+std::map<int, nl_catd>& open_catalogs() {
+  static std::map<int, nl_catd> the_catalogs;
+  return the_catalogs;
+}
+
+}  // namespace
+
+int catopen(const char* path, int flag) {
+  std::string native = sys::native_path(path);
+  if (native.find('/') == std::string::npos)
+    native.insert(0, "./");
+  // The C library would wait at a pipe that stands in the file's place.
+  struct ::stat status {};
+  if (::stat(native.c_str(), &status) < 0 || !S_ISREG(status.st_mode))
+    return -1;
+  const nl_catd opened = ::catopen(native.c_str(), flag);
+  if (opened == reinterpret_cast<nl_catd>(-1))
+    return -1;
+
+  static int next_descriptor = 0;
+  open_catalogs().emplace(next_descriptor, opened);
+  return next_descriptor++;
+}
+
+const char* catgets(int descriptor, int set, int message, const char* default_text) {
+  const auto found = open_catalogs().find(descriptor);
+  return found == open_catalogs().end() ? default_text
+                                        : ::catgets(found->second, set, message, default_text);
+}
+
+int catclose(int descriptor) {
+  const auto found = open_catalogs().find(descriptor);
+  if (found == open_catalogs().end())
+    return -1;
+  const int status = ::catclose(found->second);
+  open_catalogs().erase(found);
+  return status;
+}
+
+}  // namespace catalog
