@@ -1,0 +1,13 @@
+# A Debian package of what cmake --install installs.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME ztcomm)
+set(CPACK_PACKAGE_VENDOR "ztcomm maintainers")
+set(CPACK_PACKAGE_CONTACT "ztcomm maintainers <maintainers@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_STRIP_FILES ON)
+include(CPack)
