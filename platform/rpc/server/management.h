@@ -10,8 +10,9 @@
 
 namespace rpc::server {
 
-// Answers inq_if_ids (0), inq_stats (1), is_server_listening (2), stop_server_listening (3, always
-// refused: nobody stops this server from afar) and inq_princ_name (4, refused: there is none).
+// Answers inq_if_ids (0) and is_server_listening (2). The other operations are rejected as out of
+// range: this server keeps no statistics for strangers, has no principal name, and is not stopped
+// from afar.
 class ManagementInterface : public Interface {
  public:
   // The interfaces are not owned; the list that inq_if_ids gives.

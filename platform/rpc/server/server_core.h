@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
@@ -31,7 +30,6 @@
 namespace rpc::server {
 
 using TimePoint = std::chrono::steady_clock::time_point;
-using Duration = std::chrono::steady_clock::duration;
 
 // An IPv4 address and UDP port, both in host order.
 struct Peer {
@@ -51,7 +49,7 @@ enum class CallBack { none, who_are_you, who_are_you2 };
 
 struct CoreOptions {
   bool little_endian = true;    // byte order of everything that this server sends
-  std::uint32_t boot_time = 1;  // start of the server, never 0
+  std::uint32_t boot_time = 0;  // start of the server; not 0 on the wire, see EndpointOptions
   CallBack call_back = CallBack::who_are_you2;
   // The activity of the server's own call-backs. Must be unguessable on a real network.
   uuid_t call_back_activity{};
@@ -61,8 +59,11 @@ struct CoreOptions {
   // Whether a repeated request of a running call is answered with "working", or with nothing as
   // some servers do; a ping always is answered.
   bool working_on_repeat = true;
-  std::size_t fragment_size = 1464;               // header included
-  std::size_t receive_window = 32 * 1024;         // bytes, what our acknowledgements offer
+  // Whether "nocall" tells which fragments of the request are here.
+  bool nocall_with_fack = true;
+  // The largest datagram that we send, header included, to a client that takes it.
+  std::size_t fragment_size = kLeastMaxFragment;
+  std::uint16_t window_kilobytes = 32;            // what our acknowledgements offer
   std::size_t largest_request = 4 * 1024 * 1024;  // a longer request is rejected
   // Bounds of the activity table: how many, and the sum of the bodies that it holds. At either the
   // longest silent idle activity gives way; when none is idle, requests are rejected as "too busy".
@@ -134,16 +135,59 @@ class ServerCore {
 
  private:
   struct Activity;
-  struct Incoming;
   struct UuidHash {
     std::size_t operator()(const uuid_t& uuid) const noexcept;
   };
-  using Due = std::pair<TimePoint, Activity*>;
+
+  void on_request(const Packet& packet, const Peer& source, TimePoint now);
+  void on_ping(const Packet& packet, const Peer& source, TimePoint now);
+  void on_fack(const Packet& packet, Activity& activity, TimePoint now);
+  void on_cancel(const Packet& packet, Activity& activity);
+  void on_call_back_answer(const Packet& packet, Activity& activity, TimePoint now);
+  void on_repeated_request(Activity& activity, TimePoint now);
+
+  Interface* find_interface(const PacketHeader& request) const;
+  Activity* find_activity(const uuid_t& id) const;
+  Activity* find_or_make_activity(const uuid_t& id, TimePoint now);
+  bool make_room(std::size_t bytes);
+  void forget(Activity& activity);
+  void reschedule(Activity& activity);
+
+  void begin_call(Activity& activity, const PacketHeader& request, Interface& interface,
+                  const OperationSpec& operation);
+  void release_call(Activity& activity);
+  void take_request_packet(const Packet& packet, Activity& activity, TimePoint now);
+  void request_complete(Activity& activity, TimePoint now);
+  void hand_out(Activity& activity);
+  void answer(Activity& activity, Outcome outcome, TimePoint now);
+  void answer_again(Activity& activity, TimePoint now);
+  void on_time(Activity& activity, TimePoint now);
+
+  void call_back(Activity& activity);
+  void end_call_back(Activity& activity);
+  void fail_call_back(Activity& activity);
+
+  void send_response_packets(Activity& activity, TimePoint now);
+  void send_request_fack(Activity& activity);
+  void send_for(Activity& activity, PacketType type, std::span<const std::byte> body);
+  void send_reject(const PacketHeader& request, const Peer& destination, std::uint32_t status);
+  void send(const PacketHeader& header, std::span<const std::byte> body, const Peer& destination);
+  PacketHeader header_for(const PacketHeader& request, PacketType type) const;
 
   CoreOptions options_;
   std::vector<Interface*> interfaces_;
   std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;
-  std::set<Due> due_;
+  std::unordered_map<uuid_t, Activity*, UuidHash> call_backs_;
+  std::unordered_map<CallNumber, Activity*> running_;
+  std::set<std::pair<TimePoint, Activity*>> due_;
+  CallNumber last_call_ = 0;
+  std::uint32_t call_backs_begun_ = 0;
+  std::uint16_t next_activity_hint_;
+  std::uint16_t serial_ = 0;
+  std::vector<OutgoingDatagram> output_;
+  std::vector<ReadyCall> calls_;
+  std::vector<uuid_t> gone_;
+  Statistics statistics_;
 };
 
 }  // namespace rpc::server

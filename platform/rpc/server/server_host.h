@@ -101,7 +101,7 @@ class ServerHost {
     std::string error;             // what failed and why, for people
   };
   Opened open(EndpointOptions options);
-  // Closes and removes the endpoint.
+  // Closes and removes the endpoint. Not from within a call or callback of the endpoint itself.
   void close(Endpoint* endpoint);
 
  private:

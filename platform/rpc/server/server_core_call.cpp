@@ -1,0 +1,324 @@
+// One call of an activity, from its first request packet to the acknowledged answer, and the
+// call-back before it.
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/rpc/server/server_core.h"
+#include "platform/rpc/server/server_core_activity.h"
+#include "platform/rpc/wire_bytes.h"
+
+namespace rpc::server {
+namespace {
+
+constexpr std::uint32_t kNcaWhoAreYouFailed = 0x1C00000B;
+constexpr std::uint32_t kNcaRemoteNoMemory = 0x1C00001B;
+
+// The conversation interface of clients (C706 appendix P).
+constexpr uuid_t kConversation{0x333a2276, 0x0000, 0x0000,
+                               0x0d,       0x00,   {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}};
+constexpr std::uint32_t kConversationVersion = 3;
+constexpr std::uint16_t kWhoAreYou = 0;
+constexpr std::uint16_t kWhoAreYou2 = 1;
+
+// An answer in one packet is repeated unasked after a second, doubling: later than the client's
+// own repeats, which are the usual cure.
+constexpr Duration kFirstAnswerRepeat = std::chrono::seconds(1);
+// A client that neither acknowledges nor asks is not waited for any longer than that.
+constexpr Duration kAnswerKept = std::chrono::seconds(30);
+// The part of a request that a silent client left behind; longer than any of its repeats.
+constexpr Duration kPartKept = std::chrono::seconds(60);
+constexpr Duration kCallBackLimit = std::chrono::seconds(30);
+// A client's repeats are at least 250 ms apart; what is closer is a copy that the network made.
+constexpr Duration kLeastAnswerGap = std::chrono::milliseconds(50);
+
+}  // namespace
+
+void ServerCore::begin_call(Activity& activity, const PacketHeader& request, Interface& interface,
+                            const OperationSpec& operation) {
+  activity.state = CallState::receiving;
+  activity.request = request;
+  activity.interface = &interface;
+  activity.operation = &operation;
+  FragmentJoiner::Limits limits;
+  limits.body = options_.largest_request;
+  limits.window_kilobytes = options_.window_kilobytes;
+  activity.joiner.start(limits);
+}
+
+// Forgets everything of the call but that it was there.
+void ServerCore::release_call(Activity& activity) {
+  if (activity.state == CallState::running || activity.state == CallState::abandoned)
+    running_.erase(activity.number);
+  end_call_back(activity);
+  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+  activity.joiner = FragmentJoiner();
+  activity.in_parameters = {};
+  activity.sender = FragmentSender();
+  activity.answer = {};
+  activity.answer_clock.stop();
+  activity.keep_until.reset();
+  if (activity.state != CallState::none && activity.state != CallState::unremembered)
+    activity.state = CallState::finished;
+}
+
+void ServerCore::take_request_packet(const Packet& packet, Activity& activity, TimePoint now) {
+  const std::size_t size = packet.body.size();
+  if (statistics_.bytes_held + size > options_.max_bytes && !make_room(size)) {
+    ++statistics_.packets_dropped;
+    return;
+  }
+  switch (activity.joiner.accept(packet, now)) {
+    case FragmentJoiner::Result::too_long:
+      send_reject(activity.request, activity.peer, kNcaRemoteNoMemory);
+      release_call(activity);
+      return;
+    case FragmentJoiner::Result::dropped:
+      ++statistics_.packets_dropped;
+      break;
+    case FragmentJoiner::Result::duplicate:
+      ++statistics_.duplicate_requests;
+      break;
+    case FragmentJoiner::Result::accepted:
+    case FragmentJoiner::Result::complete:
+      activity.bytes += size;
+      statistics_.bytes_held += size;
+      break;
+  }
+  activity.keep_until = now + kPartKept;
+  if (activity.joiner.fack_due())
+    send_request_fack(activity);
+  if (activity.joiner.complete())
+    request_complete(activity, now);
+}
+
+void ServerCore::request_complete(Activity& activity, TimePoint now) {
+  activity.in_parameters = activity.joiner.take_body();
+  activity.keep_until.reset();
+  if (activity.known || activity.idempotent()) {
+    hand_out(activity);
+    return;
+  }
+  activity.state = CallState::calling_back;
+  activity.call_back = options_.call_back;
+  activity.call_back_id = options_.call_back_activity;
+  activity.call_back_id.time_low += ++call_backs_begun_;
+  call_backs_[activity.call_back_id] = &activity;
+  activity.call_back_deadline = now + kCallBackLimit;
+  activity.call_back_clock.start(now);
+  call_back(activity);
+}
+
+void ServerCore::hand_out(Activity& activity) {
+  activity.state = CallState::running;
+  activity.has_run = true;
+  activity.number = ++last_call_;
+  running_[activity.number] = &activity;
+  ++statistics_.calls_handed_out;
+  calls_.push_back({activity.number, activity.interface, activity.operation,
+                    CallInfo{activity.id, activity.request.object, dotted(activity.peer.address),
+                             activity.peer.port},
+                    std::move(activity.in_parameters), activity.request.representation,
+                    options_.little_endian});
+  activity.in_parameters = {};
+  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+}
+
+void ServerCore::complete(CallNumber number, Outcome outcome, TimePoint now) {
+  const auto found = running_.find(number);
+  if (found == running_.end())
+    return;
+  Activity& activity = *found->second;
+  running_.erase(found);
+  if (activity.state == CallState::abandoned)
+    return;
+  answer(activity, std::move(outcome), now);
+  reschedule(activity);
+}
+
+void ServerCore::abandon(CallNumber number) {
+  const auto found = running_.find(number);
+  if (found != running_.end())
+    found->second->state = CallState::abandoned;
+}
+
+void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
+  if (activity.maybe()) {
+    activity.state = CallState::finished;
+    return;
+  }
+  const bool reply = outcome.kind == Outcome::Kind::reply;
+  activity.answer_type =
+      reply ? PacketType::response
+            : (outcome.kind == Outcome::Kind::fault ? PacketType::fault : PacketType::reject);
+  activity.answer =
+      reply ? std::move(outcome.reply) : encode_status_body(outcome.status, options_.little_endian);
+  activity.sender.start(activity.answer, LastFragment::acknowledged, options_.fragment_size);
+  activity.state = CallState::answering;
+  send_response_packets(activity, now);
+  activity.last_answer_sent = now;
+
+  // What runs again harmlessly is not kept, unless it takes more than one packet to tell.
+  if (activity.idempotent() && activity.sender.single()) {
+    release_call(activity);
+    activity.state = CallState::unremembered;
+    return;
+  }
+  activity.bytes = activity.answer.size();
+  statistics_.bytes_held += activity.bytes;
+  activity.keep_until = now + kAnswerKept;
+  // A fault or reject that is lost comes again when the client asks; it is not acknowledged.
+  if (reply && activity.sender.single())
+    activity.answer_clock.start(now, kFirstAnswerRepeat);
+}
+
+void ServerCore::answer_again(Activity& activity, TimePoint now) {
+  if (now - activity.last_answer_sent < kLeastAnswerGap)
+    return;
+  activity.last_answer_sent = now;
+  activity.keep_until = now + kAnswerKept;
+  activity.sender.resend_oldest();
+  send_response_packets(activity, now);
+}
+
+void ServerCore::on_fack(const Packet& packet, Activity& activity, TimePoint now) {
+  if (activity.state != CallState::answering) {
+    ++statistics_.packets_dropped;
+    return;
+  }
+  const bool little = packet.header.representation.little_endian;
+  activity.sender.acknowledge(packet.header.fragment, decode_fack(packet.body, little), now);
+  if (activity.sender.complete()) {
+    release_call(activity);
+    return;
+  }
+  activity.keep_until = now + kAnswerKept;
+  send_response_packets(activity, now);
+}
+
+void ServerCore::on_time(Activity& activity, TimePoint now) {
+  if (activity.keep_until && *activity.keep_until <= now) {
+    const bool part = activity.state == CallState::receiving;
+    release_call(activity);
+    // The rest may come yet, and finds a server that wants the whole again.
+    if (part)
+      activity.state = CallState::unremembered;
+    return;
+  }
+  switch (activity.state) {
+    case CallState::receiving:
+      if (activity.joiner.on_time(now))
+        send_request_fack(activity);
+      break;
+    case CallState::calling_back:
+      if (activity.call_back_deadline && *activity.call_back_deadline <= now) {
+        fail_call_back(activity);
+      } else if (activity.call_back_clock.due(now)) {
+        activity.call_back_clock.back_off(now);
+        call_back(activity);
+      }
+      break;
+    case CallState::answering:
+      if (activity.answer_clock.due(now)) {
+        activity.answer_clock.back_off(now);
+        activity.sender.resend_oldest();
+      }
+      if (activity.sender.on_time(now) || activity.sender.single())
+        send_response_packets(activity, now);
+      break;
+    case CallState::none:
+    case CallState::running:
+    case CallState::abandoned:
+    case CallState::finished:
+    case CallState::unremembered:
+      break;
+  }
+}
+
+void ServerCore::send_response_packets(Activity& activity, TimePoint now) {
+  PacketHeader header = header_for(activity.request, activity.answer_type);
+  while (const auto packet = activity.sender.next(now, serial_)) {
+    header.flags1 = packet->flags;
+    header.fragment = packet->fragment;
+    header.serial = packet->serial;
+    ++statistics_.packets_sent;
+    output_.push_back({activity.peer, false, encode_packet(header, packet->body)});
+  }
+}
+
+void ServerCore::send_request_fack(Activity& activity) {
+  PacketHeader header = header_for(activity.request, PacketType::fack);
+  header.fragment = activity.joiner.fack_fragment();
+  send(header, encode_fack(activity.joiner.fack(), options_.little_endian), activity.peer);
+}
+
+// who_are_you and who_are_you2 take the same: the activity in question and our boot time.
+void ServerCore::call_back(Activity& activity) {
+  PacketHeader header;
+  header.type = PacketType::request;
+  header.flags1 = kFlagIdempotent;
+  header.representation.little_endian = options_.little_endian;
+  header.interface_id = kConversation;
+  header.interface_version = kConversationVersion;
+  header.activity = activity.call_back_id;
+  header.opnum = activity.call_back == CallBack::who_are_you ? kWhoAreYou : kWhoAreYou2;
+  header.serial = serial_++;
+  std::vector<std::byte> body(20);
+  store_uuid(body.data(), activity.id, options_.little_endian);
+  store32(body.data() + 16, options_.boot_time, options_.little_endian);
+  ++statistics_.packets_sent;
+  output_.push_back({activity.peer, true, encode_packet(header, body)});
+}
+
+void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, TimePoint now) {
+  const bool little = packet.header.representation.little_endian;
+  const bool second = activity.call_back == CallBack::who_are_you2;
+  if (packet.header.type == PacketType::reject && second &&
+      decode_status_body(packet.body, little) == kNcaOperationRangeError) {
+    activity.call_back = CallBack::who_are_you;
+    activity.call_back_clock.start(now);
+    call_back(activity);
+    return;
+  }
+  if (packet.header.type == PacketType::reject || packet.header.type == PacketType::fault) {
+    fail_call_back(activity);
+    return;
+  }
+  // Sequence number, for who_are_you2 the client's address space, status.
+  const std::size_t status_at = second ? 20 : 4;
+  if (packet.header.type != PacketType::response || packet.body.size() < status_at + 4) {
+    ++statistics_.packets_dropped;
+    return;
+  }
+  const std::uint32_t sequence = load32(packet.body.data(), little);
+  const std::uint32_t status = load32(packet.body.data() + status_at, little);
+  activity.last_heard = now;
+  if (status != 0) {
+    fail_call_back(activity);
+    return;
+  }
+  end_call_back(activity);
+  activity.known = true;
+  if (sequence == activity.request.sequence) {
+    hand_out(activity);
+    return;
+  }
+  // The client is in another call: this request is a stale copy. Its next ones are taken.
+  release_call(activity);
+}
+
+void ServerCore::end_call_back(Activity& activity) {
+  if (activity.call_back_deadline)
+    call_backs_.erase(activity.call_back_id);
+  activity.call_back_deadline.reset();
+  activity.call_back_clock.stop();
+}
+
+// Nothing of the activity is believed: the client does not know it, or is not there.
+void ServerCore::fail_call_back(Activity& activity) {
+  send_reject(activity.request, activity.peer, kNcaWhoAreYouFailed);
+  release_call(activity);
+  activity.state = CallState::unremembered;
+}
+
+}  // namespace rpc::server
