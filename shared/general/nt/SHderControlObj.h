@@ -34,7 +34,7 @@ class CONTROL_OBJ : public BASE_CONTROL_OBJ {
 
  private:
   static void BuildObject(const char* product_directory_name, const char* program_name);
-  static void BuildDirectories(const std::string& product, const std::string& language);
+  static void BuildDirectories(const std::string& product);
   static void GetOtherLocalInfo();
   static void GetPlatformName();
 
