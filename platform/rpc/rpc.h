@@ -34,6 +34,8 @@ using RPC_CONTEXT_HANDLE = RpcContext*;
 using RPC_IF_HANDLE = const rpc::InterfaceSpec*;
 
 inline constexpr RPC_STATUS RPC_S_OK = 0;
+inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 8;
+inline constexpr RPC_STATUS RPC_S_INVALID_ARG = 87;
 inline constexpr RPC_STATUS RPC_S_INVALID_STRING_BINDING = 1700;
 inline constexpr RPC_STATUS RPC_S_WRONG_KIND_OF_BINDING = 1701;
 inline constexpr RPC_STATUS RPC_S_INVALID_BINDING = 1702;

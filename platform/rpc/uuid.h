@@ -6,6 +6,9 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
 
 // Fields in host order; on the wire the first three follow the packet's byte order.
 struct uuid_t {
@@ -23,3 +26,16 @@ static_assert(sizeof(uuid_t) == 16 && alignof(uuid_t) == 4);
 static_assert(offsetof(uuid_t, node) == 10);
 
 using UUID = uuid_t;
+
+namespace rpc {
+
+// A new random UUID (version 4, RFC 4122 4.4) from the system's generator; nothing when the
+// generator fails.
+std::optional<uuid_t> random_uuid();
+
+// 8-4-4-4-12 hexadecimal digits, written in lower case.
+std::string uuid_to_text(const uuid_t& uuid);
+// Reads both cases; nothing for any other form, surrounding blanks included.
+std::optional<uuid_t> uuid_from_text(std::string_view text);
+
+}  // namespace rpc

@@ -1,0 +1,53 @@
+// Server objects that a client holds. Each remembers the server that issued it, so that a call on
+// it goes there whatever became of the binding.
+
+#include "platform/rpc/handle_table.h"
+#include "platform/rpc/stub.h"
+
+namespace rpc {
+namespace {
+
+struct Context {
+  WireContext wire;
+  CallTarget target;
+};
+
+HandleTable<RPC_CONTEXT_HANDLE, Context>& contexts() {
+  static HandleTable<RPC_CONTEXT_HANDLE, Context> table;
+  return table;
+}
+
+std::shared_ptr<Context> require_context(RPC_CONTEXT_HANDLE handle) {
+  std::shared_ptr<Context> found = contexts().find(handle);
+  if (found == nullptr)
+    throw RpcException(RPC_X_SS_IN_NULL_CONTEXT, FailureKind::local);
+  return found;
+}
+
+}  // namespace
+
+CallTarget target_of(RPC_CONTEXT_HANDLE context) {
+  return require_context(context)->target;
+}
+
+WireContext wire_context(RPC_CONTEXT_HANDLE context) {
+  return require_context(context)->wire;
+}
+
+void store_context(RPC_CONTEXT_HANDLE* context, const WireContext& received,
+                   const CallTarget& target) {
+  if (*context != nullptr && received.null()) {
+    contexts().remove(*context);
+    *context = nullptr;
+    return;
+  }
+  if (received.null())
+    return;
+  if (const std::shared_ptr<Context> held = contexts().find(*context)) {
+    *held = {received, target};
+    return;
+  }
+  *context = contexts().insert({received, target});
+}
+
+}  // namespace rpc
