@@ -1,0 +1,72 @@
+#include "shared/general/SHbitManipObj.h"
+
+#include <climits>
+#include <cstring>
+
+namespace {
+
+constexpr int kBitsInWord = 32;
+constexpr int kBytesInWord = 4;
+
+bool supported(int bitfieldsize, int maxfields) {
+  return bitfieldsize > 0 && bitfieldsize <= kBitsInWord && kBitsInWord % bitfieldsize == 0 &&
+         maxfields > 0 && maxfields <= INT_MAX / kBitsInWord &&
+         maxfields * bitfieldsize % CHAR_BIT == 0;
+}
+
+}  // namespace
+
+BIT_MANIPULATION_OBJECT::BIT_MANIPULATION_OBJECT(const void* bitarray, int bitfieldsize,
+                                                 int maxfields) {
+  if (!supported(bitfieldsize, maxfields))
+    return;
+  BitFieldSize = bitfieldsize;
+  MaxFieldsInArray = maxfields;
+  NumberOfCharacterToMove = maxfields * bitfieldsize / CHAR_BIT;
+  MaxFieldValue = 0xFFFFFFFFU >> (kBitsInWord - bitfieldsize);
+  BitArray.resize(
+      static_cast<std::size_t>((NumberOfCharacterToMove + kBytesInWord - 1) / kBytesInWord));
+  std::memcpy(BitArray.data(), bitarray, static_cast<std::size_t>(NumberOfCharacterToMove));
+}
+
+bool BIT_MANIPULATION_OBJECT::InRange(int bitfieldnumber) const {
+  return bitfieldnumber >= 0 && bitfieldnumber < MaxFieldsInArray;
+}
+
+BIT_MANIPULATION_OBJECT::Place BIT_MANIPULATION_OBJECT::PlaceOf(int bitfieldnumber) const {
+  const int bit = bitfieldnumber * BitFieldSize;
+  return {static_cast<std::size_t>(bit / kBitsInWord), static_cast<unsigned>(bit % kBitsInWord)};
+}
+
+int BIT_MANIPULATION_OBJECT::SetBitField(int bitfieldnumber, int fieldvalue) {
+  if (!InRange(bitfieldnumber))
+    return -1;
+  const auto value = static_cast<std::uint32_t>(fieldvalue);
+  if (value > MaxFieldValue)
+    return -2;
+  const Place place = PlaceOf(bitfieldnumber);
+  BitArray[place.word] &= ~(MaxFieldValue << place.shift);
+  BitArray[place.word] |= value << place.shift;
+  return 0;
+}
+
+int BIT_MANIPULATION_OBJECT::ClearBitField(int bitfieldnumber) {
+  return SetBitField(bitfieldnumber, 0);
+}
+
+int BIT_MANIPULATION_OBJECT::GetBitField(int bitfieldnumber) const {
+  if (!InRange(bitfieldnumber))
+    return -1;
+  const Place place = PlaceOf(bitfieldnumber);
+  return static_cast<int>((BitArray[place.word] >> place.shift) & MaxFieldValue);
+}
+
+void BIT_MANIPULATION_OBJECT::GetBitArray(int* bitarray) const {
+  for (int field = 0; field < MaxFieldsInArray; ++field)
+    bitarray[field] = GetBitField(field);
+}
+
+void BIT_MANIPULATION_OBJECT::GetBitArray(void* bitarray) const {
+  if (MaxFieldsInArray > 0)
+    std::memcpy(bitarray, BitArray.data(), static_cast<std::size_t>(NumberOfCharacterToMove));
+}
