@@ -219,14 +219,17 @@ int tLOGICAL_FILE::Seek(std::int32_t offset, std::uint32_t* position) {
 }
 
 int tLOGICAL_FILE::Seek(tFILEDEFS::eSEEKMODE mode, std::int32_t offset, std::uint32_t* position) {
+  if (physical_->descriptor < 0)
+    return tFILE_ERRORS::cNOTOPEN;
   std::int64_t origin = 0;
   if (mode == tFILEDEFS::cFROMCURRENT)
     origin = static_cast<std::int64_t>(position_);
-  struct stat about {};
-  if (fstat(physical_->descriptor, &about) != 0)
-    return status_of(errno);
-  if (mode == tFILEDEFS::cFROMEND)
+  if (mode == tFILEDEFS::cFROMEND) {
+    struct stat about {};
+    if (fstat(physical_->descriptor, &about) != 0)
+      return status_of(errno);
     origin = about.st_size;
+  }
   const std::int64_t target = origin + offset;
   if (target < 0 || target > static_cast<std::int64_t>(kMaxPosition))
     return tFILE_ERRORS::cPOSITION;

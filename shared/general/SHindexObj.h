@@ -1,0 +1,160 @@
+// Fixed-size records with fixed-size binary keys in one flat file, without an index in the file: a
+// keyed operation scans it from the start, and a record's location is the byte offset of its slot.
+//
+// A slot is one status byte (0 live, 1 deleted, any other value live), the key and the record. A
+// deleted slot is zero behind its status and is reused by the next insert; the file never shrinks.
+// Bytes behind the last whole slot are no record: scans end before them and an insert overwrites
+// them.
+//
+// Writers of several processes exclude each other with Lock and Unlock, which readers do not need.
+// So that a reader never gets half of an old and half of a new slot, reads and writes also hold a
+// lock of the slot's own bytes in the data file while they copy them. That lock is courtesy: it is
+// waited for at most kSlotLockWait, and a process that does not know of it does no harm.
+
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include "platform/sys/prtzt_file.h"
+
+// Statuses next to those of the file library. Every operation but the accessors returns a status,
+// 0 for success.
+enum : int {
+  kIndexNoSlot = -1,       // no whole slot at that location
+  kIndexNotValid = 1002,   // the data file is not open
+  kIndexNotFound = 1005,   // no such key, or no further record
+  kIndexWrongSize = 1006,  // a size differs from those the file was opened with
+};
+
+// Status bytes of slots. Every byte but that of a deleted slot is live.
+inline constexpr char kIndexSlotLive = 0;
+inline constexpr char kIndexSlotDeleted = 1;
+
+class INDEX_DATA_OBJ {
+ public:
+  static constexpr std::chrono::milliseconds kSlotLockWait{500};
+
+  // Opens or creates the data file and its lock file (the name with ".lk"). The sizes must be those
+  // that the file was made with; nothing in it records them.
+  INDEX_DATA_OBJ(const char* file_name, int key_size, int record_size);
+  ~INDEX_DATA_OBJ();
+  INDEX_DATA_OBJ(const INDEX_DATA_OBJ&) = delete;
+  INDEX_DATA_OBJ& operator=(const INDEX_DATA_OBJ&) = delete;
+
+  // Whether the data file is open, and if not, the file library's status of its opening.
+  int ReturnValidObj() const { return ValidObj; }
+  int ReturnError() const { return Error; }
+  int ReturnLockFileOpened() const { return fLockFileOpened; }
+  int ReturnResult() const { return Result; }  // of the last operation
+
+  // The first live slot of a key. `location` receives its offset.
+  int GetRec(const char* key, int key_size, char* record, int& record_size);
+  int GetRec(const char* key, int key_size, char* record, int& record_size, std::int32_t& location);
+  // The slot at a location, live or deleted (then all zero).
+  int GetRec(std::int32_t location, char* record, int& record_size);
+
+  // Inserts a record into the first deleted slot or behind the last one, whether or not the key
+  // exists.
+  int PutRec(const char* key, int key_size, const char* record, int record_size);
+  int PutRec(const char* key, int key_size, const char* record, int record_size,
+             std::int32_t& location);
+
+  // Writes a live slot at a location, whatever it held; `state` is the status byte of a slot that
+  // its user still has something to do with, never 1. By key: rewrites the first slot of the key.
+  int ReplaceRec(std::int32_t location, const char* key, const char* record, int record_size,
+                 char state = 0);
+  int ReplaceRec(const char* key, int key_size, const char* record, int record_size);
+
+  int DeleteRec(std::int32_t location);
+  int DeleteRec(const char* key, int key_size);
+
+  // Live slots in file order. The cursor is the file's position, which every other operation moves;
+  // rewriting the slot just read, by location, leaves it where it was. At the end, or when a read
+  // fails, 1005 and both sizes 0.
+  int GetFirstRec(char* key, int& key_size, char* record, int& record_size);
+  int GetFirstRec(char* key, int& key_size, char* record, int& record_size, std::int32_t& location);
+  int GetNextRec(char* key, int& key_size, char* record, int& record_size);
+  int GetNextRec(char* key, int& key_size, char* record, int& record_size, std::int32_t& location);
+
+  // Counts the live slots; the buffers are scratch. An empty file gives 0 entries and 1005.
+  int GetNumberOfEntries(int& number_of_entries, char* key, int& key_size, char* record,
+                         int& record_size);
+  int ReturnRecAndKey(const char* key, char* record);
+
+  // The writers' lock between processes; waits until it is granted.
+  int Lock();
+  int Unlock();
+
+  // The key and the status byte of the slot that the last GetRec by location, GetFirstRec or
+  // GetNextRec read.
+  const char* ReturnSlotKey() const { return fSlot.data() + 1; }
+  char ReturnSlotState() const { return fSlot[0]; }
+
+  // Why the last walk found no further slot: cEOF at the true end of the file.
+  int ReturnReadStatus() const { return fReadStatus; }
+
+  // Changes only the status byte of a slot, in a write of one byte. A walk over the slots goes on
+  // behind it.
+  int MarkRec(std::int32_t location, char state);
+
+  // While one of these lives, GetFirstRec and GetNextRec read many slots at a time. No other
+  // operation may be called meanwhile.
+  class ReadAhead {
+   public:
+    explicit ReadAhead(INDEX_DATA_OBJ& index);
+    ~ReadAhead();
+    ReadAhead(const ReadAhead&) = delete;
+    ReadAhead& operator=(const ReadAhead&) = delete;
+
+   private:
+    INDEX_DATA_OBJ& index_;
+  };
+
+  // One line on standard error, for debugging.
+  void PrintDebugInfo(const char* string) const;
+  static int fDebugLevel;
+
+ private:
+  // Slots read together, for scans: `bytes` holds `count` of them from file offset `base` on, of
+  // which `next` are used up.
+  struct Block {
+    std::vector<char> bytes;
+    std::uint32_t base = 0;
+    std::uint32_t count = 0;
+    std::uint32_t next = 0;
+  };
+
+  void OpenDataBase(const char* file_name, int key_size, int record_size);
+  int CheckSizes(int key_size, int record_size) const;
+  int SetResult(int status) { return Result = status; }
+  bool IsEndOfLocations(std::uint32_t offset) const;
+
+  int ReadSlot();
+  int WriteSlot();
+  void FillSlot(char state, const char* key, const char* record);
+  void FillDeletedSlot();
+  void StartBlock(Block& block, std::uint32_t base) const;
+  const char* NextInBlock(Block& block);
+
+  int GetRecByKey(const char* key, char* record, std::int32_t& location);
+  int FindRecord(const char* key, std::int32_t& location);
+  std::int32_t FindHole();
+  int NextLiveSlot(char* key, char* record, std::int32_t& location);
+
+  int ValidObj = 0;
+  int Error = 0;
+  sys::tBINFILE fDataBase{nullptr, 1};
+  sys::tBINFILE fLockFile{nullptr, 1};
+  int SizeOfRecords = 0;
+  int SizeOfKeys = 0;
+  std::uint32_t RecordSize = 0;  // of a slot
+  int Result = 0;
+  int fNumber = 0;
+  int fLockFileOpened = 0;
+  int fReadStatus = 0;
+  std::vector<char> fSlot;  // the slot last read or written
+  bool fReadingAhead = false;
+  Block fAhead;
+};
