@@ -1,0 +1,231 @@
+// The manager of the system database: records, iteration, lock and change detection. Its opening
+// and the older layout are in ZTsysInfoObj_open.cpp, the cross-reference table in
+// ZTsysInfoObj_table.cpp, the back-connect file in ZTsysInfoObj_backconnect.cpp.
+
+#include "source/sysdb/ZTsysInfoObj.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "platform/sys/native_path.h"
+
+namespace {
+
+char* BytesOf(zt_SystemInfo_struct& record) {
+  return reinterpret_cast<char*>(&record);
+}
+
+// The key's four bytes as the file holds them.
+struct KeyBytes {
+  explicit KeyBytes(SystemKey key) { std::memcpy(bytes, &key, sizeof bytes); }
+  char bytes[sizeof(SystemKey)];
+};
+
+bool SameText(const char* a, const char* b) {
+  return std::strncmp(a, b, kSystemNameSize) == 0;
+}
+
+}  // namespace
+
+zt_SystemDBMgt_class::~zt_SystemDBMgt_class() {
+  if (fBackConnectXRef != nullptr)
+    std::fclose(fBackConnectXRef);
+}
+
+// Reads the record of a table entry. The entry may be out of date at any moment, since readers hold
+// no lock: a slot that holds another system by now is no record of this one.
+int zt_SystemDBMgt_class::ReadAtIndex(int index) {
+  if (index < 1)
+    return kIndexNotFound;
+  const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
+  int size = kSystemRecordSize;
+  zt_SystemInfo_struct record;
+  const int status = fIndexDataObj->GetRec(entry.fLocation, BytesOf(record), size);
+  if (status != 0)
+    return status;
+  if (fIndexDataObj->ReturnSlotState() == kIndexSlotDeleted ||
+      ConvertSystemKey(fIndexDataObj->ReturnSlotKey()) != entry.fKey)
+    return kIndexNotFound;
+  fSystemInfo = record;
+  fCurrentLocation = entry.fLocation;
+  return 0;
+}
+
+int zt_SystemDBMgt_class::GetSystemInfo(SystemKey key) {
+  CheckSystemXrefTable();
+  fError = ReadAtIndex(SearchXrefTable(key));
+  if (fError == kIndexNotFound && CheckSystemXrefTable() != 0)
+    fError = ReadAtIndex(SearchXrefTable(key));
+  return fError;
+}
+
+int zt_SystemDBMgt_class::GetSystemInfo(const char* system_name, SystemKey& key) {
+  CheckSystemXrefTable();
+  int index = SearchXrefTable(system_name);
+  fError = ReadAtIndex(index);
+  if (fError == kIndexNotFound && CheckSystemXrefTable() != 0) {
+    index = SearchXrefTable(system_name);
+    fError = ReadAtIndex(index);
+  }
+  if (fError == 0)
+    key = fSystemXrefTable[static_cast<std::size_t>(index)].fKey;
+  return fError;
+}
+
+int zt_SystemDBMgt_class::GetSystemRec(SystemKey key, zt_SystemInfo_class& info) {
+  if (GetSystemInfo(key) == 0)
+    info = zt_SystemInfo_class(fSystemInfo, key);
+  return fError;
+}
+
+int zt_SystemDBMgt_class::GetSystemRec(const char* name, zt_SystemInfo_class& info) {
+  SystemKey key = kNoSystemKey;
+  if (GetSystemInfo(name, key) == 0)
+    info = zt_SystemInfo_class(fSystemInfo, key);
+  return fError;
+}
+
+int zt_SystemDBMgt_class::PositionAtSystem(SystemKey key) {
+  zt_SystemInfo_class scratch;
+  return GetSystemRec(key, scratch);
+}
+
+const char* zt_SystemDBMgt_class::ReturnSystemName(SystemKey key) {
+  fError = 0;
+  int index = fXrefSynced == 1 ? SearchXrefTable(key) : -1;
+  if (index < 1 && CheckSystemXrefTable() != 0)
+    index = SearchXrefTable(key);
+  return index < 1 ? nullptr : fSystemXrefTable[static_cast<std::size_t>(index)].ReturnSystemName();
+}
+
+const char* zt_SystemDBMgt_class::ReturnGroupName(SystemKey key) {
+  if (GetSystemInfo(key) != 0)
+    return nullptr;
+  // The field may come from a damaged file.
+  fSystemInfo.fGroupName[kGroupNameSize - 1] = '\0';
+  return fSystemInfo.fGroupName;
+}
+
+const char* zt_SystemDBMgt_class::ReturnBackConnectName(SystemKey key) {
+  fError = 0;
+  return GetSystemInfo(key) == 0 ? ReturnCurrentBackConnectName() : nullptr;
+}
+
+int zt_SystemDBMgt_class::GetFirstSystemRec(zt_SystemInfo_class& info) {
+  fError = 0;
+  if (fBuildingXrefTable == 0)
+    CheckSystemXrefTable();
+  KeyBytes key(0);
+  int key_size = 0;
+  int record_size = 0;
+  const int status = fIndexDataObj->GetFirstRec(key.bytes, key_size, BytesOf(fSystemInfo),
+                                                record_size, fCurrentLocation);
+  if (status != 0 || record_size == 0)
+    return fError = status == kIndexNotValid ? status : kSysDbNoMoreSystems;
+  if (ConvertSystemKey(key.bytes) == 0)
+    return GetNextSystemRec(info);
+  info = zt_SystemInfo_class(fSystemInfo, ConvertSystemKey(key.bytes));
+  return 0;
+}
+
+int zt_SystemDBMgt_class::GetNextSystemRec(zt_SystemInfo_class& info) {
+  fError = 0;
+  KeyBytes key(0);
+  int key_size = 0;
+  int record_size = 0;
+  if (fIndexDataObj->GetNextRec(key.bytes, key_size, BytesOf(fSystemInfo), record_size,
+                                fCurrentLocation) != 0)
+    return fError = kSysDbNoMoreSystems;
+  info = zt_SystemInfo_class(fSystemInfo, ConvertSystemKey(key.bytes));
+  return 0;
+}
+
+int zt_SystemDBMgt_class::PutSystemRec(const zt_SystemInfo_class& info) {
+  fError = 0;
+  SystemKey key = kNoSystemKey;
+  zt_SystemInfo_struct record = info.ReturnStruct(key);
+  if (key == kNoSystemKey)
+    return fError = kSysDbNoKey;
+  record.fRecUpdateTime = static_cast<std::int32_t>(std::time(nullptr));
+
+  const unsigned builds = fXrefBuilds;
+  PositionAtSystem(key);
+  if (fError == kIndexNotFound && fXrefBuilds == builds) {
+    // A writer may have died between its insert and the change counter: only a table built now
+    // proves that the key is new.
+    InitSystemXrefTable();
+    if (PositionAtSystem(key) == 0)
+      RaiseChangeCounter();
+  }
+  const KeyBytes key_bytes(key);
+  switch (fError) {
+    case 0:
+      fError = fIndexDataObj->ReplaceRec(fCurrentLocation, key_bytes.bytes, BytesOf(record),
+                                         kSystemRecordSize);
+      if (fError == 0 && !SameText(fSystemInfo.fSystemName, record.fSystemName))
+        SetTableName(key, record.fSystemName);
+      break;
+    case kIndexNotFound: {
+      std::int32_t location = -1;
+      fError = fIndexDataObj->PutRec(key_bytes.bytes, sizeof key_bytes.bytes, BytesOf(record),
+                                     kSystemRecordSize, location);
+      if (fError == 0) {
+        RaiseChangeCounter();
+        fCurrentLocation = location;
+      }
+      break;
+    }
+    default:
+      break;
+  }
+  if (fError == 0)
+    fSystemInfo = record;
+  return fError;
+}
+
+int zt_SystemDBMgt_class::DeleteSystemRec(SystemKey key) {
+  fError = 0;
+  if (PositionAtSystem(key) != 0)
+    return fError;
+  fError = fIndexDataObj->DeleteRec(fCurrentLocation);
+  if (fError != 0)
+    return fError;
+  fCurrentLocation = -1;
+  RaiseChangeCounter();
+  if (const int index = SearchXrefTable(key); index >= 1)
+    fSystemXrefTable[static_cast<std::size_t>(index)].fLocation = -1;
+  return 0;
+}
+
+// Tells every process, this one included, that its table is out of date.
+void zt_SystemDBMgt_class::RaiseChangeCounter() {
+  fSemaphoreValue = fSemaphoreObj->GetSemVal(0) + 1;
+  fSemaphoreObj->SetSemVal(0, fSemaphoreValue);
+  fXrefSynced = 0;
+}
+
+void zt_SystemDBMgt_class::Lock() {
+  if (const int status = fIndexDataObj->Lock(); status == 0)
+    fLockHeld = 1;
+  else
+    fError = status;
+}
+
+void zt_SystemDBMgt_class::Unlock() {
+  if (const int status = fIndexDataObj->Unlock(); status == 0)
+    fLockHeld = 0;
+  else
+    fError = status;
+}
+
+unsigned char zt_SystemDBMgt_class::DBChanged(zt_ModLevel_enum mod_level) {
+  if (mod_level == zt_DBStructure_const)
+    return CheckSystemXrefTable() != 0;
+  struct stat about {};
+  if (sys::_stat(fSystemFileName.c_str(), &about) != 0 || about.st_mtime <= fLastModifyTime)
+    return 0;
+  fLastModifyTime = about.st_mtime;
+  return 1;
+}

@@ -1,0 +1,146 @@
+// The printed forms of a system record and of the database.
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "source/sysdb/ZTsysInfoObj.h"
+
+namespace {
+
+constexpr int kAlarmsPerRow = 20;
+constexpr int kAlarmsPerBlock = 5;
+constexpr std::int32_t kReportHostNameSize = 255;
+
+constexpr char kAlarmRule[] =
+    "          -----------------------------------------------------------------\n";
+
+// The host name of a key; empty when it has none.
+std::string HostNameOf(SystemKey key) {
+  char name[kHostNameSize] = "";
+  return SystemKeyToARPAName(key, name, kReportHostNameSize) == 0 ? name : "";
+}
+
+const char* MonitoringText(int monitor_alarms) {
+  switch (monitor_alarms) {
+    case 0:
+      return "disabled";
+    case 1:
+      return "enabled";
+    default:
+      return "delete";
+  }
+}
+
+std::string UpdateTimeText(std::int32_t seconds) {
+  const std::time_t time = seconds;
+  std::tm local{};
+  char text[80] = "";
+  if (localtime_r(&time, &local) != nullptr)
+    std::strftime(text, sizeof text, " Record update : %a, %x at %X", &local);
+  return text;
+}
+
+const char* AlarmCell(int state) {
+  static constexpr std::array<const char*, 5> kCells = {"   ", "N  ", "W  ", "C  ", "A  "};
+  return state >= 0 && state < static_cast<int>(kCells.size())
+             ? kCells[static_cast<std::size_t>(state)]
+             : " ? ";
+}
+
+}  // namespace
+
+const char* zt_SystemInfo_class::ReturnAlarmMgrStatusText() const {
+  static constexpr std::array<const char*, 7> kTexts = {
+      "NOT MONITORING", "NO CONTACT", "ALARMS REQUESTED", "DELETE REQUEST",
+      "MAP MGR WAIT",   "IN CONTACT", "DELETING"};
+  const int status = fSystemInfo.fAlarmMonitorStatus;
+  if (status < 0 || status >= static_cast<int>(kTexts.size()))
+    return "UNKNOWN STATE";
+  return kTexts[static_cast<std::size_t>(status)];
+}
+
+const char* zt_SystemInfo_class::ReturnSystemTypeName() const {
+  const int type = fSystemInfo.fSystemType;
+  if (type < 1 || type > ReturnSupportedSystemTypeCount())
+    return "UNKNOWN";
+  return ReturnSystemTypeNames()[type - 1];
+}
+
+void zt_SystemInfo_class::PrintSystemShortInfo() const {
+  char key[kKeyTextSize];
+  FormatSystemKey(fSystemKey, key);
+  const std::string host = HostNameOf(fSystemKey);
+
+  std::printf("\n");
+  if (!host.empty())
+    std::printf("%s (%s): Key=%s", host.c_str(), fSystemInfo.fSystemName, key);
+  else
+    std::printf("%s: Key=%s", fSystemInfo.fSystemName, key);
+  std::printf("%s", ReturnIsZTAgent() ? " (ZT 3.0 Agent)\n" : "\n");
+  std::printf(" Status = %s\n", ReturnAlarmMgrStatusText());
+  if (fSystemInfo.fAlarmMgrError != 0)
+    std::printf(" Last error = %d\n", fSystemInfo.fAlarmMgrError);
+  else
+    std::printf(" Last error = <none>\n");
+  std::printf(" Seq = %d, Alarms = %s, Symbols = %s\n", fSystemInfo.fAlarmSequenceNumber,
+              MonitoringText(fSystemInfo.fMonitorAlarms),
+              fSystemInfo.fMapEnabled != 0 ? "created" : "none");
+  std::printf("%s\n", UpdateTimeText(fSystemInfo.fRecUpdateTime).c_str());
+}
+
+void zt_SystemInfo_class::PrintSystemInfo() const {
+  char key[kKeyTextSize];
+  FormatSystemKey(fSystemKey, key);
+  const std::string host = HostNameOf(fSystemKey);
+
+  std::printf("\n");
+  if (host.empty())
+    std::printf("  System Name       : %s", fSystemInfo.fSystemName);
+  else
+    std::printf("  System Name       : %s (%s)", host.c_str(), fSystemInfo.fSystemName);
+  std::printf("%s", ReturnIsZTAgent() ? "  (ZT 3.0 Agent)\n" : "\n");
+  std::printf("    Data comm key   : %s\n", key);
+  std::printf("    Alarm Status    : %s\n", ReturnAlarmMgrStatusText());
+  if (fSystemInfo.fAlarmMgrError != 0)
+    std::printf("    Last Error      : %d\n", fSystemInfo.fAlarmMgrError);
+  else
+    std::printf("    Last Error      : <none>\n");
+  std::printf("    Sequence Number : %d\n", fSystemInfo.fAlarmSequenceNumber);
+  std::printf("    Monitor Alarms  : %s\n", MonitoringText(fSystemInfo.fMonitorAlarms));
+  std::printf("    Symbols         : %s\n", ReturnMapEnabled() ? "created" : "none");
+  if (const char* back_connect_name = ReturnBackConnectName(); back_connect_name != nullptr) {
+    std::printf("     NOTE: This server will connect to the alarm manager\n");
+    std::printf("           with the system name \"%s\".\n", back_connect_name);
+  }
+  std::printf("\n%s\n", UpdateTimeText(fSystemInfo.fRecUpdateTime).c_str());
+}
+
+void zt_SystemInfo_class::PrintAlarmStates() const {
+  std::array<int, kMaxAlarms> states{};
+  GetAlarmArray(states.data());
+
+  std::printf("                                   \n");
+  std::printf("%s", kAlarmRule);
+  std::printf("              U = unused        N = normal         W = warning             \n");
+  std::printf("              C = critical      A = acknowledge                            \n");
+  std::printf("%s", kAlarmRule);
+  std::printf("              1  2  3  4  5   6  7  8  9 10  11 12 13 14 15  16 17 18 19 20 ");
+  for (int alarm = 0; alarm < kMaxAlarms; ++alarm) {
+    if (alarm % kAlarmsPerRow == 0)
+      std::printf("\n         %3d  ", alarm / kAlarmsPerRow + 1);
+    else if (alarm % kAlarmsPerBlock == 0)
+      std::printf(" ");
+    std::printf("%s", AlarmCell(states[static_cast<std::size_t>(alarm)]));
+  }
+  std::printf("\n%s", kAlarmRule);
+}
+
+void zt_SystemDBMgt_class::PrintGeneralInfo() {
+  SYSTEM_VERSION_ENTRY version{};
+  if (ReadVersion(version) != 0)
+    std::printf("\n  System DB Version : unknown\n");
+  else
+    std::printf("\n  System DB Version : %d\n", version.fVersion);
+}

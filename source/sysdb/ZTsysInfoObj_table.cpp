@@ -1,0 +1,108 @@
+// The manager's cross-reference table: entry 0 belongs to the sort, entries 1 to fSystemRecCount
+// hold the systems in the order of their keys, and the entry behind them is a terminator. It is a
+// picture of the file as of one value of the change counter.
+
+#include <cstring>
+
+#include "source/sysdb/ZTsysInfoObj.h"
+
+namespace {
+
+constexpr int kTableStep = 100;  // entries by which the table grows
+
+}  // namespace
+
+int zt_SystemDBMgt_class::CheckSystemXrefTable() {
+  const int value = fSemaphoreObj->GetSemVal(0);
+  if (value == fSemaphoreValue && fXrefSynced != 0)
+    return 0;
+  // Taken before the file is read: a change during the build moves the counter again.
+  fSemaphoreValue = value;
+  InitSystemXrefTable();
+  return 1;
+}
+
+void zt_SystemDBMgt_class::InitSystemXrefTable() {
+  const std::size_t capacity = fSystemXrefTable.empty() ? kTableStep : fSystemXrefTable.size();
+  fSystemXrefTable.clear();
+  fSystemXrefTable.resize(capacity);
+  fXrefEntriesAvail = static_cast<int>(capacity) - 1;
+
+  ++fXrefBuilds;
+  fBuildingXrefTable = 1;
+  zt_SystemInfo_class info;
+  {
+    const INDEX_DATA_OBJ::ReadAhead fast(*fIndexDataObj);
+    if (GetFirstSystemRec(info) == 0)
+      BuildSystemXrefTable(info);
+    else
+      fSystemRecCount = 0;
+  }
+  fBuildingXrefTable = 0;
+  fXrefSynced = 1;
+}
+
+void zt_SystemDBMgt_class::BuildSystemXrefTable(const zt_SystemInfo_class& first) {
+  zt_SystemInfo_class info = first;
+  std::size_t next = 1;
+  do {
+    if (fXrefEntriesAvail < 2) {
+      // The steps are the table's; its memory grows by halves, so that copying stays linear.
+      if (fSystemXrefTable.size() + kTableStep > fSystemXrefTable.capacity())
+        fSystemXrefTable.reserve(fSystemXrefTable.size() * 3 / 2 + kTableStep);
+      fSystemXrefTable.resize(fSystemXrefTable.size() + kTableStep);
+      fXrefEntriesAvail += kTableStep;
+    }
+    fSystemXrefTable[next++] =
+        SYSTEM_XREF_ENTRY(info.ReturnSystemName(), info.ReturnSystemKey(), fCurrentLocation);
+    --fXrefEntriesAvail;
+  } while (GetNextSystemRec(info) == 0);
+  fError = 0;
+
+  fSystemXrefTable[next] = SYSTEM_XREF_ENTRY();
+  fSystemRecCount = static_cast<int>(next - 1);
+  SortSysList(fSystemXrefTable.data(), fSystemRecCount);
+}
+
+int zt_SystemDBMgt_class::GetSystemRecCount() {
+  if (fSystemRecCount < 0)
+    InitSystemXrefTable();
+  return fSystemRecCount;
+}
+
+int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) const {
+  if (fSystemRecCount <= 0)
+    return -1;
+  const auto key_at = [this](int at) {
+    return fSystemXrefTable[static_cast<std::size_t>(at)].fKey;
+  };
+  int lower = 1;
+  int upper = fSystemRecCount;
+  while (lower < upper) {
+    const int middle = lower + (upper - lower) / 2;
+    if (key_at(middle) < key)
+      lower = middle + 1;
+    else
+      upper = middle;
+  }
+  const bool found =
+      key_at(lower) == key && fSystemXrefTable[static_cast<std::size_t>(lower)].fLocation != -1;
+  return found ? lower : -1;
+}
+
+int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) const {
+  if (system_name == nullptr)
+    return -1;
+  for (int index = 1; index <= fSystemRecCount; ++index) {
+    const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
+    if (entry.ReturnSystemName() != nullptr &&
+        std::strcmp(entry.ReturnSystemName(), system_name) == 0)
+      return entry.fLocation == -1 ? -1 : index;
+  }
+  return -1;
+}
+
+void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {
+  if (const int index = SearchXrefTable(key); index >= 1)
+    fSystemXrefTable[static_cast<std::size_t>(index)].SetSystemName(name);
+}

@@ -1,0 +1,191 @@
+// The sort is a quicksort with an explicit stack that leaves short ranges to a final pass. Its
+// guarantees: n log n key comparisons in every case, since a table whose ranges split badly beyond
+// a budget is finished by a heap sort, and a stack of log2 n ranges, since the larger part is
+// pushed and the smaller one partitioned next.
+
+#include "source/sysdb/ZTsysInfoObj_xref.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace {
+
+// A pending range of table indexes.
+struct STACK_ENTRY {
+  int fUpperLimit;
+  int fLowerLimit;
+};
+
+// Twice the ranges that halving an int allows, and the bottom marker.
+constexpr int kStackSize = 64;
+
+// A part of this many entries or fewer is left to the final pass.
+constexpr int kShortPart = 5;
+
+// Passes over the whole table that partitioning may cost, in multiples of log2 n.
+constexpr int kPassesPerLevel = 3;
+
+// From this many entries on the pivot is the median of three.
+constexpr int kMedianFrom = 16;
+
+std::unique_ptr<char[]> CopyOf(const char* text) {
+  if (text == nullptr)
+    return nullptr;
+  const std::size_t size = std::strlen(text) + 1;
+  auto copy = std::make_unique<char[]>(size);
+  std::memcpy(copy.get(), text, size);
+  return copy;
+}
+
+STACK_ENTRY* PushOnToStack(STACK_ENTRY* stack_ptr, int lower_limit, int upper_limit) {
+  *stack_ptr = {upper_limit, lower_limit};
+  return stack_ptr + 1;
+}
+
+STACK_ENTRY* PopStack(STACK_ENTRY* stack_ptr, int& lower_limit, int& upper_limit) {
+  --stack_ptr;
+  lower_limit = stack_ptr->fLowerLimit;
+  upper_limit = stack_ptr->fUpperLimit;
+  return stack_ptr;
+}
+
+// Brings the median of the range's first, middle and last entry to its start, where partitioning
+// takes the pivot, so that ordered and reversed tables split in halves.
+void ChoosePivot(int lower, int upper, SYSTEM_XREF_ENTRY* table) {
+  if (upper - lower < kMedianFrom)
+    return;
+  int low = lower;
+  int middle = lower + (upper - lower) / 2;
+  int high = upper;
+  if (table[low].fKey > table[middle].fKey)
+    std::swap(low, middle);
+  if (table[middle].fKey > table[high].fKey)
+    std::swap(middle, high);
+  if (table[low].fKey > table[middle].fKey)
+    std::swap(low, middle);
+  if (middle != lower)
+    SYSTEM_XREF_ENTRY::Switch(table[lower], table[middle]);
+}
+
+// Puts the pivot where it belongs and returns its place: no key before it is greater, none behind
+// it is less. Keys equal to the pivot stop both scans, so that equal keys split in halves. The
+// entry behind the range (not less than any of it) and the pivot itself end the scans.
+int Partition(int lower, int upper, SYSTEM_XREF_ENTRY* table) {
+  const SystemKey pivot = table[lower].fKey;
+  int i = lower;
+  int j = upper + 1;
+  for (;;) {
+    do {
+      ++i;
+    } while (table[i].fKey < pivot);
+    do {
+      --j;
+    } while (table[j].fKey > pivot);
+    if (i >= j)
+      break;
+    SYSTEM_XREF_ENTRY::Switch(table[i], table[j]);
+  }
+  if (j != lower)
+    SYSTEM_XREF_ENTRY::Switch(table[lower], table[j]);
+  return j;
+}
+
+// Narrows the range to the part around the pivot at `j` to be partitioned next, and pushes the
+// other part if it is long as well. 0 when the range is finished.
+int RepartitionSet(int& lower_limit, int& upper_limit, int j, STACK_ENTRY*& stack_ptr) {
+  struct Part {
+    int lower;
+    int upper;
+    bool IsShort() const { return upper - lower < kShortPart; }
+  };
+  Part smaller{lower_limit, j - 1};
+  Part larger{j + 1, upper_limit};
+  if (smaller.upper - smaller.lower > larger.upper - larger.lower)
+    std::swap(smaller, larger);
+
+  if (larger.IsShort())
+    return 0;
+  Part next = larger;
+  if (!smaller.IsShort()) {
+    stack_ptr = PushOnToStack(stack_ptr, larger.lower, larger.upper);
+    next = smaller;
+  }
+  lower_limit = next.lower;
+  upper_limit = next.upper;
+  return 1;
+}
+
+void HeapSort(int lower, int upper, SYSTEM_XREF_ENTRY* table) {
+  const auto less = [](const SYSTEM_XREF_ENTRY& a, const SYSTEM_XREF_ENTRY& b) {
+    return a.fKey < b.fKey;
+  };
+  std::make_heap(table + lower, table + upper + 1, less);
+  std::sort_heap(table + lower, table + upper + 1, less);
+}
+
+void SysQuickSort(int lower_limit, int upper_limit, SYSTEM_XREF_ENTRY* sort_ptr,
+                  STACK_ENTRY*& stack_ptr, std::int64_t& budget) {
+  int pivot;
+  do {
+    budget -= upper_limit - lower_limit;
+    if (budget < 0) {
+      HeapSort(lower_limit, upper_limit, sort_ptr);
+      return;
+    }
+    ChoosePivot(lower_limit, upper_limit, sort_ptr);
+    pivot = Partition(lower_limit, upper_limit, sort_ptr);
+  } while (RepartitionSet(lower_limit, upper_limit, pivot, stack_ptr) != 0);
+}
+
+// Sorts what partitioning has left: no entry is further than kShortPart from its place.
+void FinalPass(SYSTEM_XREF_ENTRY* table, int count) {
+  for (int i = 2; i <= count; ++i)
+    for (int j = i; table[j - 1].fKey > table[j].fKey; --j)
+      SYSTEM_XREF_ENTRY::Switch(table[j - 1], table[j]);
+}
+
+}  // namespace
+
+SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const char* system_name, SystemKey key, std::int32_t location)
+    : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
+
+SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const SYSTEM_XREF_ENTRY& other)
+    : SYSTEM_XREF_ENTRY(other.ReturnSystemName(), other.fKey, other.fLocation) {}
+
+SYSTEM_XREF_ENTRY& SYSTEM_XREF_ENTRY::operator=(const SYSTEM_XREF_ENTRY& other) {
+  if (this != &other)
+    *this = SYSTEM_XREF_ENTRY(other);
+  return *this;
+}
+
+void SYSTEM_XREF_ENTRY::Switch(SYSTEM_XREF_ENTRY& entry_1, SYSTEM_XREF_ENTRY& entry_2) {
+  std::swap(entry_1, entry_2);
+}
+
+void SYSTEM_XREF_ENTRY::SetSystemName(const char* system_name) {
+  fSystemName = CopyOf(system_name);
+}
+
+void SortSysList(SYSTEM_XREF_ENTRY* list_ptr, int number_of_entries) {
+  if (number_of_entries <= 1)
+    return;
+  // The smallest and the largest key of all: the scans stop at them whatever the table holds.
+  list_ptr[0].fKey = std::numeric_limits<SystemKey>::min();
+  list_ptr[number_of_entries + 1].fKey = std::numeric_limits<SystemKey>::max();
+
+  std::array<STACK_ENTRY, kStackSize> stack;
+  STACK_ENTRY* top = PushOnToStack(stack.data(), -1, -1);
+  top = PushOnToStack(top, 1, number_of_entries);
+  const int levels = std::bit_width(static_cast<unsigned>(number_of_entries));
+  std::int64_t budget = std::int64_t{number_of_entries} * levels * kPassesPerLevel;
+
+  int lower;
+  int upper;
+  for (top = PopStack(top, lower, upper); upper >= 0; top = PopStack(top, lower, upper))
+    SysQuickSort(lower, upper, list_ptr, top, budget);
+  FinalPass(list_ptr, number_of_entries);
+}

@@ -1,0 +1,36 @@
+// The entries of the cross-reference table of the system database, and their sort.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "shared/general/SHsysNameConv.h"
+
+// Where the record of a system is. Copies own a copy of the name.
+class SYSTEM_XREF_ENTRY {
+ public:
+  SYSTEM_XREF_ENTRY() = default;
+  SYSTEM_XREF_ENTRY(const char* system_name, SystemKey key, std::int32_t location);
+  SYSTEM_XREF_ENTRY(const SYSTEM_XREF_ENTRY& other);
+  SYSTEM_XREF_ENTRY(SYSTEM_XREF_ENTRY&&) noexcept = default;
+  SYSTEM_XREF_ENTRY& operator=(const SYSTEM_XREF_ENTRY& other);
+  SYSTEM_XREF_ENTRY& operator=(SYSTEM_XREF_ENTRY&&) noexcept = default;
+  ~SYSTEM_XREF_ENTRY() = default;
+
+  // Exchanges two entries without copying their names.
+  static void Switch(SYSTEM_XREF_ENTRY& entry_1, SYSTEM_XREF_ENTRY& entry_2);
+
+  const char* ReturnSystemName() const { return fSystemName.get(); }
+  void SetSystemName(const char* system_name);
+
+  SystemKey fKey = 0;
+  std::int32_t fLocation = 0;  // byte offset in the file; -1: deleted since the last build
+
+ private:
+  std::unique_ptr<char[]> fSystemName;
+};
+
+// Sorts entries 1 to number_of_entries by key, as signed numbers; equal keys in no particular
+// order. list_ptr[0] and list_ptr[number_of_entries + 1] must exist: their keys are overwritten.
+void SortSysList(SYSTEM_XREF_ENTRY* list_ptr, int number_of_entries);
