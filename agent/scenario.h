@@ -1,0 +1,298 @@
+// What the simulated agents are to be: systems with their servers, data sources with their data,
+// and everything that goes wrong. Values only; docs/formats/scenario.md describes the file.
+
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "platform/rpc/server/fault_injection.h"
+#include "platform/rpc/uuid.h"
+
+namespace agent {
+
+// --- Data sources.
+
+// How a metric's values come about. `row` counts from 0 at the class's first row, `instance` from 0
+// at its first instance; numbers are what travels, before any scaling by the client.
+struct ConstantModel {
+  std::int64_t value = 0;
+};
+// from, from + step, ... up to `to`, then from `from` again.
+struct RampModel {
+  std::int64_t from = 0;
+  std::int64_t to = 0;
+  std::int64_t step = 1;
+};
+// A triangle between low and high; a full swing takes `period` rows.
+struct WaveModel {
+  std::int64_t low = 0;
+  std::int64_t high = 0;
+  std::uint32_t period = 1;
+};
+struct ValuesModel {
+  std::vector<std::int64_t> values;  // in turn, never empty
+};
+struct TextsModel {
+  std::vector<std::string> texts;  // in turn, never empty
+};
+// The name or label of the row's instance.
+struct InstanceModel {
+  bool label = false;
+};
+using ValueModel =
+    std::variant<ConstantModel, RampModel, WaveModel, ValuesModel, TextsModel, InstanceModel>;
+
+// How rows of an interval are put together.
+enum class Summary : std::int16_t { average = 0, sum = 1, greatest = 2, least = 3, last = 4 };
+
+inline constexpr std::int16_t kTextType = 3;
+inline constexpr std::uint32_t kNoDiscriminator = 0xFFFFFFFF;
+inline constexpr std::int16_t kSummarizableFlag = 1;
+inline constexpr std::int16_t kInstancesFlag = 2;
+
+struct Metric {
+  std::uint32_t id = 0;
+  std::string name;
+  std::string label;
+  std::uint32_t denominator = 0;
+  std::int16_t data_type = 0;  // 0, 1 and 2 are numbers, every other is text
+  std::uint16_t length = 4;
+  std::uint16_t column_width = 10;
+  std::int16_t summary = 0;  // a Summary; any other number counts as the last value
+  std::int16_t base_scale = 0;
+  std::int16_t scale10 = 0;
+  std::array<std::string, 2> headings;
+  ValueModel model;
+
+  bool is_text() const { return data_type < 0 || data_type > 2; }
+};
+
+struct Instance {
+  std::uint32_t id = 0;
+  std::string name;
+  std::string label;
+  std::int32_t birth = 0;
+  std::int32_t death = 0x7FFFFFFF;
+};
+
+using Cell = std::variant<std::int64_t, std::string>;
+
+// A row that the file spells out. On a class with instances, row k of a time is instance k's.
+struct ExplicitRow {
+  std::uint32_t time = 0;
+  std::vector<Cell> cells;  // one per metric
+};
+
+struct ClassData {
+  std::uint32_t id = 0;
+  std::string name;
+  std::string label;
+  std::uint32_t type_id = 0;
+  std::uint32_t discriminator = kNoDiscriminator;
+  std::int32_t interval = 300;  // seconds between two rows
+  std::int16_t interval_units = 0;
+  std::int16_t flags = 0;
+  std::int32_t first_x = 0;  // what the descriptor says, 0 for a class without data
+  std::int32_t last_x = 0;
+  std::vector<Metric> metrics;
+  std::vector<Instance> instances;
+
+  // Either rows by model, at first_time and every interval after it ...
+  std::uint32_t first_time = 0;
+  std::uint32_t row_count = 0;
+  // ... or rows as the file has them, in rising order of time.
+  std::vector<ExplicitRow> rows;
+};
+
+struct DataSource {
+  std::uint32_t id = 0;
+  std::string name;
+  std::string label;
+  std::int32_t version = 1;
+  std::string path;
+  std::vector<ClassData> classes;
+};
+
+// --- Servers.
+
+// What an operation does instead of, or before, its work. Counted over the calls of the operation:
+// the first `after` calls are left alone, then `times` calls behave so.
+struct OperationBehaviour {
+  std::string operation;  // "rep_LookupTable"; empty for every operation of the server
+  std::uint32_t late_ms = 0;
+  std::optional<std::uint32_t> status;          // the operation's own status, nothing done
+  std::optional<std::uint32_t> fault;           // a fault packet
+  std::optional<std::uint32_t> reject;          // a reject packet
+  std::optional<std::vector<std::byte>> reply;  // these bytes as the reply's body
+  bool silent = false;                          // never answered
+  bool die = false;                             // the server's socket is closed
+  std::uint32_t after = 0;
+  std::uint32_t times = 0xFFFFFFFF;
+};
+
+enum class ServerState {
+  alive,
+  dead,  // registered, nobody listens
+  mute,  // the socket is there and swallows everything
+};
+
+enum class Listening { yes, no, mute, absent };  // what the management interface says
+enum class CallBackKind { none, who_are_you, who_are_you2 };
+
+struct NetworkFaults {
+  std::optional<rpc::server::FaultPlan> incoming;
+  std::optional<rpc::server::FaultPlan> outgoing;
+};
+
+// What every datagram server has.
+struct ServerSettings {
+  std::uint16_t port = 0;  // 0: any free one
+  ServerState state = ServerState::alive;
+  bool little_endian = true;
+  CallBackKind call_back = CallBackKind::who_are_you2;
+  bool call_back_from_other_port = false;
+  Listening listening = Listening::yes;
+  std::vector<OperationBehaviour> behaviours;
+  NetworkFaults network;
+};
+
+// How a server stands in the endpoint map.
+struct Registration {
+  bool registered = true;
+  std::uint32_t copies = 1;
+  uuid_t object{};
+  std::string annotation;
+};
+
+struct RepositoryServer {
+  std::shared_ptr<const DataSource> source;
+  ServerSettings server;
+  Registration registration;
+};
+
+struct RegisteredSystem {
+  std::uint32_t address = 0;  // IPv4, host order
+  bool console = false;
+  std::uint32_t console_error = 0;
+  bool snmp = false;
+  std::uint32_t snmp_error = 0;
+};
+
+struct AlarmServer {
+  ServerSettings server;
+  Registration registration;
+  std::uint32_t version = 2;
+  uuid_t object{};  // of the general information
+  std::uint32_t evc_flag = 0;
+  std::uint32_t exec_flag = 0;
+  std::uint32_t interval = 300;
+  std::uint32_t evc_error = 0;
+  std::vector<RegisteredSystem> systems;
+};
+
+enum class BrokerMode {
+  normal,
+  refused,    // nobody listens
+  closing,    // closes at the first request
+  reset,      // resets the connection at the first request
+  silent,     // accepts and never answers
+  slow,       // answers some bytes a second
+  malformed,  // answers what no daemon should
+};
+
+enum class Malformation {
+  identifier,    // another identifier than 0x00 H X A
+  length_zero,   // length field 0
+  length_short,  // a length less than the message
+  length_huge,   // a length of 65,535 and data without end
+  too_many_words,
+  data_too_long,  // a byte count beyond the message
+  cut,            // half a message, then the end of the connection
+  garbage,        // random bytes
+};
+
+struct BrokerServer {
+  std::string name;
+  std::string path;
+  uuid_t type{};
+  uuid_t object{};
+  bool active = false;
+};
+
+struct LocationBroker {
+  std::uint16_t port = 382;
+  BrokerMode mode = BrokerMode::normal;
+  std::uint16_t major = 2;
+  std::uint16_t minor = 0;
+  std::uint16_t status = 0;  // of every reply
+  std::uint32_t bytes_per_second = 1;
+  Malformation malformation = Malformation::garbage;
+  std::vector<BrokerServer> servers;  // registered from the start
+};
+
+// An element of the endpoint map that no server of the system put there.
+struct MapElement {
+  std::string interface;  // a name that hxasim knows, or a UUID
+  std::uint16_t major = 2;
+  std::uint16_t minor = 0;
+  std::string protocol = "ncadg_ip_udp";
+  std::string address;   // empty: the system's own
+  std::string endpoint;  // a port, or a pipe's name
+  uuid_t object{};
+  std::string annotation;
+  std::optional<std::vector<std::byte>> tower;  // these bytes instead
+  std::uint32_t copies = 1;
+  bool first = false;  // before the servers' own elements
+};
+
+inline constexpr std::uint16_t kEndpointMapperPort = 135;
+
+struct EndpointMapper {
+  ServerSettings server;
+  bool rejecting = false;    // does not know the endpoint mapper's interface
+  std::uint32_t batch = 64;  // most elements of one reply
+  std::vector<MapElement> elements;
+};
+
+struct System {
+  std::string name;
+  std::uint32_t address = 0;  // host order, in 127.0.0.0/8
+  LocationBroker broker;
+  EndpointMapper mapper;
+  std::vector<RepositoryServer> repositories;
+  std::optional<AlarmServer> alarm;
+};
+
+struct Scenario {
+  std::vector<System> systems;
+};
+
+// --- Reading.
+
+struct ScenarioError {
+  std::uint32_t line = 0;    // from 1; 0 when the file as a whole is meant
+  std::uint32_t column = 0;  // from 1
+  std::string text;
+};
+
+struct ParsedScenario {
+  Scenario scenario;                  // complete only without errors
+  std::vector<ScenarioError> errors;  // at most 20
+};
+
+// `now` (seconds since 1970) is what the file's relative times count from.
+ParsedScenario parse_scenario(std::string_view toml, std::uint32_t now);
+// Reads the file first; one that cannot be read is an error of line 0.
+ParsedScenario load_scenario(const std::string& path, std::uint32_t now);
+// "demo.toml:3:7: text"
+std::string error_text(const std::string& path, const ScenarioError& error);
+
+}  // namespace agent

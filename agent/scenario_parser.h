@@ -1,0 +1,54 @@
+// The parts of the scenario parser: one file per kind of section.
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "agent/scenario.h"
+#include "agent/scenario_reader.h"
+
+namespace agent {
+
+// Limits that keep a slip of the pen from filling the memory.
+inline constexpr std::size_t kMostSystems = 20'000;
+inline constexpr std::size_t kMostServers = 1'000;          // repository servers of a system
+inline constexpr std::size_t kMostElements = 100'000;       // of an endpoint map
+inline constexpr std::size_t kMostClasses = 4'000;          // of a data source
+inline constexpr std::size_t kMostMetrics = 4'000;          // of a class
+inline constexpr std::size_t kMostInstances = 20'000;       // of a class
+inline constexpr std::size_t kMostDescriptors = 1'000'000;  // of a data source, all together
+inline constexpr std::size_t kMostRows = 1'000'000;
+inline constexpr std::size_t kMostBehaviours = 100;
+// What the wire's structures hold, without terminator.
+inline constexpr std::size_t kNameLength = 255;
+inline constexpr std::size_t kLabelLength = 63;
+inline constexpr std::size_t kPathLength = 1023;
+inline constexpr std::size_t kHeadingLength = 79;
+inline constexpr std::size_t kAnnotationLength = 63;
+
+using DataSources = std::map<std::string, std::shared_ptr<const DataSource>, std::less<>>;
+
+// [source.KEY]; the key is the label unless the table gives one.
+DataSource parse_source(const toml::table& table, const std::string& key, std::uint32_t now,
+                        ErrorList& errors);
+
+// One [[system]] with `count` not yet applied.
+System parse_system(TableReader& reader, const DataSources& sources);
+
+// The keys that every datagram server has; `defaults` has been filled by the system.
+void parse_server(TableReader& reader, ServerSettings& server);
+void parse_state(TableReader& reader, ServerState& state);
+void parse_registration(TableReader& reader, Registration& registration);
+// The table under the key "network" of a system or a server.
+void parse_network(TableReader& reader, NetworkFaults& network);
+LocationBroker parse_broker(TableReader& reader);
+
+// A dotted IPv4 address, in host order.
+std::optional<std::uint32_t> parse_address(std::string_view text);
+// Hexadecimal digits in pairs, blanks between them allowed.
+std::optional<std::vector<std::byte>> parse_hex(std::string_view text);
+
+}  // namespace agent

@@ -1,0 +1,207 @@
+// [[system]]: its address and its servers.
+
+#include <charconv>
+#include <set>
+
+#include "agent/scenario_parser.h"
+
+namespace agent {
+
+namespace {
+
+RepositoryServer parse_repository(const toml::table& table, const ServerSettings& defaults,
+                                  const DataSources& sources, ErrorList& errors) {
+  TableReader reader(table, "system.repository", errors);
+  RepositoryServer result;
+  result.server = defaults;
+  std::string key;
+  reader.required_text("source", key, kNameLength);
+  if (const auto found = sources.find(key); found != sources.end()) {
+    result.source = found->second;
+    result.registration.annotation = found->second->label;
+  } else if (reader.has_text("source")) {
+    reader.refuse("source", "expected a data source of this file, found " + quoted(key));
+  }
+  parse_server(reader, result.server);
+  parse_state(reader, result.server.state);
+  parse_registration(reader, result.registration);
+  reader.finish();
+  return result;
+}
+
+RegisteredSystem parse_registered(const toml::table& table, ErrorList& errors) {
+  TableReader reader(table, "system.alarm.system", errors);
+  RegisteredSystem result;
+  std::string address;
+  reader.required_text("address", address, 15);
+  if (const auto parsed = parse_address(address))
+    result.address = *parsed;
+  else if (reader.has_text("address"))
+    reader.refuse("address", "expected an IPv4 address, found " + quoted(address));
+  reader.flag("console", result.console);
+  reader.integer("console_error", result.console_error);
+  reader.flag("snmp", result.snmp);
+  reader.integer("snmp_error", result.snmp_error);
+  reader.finish();
+  return result;
+}
+
+AlarmServer parse_alarm(const toml::table& table, const ServerSettings& defaults,
+                        ErrorList& errors) {
+  TableReader reader(table, "system.alarm", errors);
+  AlarmServer result;
+  result.server = defaults;
+  result.registration.annotation = "almserver";
+  parse_server(reader, result.server);
+  parse_state(reader, result.server.state);
+  parse_registration(reader, result.registration);
+  reader.integer("version", result.version);
+  reader.uuid("general_object", result.object);
+  reader.integer("evc_flag", result.evc_flag);
+  reader.integer("exec_flag", result.exec_flag);
+  reader.integer("interval", result.interval);
+  reader.integer("evc_error", result.evc_error);
+  std::set<std::uint32_t> seen;
+  for (const toml::table* one : reader.tables("system", kMostSystems)) {
+    result.systems.push_back(parse_registered(*one, errors));
+    if (!seen.insert(result.systems.back().address).second)
+      errors.add(one->source(), "system.alarm.system: expected each address once");
+  }
+  reader.finish();
+  return result;
+}
+
+MapElement parse_element(const toml::table& table, ErrorList& errors) {
+  TableReader reader(table, "system.mapper.element", errors);
+  MapElement result;
+  if (reader.has("tower")) {
+    std::string hex;
+    reader.text("tower", hex, 16384);
+    result.tower = parse_hex(hex);
+    if (!result.tower)
+      reader.refuse("tower", "expected pairs of hexadecimal digits");
+  } else {
+    static const std::set<std::string, std::less<>> kKnown = {
+        "rep", "repView", "repTimeFilter", "repFilteredView", "repTemporalView", "ag"};
+    reader.required_text("interface", result.interface, 36);
+    if (reader.has_text("interface") && !kKnown.contains(result.interface)) {
+      uuid_t ignored{};
+      reader.uuid("interface", ignored);
+    }
+    reader.version("version", result.major, result.minor);
+    reader.choice<std::string>("protocol", result.protocol,
+                               {{"ncadg_ip_udp", "ncadg_ip_udp"},
+                                {"ncacn_ip_tcp", "ncacn_ip_tcp"},
+                                {"ncacn_np", "ncacn_np"},
+                                {"ncalrpc", "ncalrpc"},
+                                {"ncacn_http", "ncacn_http"},
+                                {"ncadg_ipx", "ncadg_ipx"},
+                                {"ncacn_spx", "ncacn_spx"}});
+    reader.text("address", result.address, 255);
+    reader.required_text("endpoint", result.endpoint, 255);
+  }
+  reader.uuid("object", result.object);
+  reader.text("annotation", result.annotation, kAnnotationLength);
+  reader.integer("copies", result.copies, {1, static_cast<std::int64_t>(kMostElements)});
+  reader.flag("first", result.first);
+  reader.finish();
+  return result;
+}
+
+EndpointMapper parse_mapper(const toml::table* table, const ServerSettings& defaults,
+                            ErrorList& errors) {
+  EndpointMapper result;
+  result.server = defaults;
+  result.server.port = kEndpointMapperPort;
+  if (table == nullptr)
+    return result;
+  TableReader reader(*table, "system.mapper", errors);
+  enum class Mode { normal, refused, silent, rejecting };
+  Mode mode = Mode::normal;
+  reader.choice<Mode>("mode", mode,
+                      {{"normal", Mode::normal},
+                       {"refused", Mode::refused},
+                       {"silent", Mode::silent},
+                       {"rejecting", Mode::rejecting}});
+  result.rejecting = mode == Mode::rejecting;
+  if (mode == Mode::refused)
+    result.server.state = ServerState::dead;
+  else if (mode == Mode::silent)
+    result.server.state = ServerState::mute;
+  reader.integer("batch", result.batch, {1, 100'000});
+  parse_server(reader, result.server);
+  std::size_t elements = 0;
+  for (const toml::table* one : reader.tables("element", kMostElements)) {
+    result.elements.push_back(parse_element(*one, errors));
+    elements += result.elements.back().copies;
+  }
+  if (elements > kMostElements)
+    reader.refuse("element", "expected at most " + std::to_string(kMostElements) + " in all");
+  reader.finish();
+  return result;
+}
+
+// Two servers that ask for one port would only fail when they are started.
+void compare_ports(TableReader& reader, const System& system) {
+  std::set<std::uint16_t> ports;
+  const auto claim = [&](const ServerSettings& server, std::string_view key) {
+    if (server.port != 0 && server.state != ServerState::dead && !ports.insert(server.port).second)
+      reader.refuse(key, "expected ports of their own, but UDP port " +
+                             std::to_string(server.port) + " is asked for twice");
+  };
+  claim(system.mapper.server, "mapper");
+  for (const RepositoryServer& repository : system.repositories)
+    claim(repository.server, "repository");
+  if (system.alarm)
+    claim(system.alarm->server, "alarm");
+}
+
+}  // namespace
+
+System parse_system(TableReader& reader, const DataSources& sources) {
+  System system;
+  std::string address;
+  reader.required_text("address", address, 15);
+  const auto parsed = parse_address(address);
+  if (parsed && *parsed >> 24 == 127)
+    system.address = *parsed;
+  else if (reader.has_text("address"))
+    reader.refuse("address", "expected an address in 127.0.0.0/8, found " + quoted(address));
+  system.name = address;
+  reader.text("name", system.name, kNameLength);
+
+  ServerSettings defaults;
+  parse_network(reader, defaults.network);
+  if (const toml::table* table = reader.table("broker")) {
+    TableReader broker(*table, "system.broker", reader.errors());
+    system.broker = parse_broker(broker);
+    broker.finish();
+  }
+  system.mapper = parse_mapper(reader.table("mapper"), defaults, reader.errors());
+  for (const toml::table* one : reader.tables("repository", kMostServers))
+    system.repositories.push_back(parse_repository(*one, defaults, sources, reader.errors()));
+  if (const toml::table* table = reader.table("alarm"))
+    system.alarm = parse_alarm(*table, defaults, reader.errors());
+  compare_ports(reader, system);
+  return system;
+}
+
+std::optional<std::uint32_t> parse_address(std::string_view text) {
+  std::uint32_t address = 0;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0) {
+      if (text.empty() || text.front() != '.')
+        return std::nullopt;
+      text.remove_prefix(1);
+    }
+    std::uint8_t byte = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), byte);
+    if (error != std::errc{})
+      return std::nullopt;
+    address = address << 8 | byte;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  }
+  return text.empty() ? std::optional(address) : std::nullopt;
+}
+
+}  // namespace agent

@@ -1,0 +1,5 @@
+// toml++ as the system's package builds it: the compiled library, errors as exceptions.
+
+#pragma once
+
+#include <toml++/toml.h>
