@@ -65,6 +65,7 @@ void FragmentSender::restart() {
   next_offset_ = 0;
   next_number_ = recovery_ = 0;
   unasked_ = 0;
+  probe_ = false;
   clock_.stop();
   single_ = body_.size() <= fragment_body_size();
   single_pending_ = single_;
@@ -129,8 +130,9 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
   if (!clock_.next())
     clock_.start(now);
   if (pending_ > 0) {
-    if (congested())
+    if (congested() && !probe_)
       return std::nullopt;
+    probe_ = false;
     const auto fragment = std::find_if(in_flight_.begin(), in_flight_.end(),
                                        [](const InFlight& each) { return each.pending; });
     fragment->pending = false;
@@ -251,8 +253,10 @@ void FragmentSender::resend_oldest() {
     restart();
   else if (single_)
     single_pending_ = true;
-  else if (!in_flight_.empty())
+  else if (!in_flight_.empty()) {
     mark_lost(in_flight_.front());
+    probe_ = true;
+  }
 }
 
 std::optional<Time> FragmentSender::wakeup() const {
@@ -275,6 +279,13 @@ void FragmentJoiner::start(const Limits& limits) {
 }
 
 FragmentJoiner::Result FragmentJoiner::accept(const Packet& packet, Time now) {
+  const Result result = take(packet, now);
+  if (result == Result::duplicate)
+    ++duplicates_;
+  return result;
+}
+
+FragmentJoiner::Result FragmentJoiner::take(const Packet& packet, Time now) {
   fack_due_ = false;
   if (failed_)
     return Result::too_long;
@@ -312,7 +323,7 @@ FragmentJoiner::Result FragmentJoiner::take_whole(std::span<const std::byte> bod
 FragmentJoiner::Result FragmentJoiner::accept_fragment(const Packet& packet) {
   const std::int32_t distance = ahead(packet.header.fragment, static_cast<std::uint16_t>(next_));
   if (distance < 0)
-    return started_ ? Result::duplicate : Result::dropped;
+    return next_ >= static_cast<std::uint32_t>(-distance) ? Result::duplicate : Result::dropped;
   const std::uint32_t number = next_ + static_cast<std::uint32_t>(distance);
   if (distance > 0)
     fack_due_ = true;

@@ -138,6 +138,7 @@ class FragmentSender {
   std::size_t congestion_ = 0;       // fragments
   std::size_t unasked_ = 0;          // fragments since one that asked for a fack
   std::uint16_t recovery_ = 0;       // losses below this number belong to a window already halved
+  bool probe_ = false;               // the oldest goes again though the window is full
   RepeatClock clock_;
 };
 
@@ -185,10 +186,13 @@ class FragmentJoiner {
   // True when a fack is to be sent now.
   bool on_time(Time now);
 
+  // What was joined so far, in unbroken order.
+  std::span<const std::byte> body() const { return body_; }
   // The joined body; the joiner is then as after start. Only when complete.
   std::vector<std::byte> take_body();
 
  private:
+  Result take(const Packet& packet, Time now);
   Result accept_fragment(const Packet& packet);
   Result take_whole(std::span<const std::byte> body);
   void append_held();

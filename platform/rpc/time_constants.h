@@ -33,11 +33,18 @@ inline constexpr Duration kOldWorkingPing = std::chrono::seconds(30);
 // An unanswered one of them again after 2, 4 and then 8 seconds.
 inline constexpr Duration kFirstWorkingRepeat = std::chrono::seconds(2);
 
+// --- Call-backs answered in any second; a server asks once per activity, so that this serves many
+// lost answers and still makes a flood cheap.
+inline constexpr unsigned kCallBacksPerSecond = 32;
+
 // --- Giving up. How long a call waits without any sign of life, by the binding's level. Nothing:
 // no limit.
 inline constexpr unsigned kTimeoutLevels = 11;
 inline constexpr std::array<int, kTimeoutLevels - 1> kLevelSeconds = {1,  2,  4,   8,   15,
                                                                       30, 60, 120, 240, 480};
+
+// The last repeat before giving up leaves this much for its answer, or a quarter of the silence.
+inline constexpr Duration kTimeForAnswer = std::chrono::seconds(1);
 
 // A level beyond the table counts as its last one, no limit.
 constexpr std::optional<Duration> silence_of_level(unsigned level) {

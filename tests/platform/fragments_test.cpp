@@ -1,0 +1,419 @@
+#include "platform/rpc/fragments.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+
+#include "tests/platform/rpc_bytes.h"
+
+namespace rpc {
+namespace {
+
+using namespace std::chrono_literals;
+using Result = FragmentJoiner::Result;
+using test::Bytes;
+using test::pattern;
+
+const Time kStart{1h};
+
+Packet packet_of(const FragmentSender::Outgoing& out) {
+  Packet packet;
+  packet.header.fragment = out.fragment;
+  packet.header.serial = out.serial;
+  packet.header.flags1 = out.flags;
+  packet.body = out.body;
+  return packet;
+}
+
+Packet fragment(std::uint16_t number, std::span<const std::byte> body, std::uint8_t flags = 0) {
+  Packet packet;
+  packet.header.fragment = number;
+  packet.header.serial = number;
+  packet.header.flags1 = static_cast<std::uint8_t>(kFlagFragment | flags);
+  packet.body = body;
+  return packet;
+}
+
+// Both directions of a link with a clock that the test advances: packets are lost, doubled and
+// overtake each other as the seed says.
+class Link {
+ public:
+  struct Faults {
+    int loss = 0;         // percent
+    int duplication = 0;  // percent
+    Duration spread{};    // largest extra delay; makes packets overtake each other
+  };
+
+  Link(const Bytes& body, const Faults& faults, unsigned seed, std::uint16_t window = 64)
+      : body_(body), faults_(faults), random_(seed) {
+    FragmentJoiner::Limits limits;
+    limits.body = body.size();
+    limits.window_kilobytes = window;
+    joiner_.start(limits);
+    sender_.start(body_, LastFragment::acknowledged);
+  }
+
+  // Runs until the sender knows that everything arrived. False when it takes more than `limit`.
+  bool run(Duration limit) {
+    while (!sender_.complete() && now_ - kStart < limit) {
+      sender_.on_time(now_);
+      while (const auto out = sender_.next(now_, serial_))
+        post(packet_of(*out), std::nullopt);
+      most_in_flight_ = std::max(most_in_flight_, sender_.unacknowledged());
+      if (joiner_.on_time(now_))
+        send_fack();
+      now_ = next_event();
+      while (!queue_.empty() && queue_.begin()->first <= now_) {
+        const Event event = queue_.begin()->second;
+        queue_.erase(queue_.begin());
+        deliver(event);
+      }
+    }
+    return sender_.complete();
+  }
+
+  const FragmentJoiner& joiner() const { return joiner_; }
+  const Bytes& joined() const { return joined_; }
+  std::size_t sent() const { return serial_; }
+  std::size_t most_in_flight() const { return most_in_flight_; }
+  Duration elapsed() const { return now_ - kStart; }
+
+ private:
+  struct Event {
+    Packet packet;
+    std::optional<Fack> fack;
+  };
+
+  void post(const Packet& packet, const std::optional<Fack>& fack) {
+    const auto percent = [this] { return static_cast<int>(random_() % 100); };
+    const int copies =
+        (percent() < faults_.loss ? 0 : 1) + (percent() < faults_.duplication ? 1 : 0);
+    for (int i = 0; i < copies; ++i) {
+      Duration delay = 5ms;
+      if (faults_.spread > Duration::zero())
+        delay += Duration(static_cast<Duration::rep>(random_()) % faults_.spread.count());
+      queue_.emplace(now_ + delay, Event{packet, fack});
+    }
+  }
+
+  void send_fack() {
+    Packet packet;
+    packet.header.fragment = joiner_.fack_fragment();
+    post(packet, joiner_.fack());
+  }
+
+  void deliver(const Event& event) {
+    if (event.fack) {
+      sender_.acknowledge(event.packet.header.fragment, event.fack, now_);
+      return;
+    }
+    const Result result = joiner_.accept(event.packet, now_);
+    if (result == Result::complete)
+      joined_ = Bytes(joiner_.body().begin(), joiner_.body().end());
+    if (joiner_.fack_due())
+      send_fack();
+  }
+
+  Time next_event() const {
+    Time next = now_ + 1h;
+    if (!queue_.empty())
+      next = std::min(next, queue_.begin()->first);
+    for (const auto& wakeup : {sender_.wakeup(), joiner_.wakeup()})
+      if (wakeup)
+        next = std::min(next, *wakeup);
+    return std::max(next, now_);
+  }
+
+  const Bytes& body_;
+  Faults faults_;
+  std::mt19937 random_;
+  FragmentSender sender_;
+  FragmentJoiner joiner_;
+  std::multimap<Time, Event> queue_;
+  Time now_ = kStart;
+  std::uint16_t serial_ = 0;
+  std::size_t most_in_flight_ = 0;
+  Bytes joined_;
+};
+
+TEST(Fragments, CleanLinkSendsNothingTwiceAndNeverExceedsTheWindow) {
+  for (const std::size_t size : {1385, 1392, 20'000, 1 << 20}) {
+    const Bytes body = pattern(size);
+    Link link(body, {}, 1, 16);
+    ASSERT_TRUE(link.run(60s)) << size;
+    EXPECT_EQ(link.joined(), body) << size;
+    EXPECT_EQ(link.sent(), (size + 1383) / 1384) << size;
+    EXPECT_EQ(link.joiner().duplicates(), 0U);
+    EXPECT_LE(link.most_in_flight() * kLeastMaxFragment, 16U * 1024) << size;
+  }
+}
+
+TEST(Fragments, BodySurvivesLossDuplicationAndReordering) {
+  const struct {
+    std::size_t size;
+    Link::Faults faults;
+    Duration limit;
+  } cases[] = {
+      {30'000, {20, 0, 0ms}, 120s},   {30'000, {0, 30, 0ms}, 20s},     {30'000, {0, 0, 40ms}, 20s},
+      {30'000, {40, 10, 40ms}, 600s}, {300'000, {10, 10, 20ms}, 900s},
+  };
+  for (const auto& each : cases) {
+    const Bytes body = pattern(each.size);
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+      Link link(body, each.faults, seed);
+      ASSERT_TRUE(link.run(each.limit)) << each.size << " seed " << seed;
+      ASSERT_EQ(link.joined(), body) << each.size << " seed " << seed;
+    }
+  }
+}
+
+TEST(Fragments, LongBodyOverALossyLinkStaysFast) {
+  const Bytes body = pattern(1 << 20);
+  Link link(body, {2, 0, 0ms}, 7);
+  ASSERT_TRUE(link.run(60s));
+  EXPECT_EQ(link.joined(), body);
+  EXPECT_LT(link.sent(), 900U);  // 758 are needed
+}
+
+// --- The sender alone
+
+class Sender : public testing::Test {
+ protected:
+  std::vector<FragmentSender::Outgoing> drain() {
+    std::vector<FragmentSender::Outgoing> out;
+    while (const auto next = sender_.next(now_, serial_))
+      out.push_back(*next);
+    return out;
+  }
+
+  std::vector<std::uint16_t> numbers() {
+    std::vector<std::uint16_t> result;
+    for (const auto& each : drain())
+      result.push_back(each.fragment);
+    return result;
+  }
+
+  Fack fack(std::uint16_t serial, std::uint32_t mask = 0, std::uint16_t window = 64) {
+    Fack fack;
+    fack.window_kilobytes = window;
+    fack.max_fragment = 1464;
+    fack.serial = serial;
+    if (mask != 0)
+      fack.selective = {mask};
+    return fack;
+  }
+
+  using Numbers = std::vector<std::uint16_t>;
+  FragmentSender sender_;
+  Time now_ = kStart;
+  std::uint16_t serial_ = 0;
+};
+
+TEST_F(Sender, BodyOfOnePacketHasNoFragmentFlags) {
+  const Bytes body = pattern(1384);
+  sender_.start(body, LastFragment::answered);
+  const auto out = drain();
+  ASSERT_EQ(out.size(), 1U);
+  EXPECT_EQ(out[0].flags, 0);
+  EXPECT_EQ(out[0].body.size(), 1384U);
+  EXPECT_FALSE(sender_.wakeup());
+  sender_.resend_oldest();
+  EXPECT_EQ(drain().size(), 1U);
+  EXPECT_EQ(serial_, 2);
+}
+
+TEST_F(Sender, StartsWithAFewFragmentsInMultiplesOfEightBytes) {
+  const Bytes body = pattern(1384 * 5 + 3);
+  sender_.start(body, LastFragment::answered);
+  const auto first = drain();
+  ASSERT_EQ(first.size(), 4U);
+  EXPECT_EQ(first[0].flags, kFlagFragment);  // asks: the server may wait for its fack
+  EXPECT_EQ(first[0].body.size(), 1384U);
+  EXPECT_EQ(first[3].flags, kFlagFragment);  // asks: the window is full
+  EXPECT_TRUE(sender_.acknowledge(3, fack(3), now_));
+  const auto rest = drain();
+  ASSERT_EQ(rest.size(), 2U);
+  EXPECT_EQ(rest[1].body.size(), 3U);
+  EXPECT_EQ(rest[1].flags, kFlagFragment | kFlagLastFragment | kFlagNoFack);
+}
+
+TEST_F(Sender, SendsAgainOnlyWhatTheMaskShowsMissing) {
+  const Bytes body = pattern(1384 * 20);
+  sender_.start(body, LastFragment::acknowledged);
+  ASSERT_EQ(numbers(), (Numbers{0, 1, 2, 3}));
+  // 0 and 2 arrived: bit 1 of a mask that begins at fragment 1.
+  sender_.acknowledge(0, fack(2, 0b10), now_);
+  const Numbers again = numbers();
+  ASSERT_FALSE(again.empty());
+  EXPECT_EQ(again[0], 1);
+  EXPECT_EQ(std::count(again.begin(), again.end(), 2), 0);
+  EXPECT_EQ(std::count(again.begin(), again.end(), 3), 0);
+}
+
+TEST_F(Sender, RepeatsUnansweredFragmentAfterBackOff) {
+  const Bytes body = pattern(1384 * 8);
+  sender_.start(body, LastFragment::acknowledged);
+  drain();
+  Duration expected = 250ms;
+  for (int i = 0; i < 8; ++i) {
+    ASSERT_EQ(sender_.wakeup(), now_ + expected);
+    now_ += expected - 1ms;
+    EXPECT_FALSE(sender_.on_time(now_));
+    now_ += 1ms;
+    EXPECT_TRUE(sender_.on_time(now_));
+    EXPECT_EQ(numbers(), Numbers{0}) << i;
+    expected = std::min<Duration>(expected * 2, 8s);
+  }
+}
+
+TEST_F(Sender, BelievesNoFackOfUnsentFragments) {
+  const Bytes body = pattern(1384 * 8);
+  sender_.start(body, LastFragment::acknowledged);
+  drain();
+  EXPECT_FALSE(sender_.acknowledge(4, fack(3), now_));
+  EXPECT_FALSE(sender_.acknowledge(0x8000, fack(3), now_));
+  EXPECT_EQ(sender_.unacknowledged(), 4U);
+}
+
+TEST_F(Sender, NocallWithoutBodySendsTheWholeRequestAgain) {
+  const Bytes body = pattern(1384 * 3);
+  sender_.start(body, LastFragment::answered);
+  EXPECT_EQ(numbers(), (Numbers{0, 1, 2}));
+  sender_.acknowledge_all();
+  EXPECT_TRUE(sender_.complete());
+  sender_.resend_unacknowledged();
+  EXPECT_EQ(numbers(), (Numbers{0, 1, 2}));
+}
+
+TEST_F(Sender, LargerFragmentsOnlyAfterTheyWereAnnouncedAndThePathTakesThem) {
+  const Bytes body = pattern(1384 * 10);
+  sender_.start(body, LastFragment::answered, 3000);
+  EXPECT_EQ(drain()[3].body.size(), 1384U);
+  Fack larger = fack(3);
+  larger.max_fragment = 8000;
+  sender_.acknowledge(3, larger, now_);
+  EXPECT_EQ(drain()[0].body.size(), 2920U);
+}
+
+TEST_F(Sender, ClosedWindowLetsOneFragmentThrough) {
+  const Bytes body = pattern(1384 * 10);
+  sender_.start(body, LastFragment::answered);
+  drain();
+  sender_.acknowledge(3, fack(3, 0, 0), now_);
+  EXPECT_EQ(numbers(), Numbers{4});
+}
+
+// --- The joiner alone
+
+class Joiner : public testing::Test {
+ protected:
+  Joiner() {
+    FragmentJoiner::Limits limits;
+    limits.body = 100;
+    limits.window_kilobytes = 1;
+    joiner_.start(limits);
+  }
+  Result accept(const Packet& packet) { return joiner_.accept(packet, kStart); }
+
+  FragmentJoiner joiner_;
+  Bytes eight_ = pattern(8);
+};
+
+TEST_F(Joiner, TakesAPacketWithoutFragmentFlagsAsTheWholeBody) {
+  Packet packet;
+  packet.body = eight_;
+  packet.header.flags1 = kFlagLastFragment;
+  EXPECT_EQ(accept(packet), Result::complete);
+  EXPECT_FALSE(joiner_.fack_due());
+  EXPECT_EQ(joiner_.take_body(), eight_);
+}
+
+TEST_F(Joiner, FackTellsWhatIsHereInTheExamplesForm) {
+  EXPECT_EQ(accept(fragment(2, eight_, kFlagNoFack)), Result::accepted);
+  EXPECT_TRUE(joiner_.fack_due());  // out of order
+  EXPECT_EQ(joiner_.fack_fragment(), 0xFFFF);
+  EXPECT_EQ(joiner_.fack().selective, std::vector<std::uint32_t>{0b100});
+  EXPECT_EQ(joiner_.fack().serial, 2);
+  accept(fragment(0, eight_, kFlagNoFack));
+  EXPECT_FALSE(joiner_.fack_due());
+  accept(fragment(3, eight_));
+  EXPECT_EQ(joiner_.fack_fragment(), 0);
+  EXPECT_EQ(joiner_.fack().selective, std::vector<std::uint32_t>{0b110});
+  accept(fragment(1, eight_));
+  EXPECT_EQ(joiner_.fack_fragment(), 3);
+  EXPECT_TRUE(joiner_.fack().selective.empty());
+}
+
+TEST_F(Joiner, LastFlagOnARepeatedLowerFragmentIsIgnored) {
+  accept(fragment(0, eight_));
+  accept(fragment(2, eight_));
+  EXPECT_EQ(accept(fragment(1, eight_, kFlagLastFragment)), Result::accepted);
+  EXPECT_FALSE(joiner_.complete());
+  EXPECT_EQ(accept(fragment(3, eight_, kFlagLastFragment)), Result::complete);
+  EXPECT_EQ(joiner_.take_body().size(), 32U);
+}
+
+TEST_F(Joiner, FragmentBeyondTheLastOneIsDropped) {
+  accept(fragment(2, eight_, kFlagLastFragment));
+  EXPECT_EQ(accept(fragment(3, eight_)), Result::dropped);
+  EXPECT_EQ(accept(fragment(3, eight_, kFlagLastFragment)), Result::dropped);
+  accept(fragment(0, eight_));
+  EXPECT_EQ(accept(fragment(1, eight_)), Result::complete);
+}
+
+TEST_F(Joiner, DuplicatesAreCountedAndFackedAgain) {
+  accept(fragment(0, eight_));
+  EXPECT_EQ(accept(fragment(0, eight_)), Result::duplicate);
+  EXPECT_TRUE(joiner_.fack_due());
+  EXPECT_EQ(accept(fragment(0, eight_, kFlagNoFack)), Result::duplicate);
+  EXPECT_FALSE(joiner_.fack_due());
+  accept(fragment(1, eight_, kFlagLastFragment));
+  EXPECT_EQ(accept(fragment(1, eight_, kFlagLastFragment)), Result::duplicate);
+  EXPECT_TRUE(joiner_.fack_due());
+  EXPECT_EQ(joiner_.duplicates(), 3U);
+}
+
+TEST_F(Joiner, BodyBeyondItsLimitIsRefusedWhileItArrives) {
+  for (std::uint16_t number = 0; number < 12; ++number)
+    EXPECT_EQ(accept(fragment(number, eight_)), Result::accepted);
+  EXPECT_EQ(accept(fragment(12, eight_)), Result::too_long);
+  EXPECT_EQ(accept(fragment(12, pattern(1))), Result::too_long);
+  EXPECT_FALSE(joiner_.fack_due());
+}
+
+TEST_F(Joiner, HeldFragmentsCountAgainstTheLimitToo) {
+  EXPECT_EQ(accept(fragment(1, pattern(96))), Result::accepted);
+  EXPECT_EQ(accept(fragment(0, eight_)), Result::too_long);
+}
+
+TEST_F(Joiner, FragmentsAheadOfTheWindowAreDropped) {
+  FragmentJoiner::Limits limits;
+  limits.body = 1 << 30;
+  limits.window_kilobytes = 1;
+  joiner_.start(limits);
+  const Bytes half = pattern(512);
+  EXPECT_EQ(accept(fragment(1, half)), Result::accepted);
+  EXPECT_EQ(accept(fragment(2, half)), Result::accepted);
+  EXPECT_EQ(accept(fragment(3, eight_)), Result::dropped);
+  EXPECT_EQ(accept(fragment(0x7FFF, eight_)), Result::dropped);
+  EXPECT_EQ(accept(fragment(0xFFFF, eight_)), Result::dropped);
+  EXPECT_EQ(accept(fragment(0, {})), Result::dropped);
+  EXPECT_EQ(accept(fragment(0, half)), Result::accepted);
+  EXPECT_EQ(joiner_.fack_fragment(), 2);
+}
+
+TEST_F(Joiner, RepeatsItsFackWhileSomethingIsMissing) {
+  accept(fragment(1, eight_));
+  EXPECT_EQ(joiner_.wakeup(), kStart + 250ms);
+  EXPECT_FALSE(joiner_.on_time(kStart + 249ms));
+  EXPECT_TRUE(joiner_.on_time(kStart + 250ms));
+  EXPECT_EQ(joiner_.wakeup(), kStart + 750ms);
+  accept(fragment(0, eight_));
+  EXPECT_EQ(joiner_.wakeup(), kStart + 250ms);
+  accept(fragment(2, eight_, kFlagLastFragment));
+  EXPECT_FALSE(joiner_.wakeup());
+}
+
+}  // namespace
+}  // namespace rpc

@@ -1,0 +1,39 @@
+// Bytes for tests of the packet layer: written as hexadecimal text, as in docs/formats.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rpc::test {
+
+using Bytes = std::vector<std::byte>;
+
+// "04 02 ff" to bytes; blanks and line ends are skipped.
+inline Bytes hex(std::string_view text) {
+  std::string digits;
+  for (const char c : text)
+    if (c != ' ' && c != '\n')
+      digits += c;
+  Bytes bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+    bytes.push_back(static_cast<std::byte>(std::strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
+  return bytes;
+}
+
+// Bytes that differ from place to place, so that a body joined wrongly shows.
+inline Bytes pattern(std::size_t size, std::uint32_t seed = 1) {
+  Bytes bytes(size);
+  std::uint32_t state = seed * 2654435761U + 1;
+  for (std::byte& each : bytes) {
+    state = state * 1664525U + 1013904223U;
+    each = static_cast<std::byte>(state >> 24);
+  }
+  return bytes;
+}
+
+}  // namespace rpc::test
