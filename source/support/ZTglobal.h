@@ -1,0 +1,24 @@
+// The process-wide start-up, and the settings of remote calls that it gives their first values.
+
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+#include "platform/rpc/uuid.h"
+
+inline constexpr std::uint32_t kDefaultComTimeout = 3;
+inline constexpr std::uint32_t kNoComTimeout = 10;  // this level waits without limit
+
+extern uuid_t uuid_nil;
+// The time-out level of every binding, 0 (the shortest wait) to 10 (none).
+extern std::uint32_t zt_com_timeout;
+
+// Starts the socket library, then DCEinit.
+void zt_globalInit();
+// Fills uuid_nil and gives the time-out level its default.
+void DCEinit();
+
+// The longest wait of a level without a sign of life; nothing for a level without limit.
+std::optional<std::chrono::seconds> zt_timeout_limit(std::uint32_t level);

@@ -1,0 +1,11 @@
+// Texts that came from the network or a file, made safe for a terminal.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The text with '?' for every control character: bytes below 0x20, 0x7f, and the second set of
+// controls (0x80 to 0x9f) whether it stands as UTF-8 or as single bytes. Everything else, UTF-8 and
+// bytes of other character sets alike, is kept.
+std::string printable(std::string_view text);
