@@ -124,7 +124,3 @@ RPC_STATUS UuidFromStringA(const char* text, uuid_t* uuid);
 inline constexpr int DCE_C_ERROR_STRING_LEN = 160;
 // One short sentence without line end. A number without a text gives 87 and an empty text.
 RPC_STATUS DceErrorInqTextA(RPC_STATUS number, char* text);
-
-// Memory hooks of the stubs: the C library's malloc and free.
-void* MIDL_user_allocate(std::size_t size);
-void MIDL_user_free(void* block);

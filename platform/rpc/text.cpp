@@ -23,11 +23,3 @@ RPC_STATUS RpcStringFreeA(char** text) {
   *text = nullptr;
   return RPC_S_OK;
 }
-
-void* MIDL_user_allocate(std::size_t size) {
-  return std::malloc(size);
-}
-
-void MIDL_user_free(void* block) {
-  std::free(block);
-}
