@@ -1,13 +1,12 @@
 #include "platform/rpc/uuid.h"
 
-#include <sys/random.h>
-
 #include <array>
-#include <cerrno>
 #include <cstdio>
 
+#include "platform/rpc/random_source.h"
 #include "platform/rpc/rpc.h"
 #include "platform/rpc/text.h"
+#include "platform/rpc/wire_bytes.h"
 
 namespace rpc {
 namespace {
@@ -29,42 +28,7 @@ constexpr unsigned digit_value(char c) {
   return 16;
 }
 
-// The text's digits are the bytes of the UUID in network order.
-uuid_t from_network_bytes(const std::array<std::uint8_t, 16>& bytes) {
-  uuid_t uuid{};
-  uuid.time_low = static_cast<std::uint32_t>(bytes[0]) << 24 |
-                  static_cast<std::uint32_t>(bytes[1]) << 16 |
-                  static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
-  uuid.time_mid = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
-  uuid.time_hi_and_version = static_cast<std::uint16_t>(bytes[6] << 8 | bytes[7]);
-  uuid.clock_seq_hi_and_reserved = bytes[8];
-  uuid.clock_seq_low = bytes[9];
-  for (std::size_t i = 0; i < sizeof uuid.node; ++i)
-    uuid.node[i] = bytes[10 + i];
-  return uuid;
-}
-
-bool fill_random(std::array<std::uint8_t, 16>& bytes) {
-  // Up to 256 bytes come whole or not at all; only the wait for the seed at boot is interruptible.
-  for (;;) {
-    const ssize_t got = getrandom(bytes.data(), bytes.size(), 0);
-    if (got == static_cast<ssize_t>(bytes.size()))
-      return true;
-    if (got < 0 && errno != EINTR)
-      return false;
-  }
-}
-
 }  // namespace
-
-std::optional<uuid_t> random_uuid() {
-  std::array<std::uint8_t, 16> bytes{};
-  if (!fill_random(bytes))
-    return std::nullopt;
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  return from_network_bytes(bytes);
-}
 
 std::string uuid_to_text(const uuid_t& uuid) {
   std::array<char, kTextLength + 1> text{};
@@ -78,7 +42,8 @@ std::string uuid_to_text(const uuid_t& uuid) {
 std::optional<uuid_t> uuid_from_text(std::string_view text) {
   if (text.size() != kTextLength)
     return std::nullopt;
-  std::array<std::uint8_t, 16> bytes{};
+  // The digits are the bytes in network order.
+  std::array<std::byte, 16> bytes{};
   std::size_t digits = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (is_dash_position(i)) {
@@ -89,11 +54,11 @@ std::optional<uuid_t> uuid_from_text(std::string_view text) {
     const unsigned value = digit_value(text[i]);
     if (value > 15)
       return std::nullopt;
-    std::uint8_t& byte = bytes[digits / 2];
-    byte = static_cast<std::uint8_t>(byte << 4 | value);
+    std::byte& byte = bytes[digits / 2];
+    byte = byte << 4 | static_cast<std::byte>(value);
     ++digits;
   }
-  return from_network_bytes(bytes);
+  return load_uuid(bytes.data(), false);
 }
 
 }  // namespace rpc
@@ -101,10 +66,7 @@ std::optional<uuid_t> uuid_from_text(std::string_view text) {
 RPC_STATUS UuidCreate(uuid_t* uuid) {
   if (uuid == nullptr)
     return RPC_S_INVALID_ARG;
-  const std::optional<uuid_t> created = rpc::random_uuid();
-  if (!created)
-    return RPC_S_CANNOT_SUPPORT;
-  *uuid = *created;
+  *uuid = rpc::SystemRandom().uuid();
   return RPC_S_OK;
 }
 

@@ -29,10 +29,6 @@ using UUID = uuid_t;
 
 namespace rpc {
 
-// A new random UUID (version 4, RFC 4122 4.4) from the system's generator; nothing when the
-// generator fails.
-std::optional<uuid_t> random_uuid();
-
 // 8-4-4-4-12 hexadecimal digits, written in lower case.
 std::string uuid_to_text(const uuid_t& uuid);
 // Reads both cases; nothing for any other form, surrounding blanks included.
