@@ -1,7 +1,9 @@
 #include "platform/sys/catalog.h"
 
+#include <fcntl.h>
 #include <nl_types.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <map>
 #include <string>
@@ -16,15 +18,28 @@ std::map<int, nl_catd>& open_catalogs() {
   return the_catalogs;
 }
 
+// The C library checks where a catalog's texts begin, not that the last one ends; and it would wait
+// at a pipe that stands in the file's place.
+bool is_whole_file(const char* path) {
+  const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0)
+    return false;
+  struct ::stat status {};
+  char last = 'x';
+  const bool whole = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+                     status.st_size > 0 && ::pread(descriptor, &last, 1, status.st_size - 1) == 1 &&
+                     last == '\0';
+  ::close(descriptor);
+  return whole;
+}
+
 }  // namespace
 
 int catopen(const char* path, int flag) {
   std::string native = sys::native_path(path);
   if (native.find('/') == std::string::npos)
     native.insert(0, "./");
-  // The C library would wait at a pipe that stands in the file's place.
-  struct ::stat status {};
-  if (::stat(native.c_str(), &status) < 0 || !S_ISREG(status.st_mode))
+  if (!is_whole_file(native.c_str()))
     return -1;
   const nl_catd opened = ::catopen(native.c_str(), flag);
   if (opened == reinterpret_cast<nl_catd>(-1))

@@ -17,7 +17,7 @@ union ptc_KeyConversion_struct {
 };
 static_assert(sizeof(ptc_KeyConversion_struct) == 4);
 
-enum logical_flag { myFalse = 0, myTrue = 1 };
+enum logical_flag : int { myFalse = 0, myTrue = 1 };
 
 // Room for either text of a key, terminator included, and for a host name.
 inline constexpr int kKeyTextSize = 20;
