@@ -207,17 +207,15 @@ void zt_SystemDBMgt_class::RaiseChangeCounter() {
 }
 
 void zt_SystemDBMgt_class::Lock() {
-  if (const int status = fIndexDataObj->Lock(); status == 0)
+  fError = fIndexDataObj->Lock();
+  if (fError == 0)
     fLockHeld = 1;
-  else
-    fError = status;
 }
 
 void zt_SystemDBMgt_class::Unlock() {
-  if (const int status = fIndexDataObj->Unlock(); status == 0)
+  fError = fIndexDataObj->Unlock();
+  if (fError == 0)
     fLockHeld = 0;
-  else
-    fError = status;
 }
 
 unsigned char zt_SystemDBMgt_class::DBChanged(zt_ModLevel_enum mod_level) {

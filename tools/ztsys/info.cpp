@@ -1,0 +1,19 @@
+// ztsys info: the database as a whole.
+
+#include <cstdio>
+
+#include "tools/ztsys/database.h"
+
+namespace ztsys {
+
+Status RunInfo(const Arguments& arguments) {
+  const auto db = OpenDatabase(arguments, Missing::kRefuse);
+  if (db == nullptr)
+    return kFailed;
+  db->PrintGeneralInfo();
+  std::printf("  File              : %s\n", db->ReturnFileName());
+  std::printf("  Systems           : %d\n", db->GetSystemRecCount());
+  return kDone;
+}
+
+}  // namespace ztsys

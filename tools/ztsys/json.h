@@ -1,0 +1,26 @@
+// One flat JSON object (RFC 8259) on one line.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ztsys {
+
+class JsonObject {
+ public:
+  // Bytes that are not UTF-8 become U+FFFD, a character for each.
+  void Text(std::string_view name, std::string_view value);
+  void Number(std::string_view name, std::int64_t value);
+  void Truth(std::string_view name, bool value);
+
+  std::string Take();  // the finished object
+
+ private:
+  void Name(std::string_view name);
+
+  std::string text_ = "{";
+};
+
+}  // namespace ztsys
