@@ -234,7 +234,7 @@ ServerCore::Activity* ServerCore::find_activity(const uuid_t& id) const {
 ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, TimePoint now) {
   if (Activity* const found = find_activity(id))
     return found;
-  if (activities_.size() >= options_.max_activities && !make_room(0))
+  if (!make_room(1, 0, nullptr))
     return nullptr;
   auto made = std::make_unique<Activity>();
   Activity* const activity = made.get();
@@ -248,20 +248,19 @@ ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, TimePo
   return activity;
 }
 
-// Forgets activities until one more of them and `bytes` more of bodies fit. Those that nobody
-// vouched for go first, so that a flood of invented ones cannot push out real clients; one that
-// runs a call or waits for its answer to be acknowledged never goes.
-bool ServerCore::make_room(std::size_t bytes) {
-  if (bytes > options_.max_bytes)
+// Forgets activities until `activities` more of them and `bytes` more of bodies fit. Those that
+// nobody vouched for go first, so that a flood of invented ones cannot push out real clients; one
+// that runs a call or waits for its answer to be acknowledged never goes, and `keep` neither.
+bool ServerCore::make_room(std::size_t activities, std::size_t bytes, const Activity* keep) {
+  if (bytes > options_.max_bytes || activities > options_.max_activities)
     return false;
-  while (activities_.size() >= options_.max_activities ||
+  while (activities_.size() > options_.max_activities - activities ||
          statistics_.bytes_held > options_.max_bytes - bytes) {
     Activity* victim = nullptr;
     for (const auto& [id, activity] : activities_) {
       const bool unproven = !activity->known && activity->state == CallState::receiving;
-      if (!activity->idle() && !unproven)
-        continue;
-      if (bytes > 0 && activity->bytes == 0)
+      if (activity.get() == keep || (!activity->idle() && !unproven) ||
+          (activities == 0 && activity->bytes == 0))
         continue;
       if (victim == nullptr || std::pair(activity->known, activity->last_heard) <
                                    std::pair(victim->known, victim->last_heard))

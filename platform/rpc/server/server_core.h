@@ -149,7 +149,7 @@ class ServerCore {
   Interface* find_interface(const PacketHeader& request) const;
   Activity* find_activity(const uuid_t& id) const;
   Activity* find_or_make_activity(const uuid_t& id, TimePoint now);
-  bool make_room(std::size_t bytes);
+  bool make_room(std::size_t activities, std::size_t bytes, const Activity* keep);
   void forget(Activity& activity);
   void reschedule(Activity& activity);
 

@@ -64,7 +64,7 @@ void ServerCore::release_call(Activity& activity) {
 
 void ServerCore::take_request_packet(const Packet& packet, Activity& activity, TimePoint now) {
   const std::size_t size = packet.body.size();
-  if (statistics_.bytes_held + size > options_.max_bytes && !make_room(size)) {
+  if (!make_room(0, size, &activity)) {
     ++statistics_.packets_dropped;
     return;
   }
@@ -147,6 +147,8 @@ void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
     activity.state = CallState::finished;
     return;
   }
+  if (!make_room(0, outcome.reply.size(), &activity))
+    outcome = Outcome::fault(kNcaRemoteNoMemory);
   const bool reply = outcome.kind == Outcome::Kind::reply;
   activity.answer_type =
       reply ? PacketType::response
@@ -164,7 +166,7 @@ void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
     activity.state = CallState::unremembered;
     return;
   }
-  activity.bytes = activity.answer.size();
+  activity.bytes = reply ? activity.answer.size() : 0;
   statistics_.bytes_held += activity.bytes;
   activity.keep_until = now + kAnswerKept;
   // A fault or reject that is lost comes again when the client asks; it is not acknowledged.
