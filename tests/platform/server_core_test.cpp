@@ -311,6 +311,8 @@ TEST(ServerCoreTest, SaysNothingOfAnAbandonedCall) {
   EXPECT_EQ(names(server.in(Server::packet(PacketType::ping, 0))), "");
   server.core.complete(calls[0].number, {}, server.now);
   EXPECT_EQ(names(server.out()), "");
+  server.after(seconds(601));
+  EXPECT_EQ(server.core.statistics().activities, 0u);
   server.in(Server::request(1, kChangeOperation));
   EXPECT_EQ(names(server.run()), "response");
 }

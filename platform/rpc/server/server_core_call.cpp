@@ -138,8 +138,10 @@ void ServerCore::complete(CallNumber number, Outcome outcome, TimePoint now) {
 
 void ServerCore::abandon(CallNumber number) {
   const auto found = running_.find(number);
-  if (found != running_.end())
-    found->second->state = CallState::abandoned;
+  if (found == running_.end())
+    return;
+  found->second->state = CallState::abandoned;
+  reschedule(*found->second);
 }
 
 void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
