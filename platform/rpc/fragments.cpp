@@ -157,6 +157,7 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
 void FragmentSender::mark_lost(InFlight& fragment) {
   if (fragment.held || fragment.pending)
     return;
+  repeated_ = true;
   fragment.pending = true;
   ++pending_;
   if (ahead(fragment.number, recovery_) >= 0) {
@@ -165,12 +166,14 @@ void FragmentSender::mark_lost(InFlight& fragment) {
   }
 }
 
-void FragmentSender::drop_oldest() {
-  const InFlight& oldest = in_flight_.front();
-  flight_bytes_ -= kHeaderSize + oldest.length;
-  held_ -= oldest.held ? 1 : 0;
-  pending_ -= oldest.pending ? 1 : 0;
-  in_flight_.pop_front();
+void FragmentSender::drop_oldest(std::size_t count) {
+  const auto end = in_flight_.begin() + static_cast<std::ptrdiff_t>(count);
+  for (auto oldest = in_flight_.begin(); oldest != end; ++oldest) {
+    flight_bytes_ -= kHeaderSize + oldest->length;
+    held_ -= oldest->held ? 1 : 0;
+    pending_ -= oldest->pending ? 1 : 0;
+  }
+  in_flight_.erase(in_flight_.begin(), end);
 }
 
 std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
@@ -179,12 +182,11 @@ std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
   const std::int32_t count = ahead(fragment, in_flight_.front().number) + 1;
   if (count <= 0 || static_cast<std::size_t>(count) > in_flight_.size())
     return 0;
-  std::size_t taken = 0;
-  for (std::int32_t i = 0; i < count; ++i) {
-    taken += in_flight_.front().held ? 0 : 1;
-    drop_oldest();
-  }
-  return taken;
+  const auto end = in_flight_.begin() + count;
+  const auto taken =
+      std::count_if(in_flight_.begin(), end, [](const InFlight& each) { return !each.held; });
+  drop_oldest(static_cast<std::size_t>(count));
+  return static_cast<std::size_t>(taken);
 }
 
 std::size_t FragmentSender::take_selective(std::uint16_t fragment, const Fack& fack) {
@@ -199,8 +201,9 @@ std::size_t FragmentSender::take_selective(std::uint16_t fragment, const Fack& f
     each.pending = false;
     ++taken;
   }
-  while (!in_flight_.empty() && in_flight_.front().held)
-    drop_oldest();
+  const auto missing = std::find_if(in_flight_.begin(), in_flight_.end(),
+                                    [](const InFlight& each) { return !each.held; });
+  drop_oldest(static_cast<std::size_t>(missing - in_flight_.begin()));
   return taken;
 }
 
@@ -240,6 +243,7 @@ void FragmentSender::acknowledge_all() {
 }
 
 void FragmentSender::resend_unacknowledged() {
+  repeated_ = true;
   if (complete_)
     restart();
   else if (single_)
@@ -249,6 +253,7 @@ void FragmentSender::resend_unacknowledged() {
 }
 
 void FragmentSender::resend_oldest() {
+  repeated_ = true;
   if (complete_)
     restart();
   else if (single_)

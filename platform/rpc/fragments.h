@@ -16,7 +16,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <optional>
 #include <span>
@@ -87,6 +86,8 @@ class FragmentSender {
 
   bool all_sent() const { return started_ && next_offset_ == body_.size() && first_sent_; }
   bool complete() const { return complete_; }
+  // Whether anything was to be sent twice since the start.
+  bool repeated() const { return repeated_; }
   // Fragments sent and not yet acknowledged in unbroken order.
   std::size_t unacknowledged() const { return in_flight_.size(); }
 
@@ -113,7 +114,7 @@ class FragmentSender {
   bool asks_for_fack(const InFlight& fragment);
   Outgoing transmit(InFlight& fragment, bool ask, std::uint16_t& serial);
   void mark_lost(InFlight& fragment);
-  void drop_oldest();
+  void drop_oldest(std::size_t count);
   std::size_t take_cumulative(std::uint16_t fragment);
   std::size_t take_selective(std::uint16_t fragment, const Fack& fack);
 
@@ -126,9 +127,10 @@ class FragmentSender {
   bool first_sent_ = false;
   bool single_pending_ = false;
   bool complete_ = false;
+  bool repeated_ = false;
 
-  std::deque<InFlight> in_flight_;  // by number, unbroken
-  std::size_t flight_bytes_ = 0;    // headers included
+  std::vector<InFlight> in_flight_;  // by number, unbroken
+  std::size_t flight_bytes_ = 0;     // headers included
   std::size_t held_ = 0;
   std::size_t pending_ = 0;
   std::size_t next_offset_ = 0;

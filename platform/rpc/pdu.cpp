@@ -58,7 +58,7 @@ std::uint16_t kilobytes_of_packets(std::uint16_t packets) {
 
 }  // namespace
 
-std::optional<Packet> decode_packet(std::span<const std::byte> datagram) {
+std::optional<PacketHeader> decode_header(std::span<const std::byte> datagram) {
   if (datagram.size() < kHeaderSize || octet(datagram, kVersionAt) != kProtocolVersion)
     return std::nullopt;
   const std::uint8_t type = octet(datagram, kTypeAt) & kTypeMask;
@@ -68,14 +68,10 @@ std::optional<Packet> decode_packet(std::span<const std::byte> datagram) {
   const std::uint8_t integer_format = representation >> 4;
   if (integer_format > 1 || octet(datagram, kAuthenticationAt) != 0)
     return std::nullopt;
+
   const bool little = integer_format == 1;
   const std::byte* bytes = datagram.data();
-  const std::size_t length = load16(bytes + kLengthAt, little);
-  if (length > datagram.size() - kHeaderSize)
-    return std::nullopt;
-
-  Packet packet;
-  PacketHeader& header = packet.header;
+  PacketHeader header;
   header.type = static_cast<PacketType>(type);
   header.flags1 = octet(datagram, kFlags1At);
   header.flags2 = octet(datagram, kFlags2At);
@@ -94,8 +90,18 @@ std::optional<Packet> decode_packet(std::span<const std::byte> datagram) {
   header.interface_hint = load16(bytes + kInterfaceHintAt, little);
   header.activity_hint = load16(bytes + kActivityHintAt, little);
   header.fragment = load16(bytes + kFragmentAt, little);
-  packet.body = datagram.subspan(kHeaderSize, length);
-  return packet;
+  return header;
+}
+
+std::optional<Packet> decode_packet(std::span<const std::byte> datagram) {
+  const auto header = decode_header(datagram);
+  if (!header)
+    return std::nullopt;
+  const std::size_t length =
+      load16(datagram.data() + kLengthAt, header->representation.little_endian);
+  if (length > datagram.size() - kHeaderSize)
+    return std::nullopt;
+  return Packet{*header, datagram.subspan(kHeaderSize, length)};
 }
 
 void encode_header(const PacketHeader& header, std::size_t body_length,

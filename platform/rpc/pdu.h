@@ -71,6 +71,10 @@ struct Packet {
 // authentication.
 std::optional<Packet> decode_packet(std::span<const std::byte> datagram);
 
+// The header at the front of bytes that may be only the beginning of a packet, as the network
+// quotes it in an error; nothing for less than a header and for what decode_packet would drop.
+std::optional<PacketHeader> decode_header(std::span<const std::byte> bytes);
+
 // Only the header, for a body of `body_length` bytes (at most kMaxBodySize) that the caller sends
 // behind it.
 void encode_header(const PacketHeader& header, std::size_t body_length,

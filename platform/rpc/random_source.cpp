@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "platform/rpc/wire_bytes.h"
 
@@ -29,15 +30,24 @@ uuid_t RandomSource::uuid() {
 }
 
 void SystemRandom::fill(std::span<std::byte> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t got = getrandom(bytes.data(), bytes.size(), 0);
-    if (got > 0) {
-      bytes = bytes.subspan(static_cast<std::size_t>(got));
-    } else if (errno != EINTR) {
-      std::perror("getrandom");
-      std::abort();
-    }
+  for (std::byte& each : bytes) {
+    if (used_ == ahead_.size())
+      refill();
+    each = std::exchange(ahead_[used_++], std::byte{0});
   }
+}
+
+// Up to 256 bytes come whole or not at all once the system has its seed.
+void SystemRandom::refill() {
+  ssize_t got;
+  do {
+    got = getrandom(ahead_.data(), ahead_.size(), 0);
+  } while (got < 0 && errno == EINTR);
+  if (got != static_cast<ssize_t>(ahead_.size())) {
+    std::perror("getrandom");
+    std::abort();
+  }
+  used_ = 0;
 }
 
 }  // namespace rpc

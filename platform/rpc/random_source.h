@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -25,6 +26,13 @@ class RandomSource {
 class SystemRandom : public RandomSource {
  public:
   void fill(std::span<std::byte> bytes) override;
+
+ private:
+  void refill();
+
+  // Bits fetched ahead, so that the spread of a wait costs no system call. Each is used once.
+  std::array<std::byte, 256> ahead_{};
+  std::size_t used_ = ahead_.size();
 };
 
 }  // namespace rpc
