@@ -1,0 +1,91 @@
+#include "platform/rpc/ndr.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "platform/rpc/exception.h"
+
+namespace rpc::ndr {
+
+void fail_data() {
+  throw RpcException(1783, FailureKind::local);
+}
+
+void fail_characters() {
+  throw RpcException(1730, FailureKind::communication);
+}
+
+void Encoder::put_varying(std::uint32_t count) {
+  put(std::uint32_t{0});
+  put(count);
+}
+
+void Encoder::put_conformant_varying(std::uint64_t size, std::uint32_t count) {
+  require(size <= std::numeric_limits<std::uint32_t>::max() && count <= size);
+  put(static_cast<std::uint32_t>(size));
+  put_varying(count);
+}
+
+void Encoder::put_text(const char* text, std::size_t size, std::uint32_t count) {
+  require(count != 0 && count <= size && text[count - 1] == '\0');
+  put_varying(count);
+  append(text, count);
+}
+
+void Encoder::put_string(const char* text, std::size_t size) {
+  const char* end = std::find(text, text + size, '\0');
+  require(end != text + size);
+  const auto count = static_cast<std::uint32_t>(end - text) + 1;
+  put_varying(count);
+  append(text, count);
+}
+
+bool Encoder::put_referent(const void* target, const void* type) {
+  if (target == nullptr) {
+    put(std::uint32_t{0});
+    return false;
+  }
+  const auto known = std::find_if(referents_.begin(), referents_.end(), [&](const Referent& r) {
+    return r.target == target && r.type == type;
+  });
+  const bool fresh = known == referents_.end();
+  put(static_cast<std::uint32_t>(known - referents_.begin()) + 1);
+  if (fresh)
+    referents_.push_back({target, type});
+  return fresh;
+}
+
+bool Encoder::next_deferred() {
+  return deferred_.at(next_deferred_++);
+}
+
+std::uint32_t Decoder::get_conformant_varying(std::uint64_t room, std::uint32_t expected) {
+  const Fields head = fields(4, 12);
+  const auto maximum = head.get<std::uint32_t>(0);
+  const auto offset = head.get<std::uint32_t>(4);
+  const auto count = head.get<std::uint32_t>(8);
+  require(offset == 0 && count <= maximum && maximum <= room && count == expected);
+  return count;
+}
+
+std::uint32_t Decoder::get_exact_conformant_varying(std::uint64_t size, std::uint32_t expected,
+                                                    std::size_t element) {
+  const std::byte* head = at_;
+  const std::uint32_t count = get_conformant_varying(size, expected);
+  at_ = head;
+  require(fields(4, 12).get<std::uint32_t>(0) == size && count <= remaining() / element);
+  return count;
+}
+
+void Decoder::get_octets(std::vector<std::uint8_t>& octets, std::uint32_t maximum,
+                         std::uint32_t size) {
+  require(maximum == size && size <= remaining());
+  octets.resize(size);
+  get_array(octets.data(), size);
+}
+
+std::uint32_t Decoder::next_deferred() {
+  return deferred_.at(next_deferred_++);
+}
+
+}  // namespace rpc::ndr
