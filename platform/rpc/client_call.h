@@ -75,6 +75,8 @@ class ClientCall {
   std::vector<std::byte> take_reply() { return joiner_.take_body(); }
   // Of the reply.
   DataRepresentation representation() const { return representation_; }
+  // A reply in fragments has begun to come in.
+  bool receiving() const { return joiner_.receiving(); }
   // Where the call's packets go now: the source of the last packet of this call.
   const SocketAddress& peer() const { return peer_; }
 

@@ -34,8 +34,9 @@ struct Reply {
 Reply invoke(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit);
 
-// Acknowledges the last reply of every server that still waits for it and forgets all activities.
-// Called when the process ends or a binding is released; safe to call at any time.
+// Acknowledges the last reply of every server that the calling thread called and that still keeps
+// it for us. Called when a binding is released; safe to call at any time, and done by itself when
+// the thread ends. The activities go on, so that no server asks a second time who we are.
 void release_activities();
 
 }  // namespace rpc
