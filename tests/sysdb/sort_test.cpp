@@ -1,0 +1,131 @@
+// The sort of the cross-reference table.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "source/sysdb/ZTsysInfoObj_xref.h"
+
+namespace {
+
+using Keys = std::vector<std::int32_t>;
+constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kGreatest = std::numeric_limits<std::int32_t>::max();
+
+// Sorts the keys, each with a name and a location that tell where it came from.
+void ExpectSorts(const Keys& keys) {
+  const auto count = static_cast<int>(keys.size());
+  std::vector<SYSTEM_XREF_ENTRY> table(keys.size() + 2);
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    table[i + 1] =
+        SYSTEM_XREF_ENTRY(std::to_string(keys[i]).c_str(), keys[i], static_cast<std::int32_t>(i));
+  SortSysList(table.data(), count);
+  Keys sorted = keys;
+  std::sort(sorted.begin(), sorted.end());
+  std::vector<bool> seen(keys.size());
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    const SYSTEM_XREF_ENTRY& entry = table[i + 1];
+    const auto origin = static_cast<std::size_t>(entry.fLocation);
+    ASSERT_EQ(entry.fKey, sorted[i]) << "at " << i << " of " << count;
+    ASSERT_EQ(keys[origin], entry.fKey);
+    ASSERT_FALSE(seen[origin]);
+    seen[origin] = true;
+    ASSERT_EQ(entry.ReturnSystemName(), std::to_string(entry.fKey));
+  }
+}
+
+Keys RandomKeys(std::size_t count, std::uint32_t distinct, std::uint32_t seed) {
+  std::mt19937 random(seed);
+  Keys keys(count);
+  for (std::int32_t& key : keys)
+    key = static_cast<std::int32_t>(distinct == 0 ? random() : random() % distinct);
+  return keys;
+}
+
+TEST(SystemSort, SortsEverySmallTable) {
+  for (std::size_t count = 0; count <= 60; ++count)
+    for (std::uint32_t seed = 0; seed < 20; ++seed)
+      for (const std::uint32_t distinct : {0U, 2U, 5U, 50U})
+        ExpectSorts(RandomKeys(count, distinct, seed));
+}
+
+TEST(SystemSort, SortsEveryOrderOfSevenKeys) {
+  Keys keys = {kLeast, kLeast + 1, kLeast + 2, -1, 0, kGreatest - 1, kGreatest};
+  do
+    ExpectSorts(keys);
+  while (std::next_permutation(keys.begin(), keys.end()));
+}
+
+TEST(SystemSort, KeysBeyondTheSentinelsStayInTheirPlaces) {
+  for (const std::int32_t extreme : {kLeast, kLeast + 1, kLeast + 2, kGreatest}) {
+    Keys keys = RandomKeys(300, 0, 3);
+    for (std::size_t i = 0; i < keys.size(); i += 3)
+      keys[i] = extreme;
+    ExpectSorts(keys);
+    ExpectSorts(Keys(100, extreme));
+  }
+}
+
+TEST(SystemSort, OrdersAddressesByLastOctetWithTheUpperHalfFirst) {
+  ExpectSorts({0x0100000A, 0x0100A8C0, static_cast<std::int32_t>(0x8100000A)});
+}
+
+// An order against which the median of three is always the second smallest: without a bound the
+// sort needs a number of steps that grows with the square of the table.
+Keys KillerOfMedians(int count) {
+  Keys keys(static_cast<std::size_t>(count));
+  const int half = count / 2;
+  for (int i = 0; i < half; ++i) {
+    keys[static_cast<std::size_t>(i)] = i % 2 == 0 ? i : half + i - (1 - half % 2);
+    keys[static_cast<std::size_t>(half + i)] = 2 * (i + 1);
+  }
+  return keys;
+}
+
+// Processor seconds for the sort alone.
+double SortTime(const Keys& keys) {
+  std::vector<SYSTEM_XREF_ENTRY> table(keys.size() + 2);
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    table[i + 1].fKey = keys[i];
+  const std::clock_t start = std::clock();
+  SortSysList(table.data(), static_cast<int>(keys.size()));
+  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+TEST(SystemSort, StaysFastForOrderedReversedEqualAndHostileKeys) {
+  constexpr std::size_t kCount = 300'000;
+  constexpr double kSlowdown = 12;  // a quadratic sort takes a hundred times as long or more
+  Keys ascending(kCount);
+  std::iota(ascending.begin(), ascending.end(), -150'000);
+  Keys descending(ascending.rbegin(), ascending.rend());
+  Keys pipe = ascending;
+  std::reverse(pipe.begin() + kCount / 2, pipe.end());
+  const double random_time = SortTime(RandomKeys(kCount, 0, 1));
+  for (const Keys& keys : {ascending, descending, pipe, Keys(kCount, 7), RandomKeys(kCount, 2, 1),
+                           KillerOfMedians(kCount)}) {
+    ExpectSorts(keys);
+    EXPECT_LT(SortTime(keys), kSlowdown * random_time);
+  }
+}
+
+TEST(SystemXrefEntry, CopiesOwnTheirNames) {
+  SYSTEM_XREF_ENTRY one("alpha", 1, 501);
+  SYSTEM_XREF_ENTRY two = one;
+  two.SetSystemName("beta");
+  EXPECT_STREQ(one.ReturnSystemName(), "alpha");
+  SYSTEM_XREF_ENTRY none;
+  SYSTEM_XREF_ENTRY::Switch(none, two);
+  EXPECT_EQ(two.ReturnSystemName(), nullptr);
+  EXPECT_STREQ(none.ReturnSystemName(), "beta");
+  EXPECT_EQ(none.fLocation, 501);
+  none = two;
+  EXPECT_EQ(none.ReturnSystemName(), nullptr);
+}
+
+}  // namespace
