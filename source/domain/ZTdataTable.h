@@ -1,0 +1,20 @@
+// The table of a data query: two heading lines and a line for each row that was read.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "source/domain/ZTrepServerInfoObj.h"
+
+// Formats the client's last read over these metrics, in the order of the view. Values wider than
+// their column push the rest of the line to the right. Nothing when a text value does not lie
+// within what was read.
+std::optional<std::string> format_data_table(
+    const zt_RepServerInfo_class& client, const std::vector<const rep_sMetricDescriptor*>& columns);
+
+std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns);
+// One value with the blank before it; `text` is used for text metrics alone.
+std::string format_data_value(const rep_sMetricDescriptor& metric, std::int32_t number,
+                              const char* text);

@@ -1,0 +1,171 @@
+#include "source/domain/ZTdiagCommObj.h"
+
+#include <cstdio>
+
+#include "platform/sys/sockets.h"
+#include "shared/general/SHNLSmsg.h"
+#include "source/domain/ZTdiagCommTrace.h"
+#include "source/domain/ZTenvInit.h"
+#include "source/support/ZTprintable.h"
+
+namespace {
+
+constexpr int kCommandSet = 20;
+constexpr int kNoLocalKey = 103;
+constexpr int kUnknownName = 104;
+constexpr int kNoLocalName = 105;
+constexpr int kRuntimeText = 108;
+constexpr int kCannotConnect = 110;
+constexpr int kSocketError = 111;
+constexpr int kAgentTooOldMessage = 112;
+constexpr int kConnectionRefused = 114;
+
+void show(int number, const std::string& parameter) {
+  const std::string text =
+      NLS_MESSAGE_OBJ::FormatNLSmessage(kCommandSet, number, printable(parameter).c_str());
+  std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+}  // namespace
+
+const char* error_text(unsigned int status) {
+  static std::string error_string;
+  error_string = zt_status_text(status);
+  return error_string.c_str();
+}
+
+zt_DiagComm_class::zt_DiagComm_class() {
+  const TracedOperation traced("zt_DiagComm_class::zt_DiagComm_class");
+  for (const auto reader : {Init_ZT_RPC_NOISE, Init_ZT_RPC_TIMEOUT, Init_ZT_TRACE_INTERNAL}) {
+    if (reader(fErrorParm, fErrorNum) != 0)
+      continue;
+    DisplayErrors();
+    std::fputs("\n", stderr);
+    std::fflush(stderr);
+  }
+  if (gTraceObj.ReturnDebugOn())
+    zt_trace_level = 1;
+}
+
+zt_DiagComm_class::~zt_DiagComm_class() {
+  const TracedOperation traced("zt_DiagComm_class::~zt_DiagComm_class");
+  DisconnectFromSystem();
+}
+
+void zt_DiagComm_class::DisplayErrors() {
+  if (fErrorNum != 0) {
+    show(fErrorNum, fErrorParm);
+    fErrorNum = 0;
+  } else if (fRepServerInfoObj) {
+    fRepServerInfoObj->DisplayErrors();
+  }
+  if (fErrorNum2 != 0) {
+    show(fErrorNum2, fErrorParm2);
+    fErrorNum2 = 0;
+  }
+  if (fRPCErrorStatus != 0) {
+    show(kRuntimeText, error_text(fRPCErrorStatus));
+    fRPCErrorStatus = 0;
+  }
+  std::fflush(stderr);
+}
+
+int zt_DiagComm_class::GetLocalSystem(char* name, SystemKey& key) {
+  const TracedOperation traced("zt_DiagComm_class::GetLocalSystem");
+  if (GetLocalSystemKey(key) != 0) {
+    fErrorNum = kNoLocalKey;
+    return 0;
+  }
+  fSystemKey = key;
+  if (SystemKeyToARPAName(key, name, kHostNameSize - 1) != 0) {
+    char address[kKeyTextSize];
+    SystemKeyToIPAddr(key, address);
+    fErrorNum = kNoLocalName;
+    fErrorParm = address;
+    return 0;
+  }
+  return 1;
+}
+
+int zt_DiagComm_class::ValidSystemName(const char* name) {
+  const TracedOperation traced("zt_DiagComm_class::ValidSystemName");
+  const std::string given = name;  // the name may be our own, which changes below
+  if (fConnectedToSystem)
+    DisconnectFromSystem();
+  char official[kHostNameSize] = "";
+  if (given.empty()) {
+    const int found = GetLocalSystem(official, fSystemKey);
+    fSystemName = official;
+    return found;
+  }
+  fSystemName = given;
+  // The conversion cuts trailing blanks in place, as the target's name is to be.
+  const int status = ARPANameToSystemKey(fSystemName.data(), fSystemKey);
+  fSystemName.resize(std::char_traits<char>::length(fSystemName.c_str()));
+  if (status != 0 || fSystemKey == kNoSystemKey) {
+    fErrorNum = kUnknownName;
+    fErrorParm = given;
+    return 0;
+  }
+  if (SystemKeyToARPAName(fSystemKey, official, kHostNameSize) == 0)
+    fSystemName = official;
+  return 1;
+}
+
+int zt_DiagComm_class::ConnectToSystem(const char* system_name) {
+  const TracedOperation traced("zt_DiagComm_class::ConnectToSystem");
+  const std::string name = system_name;
+  if (fConnectedToSystem)
+    DisconnectFromSystem();
+  if (!ValidSystemName(name.c_str()))
+    return 0;
+  fRepServerInfoObj.reset();
+  fRepServerInfoObj = std::make_unique<zt_RepServerInfo_class>(fSystemKey, fSystemName.c_str());
+  if (fRepServerInfoObj->ValidObj()) {
+    fConnectedToSystem = 1;
+    return 1;
+  }
+  const int connect_error = fRepServerInfoObj->ReturnConnectError();
+  if (connect_error == sockets::WSAECONNREFUSED) {
+    gTraceObj.LogMsg("zt_RepServerInfo_class returned ConnectError = %d", connect_error);
+    fErrorNum = kConnectionRefused;
+  } else if (connect_error != 0) {
+    gTraceObj.LogMsg("zt_RepServerInfo_class returned ConnectError = %d", connect_error);
+    fErrorNum = kCannotConnect;
+    fErrorNum2 = kSocketError;
+    fErrorParm2 = std::to_string(connect_error);
+  } else {
+    const int last_error = fRepServerInfoObj->ReturnLastError();
+    gTraceObj.LogMsg("zt_RepServerInfo_class returned LastError = %d", last_error);
+    if (last_error == static_cast<int>(kAgentTooOld))
+      fErrorNum = kAgentTooOldMessage;
+  }
+  return 0;
+}
+
+void zt_DiagComm_class::DisconnectFromSystem() {
+  const TracedOperation traced("zt_DiagComm_class::DisconnectFromSystem");
+  DisconnectFromServer();
+  if (fConnectedToSystem) {
+    fConnectedToSystem = 0;
+    fRepServerInfoObj.reset();
+  }
+}
+
+int zt_DiagComm_class::ConnectToServer(const char* data_source_name) {
+  const TracedOperation traced("zt_DiagComm_class::ConnectToServer");
+  fDataSourceName = data_source_name;
+  if (!fRepServerInfoObj->ConnectToServer(data_source_name))
+    return 0;
+  fDataSourceName = fRepServerInfoObj->ReturnDataSourceName();
+  return 1;
+}
+
+void zt_DiagComm_class::DisconnectFromServer() {
+  const TracedOperation traced("zt_DiagComm_class::DisconnectFromServer");
+  if (!fConnectedToServer)
+    return;
+  fConnectedToServer = 0;
+  fDataSourceName.reset();
+  fRepServerInfoObj->DisconnectFromServer();
+}

@@ -1,0 +1,75 @@
+// The diagnostic object: the target, the connection to its repository servers, the pending error
+// messages, and the five checks, which write their reports to standard output.
+//
+// Results are 1 for success and 0 for failure. A failing operation prints nothing: it leaves up to
+// two messages and a status, or the repository client its own, for DisplayErrors. Each check stands
+// in a file of its own (ZTdiagCommObj_*.cpp).
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/rpc/rpc.h"
+#include "shared/general/SHsysNameConv.h"
+#include "source/domain/ZTrepServerInfoObj.h"
+
+// The runtime's text for a status, in a buffer that the next call overwrites.
+const char* error_text(unsigned int status);
+
+class zt_RPCAlarmNoticeLink_class;
+
+class zt_DiagComm_class {
+ public:
+  zt_DiagComm_class();  // reads the environment settings and shows what became of them
+  ~zt_DiagComm_class();
+  zt_DiagComm_class(const zt_DiagComm_class&) = delete;
+  zt_DiagComm_class& operator=(const zt_DiagComm_class&) = delete;
+
+  const char* ReturnSystemName() const { return fSystemName.c_str(); }
+  SystemKey ReturnSystemKey() const { return fSystemKey; }
+  void DisconnectFromSystem();
+
+  int PrintConfigInfo();
+  int Breakout();
+  int ListAllRegistered();
+  int QueryServer(const char* data_source_name);
+  void CheckZTDBConnections();
+
+  // Shows and forgets the pending messages; without a first one, those of the repository client.
+  void DisplayErrors();
+
+  // The local host's name (kHostNameSize characters) and key; also makes the key the target's.
+  int GetLocalSystem(char* name, SystemKey& key);
+  // Makes a name or dotted address the target, an empty one the local system.
+  int ValidSystemName(const char* name);
+  int ConnectToSystem(const char* system_name);
+  int ConnectToServer(const char* data_source_name);
+  void DisconnectFromServer();
+  int QueryClass(const char* class_name, const char* const* metric_names, int num_names);
+  int PrintEndPointMap(std::uint32_t& element_count);
+
+ private:
+  int ReportAlarmServer();
+  int PrintElements(RPC_EP_INQ_HANDLE inquiry, std::uint32_t& element_count);
+  int EndOfElements(RPC_STATUS status);
+  int InquiryFailed(int message, RPC_STATUS status);
+  int PrintConfiguration();
+  int QueryDataSource();
+  const char* ConnectionStatus(const char* system_name, zt_RPCAlarmNoticeLink_class& alarms);
+  void ForgetErrors();
+
+  std::unique_ptr<zt_RepServerInfo_class> fRepServerInfoObj;
+  std::string fErrorParm;
+  std::string fErrorParm2;
+  std::string fSystemName;
+  std::optional<std::string> fDataSourceName;
+  SystemKey fSystemKey = kNoSystemKey;
+  int fErrorNum = 0;  // message numbers of set 20, 0 for none
+  int fErrorNum2 = 0;
+  int fConnectedToSystem = 0;
+  int fConnectedToServer = 0;
+  RPC_STATUS fRPCErrorStatus = 0;
+};

@@ -1,0 +1,388 @@
+#include "source/domain/ZTrepServerInfoObj.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "shared/general/SHNLSmsg.h"
+#include "source/domain/ZTdiagCommTrace.h"
+#include "source/support/ZTprintable.h"
+#include "source/support/ZTsupport_procs.h"
+
+namespace {
+
+constexpr int kCommandSet = 20;
+constexpr int kUnknownClass = 1;
+constexpr int kUnknownInstance = 2;
+constexpr int kUnknownDataSource = 9;
+constexpr int kRepositorySet = 13;
+
+constexpr std::uint32_t kAllTables = 0;
+constexpr std::uint32_t kAllOfTable = 0;
+constexpr std::uint32_t kMostClasses = 251;
+constexpr std::uint32_t kMostMetrics = 500;
+constexpr std::uint32_t kMostInstances = 2048;
+
+constexpr std::int16_t kSummarizable = 1;
+constexpr std::int16_t kMultiInstance = 2;
+constexpr std::uint32_t kNoDiscriminator = 0xFFFFFFFF;
+
+// Whether a reply's last index and the elements up to it can be used. All bits set: no element.
+template <typename Element>
+bool is_sound(const std::vector<Element>& elements, std::uint32_t last_index) {
+  if (last_index == kNoIndex)
+    return true;
+  if (last_index >= elements.size())
+    return false;
+  return std::none_of(elements.begin(), elements.begin() + last_index + 1,
+                      [](const Element& element) {
+                        return element.Descriptor.NameLength >= sizeof element.Descriptor.fName ||
+                               element.Descriptor.LabelLength >= sizeof element.Descriptor.Label;
+                      });
+}
+
+template <typename Element>
+std::vector<Element> first_elements(const std::vector<Element>& elements,
+                                    std::uint32_t last_index) {
+  return {elements.begin(), elements.begin() + static_cast<std::uint32_t>(last_index + 1)};
+}
+
+// Matches a label first, then a name, then a name in upper case.
+bool is_named(const rep_sDescriptor& descriptor, const char* name, const std::string& upper) {
+  return std::strcmp(name, descriptor.Label) == 0 || std::strcmp(name, descriptor.fName) == 0 ||
+         upper == descriptor.fName;
+}
+
+template <typename Elements>
+int find_named(const Elements& elements, const char* name) {
+  std::string upper = name;
+  Upshift(upper);
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const auto& element = elements[i];
+    if constexpr (requires { element.ClassInfo; }) {
+      if (is_named(element.ClassInfo.Descriptor, name, upper))
+        return static_cast<int>(i);
+    } else {
+      if (is_named(element.Descriptor, name, upper))
+        return static_cast<int>(i);
+    }
+  }
+  return -1;
+}
+
+void trim_label(rep_sDescriptor& descriptor) {
+  while (descriptor.LabelLength > 0 && descriptor.Label[descriptor.LabelLength - 1] == ' ')
+    descriptor.Label[--descriptor.LabelLength] = '\0';
+}
+
+void show(int set, int number, const std::string& parameter) {
+  const std::string text =
+      NLS_MESSAGE_OBJ::FormatNLSmessage(set, number, printable(parameter).c_str());
+  std::fprintf(stderr, "%s\n", text.c_str());
+  std::fflush(stderr);
+}
+
+}  // namespace
+
+struct zt_RepServerInfo_class::Scratch {
+  std::vector<rep_sMetricDescriptor> metrics;
+  std::vector<rep_sInstanceDescriptor> instances;
+};
+
+zt_RepServerInfo_class::zt_RepServerInfo_class(SystemKey system_key, const char* system_id)
+    : RPC_MONITORED_SYSTEM_OBJ(system_key, system_id), fErrorMsgParm(system_id) {
+  const TracedOperation traced("zt_RepServerInfo_class::zt_RepServerInfo_class");
+  if (!gTraceObj.ReturnDebugOn())
+    return;
+  gTraceObj.LogMsg("system_key = %d, system_id = %s", system_key, printable(system_id).c_str());
+  for (std::size_t i = 0; i < objServerNames.size(); ++i) {
+    gTraceObj.LogMsg("Server: Port [%s] %s", printable(objRepositoryEndPoints[i]).c_str(),
+                     printable(objServerNames[i]).c_str());
+    gTraceObj.LogMsg("Path  : %s", printable(objRepositoryPaths[i]).c_str());
+  }
+}
+
+zt_RepServerInfo_class::~zt_RepServerInfo_class() {
+  const TracedOperation traced("zt_RepServerInfo_class::~zt_RepServerInfo_class");
+  error_status_t status = RPC_S_OK;
+  // The view stands on the filter, so it goes first. A binding that was lost has taken both along.
+  if (fViewCreated && fRPCinfo.rpc_handle != nullptr && fRPCinfo.view_context != nullptr) {
+    gTraceObj.LogMsg("calling zt_repView_Destroy");
+    zt_repView_Destroy(&fRPCinfo, &fViewId, &status);
+  }
+  if (fFilterCreated && fRPCinfo.rpc_handle != nullptr && fRPCinfo.filter_context != nullptr) {
+    gTraceObj.LogMsg("calling zt_repTimeFilter_Destroy");
+    zt_repTimeFilter_Destroy(&fRPCinfo, &fFilterId, &status);
+  }
+  if (fConnectedToServer)
+    DisconnectFromServer();
+}
+
+int zt_RepServerInfo_class::Fail(error_status_t status) {
+  RMSOHandleError(status);
+  return 0;
+}
+
+bool zt_RepServerInfo_class::IsDataSource(const std::string& name) const {
+  return std::find(objServerNames.begin(), objServerNames.end(), name) != objServerNames.end();
+}
+
+int zt_RepServerInfo_class::ConnectToServer(const char* data_source_name) {
+  const TracedOperation traced("zt_RepServerInfo_class::ConnectToServer");
+  gTraceObj.LogMsg("Data source name = %s", printable(data_source_name).c_str());
+  if (fConnectedToServer) {
+    DisconnectFromServer();
+    fConnectedToServer = 0;
+  }
+  std::string name = data_source_name;
+  if (!IsDataSource(name))
+    Upshift(name);
+  fDataSourceName = name;
+  if (!IsDataSource(name)) {
+    RecordMessage(kCommandSet, kUnknownDataSource);
+    fErrorMsgParm = data_source_name;
+    return 0;
+  }
+  gTraceObj.LogMsg("calling BindToServer");
+  const std::string system_name = objSystemName;
+  const error_status_t status = BindToServer(system_name.c_str(), name.c_str(), objServerKey);
+  if (status != RPC_S_OK) {
+    gTraceObj.LogMsg("BindToServer failed with %d", static_cast<std::int32_t>(status));
+    return Fail(status);
+  }
+  fConnectedToServer = 1;
+  return GetDataSourceInfo();
+}
+
+void zt_RepServerInfo_class::DisconnectFromServer() {
+  const TracedOperation traced("zt_RepServerInfo_class::DisconnectFromServer");
+  gTraceObj.LogMsg("calling UnbindToServer");
+  UnbindFromServer();
+  fDataSourceName.reset();
+  fClasses.clear();
+  fClasses.shrink_to_fit();
+}
+
+int zt_RepServerInfo_class::GetDataSourceInfo() {
+  const TracedOperation traced("zt_RepServerInfo_class::GetDataSourceInfo");
+  gTraceObj.LogMsg("fDataSourceName = %s", printable(fDataSourceName.value_or("")).c_str());
+  gTraceObj.LogMsg("Calling zt_rep_LookupRepository");
+  error_status_t status = RPC_S_OK;
+  rep_sRepositoryDescriptor repository{};
+  zt_rep_LookupRepository(fRPCinfo, &repository, &status);
+  if (status != RPC_S_OK)
+    return Fail(status);
+
+  gTraceObj.LogMsg("calling zt_rep_LookupTable");
+  std::vector<rep_sTableDescriptor> tables(kMostClasses);
+  std::uint32_t lookup_handle = 0;
+  std::uint32_t last_index = 0;
+  zt_rep_LookupTable(fRPCinfo, kAllTables, &lookup_handle, kMostClasses - 1, &last_index,
+                     tables.data(), &status);
+  if (status == RPC_S_OK && !is_sound(tables, last_index))
+    status = RPC_X_BAD_STUB_DATA;
+  if (status != RPC_S_OK)
+    return Fail(status);
+  tables = first_elements(tables, last_index);
+  gTraceObj.LogMsg("The number of classes is %d", static_cast<int>(tables.size()));
+
+  fClasses = std::vector<zt_ClassInfo_struct>(tables.size());
+  int loaded = 1;
+  for (std::size_t i = 0; loaded != 0 && i < tables.size(); ++i) {
+    gTraceObj.LogMsg("Class = %s", printable(tables[i].Descriptor.fName).c_str());
+    fClasses[i].ClassInfo = tables[i];
+    loaded = GetMetrics(fClasses[i]) != 0 && GetInstances(fClasses[i]) != 0;
+  }
+  fScratch.reset();
+  return loaded;
+}
+
+zt_RepServerInfo_class::Scratch& zt_RepServerInfo_class::GetScratch() {
+  if (!fScratch)
+    fScratch = std::make_unique<Scratch>();
+  return *fScratch;
+}
+
+int zt_RepServerInfo_class::GetMetrics(zt_ClassInfo_struct& class_info) {
+  const TracedOperation traced("zt_RepServerInfo_class::GetMetrics");
+  gTraceObj.LogMsg("Calling zt_rep_LookupMetric");
+  auto& metrics = GetScratch().metrics;
+  metrics.resize(kMostMetrics);
+  std::uint32_t lookup_handle = 0;
+  std::uint32_t last_index = 0;
+  error_status_t status = RPC_S_OK;
+  zt_rep_LookupMetric(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable, &lookup_handle,
+                      kMostMetrics - 1, &last_index, metrics.data(), &status);
+  if (status == kRepNothingFound) {
+    gTraceObj.LogMsg("zt_rep_LookupMetric found no metrics");
+    return 2;
+  }
+  if (status == RPC_S_OK && !is_sound(metrics, last_index))
+    status = RPC_X_BAD_STUB_DATA;
+  if (status != RPC_S_OK)
+    return Fail(status);
+  class_info.Metrics = first_elements(metrics, last_index);
+  class_info.NumMetrics = static_cast<int>(class_info.Metrics.size());
+  gTraceObj.LogMsg("The number of metrics is %d", class_info.NumMetrics);
+  return 1;
+}
+
+int zt_RepServerInfo_class::GetInstances(zt_ClassInfo_struct& class_info) {
+  const TracedOperation traced("zt_RepServerInfo_class::GetInstances");
+  if ((class_info.ClassInfo.Flags & kMultiInstance) == 0) {
+    gTraceObj.LogMsg("Single-instance class");
+    return 1;
+  }
+  gTraceObj.LogMsg("calling zt_rep_LookupInstance");
+  auto& instances = GetScratch().instances;
+  instances.resize(kMostInstances);
+  std::uint32_t lookup_handle = 0;
+  std::uint32_t last_index = 0;
+  error_status_t status = RPC_S_OK;
+  zt_rep_LookupInstance(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable, &lookup_handle,
+                        kMostInstances - 1, &last_index, instances.data(), &status);
+  if (status == kRepNothingFound) {
+    gTraceObj.LogMsg("zt_rep_LookupInstance found no instances");
+    return 2;
+  }
+  if (status == RPC_S_OK && !is_sound(instances, last_index))
+    status = RPC_X_BAD_STUB_DATA;
+  if (status != RPC_S_OK)
+    return Fail(status);
+  class_info.Instances = first_elements(instances, last_index);
+  class_info.NumInstances = static_cast<int>(class_info.Instances.size());
+  for (rep_sInstanceDescriptor& instance : class_info.Instances)
+    trim_label(instance.Descriptor);
+  gTraceObj.LogMsg("The number of instances is %d", class_info.NumInstances);
+  return 1;
+}
+
+int zt_RepServerInfo_class::ValidClassName(const char* class_name) {
+  const TracedOperation traced("zt_RepServerInfo_class::ValidClassName");
+  gTraceObj.LogMsg("class_name = %s", printable(class_name).c_str());
+  int index = find_named(fClasses, class_name);
+  if (index < 0 || FindClass(index)->NumMetrics == 0) {
+    RecordMessage(kCommandSet, kUnknownClass);
+    fErrorMsgParm = class_name;
+    index = -1;
+  }
+  gTraceObj.LogMsg("Index = %d", index);
+  return index;
+}
+
+int zt_RepServerInfo_class::ValidInstanceName(int class_index, const char* instance_name) {
+  const TracedOperation traced("zt_RepServerInfo_class::ValidInstanceName");
+  gTraceObj.LogMsg("instance_name = %s", printable(instance_name).c_str());
+  const int index = find_named(FindClass(class_index)->Instances, instance_name);
+  if (index < 0) {
+    RecordMessage(kCommandSet, kUnknownInstance);
+    fErrorMsgParm = instance_name;
+  }
+  gTraceObj.LogMsg("Index = %d", index);
+  return index;
+}
+
+void zt_RepServerInfo_class::DisplayErrors() {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  if (objErrorMessageNum != kNoMessage)
+    show(objErrorMessageSet, objErrorMessageNum, fErrorMsgParm);
+  if (objRepErrorMessageNum != kNoMessage) {
+    std::string cause = objErrorCause;
+    while (!cause.empty() && (cause.back() == '\n' || cause.back() == '\r'))
+      cause.pop_back();
+    show(kRepositorySet, objRepErrorMessageNum, cause);
+  }
+  // A later check on this connection must not show an old failure again.
+  RecordMessage(kNoMessage, kNoMessage);
+  objRepErrorMessageNum = kNoMessage;
+  objErrorCause.clear();
+  fErrorMsgParm = objSystemID;
+}
+
+const char* zt_RepServerInfo_class::ReturnDataSourceName() const {
+  return fDataSourceName ? fDataSourceName->c_str() : nullptr;
+}
+
+const zt_RepServerInfo_class::zt_ClassInfo_struct* zt_RepServerInfo_class::FindClass(
+    int class_index) const {
+  const bool exists = class_index >= 0 && class_index < ReturnNumClasses();
+  return exists ? &fClasses[static_cast<std::size_t>(class_index)] : nullptr;
+}
+
+const rep_sInstanceDescriptor* zt_RepServerInfo_class::FindInstance(int class_index,
+                                                                    int instance_index) const {
+  const zt_ClassInfo_struct* found = FindClass(class_index);
+  const bool exists =
+      found != nullptr && instance_index >= 0 && instance_index < found->NumInstances;
+  return exists ? &found->Instances[static_cast<std::size_t>(instance_index)] : nullptr;
+}
+
+int zt_RepServerInfo_class::ReturnNumMetrics(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->NumMetrics : -1;
+}
+
+const rep_sMetricDescriptor* zt_RepServerInfo_class::ReturnMetrics(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->Metrics.data() : nullptr;
+}
+
+int zt_RepServerInfo_class::ReturnNumInstances(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->NumInstances : -1;
+}
+
+const rep_sInstanceDescriptor* zt_RepServerInfo_class::ReturnInstances(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->Instances.data() : nullptr;
+}
+
+const char* zt_RepServerInfo_class::ReturnClassName(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->ClassInfo.Descriptor.fName : nullptr;
+}
+
+const char* zt_RepServerInfo_class::ReturnClassLabel(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->ClassInfo.Descriptor.Label : nullptr;
+}
+
+int zt_RepServerInfo_class::ReturnClassLabelLen(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->ClassInfo.Descriptor.LabelLength : -1;
+}
+
+const char* zt_RepServerInfo_class::ReturnInstanceName(int class_index, int instance_index) const {
+  const auto* found = FindInstance(class_index, instance_index);
+  return found != nullptr ? found->Descriptor.fName : nullptr;
+}
+
+const char* zt_RepServerInfo_class::ReturnInstanceLabel(int class_index, int instance_index) const {
+  const auto* found = FindInstance(class_index, instance_index);
+  return found != nullptr ? found->Descriptor.Label : nullptr;
+}
+
+int zt_RepServerInfo_class::ReturnInstanceLabelLen(int class_index, int instance_index) const {
+  const auto* found = FindInstance(class_index, instance_index);
+  return found != nullptr ? found->Descriptor.LabelLength : -1;
+}
+
+int zt_RepServerInfo_class::IsMultiInstance(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? (found->ClassInfo.Flags & kMultiInstance) != 0 : -1;
+}
+
+int zt_RepServerInfo_class::IsSummarizable(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? (found->ClassInfo.Flags & kSummarizable) != 0 : -1;
+}
+
+int zt_RepServerInfo_class::HasDiscriminator(int class_index) const {
+  const auto* found = FindClass(class_index);
+  return found != nullptr ? found->ClassInfo.DiscriminatorId != kNoDiscriminator : -1;
+}
+
+std::int32_t zt_RepServerInfo_class::ReturnLastX(int class_index) const {
+  return FindClass(class_index)->ClassInfo.LastX;
+}

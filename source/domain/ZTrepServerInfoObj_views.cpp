@@ -1,0 +1,246 @@
+// Views of the repository client: creation, position, reading.
+
+#include <algorithm>
+#include <cstring>
+
+#include "present/util/util.h"
+#include "source/domain/ZTdiagCommTrace.h"
+#include "source/domain/ZTrepServerInfoObj.h"
+#include "source/support/ZTprintable.h"
+
+namespace {
+
+constexpr error_status_t kBadParameter = 87;
+
+const char* shift_type_name(std::int16_t type) {
+  switch (type) {
+    case repTimeFilter_cShiftAbsolute:
+      return "repTimeFilter_cShiftAbsolute";
+    case repTimeFilter_cShiftDaily:
+      return "repTimeFilter_cShiftDaily";
+    default:
+      return "repTimeFilter_cShiftWeekly";
+  }
+}
+
+// Times that carry the mark of no time cannot be formatted.
+std::string text_of_time(std::uint32_t seconds, const char* (DateTime::*format)() const) {
+  DateTime time;
+  time.SetGmt(seconds);
+  return time.Initialized() ? (time.*format)() : "not initialized";
+}
+
+// The last index of a list of so many elements; all bits set for an empty one.
+std::uint32_t last_index_of(int count) {
+  return static_cast<std::uint32_t>(count) - 1U;
+}
+
+// A list of nothing still needs a place.
+const std::uint32_t* list_or_empty(const std::uint32_t* list) {
+  static constexpr std::uint32_t kNothing = 0;
+  return list != nullptr ? list : &kNothing;
+}
+
+std::int32_t signed_number(std::uint32_t number) {
+  return static_cast<std::int32_t>(number);
+}
+
+void trace_shifts(const repTimeFilter_sShiftDescriptor* shifts, int num_shifts) {
+  gTraceObj.LogMsg("\nnum_shifts = %d", num_shifts);
+  for (int i = 0; i < num_shifts; ++i) {
+    const auto start = static_cast<std::uint32_t>(shifts[i].fStart);
+    const auto stop = static_cast<std::uint32_t>(shifts[i].fStop);
+    gTraceObj.LogMsg("shifts[%d].fShiftType = %s", i, shift_type_name(shifts[i].fShiftType));
+    gTraceObj.LogMsg("shifts[%d].fStart     = %s", i,
+                     text_of_time(start, &DateTime::FmtTime).c_str());
+    gTraceObj.LogMsg("shifts[%d].fStop      = %s", i,
+                     text_of_time(stop, &DateTime::FmtTime).c_str());
+  }
+}
+
+}  // namespace
+
+int zt_RepServerInfo_class::CreateBaseView(int class_index, const std::uint32_t* metric_ids,
+                                           int num_metrics) {
+  const TracedOperation traced("zt_RepServerInfo_class::CreateBaseView");
+  if (num_metrics < 0)
+    return Fail(kBadParameter);
+  const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
+  gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
+  for (int i = 0; i < num_metrics; ++i)
+    gTraceObj.LogMsg("Metric ID   = %-4d", signed_number(metric_ids[i]));
+  gTraceObj.LogMsg("calling zt_repView_Create");
+  fNumMetrics = num_metrics;
+  error_status_t status = RPC_S_OK;
+  zt_repView_Create(&fRPCinfo, table.fId, last_index_of(num_metrics), list_or_empty(metric_ids),
+                    &fViewId, &status);
+  return FinishView(status);
+}
+
+int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint32_t* metric_ids,
+                                               int num_metrics,
+                                               const repTimeFilter_sShiftDescriptor* shifts,
+                                               int num_shifts) {
+  const TracedOperation traced("zt_RepServerInfo_class::CreateFilteredView");
+  if (num_metrics < 0 || num_shifts < 1)
+    return Fail(kBadParameter);
+  const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
+  gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
+  gTraceObj.LogMsg("class_index = %d", class_index);
+  gTraceObj.LogMsg("\nnum_metrics = %d", num_metrics);
+  for (int i = 0; i < num_metrics; ++i)
+    gTraceObj.LogMsg("Metric ID   = %-4d", signed_number(metric_ids[i]));
+  trace_shifts(shifts, num_shifts);
+  fNumMetrics = num_metrics;
+  if (!CreateFilter(shifts, num_shifts))
+    return 0;
+  gTraceObj.LogMsg("calling zt_repFilteredView_Create");
+  error_status_t status = RPC_S_OK;
+  zt_repFilteredView_Create(&fRPCinfo, table.fId, &fFilterId, last_index_of(num_metrics),
+                            list_or_empty(metric_ids), &fViewId, &status);
+  return FinishView(status);
+}
+
+int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint32_t* metric_ids,
+                                               int num_metrics, const std::uint32_t* instance_ids,
+                                               int num_instances,
+                                               const repTimeFilter_sShiftDescriptor* shifts,
+                                               int num_shifts,
+                                               std::uint32_t summarization_interval) {
+  const TracedOperation traced("zt_RepServerInfo_class::CreateTemporalView");
+  if (num_metrics < 0 || num_instances < 1 || num_shifts < 1)
+    return Fail(kBadParameter);
+  const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
+  gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
+  gTraceObj.LogMsg("class_index   = %d", class_index);
+  gTraceObj.LogMsg("\nnum_metrics   = %d", num_metrics);
+  for (int i = 0; i < num_metrics; ++i)
+    gTraceObj.LogMsg("Metric ID     = %-4d", signed_number(metric_ids[i]));
+  gTraceObj.LogMsg("\nnum_instances = %d", num_instances);
+  for (int i = 0; i < num_instances; ++i)
+    gTraceObj.LogMsg("Instance ID   = %-4d", signed_number(instance_ids[i]));
+  trace_shifts(shifts, num_shifts);
+  fNumMetrics = num_metrics;
+  if (!CreateFilter(shifts, num_shifts))
+    return 0;
+  gTraceObj.LogMsg("calling zt_repTemporalView_Create");
+  error_status_t status = RPC_S_OK;
+  zt_repTemporalView_Create(&fRPCinfo, table.fId, &fFilterId, summarization_interval,
+                            last_index_of(num_instances), instance_ids, last_index_of(num_metrics),
+                            list_or_empty(metric_ids), &fViewId, &status);
+  return FinishView(status);
+}
+
+int zt_RepServerInfo_class::CreateFilter(const repTimeFilter_sShiftDescriptor* shifts,
+                                         int num_shifts) {
+  gTraceObj.LogMsg("calling zt_repTimeFilter_Create");
+  error_status_t status = RPC_S_OK;
+  zt_repTimeFilter_Create(&fRPCinfo, last_index_of(num_shifts), shifts, &fFilterId, &status);
+  if (status != RPC_S_OK)
+    return Fail(status);
+  fFilterCreated = 1;
+  return 1;
+}
+
+int zt_RepServerInfo_class::FinishView(error_status_t status) {
+  if (status != RPC_S_OK)
+    return Fail(status);
+  fViewCreated = 1;
+  return 1;
+}
+
+int zt_RepServerInfo_class::SetPosition(int class_index, std::uint32_t start_time) {
+  const TracedOperation traced("zt_RepServerInfo_class::SetPosition");
+  if (!fViewCreated)
+    return Fail(kBadParameter);
+  const rep_sTableDescriptor& table = FindClass(class_index)->ClassInfo;
+  gTraceObj.LogMsg("Class is %s", printable(table.Descriptor.fName).c_str());
+  gTraceObj.LogMsg("start_time = %d", signed_number(start_time));
+  std::uint32_t position = start_time == 0 ? static_cast<std::uint32_t>(table.FirstX)
+                                           : static_cast<std::uint32_t>(table.LastX) - start_time;
+  gTraceObj.LogMsg("calling zt_repView_SetPosition.  StartTime = %s",
+                   text_of_time(position, &DateTime::FmtDateTime).c_str());
+  error_status_t status = RPC_S_OK;
+  zt_repView_SetPosition(fRPCinfo, &fViewId, &position, &status);
+  return status == RPC_S_OK ? 1 : Fail(status);
+}
+
+int zt_RepServerInfo_class::ReadData() {
+  const TracedOperation traced("zt_RepServerInfo_class::ReadData");
+  fMoreData = 0;
+  fLastTimeStampIndex = fLastIntResultsIndex = fLastCharResultsIndex = kNoIndex;
+  // Without a metric no row has a value, and more metrics than integers fit into no row.
+  if (!fViewCreated || fNumMetrics < 1 ||
+      static_cast<std::size_t>(fNumMetrics) > fIntResults.size())
+    return Fail(kBadParameter);
+  const std::uint32_t most_time_stamps = MaxTimeStamps();
+  gTraceObj.LogMsg("calling zt_repView_Read with MaxTimeStamps = %d",
+                   signed_number(most_time_stamps));
+  fTimeStamps.fill(0);
+  fIntResults.fill(0);
+  fCharResults.fill('\0');
+  error_status_t status = RPC_S_OK;
+  zt_repView_Read(fRPCinfo, &fViewId, most_time_stamps, &fLastTimeStampIndex,
+                  static_cast<std::uint32_t>(fIntResults.size() - 1), &fLastIntResultsIndex,
+                  static_cast<std::uint32_t>(fCharResults.size() - 1), &fLastCharResultsIndex,
+                  fTimeStamps.data(), fIntResults.data(), fCharResults.data(), &status);
+  if (status == RPC_S_OK && !ReadReplyIsSound(most_time_stamps))
+    status = RPC_X_BAD_STUB_DATA;
+  if (status != RPC_S_OK) {
+    fLastTimeStampIndex = fLastIntResultsIndex = fLastCharResultsIndex = kNoIndex;
+    return Fail(status);
+  }
+  // A batch without any time stamp is an end as well: asking again would bring the same.
+  if (fLastTimeStampIndex != kNoIndex && fTimeStamps[fLastTimeStampIndex] != kEndOfData)
+    fMoreData = 1;
+  gTraceObj.LogMsg("fLastTimeStampIndex = %d", signed_number(fLastTimeStampIndex));
+  gTraceObj.LogMsg("fMoreData           = %d", fMoreData);
+  return 1;
+}
+
+// The last index of the time stamps asked for: rows times metrics fit into the integers.
+std::uint32_t zt_RepServerInfo_class::MaxTimeStamps() const {
+  const std::size_t rows = fIntResults.size() / static_cast<std::size_t>(fNumMetrics);
+  return static_cast<std::uint32_t>(std::min(rows, fTimeStamps.size()) - 1);
+}
+
+bool zt_RepServerInfo_class::ReadReplyIsSound(std::uint32_t most_time_stamps) const {
+  const auto within = [](std::uint32_t last, std::size_t most) {
+    return last == kNoIndex || last <= most;
+  };
+  if (!within(fLastTimeStampIndex, most_time_stamps) ||
+      !within(fLastIntResultsIndex, fIntResults.size() - 1) ||
+      !within(fLastCharResultsIndex, fCharResults.size() - 1))
+    return false;
+  const std::size_t integers = static_cast<std::uint32_t>(fLastIntResultsIndex + 1);
+  return integers >= ReturnRowCount() * static_cast<std::size_t>(fNumMetrics);
+}
+
+std::size_t zt_RepServerInfo_class::ReturnRowCount() const {
+  const auto end = fTimeStamps.begin() + static_cast<std::uint32_t>(fLastTimeStampIndex + 1);
+  return static_cast<std::size_t>(std::find(fTimeStamps.begin(), end, kEndOfData) -
+                                  fTimeStamps.begin());
+}
+
+std::optional<std::string_view> zt_RepServerInfo_class::ReturnText(std::uint32_t offset) const {
+  const std::size_t received = static_cast<std::uint32_t>(fLastCharResultsIndex + 1);
+  if (offset >= received)
+    return std::nullopt;
+  const char* start = fCharResults.data() + offset;
+  const std::size_t length = strnlen(start, received - offset);
+  if (length == received - offset)
+    return std::nullopt;
+  return std::string_view(start, length);
+}
+
+void zt_RepServerInfo_class::DisconnectFromClass() {
+  const TracedOperation traced("zt_RepServerInfo_class::DisconnectFromClass");
+  if (!fViewCreated)
+    return;
+  fViewCreated = 0;
+  if (fRPCinfo.rpc_handle == nullptr || fRPCinfo.view_context == nullptr)
+    return;
+  gTraceObj.LogMsg("calling zt_repView_Destroy");
+  error_status_t status = RPC_S_OK;
+  zt_repView_Destroy(&fRPCinfo, &fViewId, &status);
+}
