@@ -16,6 +16,7 @@ constexpr std::uint16_t kAreYouThere = 2;
 
 // An activity's UUID and the server's boot time.
 constexpr std::size_t kRequestSize = 20;
+constexpr std::size_t kBootTimeAt = 16;
 
 constexpr bool kLittleEndian = true;
 
@@ -29,7 +30,7 @@ std::uint32_t identity_status(const Packet& request, const RunningCall& call) {
   const bool little = request.header.representation.little_endian;
   if (load_uuid(request.body.data(), little) != call.activity)
     return nca::kBadActivity;
-  const std::uint32_t boot_time = load32(request.body.data() + 16, little);
+  const std::uint32_t boot_time = load32(request.body.data() + kBootTimeAt, little);
   return call.server_boot != 0 && boot_time != call.server_boot ? nca::kYouCrashed : 0;
 }
 
@@ -57,6 +58,9 @@ CallBackAnswer answer_call_back(const Packet& request, const RunningCall& call,
 
   const std::uint32_t status = identity_status(request, call);
   answer.known = status != nca::kBadActivity;
+  if (status == 0)
+    answer.server_boot =
+        load32(request.body.data() + kBootTimeAt, request.header.representation.little_endian);
   const std::size_t sequence_size = opnum == kAreYouThere ? 0 : 4;
   const std::size_t identity_size = opnum == kWhoAreYou2 ? 16 : 0;
   answer.body.resize(sequence_size + identity_size + 4);

@@ -24,6 +24,9 @@ struct CallBackAnswer {
   PacketHeader header;  // all but the serial number
   std::vector<std::byte> body;
   bool known = false;  // the call-back named the running call's activity
+  // What the server says of itself; 0 unless it is to be believed: the activity is known and has
+  // not learned another boot time.
+  std::uint32_t server_boot = 0;
 };
 
 // The answer to a request packet that came to a client: a response of the conversation interface,

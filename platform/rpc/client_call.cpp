@@ -328,6 +328,9 @@ void ClientCall::on_call_back(const Packet& packet, const SocketAddress& source,
     return;
   received_ = entered_ = true;
   activity_.set_heard();
+  // From here on a server that was started anew can tell our repeats from its own calls, so that
+  // none of them runs there a second time.
+  activity_.learn_boot(answer.server_boot);
   sign_of_life(now);
   if (asking_ && !working_)
     start_asking(now);
