@@ -127,14 +127,16 @@ void ClientCall::send_response_fack() {
 
 // --- The clock
 
+// A server never heard may answer nothing but the third try, the first ping; a server that is known
+// to live answers every one.
 Duration ClientCall::cut(Duration wait) const {
-  return silence_ ? std::min(wait, *silence_ / 2) : wait;
+  return silence_ ? std::min(wait, *silence_ / (activity_.heard() ? 2 : 4)) : wait;
 }
 
 void ClientCall::plan_next_try(Duration wait, Time now) {
   const Duration whole = cut(wait);
   Time next = now + whole + whole * (random_.next() % (kSpreadPercent + 1)) / 100;
-  if (deadline_) {
+  if (deadline_ && silence_) {
     const Time last_useful = *deadline_ - std::min(kTimeForAnswer, *silence_ / 4);
     if (next > last_useful)
       next = last_useful;
@@ -311,6 +313,7 @@ void ClientCall::learn(const PacketHeader& header) {
 
 void ClientCall::sign_of_life(Time now) {
   nocalls_ = 0;
+  deadline_.reset();
   if (silence_)
     deadline_ = now + *silence_;
   if (asking_ && !next_try_)
@@ -371,9 +374,10 @@ void ClientCall::on_nocall(const Packet& packet, Time now) {
   const auto fack = decode_fack(packet.body, packet.header.representation.little_endian);
   if (fack && sender_.acknowledge(packet.header.fragment, fack, now))
     sign_of_life(now);
-  // The first of a row counts as a sign of life, the others do not.
-  if (nocalls_++ == 0 && silence_)
-    deadline_ = now + *silence_;
+  // The first of a row counts as a sign of life, the others do not; waiting without limit is for
+  // servers that work, not for one that does not know the call.
+  if (nocalls_++ == 0)
+    deadline_ = now + silence_.value_or(std::chrono::seconds(kLevelSeconds.back()));
   // An operation that must not run twice is never sent again after the server said that it runs.
   const bool must_not_repeat = acknowledged_ && !request_.operation->idempotent;
   if (must_not_repeat || now < nocall_served_until_) {

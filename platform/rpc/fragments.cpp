@@ -53,22 +53,32 @@ void FragmentSender::start(std::span<const std::byte> body, LastFragment last,
   path_limit_ = std::max(path_limit, kLeastPathLimit);
   receiver_window_ = kAssumedWindow;
   congestion_ = kFirstFlight;
-  restart();
+  started_ = true;
+  single_ = single_pending_ = body_.size() <= fragment_body_size();
 }
 
+// The cuts stay where they were: a receiver that has forgotten less than we think may join old and
+// new fragments, and acknowledges all that it holds when the first comes again.
 void FragmentSender::restart() {
-  started_ = true;
   complete_ = false;
-  first_sent_ = false;
+  single_pending_ = single_;
   in_flight_.clear();
-  flight_bytes_ = held_ = pending_ = 0;
+  flight_bytes_ = held_ = 0;
   next_offset_ = 0;
-  next_number_ = recovery_ = 0;
+  next_number_ = 0;
+  for (const std::size_t end : ends_) {
+    in_flight_.push_back({next_number_++, 0, next_offset_, end - next_offset_, end == body_.size(),
+                          false, true});
+    flight_bytes_ += kHeaderSize + end - next_offset_;
+    next_offset_ = end;
+  }
+  pending_ = in_flight_.size();
+  repeated_ = repeated_ || pending_ > 0;
+  recovery_ = next_number_;
+  congestion_ = kFirstFlight;
   unasked_ = 0;
   probe_ = false;
   clock_.stop();
-  single_ = body_.size() <= fragment_body_size();
-  single_pending_ = single_;
 }
 
 std::size_t FragmentSender::fragment_body_size() const {
@@ -148,6 +158,7 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
   fragment.length = length;
   fragment.last = next_offset_ + length == body_.size();
   next_offset_ += length;
+  ends_.push_back(next_offset_);
   flight_bytes_ += kHeaderSize + length;
   first_sent_ = true;
   in_flight_.push_back(fragment);

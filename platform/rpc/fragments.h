@@ -129,6 +129,7 @@ class FragmentSender {
   bool complete_ = false;
   bool repeated_ = false;
 
+  std::vector<std::size_t> ends_;    // where each fragment so far ends in the body
   std::vector<InFlight> in_flight_;  // by number, unbroken
   std::size_t flight_bytes_ = 0;     // headers included
   std::size_t held_ = 0;

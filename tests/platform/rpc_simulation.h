@@ -108,6 +108,7 @@ struct Tally {
 
 class World {
  public:
+  // The world of the seed that ZT_SIMULATION_SEED names prints its packets.
   World(const Setting& setting, std::uint64_t seed);
   Tally run();
 
@@ -146,6 +147,7 @@ class World {
   void run_operation(server::ReadyCall call);
   void note_sent(std::span<const std::byte> datagram, bool by_client);
   void check_bounds();
+  void trace(const char* what, std::span<const std::byte> datagram);
   void fail(const std::string& what);
   std::vector<std::byte> bytes(std::uint64_t id, std::size_t size);
   std::size_t size_up_to(std::size_t longest);
@@ -174,6 +176,7 @@ class World {
   std::uint64_t packets_of_call_ = 0;
   std::map<std::vector<std::byte>, unsigned> seen_;
   Tally tally_;
+  bool tracing_ = false;
 };
 
 }  // namespace rpc::simulation

@@ -165,7 +165,7 @@ class ServerCore {
 
   void call_back(Activity& activity);
   void end_call_back(Activity& activity);
-  void fail_call_back(Activity& activity);
+  void fail_call_back(Activity& activity, TimePoint now);
 
   void send_response_packets(Activity& activity, TimePoint now);
   void send_request_fack(Activity& activity);

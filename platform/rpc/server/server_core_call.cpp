@@ -28,6 +28,8 @@ constexpr Duration kFirstAnswerRepeat = std::chrono::seconds(1);
 constexpr Duration kAnswerKept = std::chrono::seconds(30);
 // The part of a request that a silent client left behind; longer than any of its repeats.
 constexpr Duration kPartKept = std::chrono::seconds(60);
+// The question is small and the client waits for it, so it is repeated steadily.
+constexpr Duration kCallBackRepeat = std::chrono::seconds(1);
 constexpr Duration kCallBackLimit = std::chrono::seconds(30);
 // A client's repeats are at least 250 ms apart; what is closer is a copy that the network made.
 constexpr Duration kLeastAnswerGap = std::chrono::milliseconds(50);
@@ -105,7 +107,7 @@ void ServerCore::request_complete(Activity& activity, TimePoint now) {
   activity.call_back_id.time_low += ++call_backs_begun_;
   call_backs_[activity.call_back_id] = &activity;
   activity.call_back_deadline = now + kCallBackLimit;
-  activity.call_back_clock.start(now);
+  activity.call_back_clock.start(now, kCallBackRepeat);
   call_back(activity);
 }
 
@@ -216,9 +218,9 @@ void ServerCore::on_time(Activity& activity, TimePoint now) {
       break;
     case CallState::calling_back:
       if (activity.call_back_deadline && *activity.call_back_deadline <= now) {
-        fail_call_back(activity);
+        fail_call_back(activity, now);
       } else if (activity.call_back_clock.due(now)) {
-        activity.call_back_clock.back_off(now);
+        activity.call_back_clock.start(now, kCallBackRepeat);
         call_back(activity);
       }
       break;
@@ -280,12 +282,12 @@ void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, T
   if (packet.header.type == PacketType::reject && second &&
       decode_status_body(packet.body, little) == kNcaOperationRangeError) {
     activity.call_back = CallBack::who_are_you;
-    activity.call_back_clock.start(now);
+    activity.call_back_clock.start(now, kCallBackRepeat);
     call_back(activity);
     return;
   }
   if (packet.header.type == PacketType::reject || packet.header.type == PacketType::fault) {
-    fail_call_back(activity);
+    fail_call_back(activity, now);
     return;
   }
   // Sequence number, for who_are_you2 the client's address space, status.
@@ -298,7 +300,7 @@ void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, T
   const std::uint32_t status = load32(packet.body.data() + status_at, little);
   activity.last_heard = now;
   if (status != 0) {
-    fail_call_back(activity);
+    fail_call_back(activity, now);
     return;
   }
   end_call_back(activity);
@@ -318,11 +320,13 @@ void ServerCore::end_call_back(Activity& activity) {
   activity.call_back_clock.stop();
 }
 
-// Nothing of the activity is believed: the client does not know it, or is not there.
-void ServerCore::fail_call_back(Activity& activity) {
-  send_reject(activity.request, activity.peer, kNcaWhoAreYouFailed);
-  release_call(activity);
-  activity.state = CallState::unremembered;
+// Nothing of the activity is believed: the client does not know it, or is not there. A client that
+// was told "working" meanwhile must hear of it, so the reject is kept like an answer.
+void ServerCore::fail_call_back(Activity& activity, TimePoint now) {
+  end_call_back(activity);
+  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+  activity.in_parameters = {};
+  answer(activity, Outcome::reject(kNcaWhoAreYouFailed), now);
 }
 
 }  // namespace rpc::server
