@@ -1,7 +1,7 @@
 // The manager and its companions on files made by hand.
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstring>

@@ -1,0 +1,280 @@
+// Processes that die while they write. This program is linked with --wrap=pwrite: every write of
+// the files under test passes here and may be the process's last.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "platform/sys/prtzt_file.h"
+#include "shared/general/nt/SHderControlObj.h"
+#include "source/sysdb/ZTsysInfoObj.h"
+#include "tests/sysdb/test_files.h"
+
+namespace {
+
+enum class Death { kBefore, kAfter };
+
+struct WriteTrap {
+  int writes = 0;
+  int fatal_write = 0;  // counted from 1; 0: none
+  Death death = Death::kBefore;
+};
+WriteTrap g_trap;
+
+}  // namespace
+
+extern "C" {
+ssize_t __real_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
+ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
+
+ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
+  const bool fatal = ++g_trap.writes == g_trap.fatal_write;
+  if (fatal && g_trap.death == Death::kBefore)
+    kill(getpid(), SIGKILL);
+  const ssize_t written = __real_pwrite(descriptor, buffer, size, offset);
+  if (fatal)
+    kill(getpid(), SIGKILL);
+  return written;
+}
+}
+
+namespace {
+
+using test::Bytes;
+using test::kRecordAt;
+using test::kSlotSize;
+
+class Crash : public testing::Test {
+ protected:
+  Crash() { BASE_CONTROL_OBJ::SetDirectory(folder_.path().c_str()); }
+
+  // Runs the work in a process that dies at its n-th write. True when it has died.
+  template <typename Work>
+  static bool DiesAt(int fatal_write, Death death, Work work) {
+    const int wait_status = test::RunInChild([&] {
+      g_trap = {0, fatal_write, death};
+      work();
+      return 0;
+    });
+    return WIFSIGNALED(wait_status) && WTERMSIG(wait_status) == SIGKILL;
+  }
+
+  // No process holds the writers' lock.
+  void ExpectUnlocked() const {
+    sys::tBINFILE lock(nullptr, 1);
+    lock.SetName((path_ + ".lk").c_str());
+    ASSERT_EQ(lock.OpenAlways(sys::tFILEDEFS::cREADWRITE, 0, sys::tFILEDEFS::cALL_RWX), 0);
+    EXPECT_EQ(lock.LockRegion(1, sys::tFILEDEFS::cLOCK_NOWAIT), 0);
+  }
+
+  test::Folder folder_;
+  CONTROL_OBJ control_;
+  std::string path_ = folder_ / "ztdb";
+};
+
+constexpr int kOlderSystems = 5;
+
+std::string SystemName(int i) {
+  return "system" + std::to_string(i);
+}
+
+// Version 3, with a hole, and fields of the older layout where the current one has its group,
+// sequence number and type.
+std::string OlderFile() {
+  std::string file = test::VersionSlot(3);
+  for (int i = 1; i <= kOlderSystems; ++i) {
+    Bytes slot = test::SystemSlot(test::Key(10, 0, 0, i), SystemName(i));
+    slot.Text(kRecordAt + 257, std::string(40, 'g')).Number(kRecordAt + 492, i, 2);
+    file += slot;
+    if (i == 2)
+      file += test::DeletedSlot();
+  }
+  return file;
+}
+
+std::string WithoutTimes(const std::string& file) {
+  std::string result;
+  for (std::size_t at = 0; at < file.size(); at += kSlotSize)
+    result += at == 0 ? file.substr(0, kSlotSize) : test::WithoutTime(file.substr(at, kSlotSize));
+  return result;
+}
+
+class Conversion : public Crash {
+ protected:
+  Conversion() {
+    test::WriteFile(path_, OlderFile());
+    Open(path_);
+    converted_ = WithoutTimes(test::ReadFile(path_));
+    test::WriteFile(path_, OlderFile());
+  }
+  static void Open(const std::string& path) {
+    const zt_SystemDBMgt_class manager(path.c_str());
+    ASSERT_EQ(manager.ReturnError(), 0);
+  }
+
+  std::string converted_;
+};
+
+TEST_F(Conversion, InterruptedAtAnyWriteIsFinishedByTheNextOpening) {
+  ASSERT_NE(converted_, WithoutTimes(OlderFile()));
+  for (const Death death : {Death::kBefore, Death::kAfter}) {
+    int interruptions = 0;
+    for (;; ++interruptions) {
+      test::WriteFile(path_, OlderFile());
+      if (!DiesAt(interruptions + 1, death, [&] { Open(path_); }))
+        break;
+      ExpectUnlocked();
+      Open(path_);
+      ASSERT_EQ(WithoutTimes(test::ReadFile(path_)), converted_) << "write " << interruptions + 1;
+    }
+    EXPECT_GT(interruptions, 2 * kOlderSystems) << "each record is marked and converted";
+  }
+}
+
+TEST_F(Conversion, InterruptedAgainAndAgainComesToTheSameEnd) {
+  int rounds = 0;
+  while (DiesAt(3, Death::kAfter, [&] { Open(path_); })) {
+    ASSERT_LT(++rounds, 100);
+  }
+  EXPECT_GT(rounds, 2);
+  EXPECT_EQ(WithoutTimes(test::ReadFile(path_)), converted_);
+}
+
+// A console that knows nothing of the marks stores a record into a half converted file.
+TEST_F(Conversion, LeavesARecordAloneThatAnotherConsoleHasStoredMeanwhile) {
+  int checked = 0;
+  for (int write = 1;; ++write) {
+    test::WriteFile(path_, OlderFile());
+    if (!DiesAt(write, Death::kAfter, [&] { Open(path_); }))
+      break;
+    std::string file = test::ReadFile(path_);
+    if (file[kRecordAt] != 4)
+      continue;
+    Bytes stored = test::SystemSlot(test::Key(10, 0, 0, 1), "stored");
+    stored.Text(kRecordAt + 260, "kept");
+    test::WriteFile(path_, file.replace(kSlotSize, kSlotSize, stored));
+    Open(path_);
+    EXPECT_EQ(test::ReadFile(path_).substr(kSlotSize, kSlotSize), stored) << "write " << write;
+    ++checked;
+  }
+  EXPECT_GE(checked, kOlderSystems);
+}
+
+// An older console that opens the half converted file must find what it can work with: live slots,
+// a version that it knows, whole records.
+TEST_F(Conversion, NeverShowsAnOlderConsoleAFileThatItCannotRead) {
+  for (int write = 1;; ++write) {
+    test::WriteFile(path_, OlderFile());
+    if (!DiesAt(write, Death::kAfter, [&] { Open(path_); }))
+      break;
+    const std::string file = test::ReadFile(path_);
+    ASSERT_EQ(file.size(), OlderFile().size());
+    EXPECT_TRUE(file[kRecordAt] == 3 || file[kRecordAt] == 4);
+    int systems = 0;
+    for (std::size_t at = kSlotSize; at < file.size(); at += kSlotSize) {
+      if (file[at] == 1)
+        continue;
+      ++systems;
+      const int i = file[at + 4];
+      EXPECT_STREQ(file.data() + at + kRecordAt, SystemName(i).c_str()) << "write " << write;
+    }
+    EXPECT_EQ(systems, kOlderSystems);
+  }
+}
+
+TEST_F(Crash, NewFileInterruptedAtItsFirstWriteOpensAgain) {
+  for (const Death death : {Death::kBefore, Death::kAfter}) {
+    remove(path_.c_str());
+    EXPECT_TRUE(DiesAt(1, death, [&] { const zt_SystemDBMgt_class manager(path_.c_str()); }));
+    const zt_SystemDBMgt_class manager(path_.c_str());
+    EXPECT_EQ(manager.ValidObj(), 1);
+    EXPECT_EQ(test::ReadFile(path_), test::VersionSlot(4));
+  }
+}
+
+constexpr int kKeys = 60;
+
+// What a writer has told the test: the generation of each system stored (0: none), and the one that
+// was on its way when the writer died.
+struct Journal {
+  std::atomic<int> stored[kKeys];
+  std::atomic<int> pending_key;
+  std::atomic<int> pending;
+};
+
+zt_SystemInfo_class Generation(int key, int generation) {
+  zt_SystemInfo_struct record{};
+  std::snprintf(record.fSystemName, sizeof record.fSystemName, "key%d-%d", key, generation);
+  record.fAlarmSequenceNumber = generation;
+  std::memset(record.fAlarmStates, generation & 0x77, sizeof record.fAlarmStates);
+  return {record, test::KeyNumber(10, 0, 1, key)};
+}
+
+void WriteForEver(const std::string& path, Journal& journal, unsigned seed) {
+  zt_SystemDBMgt_class manager(path.c_str());
+  std::mt19937 random(seed);
+  for (int generation = static_cast<int>(seed) * 1'000'000 + 1;; ++generation) {
+    const int key = static_cast<int>(random() % kKeys);
+    manager.Lock();
+    const bool remove = journal.stored[key] != 0 && random() % 3 == 0;
+    const int next = remove ? 0 : generation;
+    journal.pending = next;
+    journal.pending_key = key;
+    const int status = remove ? manager.DeleteSystemRec(test::KeyNumber(10, 0, 1, key))
+                              : manager.PutSystemRec(Generation(key, generation));
+    if (status != 0)
+      _exit(1);
+    journal.stored[key] = next;
+    journal.pending_key = -1;
+    manager.Unlock();
+  }
+}
+
+TEST_F(Crash, WriterKilledAtAnyInstantLeavesWholeSlotsAndNoLock) {
+  Journal& journal = test::Shared<Journal>();
+  journal.pending_key = -1;
+  std::mt19937 random(99);
+  for (unsigned round = 1; round <= 40; ++round) {
+    SCOPED_TRACE(round);
+    const pid_t writer = fork();
+    if (writer == 0)
+      WriteForEver(path_, journal, round);
+    usleep(static_cast<unsigned>(2000 + random() % 20'000));
+    kill(writer, SIGKILL);
+    int wait_status = 0;
+    waitpid(writer, &wait_status, 0);
+    ASSERT_TRUE(WIFSIGNALED(wait_status)) << "the writer has met a failure";
+
+    ExpectUnlocked();
+    ASSERT_EQ(test::ReadFile(path_).size() % kSlotSize, 0u);
+    zt_SystemDBMgt_class manager(path_.c_str());
+    ASSERT_EQ(manager.ValidObj(), 1);
+    int count = 0;
+    for (int key = 0; key < kKeys; ++key) {
+      zt_SystemInfo_class info;
+      const int status = manager.GetSystemRec(test::KeyNumber(10, 0, 1, key), info);
+      const int found = status == 0 ? info.ReturnAlarmSequence() : 0;
+      if (journal.pending_key == key && found == journal.pending)
+        journal.stored[key] = found;
+      ASSERT_EQ(found, journal.stored[key]) << "key " << key;
+      if (status != 0)
+        continue;
+      ++count;
+      SystemKey ignored = 0;
+      zt_SystemInfo_struct record = info.ReturnStruct(ignored);
+      record.fRecUpdateTime = 0;
+      const zt_SystemInfo_struct expected = Generation(key, found).ReturnStruct(ignored);
+      ASSERT_EQ(std::memcmp(&record, &expected, sizeof record), 0) << "key " << key;
+    }
+    ASSERT_EQ(manager.GetSystemRecCount(), count) << "no key twice";
+    journal.pending_key = -1;
+  }
+}
+
+}  // namespace
