@@ -231,7 +231,7 @@ TEST_F(SystemReport, AlarmGridHasTwentyRowsOfTwenty) {
       "              C = critical      A = acknowledge                            \n" +
       rule + "              1  2  3  4  5   6  7  8  9 10  11 12 13 14 15  16 17 18 19 20 ";
   for (int row = 1; row <= 20; ++row) {
-    char number[20];
+    char number[32];
     std::snprintf(number, sizeof number, "\n         %3d  ", row);
     std::string cells(63, ' ');
     if (row == 1)
