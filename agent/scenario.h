@@ -219,7 +219,7 @@ enum class Malformation {
   garbage,        // random bytes
 };
 
-struct BrokerServer {
+struct BrokerEntry {
   std::string name;
   std::string path;
   uuid_t type{};
@@ -235,7 +235,7 @@ struct LocationBroker {
   std::uint16_t status = 0;  // of every reply
   std::uint32_t bytes_per_second = 1;
   Malformation malformation = Malformation::garbage;
-  std::vector<BrokerServer> servers;  // registered from the start
+  std::vector<BrokerEntry> servers;  // registered from the start
 };
 
 // An element of the endpoint map that no server of the system put there.

@@ -226,7 +226,7 @@ LocationBroker parse_broker(TableReader& reader) {
                                {"garbage", Malformation::garbage}});
   for (const toml::table* one : reader.tables("server", kMostServers)) {
     TableReader server(*one, "system.broker.server", reader.errors());
-    BrokerServer& added = broker.servers.emplace_back();
+    BrokerEntry& added = broker.servers.emplace_back();
     server.required_text("name", added.name, kNameLength);
     server.text("path", added.path, kPathLength);
     server.require("type");

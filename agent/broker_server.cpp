@@ -1,0 +1,319 @@
+#include "agent/broker_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <vector>
+
+#include "platform/rpc/server/server_core.h"
+
+namespace agent {
+
+namespace {
+
+using namespace std::chrono_literals;
+using rpc::server::EventLoop;
+
+constexpr auto kLongestConnection = 10min;
+constexpr auto kPauseWithoutDescriptors = 100ms;
+
+sockaddr_in socket_address(std::uint32_t address, std::uint16_t port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_addr.s_addr = htonl(address);
+  result.sin_port = htons(port);
+  return result;
+}
+
+void put_word(std::vector<std::byte>& bytes, std::size_t offset, std::size_t value) {
+  bytes[offset] = static_cast<std::byte>(value >> 8 & 0xFF);
+  bytes[offset + 1] = static_cast<std::byte>(value & 0xFF);
+}
+
+// What becomes of a sound reply: the bytes to send, and whether they never end.
+struct BadReply {
+  std::vector<std::byte> bytes;
+  bool endless = false;
+};
+
+BadReply spoil(std::vector<std::byte> reply, Malformation kind) {
+  const std::size_t words = std::to_integer<std::size_t>(reply[7]);
+  switch (kind) {
+    case Malformation::identifier:
+      reply[1] = std::byte{'X'};
+      break;
+    case Malformation::length_zero:
+      put_word(reply, 4, 0);
+      break;
+    case Malformation::length_short:
+      put_word(reply, 4, kBrokerHeaderSize - 8);
+      break;
+    case Malformation::length_huge:
+      put_word(reply, 4, 0xFFFF);
+      put_word(reply, kBrokerHeaderSize + 2 * words - 2, 0xFFFF - kBrokerHeaderSize - 2 * words);
+      return {std::move(reply), true};
+    case Malformation::too_many_words:
+      reply[7] = std::byte{200};
+      break;
+    case Malformation::data_too_long:
+      put_word(reply, kBrokerHeaderSize + 2 * words - 2, 0x7FFF);
+      break;
+    case Malformation::cut:
+      reply.resize(reply.size() / 2);
+      break;
+    case Malformation::garbage: {
+      std::uint32_t state = 12345;
+      for (std::byte& byte : reply)
+        byte = static_cast<std::byte>((state = state * 1664525 + 1013904223) >> 24);
+      break;
+    }
+  }
+  return {std::move(reply), false};
+}
+
+std::string command_name(std::uint8_t command) {
+  static constexpr std::array<const char*, 7> kNames = {
+      "negotiate", "shutdown", "activate", "deactivate", "command 4", "register", "unregister"};
+  return command < kNames.size() ? kNames[command] : "command " + std::to_string(command);
+}
+
+}  // namespace
+
+// One client: its bytes come in until a message is whole, its reply goes out before the next
+// message is looked at.
+class BrokerServer::Connection {
+ public:
+  Connection(BrokerServer& owner, int descriptor, std::string peer)
+      : owner_(owner), descriptor_(descriptor), peer_(std::move(peer)) {
+    deadline_ = owner_.loop_.after(kLongestConnection, [this] { finish("is closed for its age"); });
+    owner_.loop_.watch(descriptor_, EPOLLIN, [this](std::uint32_t events) { handle(events); });
+  }
+  ~Connection() {
+    owner_.loop_.cancel(deadline_);
+    owner_.loop_.cancel(pacing_);
+    owner_.loop_.unwatch(descriptor_);
+    ::close(descriptor_);
+  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+ private:
+  void handle(std::uint32_t events) {
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0)
+      return finish("is lost");
+    if (sending_)
+      return send_some();
+    receive_some();
+  }
+
+  void receive_some() {
+    std::array<std::byte, kLargestBrokerMessage> block;
+    const ssize_t got = ::recv(descriptor_, block.data(), block.size() - input_.size(), 0);
+    if (got < 0 && (errno == EAGAIN || errno == EINTR))
+      return;
+    if (got <= 0)
+      return finish("is closed by the client");
+    if (owner_.settings_.mode == BrokerMode::silent)
+      return;
+    input_.insert(input_.end(), block.begin(), block.begin() + got);
+    answer();
+  }
+
+  // Answers the message at the front of the input, if it is whole.
+  void answer() {
+    BrokerDecoding decoded = decode_broker_message(input_);
+    if (decoded.state == BrokerDecoding::State::incomplete)
+      return;
+    if (decoded.state == BrokerDecoding::State::malformed) {
+      owner_.log_.line(owner_.name_, peer_ + " sent no message of a location broker");
+      BrokerMessage reply;
+      reply.status = kBrokerBadRequest;
+      last_ = true;
+      return start(encode_broker_message(reply));
+    }
+    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(decoded.size));
+    if (owner_.settings_.mode == BrokerMode::closing)
+      return finish("is closed without an answer");
+    if (owner_.settings_.mode == BrokerMode::reset)
+      return reset();
+    const BrokerMessage reply = owner_.registry_.answer(decoded.message);
+    owner_.log_.line(owner_.name_, peer_ + " asks " + command_name(decoded.message.command) +
+                                       ", status " + std::to_string(reply.status));
+    last_ = owner_.registry_.shut_down();
+    if (last_)
+      owner_.close_listener();
+    start(encode_broker_message(reply));
+  }
+
+  void start(std::vector<std::byte> reply) {
+    if (owner_.settings_.mode == BrokerMode::malformed) {
+      BadReply bad = spoil(std::move(reply), owner_.settings_.malformation);
+      reply = std::move(bad.bytes);
+      endless_ = bad.endless;
+      last_ = true;
+    }
+    output_ = std::move(reply);
+    sent_ = 0;
+    sending_ = true;
+    if (owner_.settings_.mode == BrokerMode::slow) {
+      owner_.loop_.change(descriptor_, 0);
+      send_slowly();
+    } else {
+      send_some();
+    }
+  }
+
+  void send_some() {
+    while (sent_ < output_.size()) {
+      const ssize_t sent =
+          ::send(descriptor_, output_.data() + sent_, output_.size() - sent_, MSG_NOSIGNAL);
+      if (sent < 0 && (errno == EAGAIN || errno == EINTR)) {
+        owner_.loop_.change(descriptor_, EPOLLOUT);
+        return;
+      }
+      if (sent < 0)
+        return finish("is lost");
+      sent_ += static_cast<std::size_t>(sent);
+      if (endless_ && sent_ == output_.size()) {
+        output_.assign(4096, std::byte{0});
+        sent_ = 0;
+        owner_.loop_.change(descriptor_, EPOLLOUT);
+        return;
+      }
+    }
+    sent_all();
+  }
+
+  void send_slowly() {
+    const std::uint32_t rate = owner_.settings_.bytes_per_second;
+    const std::size_t share = std::min<std::size_t>(output_.size() - sent_, rate / 100 + 1);
+    if (::send(descriptor_, output_.data() + sent_, share, MSG_NOSIGNAL) < 0 && errno != EAGAIN)
+      return finish("is lost");
+    sent_ += share;
+    if (sent_ == output_.size())
+      return sent_all();
+    pacing_ = owner_.loop_.after(std::chrono::microseconds(share * 1'000'000 / rate),
+                                 [this] { send_slowly(); });
+  }
+
+  void sent_all() {
+    sending_ = false;
+    if (last_)
+      return finish("is closed");
+    owner_.loop_.change(descriptor_, EPOLLIN);
+    answer();
+  }
+
+  void reset() {
+    const linger abrupt{1, 0};
+    ::setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
+    finish("is reset");
+  }
+
+  // Destroys this connection.
+  void finish(const char* how) {
+    owner_.log_.line(owner_.name_, "connection of " + peer_ + " " + how);
+    owner_.remove(this);
+  }
+
+  BrokerServer& owner_;
+  const int descriptor_;
+  const std::string peer_;
+  EventLoop::TimerNumber deadline_ = 0;
+  EventLoop::TimerNumber pacing_ = 0;
+  std::vector<std::byte> input_;
+  std::vector<std::byte> output_;
+  std::size_t sent_ = 0;
+  bool sending_ = false;
+  bool endless_ = false;
+  bool last_ = false;  // the connection ends with this reply
+};
+
+BrokerServer::BrokerServer(EventLoop& loop, const Log& log, std::string name, std::uint32_t address,
+                           const LocationBroker& settings)
+    : loop_(loop),
+      log_(log),
+      name_(std::move(name)),
+      address_(address),
+      settings_(settings),
+      port_(settings.port),
+      registry_(settings) {}
+
+BrokerServer::~BrokerServer() {
+  close_listener();
+}
+
+std::string BrokerServer::open() {
+  const auto failed = [&](const char* what) {
+    const std::string text = "TCP " + rpc::server::dotted(address_) + " port " +
+                             std::to_string(port_) + ": " + what + ": " + std::strerror(errno);
+    close_listener();
+    return text;
+  };
+  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (listener_ < 0)
+    return failed("no socket");
+  const int yes = 1;
+  ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  sockaddr_in name = socket_address(address_, port_);
+  if (::bind(listener_, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0)
+    return failed("cannot bind");
+  socklen_t size = sizeof name;
+  if (::getsockname(listener_, reinterpret_cast<sockaddr*>(&name), &size) == 0)
+    port_ = ntohs(name.sin_port);
+  if (::listen(listener_, 32) != 0)
+    return failed("cannot listen");
+  if (!loop_.watch(listener_, EPOLLIN, [this](std::uint32_t) { accept_one(); }))
+    return failed("cannot wait for connections");
+  return {};
+}
+
+void BrokerServer::accept_one() {
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  const int descriptor =
+      ::accept4(listener_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (descriptor < 0) {
+    if (errno == EMFILE || errno == ENFILE)
+      pause_listening();
+    return;
+  }
+  const std::string text =
+      rpc::server::dotted(ntohl(peer.sin_addr.s_addr)) + ":" + std::to_string(ntohs(peer.sin_port));
+  if (connections_.size() == kMostConnections) {
+    log_.line(name_, "connection of " + text + " is one too many");
+    ::close(descriptor);
+    return;
+  }
+  log_.line(name_, "connection of " + text);
+  connections_.push_back(std::make_unique<Connection>(*this, descriptor, text));
+}
+
+// Without descriptors the waiting client would wake the loop again at once, for ever.
+void BrokerServer::pause_listening() {
+  loop_.change(listener_, 0);
+  resuming_ = loop_.after(kPauseWithoutDescriptors, [this] { loop_.change(listener_, EPOLLIN); });
+}
+
+void BrokerServer::close_listener() {
+  if (listener_ < 0)
+    return;
+  loop_.cancel(resuming_);
+  loop_.unwatch(listener_);
+  ::close(listener_);
+  listener_ = -1;
+}
+
+void BrokerServer::remove(Connection* connection) {
+  connections_.remove_if([&](const auto& one) { return one.get() == connection; });
+}
+
+}  // namespace agent

@@ -1,0 +1,56 @@
+// A location broker on a TCP port, with the manners that its scenario gives it. Connections are
+// bounded in number, age and size.
+
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "agent/broker_registry.h"
+#include "agent/log.h"
+#include "agent/scenario.h"
+#include "platform/rpc/server/event_loop.h"
+
+namespace agent {
+
+class BrokerServer {
+ public:
+  static constexpr std::size_t kMostConnections = 64;
+
+  // `address` in host order; a port of 0 takes any free one. The loop and the log are not owned.
+  BrokerServer(rpc::server::EventLoop& loop, const Log& log, std::string name,
+               std::uint32_t address, const LocationBroker& settings);
+  ~BrokerServer();
+  BrokerServer(const BrokerServer&) = delete;
+  BrokerServer& operator=(const BrokerServer&) = delete;
+
+  // Binds and listens. An empty text, or what failed: address, port and reason.
+  std::string open();
+  std::uint16_t port() const { return port_; }
+  std::size_t connections() const { return connections_.size(); }
+  const BrokerRegistry& registry() const { return registry_; }
+
+ private:
+  class Connection;
+  using Connections = std::list<std::unique_ptr<Connection>>;
+
+  void accept_one();
+  void pause_listening();
+  void close_listener();
+  void remove(Connection* connection);
+
+  rpc::server::EventLoop& loop_;
+  const Log& log_;
+  const std::string name_;
+  const std::uint32_t address_;
+  const LocationBroker settings_;
+  std::uint16_t port_;
+  BrokerRegistry registry_;
+  int listener_ = -1;
+  rpc::server::EventLoop::TimerNumber resuming_ = 0;
+  Connections connections_;
+};
+
+}  // namespace agent
