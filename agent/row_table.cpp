@@ -1,0 +1,107 @@
+#include "agent/row_table.h"
+
+#include <algorithm>
+
+namespace agent {
+
+namespace {
+
+std::uint32_t wire(std::int64_t number) {
+  return static_cast<std::uint32_t>(number);
+}
+
+// One row's value by a model. Instances of one class are set apart by reading the model some rows
+// ahead.
+struct ModelReader {
+  const ClassData& data;
+  std::size_t slot;
+  std::size_t row;
+
+  std::uint64_t step() const { return std::uint64_t{slot} + row * 5; }
+
+  Value operator()(const ConstantModel& model) const { return wire(model.value); }
+  Value operator()(const RampModel& model) const {
+    const auto steps =
+        static_cast<std::uint64_t>(model.to - model.from) / static_cast<std::uint64_t>(model.step) +
+        1;
+    return wire(model.from + static_cast<std::int64_t>(step() % steps) * model.step);
+  }
+  Value operator()(const WaveModel& model) const {
+    const std::uint64_t phase = step() % model.period * 2;  // 0 to just under two periods
+    const std::uint64_t height = phase <= model.period ? phase : 2 * model.period - phase;
+    const auto swing = static_cast<std::uint64_t>(model.high - model.low);
+    return wire(model.low + static_cast<std::int64_t>(swing * height / model.period));
+  }
+  Value operator()(const ValuesModel& model) const {
+    return wire(model.values[step() % model.values.size()]);
+  }
+  Value operator()(const TextsModel& model) const {
+    return std::string_view(model.texts[step() % model.texts.size()]);
+  }
+  Value operator()(const InstanceModel& model) const {
+    if (row >= data.instances.size())
+      return std::string_view();
+    return std::string_view(model.label ? data.instances[row].label : data.instances[row].name);
+  }
+};
+
+}  // namespace
+
+RowTable::RowTable(const ClassData& data) : data_(data) {
+  for (std::size_t i = 0; i < data.rows.size(); ++i)
+    if (i == 0 || data.rows[i].time != data.rows[i - 1].time)
+      starts_.push_back(i);
+  if (!data.rows.empty())
+    starts_.push_back(data.rows.size());
+}
+
+std::size_t RowTable::slots() const {
+  return starts_.empty() ? data_.row_count : starts_.size() - 1;
+}
+
+std::uint32_t RowTable::time(std::size_t slot) const {
+  if (!starts_.empty())
+    return data_.rows[starts_[slot]].time;
+  return data_.first_time +
+         static_cast<std::uint32_t>(slot) * static_cast<std::uint32_t>(data_.interval);
+}
+
+std::size_t RowTable::slot_from(std::uint32_t wanted) const {
+  std::size_t low = 0;
+  std::size_t high = slots();
+  while (low < high) {
+    const std::size_t middle = low + (high - low) / 2;
+    if (time(middle) < wanted)
+      low = middle + 1;
+    else
+      high = middle;
+  }
+  return low;
+}
+
+std::size_t RowTable::rows(std::size_t slot) const {
+  if (!starts_.empty())
+    return starts_[slot + 1] - starts_[slot];
+  return std::max<std::size_t>(data_.instances.size(), 1);
+}
+
+bool RowTable::has_row(std::size_t slot, std::size_t row) const {
+  if (row >= rows(slot))
+    return false;
+  if (row >= data_.instances.size())
+    return true;
+  const Instance& instance = data_.instances[row];
+  const std::int64_t when = time(slot);
+  return when >= instance.birth && when <= instance.death;
+}
+
+Value RowTable::value(std::size_t slot, std::size_t row, std::size_t metric) const {
+  if (starts_.empty())
+    return std::visit(ModelReader{data_, slot, row}, data_.metrics[metric].model);
+  const Cell& cell = data_.rows[starts_[slot] + row].cells[metric];
+  if (const auto* text = std::get_if<std::string>(&cell))
+    return std::string_view(*text);
+  return wire(std::get<std::int64_t>(cell));
+}
+
+}  // namespace agent

@@ -1,0 +1,43 @@
+// The rows of a class: at which times there are any, and what each metric says in them. Rows by
+// model are computed when they are read and take no memory.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "agent/scenario.h"
+
+namespace agent {
+
+// A number as it travels (negative ones in two's complement), or a text that lives as long as the
+// class.
+using Value = std::variant<std::uint32_t, std::string_view>;
+
+// Times are counted as slots from 0, in rising order; each slot has one row, or one for each
+// instance of the class.
+class RowTable {
+ public:
+  // The class is not owned.
+  explicit RowTable(const ClassData& data);
+
+  const ClassData& data() const { return data_; }
+  std::size_t slots() const;
+  std::uint32_t time(std::size_t slot) const;
+  // The first slot that is not before `time`; slots() when there is none.
+  std::size_t slot_from(std::uint32_t time) const;
+  std::size_t rows(std::size_t slot) const;
+  // Whether the slot's row number `row` exists: that of an instance only within its life.
+  bool has_row(std::size_t slot, std::size_t row) const;
+  // `metric` is an index into the class's metrics, `row` below rows(slot).
+  Value value(std::size_t slot, std::size_t row, std::size_t metric) const;
+
+ private:
+  const ClassData& data_;
+  std::vector<std::size_t> starts_;  // explicit rows: where each slot begins, and the end
+};
+
+}  // namespace agent
