@@ -240,7 +240,7 @@ struct LocationBroker {
 
 // An element of the endpoint map that no server of the system put there.
 struct MapElement {
-  std::string interface;  // a name that hxasim knows, or a UUID
+  uuid_t interface_id{};
   std::uint16_t major = 2;
   std::uint16_t minor = 0;
   std::string protocol = "ncadg_ip_udp";

@@ -3,11 +3,16 @@
 #include <charconv>
 #include <set>
 
+#include "agent/endpoint_map.h"
 #include "agent/scenario_parser.h"
+#include "platform/rpc/rpc.h"
+#include "platform/rpc/tower.h"
 
 namespace agent {
 
 namespace {
+
+constexpr std::uint32_t kAnyLoopback = 0x7F000001;
 
 RepositoryServer parse_repository(const toml::table& table, const ServerSettings& defaults,
                                   const DataSources& sources, ErrorList& errors) {
@@ -71,6 +76,32 @@ AlarmServer parse_alarm(const toml::table& table, const ServerSettings& defaults
   return result;
 }
 
+// A name of the product's interfaces, or any UUID.
+void parse_interface(TableReader& reader, uuid_t& id) {
+  struct Known {
+    std::string_view name;
+    const char* uuid;
+  };
+  static constexpr Known kKnown[] = {
+      {"rep", "5b3c82a0-17e4-0000-020a-141e28000000"},
+      {"repView", "5d0e4c91-3a27-0000-020a-141e28000000"},
+      {"repTimeFilter", "5d0e3b6a-c4f9-0000-020a-141e28000000"},
+      {"repFilteredView", "5d0f9172-8e05-0000-020a-141e28000000"},
+      {"repTemporalView", "5d0e6f08-b2d6-0000-020a-141e28000000"},
+      {"ag", "5e61c7d3-a04b-0000-020a-141e32000000"},
+  };
+  std::string text;
+  reader.required_text("interface", text, 36);
+  for (const Known& known : kKnown)
+    if (text == known.name) {
+      UuidFromStringA(known.uuid, &id);
+      return;
+    }
+  if (reader.has_text("interface") && UuidFromStringA(text.c_str(), &id) != RPC_S_OK)
+    reader.refuse("interface",
+                  "expected a UUID or an interface such as \"rep\", found " + quoted(text));
+}
+
 MapElement parse_element(const toml::table& table, ErrorList& errors) {
   TableReader reader(table, "system.mapper.element", errors);
   MapElement result;
@@ -81,13 +112,7 @@ MapElement parse_element(const toml::table& table, ErrorList& errors) {
     if (!result.tower)
       reader.refuse("tower", "expected pairs of hexadecimal digits");
   } else {
-    static const std::set<std::string, std::less<>> kKnown = {
-        "rep", "repView", "repTimeFilter", "repFilteredView", "repTemporalView", "ag"};
-    reader.required_text("interface", result.interface, 36);
-    if (reader.has_text("interface") && !kKnown.contains(result.interface)) {
-      uuid_t ignored{};
-      reader.uuid("interface", ignored);
-    }
+    parse_interface(reader, result.interface_id);
     reader.version("version", result.major, result.minor);
     reader.choice<std::string>("protocol", result.protocol,
                                {{"ncadg_ip_udp", "ncadg_ip_udp"},
@@ -99,6 +124,9 @@ MapElement parse_element(const toml::table& table, ErrorList& errors) {
                                 {"ncacn_spx", "ncacn_spx"}});
     reader.text("address", result.address, 255);
     reader.required_text("endpoint", result.endpoint, 255);
+    if (reader.has_text("endpoint") && !rpc::encode_tower(element_tower(result, kAnyLoopback)))
+      reader.refuse("endpoint",
+                    "expected an address and an endpoint that " + result.protocol + " has");
   }
   reader.uuid("object", result.object);
   reader.text("annotation", result.annotation, kAnnotationLength);

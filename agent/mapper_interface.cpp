@@ -1,0 +1,98 @@
+#include "agent/mapper_interface.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace agent {
+
+namespace {
+
+using rpc::server::CallInfo;
+
+void put(ept_entry_t& result, const MapEntry& entry) {
+  result.object = entry.object;
+  result.tower = std::make_shared<twr_t>();
+  result.tower->tower_length = static_cast<std::uint32_t>(entry.tower.size());
+  for (const std::byte octet : entry.tower)
+    result.tower->tower_octet_string.push_back(std::to_integer<std::uint8_t>(octet));
+  const std::size_t length = std::min(entry.annotation.size(), sizeof result.annotation - 1);
+  std::memcpy(result.annotation, entry.annotation.data(), length);
+}
+
+}  // namespace
+
+MapperInterface::Inquiries::iterator MapperInterface::find(const rpc::WireContext& handle) {
+  const auto found = open_.find(handle.id);
+  if (found == open_.end() || handle.attributes != 0)
+    throw rpc::server::Fault(rpc::server::kNcaFaultContextMismatch);
+  return found;
+}
+
+MapperInterface::Inquiries::iterator MapperInterface::begin(const uuid_t& client,
+                                                            const MapInquiry& inquiry,
+                                                            std::size_t first) {
+  if (open_.size() >= kMostInquiries)
+    open_.erase(std::min_element(open_.begin(), open_.end(), [](const auto& a, const auto& b) {
+      return a.second.number < b.second.number;
+    }));
+  return open_.emplace(random_.uuid(), OpenInquiry{client, ++begun_, inquiry, first}).first;
+}
+
+void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_type,
+                                 const uuid_t* object, const ept_if_id_t* interface_id,
+                                 std::uint32_t vers_option, rpc::WireContext* entry_handle,
+                                 std::uint32_t max_ents, std::uint32_t* num_ents,
+                                 ept_entry_t* entries, error_status_t* status) {
+  if (refused(status))
+    return;
+  MapInquiry inquiry;
+  std::size_t next = 0;
+  auto open = open_.end();
+  if (entry_handle->null()) {
+    inquiry.type = inquiry_type;
+    inquiry.version_option = vers_option;
+    if (object != nullptr)
+      inquiry.object = *object;
+    if (interface_id != nullptr)
+      inquiry.interface_id =
+          rpc_if_id_t{interface_id->uuid, interface_id->vers_major, interface_id->vers_minor};
+    next = inquiry.sound() ? map_.find(inquiry, 0) : map_.size();
+  } else {
+    open = find(*entry_handle);
+    inquiry = open->second.inquiry;
+    next = open->second.next;
+  }
+  if (!inquiry.sound() || max_ents == 0) {
+    *status = kMapperCannotPerform;
+    return;
+  }
+  const std::uint32_t most = std::min(max_ents, batch_);
+  for (; *num_ents < most && next < map_.size(); next = map_.find(inquiry, next + 1))
+    put(entries[(*num_ents)++], map_.entry(next));
+  if (*num_ents == 0)
+    *status = kMapperNotRegistered;
+  if (next >= map_.size()) {
+    if (open != open_.end())
+      open_.erase(open);
+    *entry_handle = {};
+  } else if (open != open_.end()) {
+    open->second.next = next;
+  } else {
+    entry_handle->id = begin(call.activity, inquiry, next)->first;
+  }
+}
+
+void MapperInterface::ept_lookup_handle_free(const CallInfo&, rpc::WireContext* entry_handle,
+                                             error_status_t* status) {
+  if (refused(status) || entry_handle->null())
+    return;
+  open_.erase(find(*entry_handle));
+  *entry_handle = {};
+}
+
+void MapperInterface::run_down(const uuid_t& client) {
+  std::erase_if(open_, [&](const auto& entry) { return entry.second.client == client; });
+}
+
+}  // namespace agent

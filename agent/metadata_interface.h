@@ -1,0 +1,39 @@
+// The interface `rep` of a repository server: what it holds.
+
+#pragma once
+
+#include "agent/operation_script.h"
+#include "agent/repository.h"
+#include "rep_server.h"
+
+namespace agent {
+
+// The lookups list what matches, from the element on that `lookupHandle` counts to (0 at first).
+// The handle that comes back goes on behind the last element sent, or is 0 when that was the end.
+// An identifier of 0 matches all.
+class MetadataInterface : public Scripted<rep_Server> {
+ public:
+  // The script and the repository are not owned.
+  MetadataInterface(OperationScript& script, const Repository& repository)
+      : Scripted(script), repository_(repository) {}
+
+  void rep_LookupRepository(const rpc::server::CallInfo& call, rep_sRepositoryDescriptor* result,
+                            error_status_t* status) override;
+  void rep_LookupTable(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                       std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                       std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                       error_status_t* status) override;
+  void rep_LookupInstance(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                          std::uint32_t instanceId, std::uint32_t* lookupHandle,
+                          std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                          rep_sInstanceDescriptor* results, error_status_t* status) override;
+  void rep_LookupMetric(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                        std::uint32_t metricId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                        std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+                        error_status_t* status) override;
+
+ private:
+  const Repository& repository_;
+};
+
+}  // namespace agent
