@@ -1,0 +1,122 @@
+// hxasim: reads a scenario, opens its sockets, says "ready", and serves until it is told to end.
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "agent/command_line.h"
+#include "agent/scenario.h"
+#include "agent/simulator.h"
+
+namespace {
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+rpc::server::EventLoop* running_loop = nullptr;
+
+void stop_running_loop(int) {
+  running_loop->stop();
+}
+
+void end_on_signals(rpc::server::EventLoop& loop) {
+  running_loop = &loop;
+  struct sigaction action {};
+  action.sa_handler = stop_running_loop;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+// A scenario of many systems needs more descriptors than the usual soft limit.
+void raise_descriptor_limit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+    return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool write_all(int descriptor, const std::string& text) {
+  return ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// The file appears with its line in it, never empty.
+bool write_ready_file(const std::string& path, const std::string& line) {
+  const std::string fresh = path + ".new";
+  const int descriptor = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (descriptor < 0)
+    return false;
+  const bool written = write_all(descriptor, line);
+  return ::close(descriptor) == 0 && written && std::rename(fresh.c_str(), path.c_str()) == 0;
+}
+
+bool announce(const agent::CommandLine& line, std::size_t systems) {
+  const std::string text =
+      "hxasim: ready, " + std::to_string(systems) + (systems == 1 ? " system\n" : " systems\n");
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+  if (line.ready_descriptor) {
+    if (!write_all(*line.ready_descriptor, text)) {
+      std::perror("hxasim: --ready-fd");
+      return false;
+    }
+    if (*line.ready_descriptor > STDERR_FILENO)
+      ::close(*line.ready_descriptor);
+  }
+  if (!line.ready_file.empty() && !write_ready_file(line.ready_file, text)) {
+    std::perror(("hxasim: " + line.ready_file).c_str());
+    return false;
+  }
+  return true;
+}
+
+int run(const agent::CommandLine& line) {
+  const auto parsed =
+      agent::load_scenario(line.scenario, static_cast<std::uint32_t>(std::time(nullptr)));
+  for (const agent::ScenarioError& error : parsed.errors)
+    std::fprintf(stderr, "%s\n", agent::error_text(line.scenario, error).c_str());
+  if (!parsed.errors.empty())
+    return kExitFailure;
+  if (line.check)
+    return 0;
+
+  raise_descriptor_limit();
+  rpc::server::EventLoop loop;
+  end_on_signals(loop);
+  const agent::Log log(line.verbose ? stdout : nullptr);
+  agent::Simulator simulator(loop, log, parsed.scenario);
+  const std::vector<std::string> failures = simulator.open();
+  for (const std::string& failure : failures)
+    std::fprintf(stderr, "hxasim: %s\n", failure.c_str());
+  if (!failures.empty() || !announce(line, simulator.systems().size()))
+    return kExitFailure;
+  loop.run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const auto [line, error] =
+      agent::parse_command_line(std::vector<std::string>(argv + 1, argv + argc));
+  if (!error.empty()) {
+    std::fprintf(stderr, "hxasim: %s\n%s", error.c_str(), agent::usage().c_str());
+    return kExitUsage;
+  }
+  if (line.help) {
+    std::fputs(agent::usage().c_str(), stdout);
+    return 0;
+  }
+  if (line.version) {
+    std::puts("hxasim " ZT_VERSION);
+    return 0;
+  }
+  return run(line);
+}

@@ -1,0 +1,151 @@
+#include "agent/simulated_system.h"
+
+#include <utility>
+
+#include "platform/rpc/tower.h"
+
+namespace agent {
+
+namespace {
+
+using rpc::server::Interface;
+
+std::shared_ptr<const Repository> repository_of(Repositories& all,
+                                                const std::shared_ptr<const DataSource>& source) {
+  auto& repository = all[source.get()];
+  if (repository == nullptr)
+    repository = std::make_shared<const Repository>(source);
+  return repository;
+}
+
+}  // namespace
+
+struct SimulatedSystem::RepositoryNode {
+  RepositoryNode(rpc::server::ServerHost& host, const Log& log, const std::string& name,
+                 const RepositoryServer& settings, std::shared_ptr<const Repository> shared)
+      : registration(settings.registration),
+        repository(std::move(shared)),
+        contexts(*repository),
+        server(host, log, name, settings.server),
+        metadata(server.script(), *repository),
+        base_views(server.script(), contexts),
+        time_filters(server.script(), contexts),
+        filtered_views(server.script(), contexts),
+        temporal_views(server.script(), contexts) {}
+
+  std::vector<Interface*> interfaces() {
+    return {&metadata, &base_views, &time_filters, &filtered_views, &temporal_views};
+  }
+
+  const Registration registration;
+  std::shared_ptr<const Repository> repository;
+  ViewContexts contexts;
+  DatagramServer server;
+  MetadataInterface metadata;
+  BaseViewInterface base_views;
+  TimeFilterInterface time_filters;
+  FilteredViewInterface filtered_views;
+  TemporalViewInterface temporal_views;
+};
+
+struct SimulatedSystem::AlarmNode {
+  AlarmNode(rpc::server::ServerHost& host, const Log& log, const std::string& name,
+            const AlarmServer& settings)
+      : registration(settings.registration),
+        server(host, log, name, settings.server),
+        alarms(server.script(), settings) {}
+
+  const Registration registration;
+  DatagramServer server;
+  AlarmInterface alarms;
+};
+
+SimulatedSystem::SimulatedSystem(rpc::server::EventLoop& loop, rpc::server::ServerHost& host,
+                                 const Log& log, Repositories& repositories, const System& system)
+    : system_(system),
+      broker_(loop, log, system.name + "/broker", system.address, system.broker),
+      mapper_server_(host, log, system.name + "/mapper", system.mapper.server),
+      mapper_(mapper_server_.script(), map_, system.mapper.batch) {
+  for (const RepositoryServer& one : system.repositories)
+    repositories_.push_back(
+        std::make_unique<RepositoryNode>(host, log, system.name + "/" + one.source->label, one,
+                                         repository_of(repositories, one.source)));
+  if (system.alarm)
+    alarm_ = std::make_unique<AlarmNode>(host, log, system.name + "/alarm", *system.alarm);
+}
+
+SimulatedSystem::~SimulatedSystem() = default;
+
+std::string SimulatedSystem::open() {
+  std::string failure;
+  if (system_.broker.mode != BrokerMode::refused)
+    failure = broker_.open();
+  if (failure.empty())
+    failure = open_mapper();
+  register_elements(true);
+  if (failure.empty())
+    failure = open_repositories();
+  if (failure.empty())
+    failure = open_alarm_server();
+  register_elements(false);
+  return failure.empty() ? failure : system_.name + ": " + failure;
+}
+
+// Before the servers that may take any port, so that none of them takes the mapper's.
+std::string SimulatedSystem::open_mapper() {
+  std::vector<Interface*> interfaces;
+  if (!system_.mapper.rejecting)
+    interfaces.push_back(&mapper_);
+  return mapper_server_.open(system_.address, std::move(interfaces),
+                             [this](const uuid_t& client) { mapper_.run_down(client); });
+}
+
+std::string SimulatedSystem::open_repositories() {
+  for (const auto& node : repositories_) {
+    const std::string failure = node->server.open(
+        system_.address, node->interfaces(),
+        [contexts = &node->contexts](const uuid_t& client) { contexts->run_down(client); });
+    if (!failure.empty())
+      return failure;
+    register_server(node->registration, node->server.port(), node->interfaces());
+  }
+  return {};
+}
+
+std::string SimulatedSystem::open_alarm_server() {
+  if (alarm_ == nullptr)
+    return {};
+  const std::string failure = alarm_->server.open(system_.address, {&alarm_->alarms}, {});
+  if (failure.empty())
+    register_server(alarm_->registration, alarm_->server.port(), {&alarm_->alarms});
+  return failure;
+}
+
+void SimulatedSystem::register_server(const Registration& registration, std::uint16_t port,
+                                      const std::vector<Interface*>& interfaces) {
+  if (!registration.registered)
+    return;
+  for (std::uint32_t copy = 0; copy < registration.copies; ++copy)
+    for (const Interface* interface : interfaces) {
+      const rpc::InterfaceSpec& spec = interface->spec();
+      map_.add(rpc::Tower{{spec.id, spec.major, spec.minor},
+                          "ncadg_ip_udp",
+                          rpc::server::dotted(system_.address),
+                          std::to_string(port)},
+               registration.object, registration.annotation);
+    }
+}
+
+void SimulatedSystem::register_elements(bool first) {
+  for (const MapElement& element : system_.mapper.elements) {
+    if (element.first != first)
+      continue;
+    for (std::uint32_t copy = 0; copy < element.copies; ++copy)
+      if (element.tower)
+        map_.add(raw_entry(element));
+      else
+        map_.add(element_tower(element, system_.address), element.object, element.annotation);
+  }
+}
+
+}  // namespace agent
