@@ -68,7 +68,7 @@ void FragmentSender::restart() {
   next_number_ = 0;
   for (const std::size_t end : ends_) {
     in_flight_.push_back({next_number_++, 0, next_offset_, end - next_offset_, end == body_.size(),
-                          false, true});
+                          false, true, true, Time{}});
     flight_bytes_ += kHeaderSize + end - next_offset_;
     next_offset_ = end;
   }
@@ -115,8 +115,9 @@ bool FragmentSender::asks_for_fack(const InFlight& fragment) {
 }
 
 FragmentSender::Outgoing FragmentSender::transmit(InFlight& fragment, bool ask,
-                                                  std::uint16_t& serial) {
-  fragment.serial = serial++;
+                                                  std::uint16_t& serial, Time now) {
+  fragment.serial = last_serial_ = serial++;
+  fragment.sent = now;
   Outgoing out;
   out.fragment = fragment.number;
   out.serial = fragment.serial;
@@ -147,7 +148,8 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
                                        [](const InFlight& each) { return each.pending; });
     fragment->pending = false;
     --pending_;
-    return transmit(*fragment, true, serial);
+    fragment->again = true;
+    return transmit(*fragment, true, serial, now);
   }
   if (next_offset_ == body_.size() || !window_open())
     return std::nullopt;
@@ -162,7 +164,7 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
   flight_bytes_ += kHeaderSize + length;
   first_sent_ = true;
   in_flight_.push_back(fragment);
-  return transmit(in_flight_.back(), asks_for_fack(fragment), serial);
+  return transmit(in_flight_.back(), asks_for_fack(fragment), serial, now);
 }
 
 void FragmentSender::mark_lost(InFlight& fragment) {
@@ -187,12 +189,46 @@ void FragmentSender::drop_oldest(std::size_t count) {
   in_flight_.erase(in_flight_.begin(), end);
 }
 
+// The fack names the packet that caused it, so that repeats cannot be mistaken for each other. It
+// cannot hold a fragment whose repeat is younger than that packet, unless an earlier copy arrived.
+void FragmentSender::learn_from(std::uint16_t fragment, const Fack& fack, Time now) {
+  for (const InFlight& each : in_flight_) {
+    const std::int32_t bit = ahead(each.number, static_cast<std::uint16_t>(fragment + 1));
+    const bool here = bit < 0 || bit_set(fack.selective, static_cast<std::size_t>(bit));
+    if (here && each.again && !each.held && ahead(each.serial, fack.serial) > 0)
+      reordering_ = true;
+    if (each.serial == fack.serial && !each.pending) {
+      const Duration sample = now - each.sent;
+      round_trip_ = round_trip_ == Duration{} ? sample : (7 * round_trip_ + sample) / 8;
+    }
+  }
+}
+
+// What was sent before the packet that caused the fack and is missing there is lost, unless the
+// network reorders: then, and for a fragment that was repeated already, a round trip must have
+// passed as well.
+bool FragmentSender::believed_lost(const InFlight& fragment, const Fack& fack, Time now) const {
+  if (ahead(fragment.serial, fack.serial) >= 0)
+    return false;
+  return !(reordering_ || fragment.again) || now - fragment.sent >= round_trip_ + round_trip_ / 4;
+}
+
+// A receiver that was silent for long may drop what it held, acknowledged or not. That is certain
+// when a packet sent after the acknowledgement came in brings a lower one.
+bool FragmentSender::receiver_lost_its_part(std::uint16_t fragment, const Fack& fack) const {
+  if (in_flight_.empty())
+    return false;
+  const auto unbroken = static_cast<std::uint16_t>(in_flight_.front().number - 1);
+  return ahead(fragment, unbroken) < 0 && ahead(fack.serial, advanced_at_) > 0;
+}
+
 std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
   if (in_flight_.empty())
     return 0;
   const std::int32_t count = ahead(fragment, in_flight_.front().number) + 1;
   if (count <= 0 || static_cast<std::size_t>(count) > in_flight_.size())
     return 0;
+  advanced_at_ = last_serial_;
   const auto end = in_flight_.begin() + count;
   const auto taken =
       std::count_if(in_flight_.begin(), end, [](const InFlight& each) { return !each.held; });
@@ -222,13 +258,19 @@ bool FragmentSender::acknowledge(std::uint16_t fragment, const std::optional<Fac
                                  Time now) {
   if (!started_ || single_ || complete_)
     return false;
+  if (fack && receiver_lost_its_part(fragment, *fack)) {
+    restart();
+    return false;
+  }
+  if (fack)
+    learn_from(fragment, *fack, now);
   std::size_t taken = take_cumulative(fragment);
   if (fack) {
     receiver_window_ = fack->window_kilobytes * kKilobyte;
     max_fragment_ = std::max<std::size_t>(fack->max_fragment, kLeastMaxFragment);
     taken += take_selective(fragment, *fack);
     for (InFlight& each : in_flight_)
-      if (ahead(each.serial, fack->serial) < 0)
+      if (believed_lost(each, *fack, now))
         mark_lost(each);
   }
   congestion_ = std::min(congestion_ + taken, kMostInFlight);

@@ -105,6 +105,8 @@ class FragmentSender {
     bool last;
     bool held;     // selectively acknowledged
     bool pending;  // to be sent again
+    bool again;    // was sent more than once
+    Time sent;     // last
   };
 
   std::size_t fragment_body_size() const;
@@ -112,9 +114,12 @@ class FragmentSender {
   bool congested() const;
   bool window_open() const;
   bool asks_for_fack(const InFlight& fragment);
-  Outgoing transmit(InFlight& fragment, bool ask, std::uint16_t& serial);
+  Outgoing transmit(InFlight& fragment, bool ask, std::uint16_t& serial, Time now);
   void mark_lost(InFlight& fragment);
+  void learn_from(std::uint16_t fragment, const Fack& fack, Time now);
+  bool believed_lost(const InFlight& fragment, const Fack& fack, Time now) const;
   void drop_oldest(std::size_t count);
+  bool receiver_lost_its_part(std::uint16_t fragment, const Fack& fack) const;
   std::size_t take_cumulative(std::uint16_t fragment);
   std::size_t take_selective(std::uint16_t fragment, const Fack& fack);
 
@@ -141,7 +146,11 @@ class FragmentSender {
   std::size_t congestion_ = 0;       // fragments
   std::size_t unasked_ = 0;          // fragments since one that asked for a fack
   std::uint16_t recovery_ = 0;       // losses below this number belong to a window already halved
-  bool probe_ = false;               // the oldest goes again though the window is full
+  std::uint16_t last_serial_ = 0;
+  std::uint16_t advanced_at_ = 0;  // last_serial_ when the unbroken order last grew
+  Duration round_trip_{};          // smoothed
+  bool reordering_ = false;        // a repeat turned out to be needless
+  bool probe_ = false;             // the oldest goes again though the window is full
   RepeatClock clock_;
 };
 

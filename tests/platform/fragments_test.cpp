@@ -286,6 +286,39 @@ TEST_F(Sender, NocallWithoutBodySendsTheWholeRequestAgain) {
   EXPECT_EQ(numbers(), (Numbers{0, 1, 2}));
 }
 
+TEST_F(Sender, RestartKeepsItsCutsAndBelievesAReceiverThatLostLess) {
+  const Bytes body = pattern(1384 * 12);
+  sender_.start(body, LastFragment::answered, 3000);
+  drain();
+  Fack larger = fack(3);
+  larger.max_fragment = 8000;
+  sender_.acknowledge(3, larger, now_);
+  const auto cut = drain();
+  sender_.restart();
+  const auto again = drain();
+  ASSERT_FALSE(again.empty());
+  EXPECT_EQ(again[0].fragment, 0);
+  EXPECT_EQ(again[0].body.size(), 1384U);
+  EXPECT_TRUE(sender_.acknowledge(4, fack(again.back().serial), now_));
+  const auto rest = drain();
+  ASSERT_FALSE(rest.empty());
+  EXPECT_EQ(rest[0].fragment, 5);
+  EXPECT_EQ(rest[0].body.data(), cut[1].body.data());
+}
+
+TEST_F(Sender, AReceiverThatDroppedWhatItHeldGetsEverythingAgain) {
+  const Bytes body = pattern(1384 * 12);
+  sender_.start(body, LastFragment::answered);
+  ASSERT_EQ(numbers(), (Numbers{0, 1, 2, 3}));
+  sender_.acknowledge(2, fack(3), now_);
+  // A late fack, caused by a packet sent before that acknowledgement came in, proves nothing.
+  sender_.acknowledge(0, fack(2), now_);
+  const Numbers next = numbers();
+  EXPECT_EQ(std::count(next.begin(), next.end(), 0), 0);
+  sender_.acknowledge(0xFFFF, fack(static_cast<std::uint16_t>(serial_ - 1), 0b1000), now_);
+  EXPECT_EQ(numbers(), (Numbers{0, 1, 2, 3}));
+}
+
 TEST_F(Sender, LargerFragmentsOnlyAfterTheyWereAnnouncedAndThePathTakesThem) {
   const Bytes body = pattern(1384 * 10);
   sender_.start(body, LastFragment::answered, 3000);

@@ -345,7 +345,7 @@ void World::check_bounds() {
   const auto fragments =
       static_cast<double>(fragments_of(plan.request.size()) + fragments_of(plan.reply.size()));
   const double waited = std::chrono::duration<double>(now_ - call_begun_).count();
-  const double allowed = 200 + tries * (8 * fragments + 6 * waited);
+  const double allowed = 200 + tries * (20 * fragments + 6 * waited);
   tally_.worst_packets =
       std::max(tally_.worst_packets, static_cast<double>(packets_of_call_) / allowed);
   if (static_cast<double>(packets_of_call_) > allowed)
