@@ -10,9 +10,7 @@ constexpr uuid_t kConversation = {0x333a2276, 0x0000, 0x0000,
                                   0x0d,       0x00,   {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}};
 constexpr std::uint16_t kConversationMajor = 3;
 
-constexpr std::uint16_t kWhoAreYou = 0;
-constexpr std::uint16_t kWhoAreYou2 = 1;
-constexpr std::uint16_t kAreYouThere = 2;
+enum Procedure : std::uint16_t { kWhoAreYou = 0, kWhoAreYou2 = 1, kAreYouThere = 2 };
 
 // An activity's UUID and the server's boot time.
 constexpr std::size_t kRequestSize = 20;

@@ -34,7 +34,7 @@ class Variable {
   double GetNumber() const;
   const char* GetString() const;  // empty before the first assignment
 
- private:
+ protected:
   unsigned char workvar = 0;
   std::string name;
   int classtype;
