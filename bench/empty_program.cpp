@@ -1,0 +1,3 @@
+// The baseline of a program's start: what the loader and the C++ runtime cost alone.
+
+int main() {}
