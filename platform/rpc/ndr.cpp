@@ -59,22 +59,24 @@ bool Encoder::next_deferred() {
   return deferred_.at(next_deferred_++);
 }
 
-std::uint32_t Decoder::get_conformant_varying(std::uint64_t room, std::uint32_t expected) {
+Decoder::ArrayHead Decoder::get_array_head() {
   const Fields head = fields(4, 12);
-  const auto maximum = head.get<std::uint32_t>(0);
-  const auto offset = head.get<std::uint32_t>(4);
-  const auto count = head.get<std::uint32_t>(8);
-  require(offset == 0 && count <= maximum && maximum <= room && count == expected);
-  return count;
+  const ArrayHead result{head.get<std::uint32_t>(0), head.get<std::uint32_t>(8)};
+  require(head.get<std::uint32_t>(4) == 0 && result.count <= result.maximum);
+  return result;
+}
+
+std::uint32_t Decoder::get_conformant_varying(std::uint64_t room, std::uint32_t expected) {
+  const ArrayHead head = get_array_head();
+  require(head.maximum <= room && head.count == expected);
+  return head.count;
 }
 
 std::uint32_t Decoder::get_exact_conformant_varying(std::uint64_t size, std::uint32_t expected,
                                                     std::size_t element) {
-  const std::byte* head = at_;
-  const std::uint32_t count = get_conformant_varying(size, expected);
-  at_ = head;
-  require(fields(4, 12).get<std::uint32_t>(0) == size && count <= remaining() / element);
-  return count;
+  const ArrayHead head = get_array_head();
+  require(head.maximum == size && head.count == expected && head.count <= remaining() / element);
+  return head.count;
 }
 
 void Decoder::get_octets(std::vector<std::uint8_t>& octets, std::uint32_t maximum,

@@ -216,6 +216,24 @@ class Fields {
   bool swap_;
 };
 
+// Copies `count` characters and clears the rest of the array. Most texts are short and most arrays
+// are not, so that this goes by blocks: the last one copied reaches into what follows in the body,
+// which holds `available` bytes.
+template <std::size_t N>
+void copy_text(char* text, const std::byte* from, std::size_t count, std::size_t available) {
+  constexpr std::size_t kBlock = 32;
+  if (N < kBlock || count > N - kBlock || available - count < kBlock) {
+    std::memcpy(text, from, count);
+    std::memset(text + count, 0, N - count);
+    return;
+  }
+  for (std::size_t i = 0; i < count; i += kBlock)
+    std::memcpy(text + i, from + i, kBlock);
+  for (std::size_t i = count; i < N - kBlock; i += kBlock)
+    std::memset(text + i, 0, kBlock);
+  std::memset(text + N - kBlock, 0, kBlock);
+}
+
 class Decoder {
  public:
   // The body must outlive the decoder.
@@ -293,12 +311,13 @@ class Decoder {
       std::memset(text, 0, N);
       return;
     }
-    require(offset == 0 && count == expected && count - 1 < N && count <= remaining());
+    const std::byte* from = at_;
+    const std::size_t available = remaining();
+    require(offset == 0 && count == expected && count - 1 < N && count <= available);
     require_ascii();
-    require(at_[count - 1] == std::byte{0});
-    std::memcpy(text, at_, count);
-    std::memset(text + count, 0, N - count);
-    at_ += count;
+    require(from[count - 1] == std::byte{0});
+    at_ = from + count;
+    copy_text<N>(text, from, count, available);
   }
   // The same for a string, which has no length field.
   template <std::size_t N>
@@ -328,6 +347,13 @@ class Decoder {
     const void* type;
   };
 
+  struct ArrayHead {
+    std::uint32_t maximum;
+    std::uint32_t count;
+  };
+
+  // Maximum count, offset (which must be 0) and actual count of an array.
+  ArrayHead get_array_head();
   void require_ascii() const {
     if (ebcdic_) [[unlikely]]
       fail_characters();
