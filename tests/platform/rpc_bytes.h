@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +25,18 @@ inline Bytes hex(std::string_view text) {
   for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
     bytes.push_back(static_cast<std::byte>(std::strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
   return bytes;
+}
+
+// The same the other way, in groups of four bytes.
+inline std::string hex_text(std::span<const std::byte> bytes) {
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    char digits[4];
+    std::snprintf(digits, sizeof(digits), "%s%02x", i % 4 == 0 && i > 0 ? " " : "",
+                  std::to_integer<unsigned>(bytes[i]));
+    text += digits;
+  }
+  return text;
 }
 
 // Bytes that differ from place to place, so that a body joined wrongly shows.
