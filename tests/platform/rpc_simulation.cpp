@@ -114,7 +114,8 @@ void World::settle() {
     if (events_.empty() && !core_->next_wake_up())
       return fail("the server holds bodies and no clock runs");
     step(std::nullopt);
-    if (now_ - begun > setting_.longest_operation + seconds(200) || packets_of_call_ > 500)
+    if (now_ - begun > setting_.longest_operation + setting_.server.client_silence + seconds(100) ||
+        packets_of_call_ > 500)
       return fail("the server does not come to rest");
   }
 }
@@ -171,8 +172,10 @@ void World::one_call() {
     return;
 
   ++tally_.statuses[call.status()];
-  if (call.status() != 0)
+  if (call.status() != 0) {
+    tally_.failed_seeds.push_back(seed_);
     return;
+  }
   ++tally_.succeeded;
   if (setting_.deliver_flips)
     return;
@@ -345,7 +348,7 @@ void World::check_bounds() {
   const auto fragments =
       static_cast<double>(fragments_of(plan.request.size()) + fragments_of(plan.reply.size()));
   const double waited = std::chrono::duration<double>(now_ - call_begun_).count();
-  const double allowed = 200 + tries * (20 * fragments + 6 * waited);
+  const double allowed = 200 + tries * (8 * fragments + 6 * waited);
   tally_.worst_packets =
       std::max(tally_.worst_packets, static_cast<double>(packets_of_call_) / allowed);
   if (static_cast<double>(packets_of_call_) > allowed)

@@ -83,6 +83,7 @@ struct Tally {
   unsigned calls = 0;
   unsigned succeeded = 0;
   std::map<std::uint32_t, unsigned> statuses;
+  std::vector<std::uint64_t> failed_seeds;  // of the first calls that did not succeed
   std::uint64_t client_packets = 0;
   std::uint64_t server_packets = 0;
   std::uint64_t acks = 0;      // packets of type ack
@@ -96,6 +97,8 @@ struct Tally {
     succeeded += other.succeeded;
     for (const auto& [status, count] : other.statuses)
       statuses[status] += count;
+    if (failed_seeds.size() < 3)
+      failed_seeds.insert(failed_seeds.end(), other.failed_seeds.begin(), other.failed_seeds.end());
     client_packets += other.client_packets;
     server_packets += other.server_packets;
     acks += other.acks;

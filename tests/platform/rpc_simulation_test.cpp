@@ -34,6 +34,9 @@ Tally run_worlds(double share, std::uint64_t first_seed, MakeSetting make_settin
               100 * all.worst_packets);
   for (const auto& [status, count] : all.statuses)
     std::printf(" %u: %u", status, count);
+  if (!all.failed_seeds.empty())
+    std::printf("; the first in the world of seed %llu",
+                static_cast<unsigned long long>(all.failed_seeds.front()));
   std::printf("\n");
   return all;
 }

@@ -250,7 +250,7 @@ ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, TimePo
 
 // Forgets activities until `activities` more of them and `bytes` more of bodies fit. Those that
 // nobody vouched for go first, so that a flood of invented ones cannot push out real clients; one
-// that runs a call or waits for its answer to be acknowledged never goes, and `keep` neither.
+// that runs a call or is being answered never goes, and `keep` neither.
 bool ServerCore::make_room(std::size_t activities, std::size_t bytes, const Activity* keep) {
   if (bytes > options_.max_bytes || activities > options_.max_activities)
     return false;

@@ -54,12 +54,15 @@ struct ServerCore::Activity {
   std::vector<std::byte> answer;
   FragmentSender sender;
   RepeatClock answer_clock;        // of an answer in one packet
-  std::optional<Time> keep_until;  // the answer, or the part of a request
+  // The part of a request is kept so long; an answer is repeated so long, and kept quietly after.
+  std::optional<Time> keep_until;
   Time last_answer_sent{};
 
+  // Nothing is to be done until the client is heard: it may be forgotten when its time has come.
   bool idle() const {
     return state == CallState::none || state == CallState::finished ||
-           state == CallState::unremembered || state == CallState::abandoned;
+           state == CallState::unremembered || state == CallState::abandoned ||
+           (state == CallState::answering && !keep_until);
   }
   bool idempotent() const { return operation != nullptr && operation->idempotent; }
   bool maybe() const { return (request.flags1 & kFlagMaybe) != 0; }

@@ -24,8 +24,9 @@ constexpr std::uint16_t kWhoAreYou2 = 1;
 // An answer in one packet is repeated unasked after a second, doubling: later than the client's
 // own repeats, which are the usual cure.
 constexpr Duration kFirstAnswerRepeat = std::chrono::seconds(1);
-// A client that neither acknowledges nor asks is not waited for any longer than that.
-constexpr Duration kAnswerKept = std::chrono::seconds(30);
+// A client that neither acknowledges nor asks for so long hears nothing more unasked. The answer is
+// kept as long as the client is known, because its pings may be further apart than that.
+constexpr Duration kAnswerRepeated = std::chrono::seconds(30);
 // The part of a request that a silent client left behind; longer than any of its repeats.
 constexpr Duration kPartKept = std::chrono::seconds(60);
 // The question is small and the client waits for it, so it is repeated steadily.
@@ -164,17 +165,18 @@ void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
   send_response_packets(activity, now);
   activity.last_answer_sent = now;
 
-  // What runs again harmlessly is not kept, unless it takes more than one packet to tell.
-  if (activity.idempotent() && activity.sender.single()) {
+  // What runs again harmlessly is not kept, unless it took more than one packet to ask or tell.
+  const bool asked_in_one = (activity.request.flags1 & kFlagFragment) == 0;
+  if (activity.idempotent() && activity.sender.single() && asked_in_one) {
     release_call(activity);
     activity.state = CallState::unremembered;
     return;
   }
   activity.bytes = reply ? activity.answer.size() : 0;
   statistics_.bytes_held += activity.bytes;
-  activity.keep_until = now + kAnswerKept;
-  // A fault or reject that is lost comes again when the client asks; it is not acknowledged.
-  if (reply && activity.sender.single())
+  activity.keep_until = now + kAnswerRepeated;
+  // What the client need not acknowledge is not repeated unasked.
+  if (reply && activity.sender.single() && !activity.idempotent())
     activity.answer_clock.start(now, kFirstAnswerRepeat);
 }
 
@@ -182,7 +184,7 @@ void ServerCore::answer_again(Activity& activity, TimePoint now) {
   if (now - activity.last_answer_sent < kLeastAnswerGap)
     return;
   activity.last_answer_sent = now;
-  activity.keep_until = now + kAnswerKept;
+  activity.keep_until = now + kAnswerRepeated;
   activity.sender.resend_oldest();
   send_response_packets(activity, now);
 }
@@ -198,17 +200,18 @@ void ServerCore::on_fack(const Packet& packet, Activity& activity, TimePoint now
     release_call(activity);
     return;
   }
-  activity.keep_until = now + kAnswerKept;
+  activity.keep_until = now + kAnswerRepeated;
   send_response_packets(activity, now);
 }
 
 void ServerCore::on_time(Activity& activity, TimePoint now) {
   if (activity.keep_until && *activity.keep_until <= now) {
-    const bool part = activity.state == CallState::receiving;
-    release_call(activity);
+    activity.keep_until.reset();
+    if (activity.state == CallState::answering)
+      return;
     // The rest may come yet, and finds a server that wants the whole again.
-    if (part)
-      activity.state = CallState::unremembered;
+    release_call(activity);
+    activity.state = CallState::unremembered;
     return;
   }
   switch (activity.state) {
@@ -225,6 +228,8 @@ void ServerCore::on_time(Activity& activity, TimePoint now) {
       }
       break;
     case CallState::answering:
+      if (!activity.keep_until)
+        break;
       if (activity.answer_clock.due(now)) {
         activity.answer_clock.back_off(now);
         activity.sender.resend_oldest();
