@@ -118,6 +118,10 @@ RPC_BINDING_HANDLE register_binding(Binding binding) {
   return bindings().insert(std::move(binding));
 }
 
+bool unregister_binding(RPC_BINDING_HANDLE binding) {
+  return bindings().remove(binding) != nullptr;
+}
+
 CallTarget target_of(RPC_BINDING_HANDLE binding) {
   const std::shared_ptr<Binding> found = bindings().find(binding);
   if (found == nullptr)
@@ -170,9 +174,10 @@ RPC_STATUS RpcBindingCopy(RPC_BINDING_HANDLE source, RPC_BINDING_HANDLE* copy) {
 RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding) {
   if (binding == nullptr)
     return RPC_S_INVALID_ARG;
-  if (rpc::bindings().remove(*binding) == nullptr)
+  if (!rpc::unregister_binding(*binding))
     return RPC_S_INVALID_BINDING;
   *binding = nullptr;
+  rpc::release_activities();
   return RPC_S_OK;
 }
 

@@ -40,5 +40,7 @@ RPC_STATUS binding_from_text(std::string_view text, Binding* binding);
 
 // A handle for a binding that was made elsewhere, as it is.
 RPC_BINDING_HANDLE register_binding(Binding binding);
+// Ends such a handle without a word to any server; false when it is not alive.
+bool unregister_binding(RPC_BINDING_HANDLE binding);
 
 }  // namespace rpc

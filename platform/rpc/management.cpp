@@ -1,3 +1,4 @@
+#include "mgmt.h"
 #include "platform/rpc/rpc.h"
 
 RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id) {
@@ -5,4 +6,16 @@ RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id) {
     return RPC_S_INVALID_ARG;
   *id = {interface->id, interface->major, interface->minor};
   return RPC_S_OK;
+}
+
+RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding) {
+  try {
+    error_status_t status = RPC_S_OK;
+    const bool listening = mgmt_is_server_listening(binding, &status) != 0;
+    if (status != RPC_S_OK)
+      return status;
+    return listening ? RPC_S_OK : RPC_S_NOT_LISTENING;
+  } catch (const rpc::RpcException& failure) {
+    return failure.status();
+  }
 }

@@ -31,7 +31,7 @@ constexpr StatusText kTexts[] = {
     {1723, "The server is too busy to take the call."},
     {1726, "The call failed; it may have run on the server."},
     {1727, "The call failed before it ran on the server."},
-    {1728, "The server found an error of the protocol in the call."},
+    {1728, "The rules of the RPC protocol were broken by one of the two sides."},
     {1730, "The server answers in a data representation that is not supported."},
     {1732, "The server does not support the type of the object."},
     {1733, "The server met a union tag that is not valid."},

@@ -61,7 +61,10 @@ bool parse_item(Scanner& scanner, bool first, StringBinding& parts) {
     return first;
   }
   const std::optional<std::string> value = scanner.take_until("[]@,");
-  if (!value || name->empty())
+  // The options are handed out without quoting, as one text: nothing in them may look like the
+  // punctuation between them.
+  if (!value || name->empty() || name->find_first_of(",=") != std::string::npos ||
+      value->find(',') != std::string::npos)
     return false;
   if (*name == kEndpointOption) {
     if (!parts.endpoint.empty())

@@ -261,9 +261,9 @@ std::optional<Octets> port_octets(std::string_view text) {
 }
 
 std::optional<Octets> netware_octets(const std::string& text) {
-  Octets octets(kNetwareAddressSize);
   if (text.empty())
-    return octets;
+    return Octets{};
+  Octets octets(kNetwareAddressSize);
   if (text.size() != 2 * kNetwareAddressSize)
     return std::nullopt;
   for (std::size_t i = 0; i < octets.size(); ++i) {

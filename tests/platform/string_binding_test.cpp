@@ -73,6 +73,8 @@ TEST(StringBinding, MalformedTextsAreRefused) {
       {"ncadg_ip_udp:a[135,=x]", RPC_S_INVALID_STRING_BINDING},
       {"ncadg_ip_udp:a[135,]", RPC_S_INVALID_STRING_BINDING},
       {"ncadg_ip_udp:a[135,endpoint=136]", RPC_S_INVALID_STRING_BINDING},
+      {"ncadg_ip_udp:a[,x=y\\,endpoint=136]", RPC_S_INVALID_STRING_BINDING},
+      {"ncadg_ip_udp:a[,endpoint\\=x=y]", RPC_S_INVALID_STRING_BINDING},
       {"ncadg_ip_udp:a:b[135]", RPC_S_INVALID_STRING_BINDING},
       {"ncadg_ip_udp:a[135]\\", RPC_S_INVALID_STRING_BINDING},
       {"ncadg_ip_udp:a\\", RPC_S_INVALID_STRING_BINDING},
