@@ -35,6 +35,7 @@ class SimulatedSystem {
 
   const EndpointMap& endpoint_map() const { return map_; }
   const BrokerServer& broker() const { return broker_; }
+  std::uint16_t mapper_port() const { return mapper_server_.port(); }
 
  private:
   struct RepositoryNode;

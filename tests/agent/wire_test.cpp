@@ -1,0 +1,353 @@
+// Packets written byte by byte, from a plain socket to running servers: what goes in and what comes
+// out is compared without any code of the two ends.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <span>
+
+#include "agent/alarm_interface.h"
+#include "agent/metadata_interface.h"
+#include "agent/repository.h"
+#include "agent/scenario.h"
+#include "agent/simulator.h"
+#include "tests/agent/loop_client.h"
+
+namespace agent {
+namespace {
+
+using test::Bytes;
+using test::hex;
+using test::LoopClient;
+using test::to_hex;
+
+constexpr std::uint32_t kLoopback = 0x7F000001;
+
+// The parts of a little-endian request's header.
+struct Header {
+  const char* flags = "00";
+  const char* interface_id;
+  const char* version;
+  const char* opnum;
+  const char* sequence = "00 00 00 00";
+  const char* activity = "1e 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02";
+};
+
+constexpr const char* kMapper = "08 83 af e1 1f 5d c9 11 91 a4 08 00 2b 14 a0 fa";
+constexpr const char* kRepInterface = "a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00";
+constexpr const char* kViewInterface = "91 4c 0e 5d 27 3a 00 00 02 0a 14 1e 28 00 00 00";
+constexpr const char* kManagement = "80 bd a8 af 8a 7d c9 11 be f4 08 00 2b 10 29 89";
+
+Bytes packet(const Header& header, const Bytes& body) {
+  Bytes bytes = hex(std::string("04 00 ") + header.flags + " 00 10 00 00 00 00*16 " +
+                    header.interface_id + header.activity + " 00 00 00 00 " + header.version +
+                    header.sequence + header.opnum + " ff ff ff ff");
+  bytes.push_back(static_cast<std::byte>(body.size() & 0xFF));
+  bytes.push_back(static_cast<std::byte>(body.size() >> 8));
+  bytes.insert(bytes.end(), 4, std::byte{0});
+  bytes.insert(bytes.end(), body.begin(), body.end());
+  return bytes;
+}
+
+std::uint32_t word(const Bytes& bytes, std::size_t offset) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 4; i-- > 0;)
+    value = value << 8 | std::to_integer<std::uint32_t>(bytes.at(offset + i));
+  return value;
+}
+
+std::string part(const Bytes& bytes, std::size_t from, std::size_t size) {
+  if (bytes.size() < from + size)
+    return "only " + std::to_string(bytes.size()) + " bytes";
+  const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(from);
+  return to_hex(Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
+}
+
+const Bytes kPing =
+    hex("04 00 00 00 10 00 00 00  00*16  d3 c7 61 5e 4b a0 00 00 02 0a 14 1e 32 00 00 00"
+        "1e 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02  00 00 00 00  02 00 00 00  00 00 00 00"
+        "14 00 ff ff ff ff 00 00 00 00 00 00");
+const Bytes kPingAnswer =
+    hex("04 02 00 00 00 00 00 00  00*16  5e 61 c7 d3 a0 4b 00 00 02 0a 14 1e 32 00 00 00"
+        "2f 0c 8a 1e 90 b2 11 ef 8a 3c 02 42 ac 11 00 02  67 45 6a 12  00 00 00 02  00 00 00 00"
+        "00 14 00 03 00 07 00 04 00 00 00 00  00 00 00 00");
+
+// One alarm server, big-endian, booted at 0x67456A12, whose hints are 3 and 7.
+class BigEndianAlarmServer : public testing::Test {
+ protected:
+  std::uint16_t start(rpc::server::CallBack call_back) {
+    rpc::server::EndpointOptions options;
+    options.address = kLoopback;
+    options.core.little_endian = false;
+    options.core.boot_time = 0x67456A12;
+    options.core.call_back = call_back;
+    options.core.first_interface_hint = 3;
+    options.core.first_activity_hint = 7;
+    options.interfaces = {&alarms_};
+    const auto opened = host_.open(std::move(options));
+    return opened.endpoint != nullptr ? opened.endpoint->port() : std::uint16_t{0};
+  }
+
+  rpc::server::EventLoop loop_;
+  rpc::server::ServerHost host_{loop_};
+  OperationScript script_{{}};
+  AlarmInterface alarms_{script_, AlarmServer{}};
+};
+
+TEST_F(BigEndianAlarmServer, AnswersThePing) {
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, start(rpc::server::CallBack::none));
+  client.send(kPing);
+  EXPECT_EQ(to_hex(client.receive().value_or(Bytes{})), to_hex(kPingAnswer));
+}
+
+TEST_F(BigEndianAlarmServer, AsksWhoIsThereFirst) {
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, start(rpc::server::CallBack::who_are_you));
+  client.send(kPing);
+  const Bytes question = client.receive().value_or(Bytes{});
+  ASSERT_EQ(question.size(), 100u);
+  EXPECT_EQ(question[1], std::byte{0});
+  EXPECT_EQ(question[2] & std::byte{0x20}, std::byte{0x20});
+  EXPECT_EQ(part(question, 24, 16), "333a2276000000000d0000809c000000");
+  EXPECT_EQ(part(question, 60, 4), "00000003");
+  EXPECT_EQ(part(question, 80, 20),
+            "2f0c8a1e90b211ef8a3c0242ac110002"
+            "67456a12");
+
+  Bytes answer = hex("04 02 08 00 00 00 00 00");
+  answer.insert(answer.end(), question.begin() + 8, question.begin() + 56);
+  const Bytes tail = hex("11 22 33 44");
+  answer.insert(answer.end(), tail.begin(), tail.end());
+  answer.insert(answer.end(), question.begin() + 60, question.begin() + 70);
+  const Bytes rest = hex("ff ff ff ff 00 08 00 00 00 00  00 00 00 00  00 00 00 00");
+  answer.insert(answer.end(), rest.begin(), rest.end());
+  ASSERT_EQ(answer.size(), 88u);
+  client.send(answer);
+  Bytes reply = client.receive().value_or(Bytes(84));
+  reply[79] = std::byte{0};  // its serial number: the question may have had the first
+  EXPECT_EQ(to_hex(reply), to_hex(kPingAnswer));
+}
+
+// A system of a scenario, on any free ports.
+class RunningSystem : public testing::Test {
+ protected:
+  void start(const std::string& text) {
+    auto parsed = parse_scenario(
+        "[source.A]\nid = 7\nname = 'CPU'\nlabel = ''\npath = '/a'\n"
+        "[[source.A.class]]\nid = 3\nname = 'C'\nrows = 2\ninterval = 60\nfirst = 600\n"
+        "[[source.A.class.metric]]\nid = 4\nname = 'M'\nvalues = [-2, 9]\n"
+        "[[source.A.class.metric]]\nid = 5\nname = 'T'\ntype = 'text'\ntexts = ['ab']\n"
+        "[[system]]\naddress = '127.0.0.1'\n" +
+            text,
+        1'700'000'000);
+    ASSERT_TRUE(parsed.errors.empty()) << error_text("text", parsed.errors.front());
+    parsed.scenario.systems[0].broker.port = 0;
+    simulator_.emplace(loop_, log_, parsed.scenario);
+    ASSERT_EQ(simulator_->open(), std::vector<std::string>{});
+  }
+
+  Bytes ask(std::uint16_t port, const Header& header, const Bytes& body) {
+    LoopClient client(loop_, SOCK_DGRAM, kLoopback, port);
+    client.send(packet(header, body));
+    return client.receive().value_or(Bytes{});
+  }
+  Bytes lookup(const Bytes& body) {
+    return ask(simulator_->systems()[0]->mapper_port(), {"20", kMapper, "03 00 00 00", "02 00"},
+               body);
+  }
+  // The port of the system's first registered server, read from its tower.
+  std::uint16_t first_port() {
+    const auto& tower = simulator_->systems()[0]->endpoint_map().entry(0).tower;
+    return static_cast<std::uint16_t>(std::to_integer<unsigned>(tower.at(64)) << 8 |
+                                      std::to_integer<unsigned>(tower.at(65)));
+  }
+
+  rpc::server::EventLoop loop_;
+  const Log log_;
+  std::optional<Simulator> simulator_;
+};
+
+const Bytes kLookupOfRep =
+    hex("01 00 00 00  00 00 00 00  01 00 00 00  a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00"
+        "02 00 00 00  03 00 00 00  00*20  40 00 00 00");
+
+TEST_F(RunningSystem, GivesTheTowerThatWasAskedFor) {
+  start(
+      "mapper = {port = 0, element = [{interface = 'rep', address = '10.1.2.3', endpoint = '1045',"
+      " annotation = 'hi'}, {interface = 'ag', endpoint = '9'}]}\n");
+  const Bytes reply = lookup(kLookupOfRep);
+  ASSERT_GE(reply.size(), 80u);
+  EXPECT_EQ(reply[1], std::byte{2});
+  // A null handle; one entry of at most 64: nil object, a tower, the annotation "hi".
+  EXPECT_EQ(part(reply, 80, 20 + 4 + 12 + 16), to_hex(hex("00*20 01 00 00 00 40 00 00 00"
+                                                          "00 00 00 00 01 00 00 00 00*16")));
+  EXPECT_NE(word(reply, 132), 0u);
+  EXPECT_EQ(part(reply, 136, 11), to_hex(hex("00 00 00 00 03 00 00 00 68 69 00")));
+  EXPECT_EQ(part(reply, 148, 8), to_hex(hex("4b 00 00 00 4b 00 00 00")));
+  EXPECT_EQ(part(reply, 156, 75),
+            to_hex(hex("05 00  13 00 0d a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00 02 00"
+                       "02 00 00 00  13 00 0d 04 5d 88 8a eb 1c c9 11 9f e8 08 00 2b 10 48 60"
+                       "02 00  02 00 00 00  01 00 0a 02 00 00 00  01 00 08 02 00 04 15"
+                       "01 00 09 04 00 0a 01 02 03")));
+  EXPECT_EQ(part(reply, 232, 4), "00000000");
+  EXPECT_EQ(reply.size(), 236u);
+}
+
+TEST_F(RunningSystem, SaysWhenNothingIsRegistered) {
+  start("mapper = {port = 0}\n");
+  const Bytes reply = lookup(kLookupOfRep);
+  ASSERT_EQ(reply.size(), 80u + 20 + 4 + 12 + 4);
+  EXPECT_EQ(word(reply, 100), 0u);
+  EXPECT_EQ(word(reply, 116), 0x16C9A0D6u);
+}
+
+TEST_F(RunningSystem, RejectsTheMapperWhereTheScenarioSaysSo) {
+  start("mapper = {port = 0, mode = 'rejecting'}\n");
+  const Bytes reply = lookup(kLookupOfRep);
+  ASSERT_EQ(reply.size(), 84u);
+  EXPECT_EQ(reply[1], std::byte{6});
+  EXPECT_EQ(word(reply, 80), 0x1C010003u);
+}
+
+TEST_F(RunningSystem, DescribesItsRepository) {
+  start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
+  const Bytes reply = ask(first_port(), {"00", kRepInterface, "02 00 00 00", "00 00"}, {});
+  ASSERT_GE(reply.size(), 109u);
+  EXPECT_EQ(part(reply, 80, 29),
+            to_hex(hex("07 00 00 00 03 00 00 00 00 00 00 00 04 00 00 00 43 50 55 00 00 00 00 00"
+                       "01 00 00 00 00")));
+  EXPECT_EQ(part(reply, 112, reply.size() - 112),
+            to_hex(hex("01 00 00 00 02 00 00 00 00 00 00 00 03 00 00 00 2f 61 00 00 00 00 00 00")));
+}
+
+TEST_F(RunningSystem, ListensAtEveryEndpoint) {
+  start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
+  for (const std::uint16_t port : {first_port(), simulator_->systems()[0]->mapper_port()}) {
+    const Bytes reply = ask(port, {"20", kManagement, "01 00 00 00", "02 00"}, {});
+    EXPECT_EQ(part(reply, 80, 8), to_hex(hex("00 00 00 00 01 00 00 00")));
+  }
+}
+
+TEST_F(RunningSystem, ReadsAView) {
+  start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
+  const auto ask_next = [&](const char* opnum, const char* sequence, const Bytes& body) {
+    client.send(packet({"00", kViewInterface, "02 00 00 00", opnum, sequence}, body));
+    return client.receive().value_or(Bytes{});
+  };
+  const Bytes created = ask_next("00 00", "00 00 00 00",
+                                 hex("03 00 00 00 01 00 00 00  02 00 00 00 00 00 00 00 02 00 00 00"
+                                     "05 00 00 00 04 00 00 00"));
+  ASSERT_EQ(created.size(), 104u);
+  EXPECT_EQ(word(created, 100), 0u);
+  Bytes context(created.begin() + 80, created.begin() + 100);
+  EXPECT_NE(context, Bytes(20));
+
+  Bytes read = context;
+  const Bytes limits = hex("ff 00 00 00 ff 0f 00 00 ff 7f 00 00");
+  read.insert(read.end(), limits.begin(), limits.end());
+  const Bytes data = ask_next("07 00", "01 00 00 00", read);
+  EXPECT_EQ(part(data, 80, data.size() - 80),
+            to_hex(hex("02 00 00 00 03 00 00 00 05 00 00 00"
+                       "00 01 00 00 00 00 00 00 03 00 00 00 58 02 00 00 94 02 00 00 ff ff ff ff"
+                       "00 10 00 00 00 00 00 00 04 00 00 00"
+                       "00 00 00 00 fe ff ff ff 03 00 00 00 09 00 00 00"
+                       "00 80 00 00 00 00 00 00 06 00 00 00 61 62 00 61 62 00 00 00"
+                       "00 00 00 00")));
+
+  const Bytes destroyed = ask_next("01 00", "02 00 00 00", context);
+  EXPECT_EQ(part(destroyed, 80, 24), to_hex(Bytes(24)));
+  const Bytes again = ask_next("04 00", "03 00 00 00", context);
+  ASSERT_EQ(again.size(), 84u);
+  EXPECT_EQ(again[1], std::byte{3});
+  EXPECT_EQ(word(again, 80), 0x1C00001Au);
+}
+
+TEST_F(RunningSystem, OperationsBehaveAsScripted) {
+  struct Case {
+    const char* behaviour;
+    const char* type;  // of the answer; null: silence
+    std::uint32_t status;
+  };
+  const Case cases[] = {
+      {"status = 0x4C010009", "02", 0x4C010009},
+      {"fault = 0x1C000012", "03", 0x1C000012},
+      {"reject = 0x1C010014", "06", 0x1C010014},
+      {"reply = '01020304'", "02", 0x04030201},
+      {"silent = true", nullptr, 0},
+      {"late_ms = 50, status = 9", "02", 9},
+      {"die = true", nullptr, 0},
+  };
+  for (const Case& one : cases) {
+    start(std::string("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none', "
+                      "behaviour = [{operation = 'rep_LookupRepository', ") +
+          one.behaviour + "}]}]\n");
+    LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
+    client.send(packet({"00", kRepInterface, "02 00 00 00", "00 00"}, {}));
+    const auto reply = client.receive(std::chrono::milliseconds(one.type != nullptr ? 5000 : 100));
+    ASSERT_EQ(reply.has_value(), one.type != nullptr) << one.behaviour;
+    if (reply) {
+      EXPECT_EQ(part(*reply, 1, 1), one.type) << one.behaviour;
+      EXPECT_EQ(word(*reply, reply->size() - 4), one.status) << one.behaviour;
+    } else if (std::string_view(one.behaviour) == "die = true") {
+      client.send(kPing);
+      client.receive(std::chrono::milliseconds(100));
+      EXPECT_EQ(client.error(), ECONNREFUSED);
+    }
+  }
+}
+
+TEST_F(RunningSystem, BehavioursAreCounted) {
+  start(
+      "mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none', behaviour = "
+      "[{operation = 'rep_LookupRepository', after = 1, times = 1, status = 5}]}]\n");
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
+  std::string statuses;
+  for (const char* sequence : {"00 00 00 00", "01 00 00 00", "02 00 00 00"}) {
+    client.send(packet({"00", kRepInterface, "02 00 00 00", "00 00", sequence}, {}));
+    const Bytes reply = client.receive().value_or(Bytes(84));
+    statuses += std::to_string(word(reply, reply.size() - 4)) + " ";
+  }
+  EXPECT_EQ(statuses, "0 5 0 ");
+}
+
+TEST_F(RunningSystem, ADeadServerIsRegisteredAndRefuses) {
+  start("mapper = {port = 0}\nrepository = [{source = 'A', state = 'dead'}]\n");
+  ASSERT_GT(simulator_->systems()[0]->endpoint_map().size(), 0u);
+  ASSERT_NE(first_port(), 0);
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
+  client.send(kPing);
+  client.receive(std::chrono::milliseconds(200));
+  EXPECT_EQ(client.error(), ECONNREFUSED);
+}
+
+// Bodies that no stub sends, for every operation of every interface: each ends in an answer or in
+// nothing, and the server lives on.
+TEST_F(RunningSystem, LivesThroughRandomRequests) {
+  start(
+      "mapper = {port = 0}\nalarm = {call_back = 'none'}\n"
+      "repository = [{source = 'A', call_back = 'none'}]\n");
+  const auto& map = simulator_->systems()[0]->endpoint_map();
+  std::mt19937 random(1);
+  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
+  for (std::size_t round = 0; round < 3000; ++round) {
+    const auto& id = map.entry(round % map.size()).tower;
+    const std::string interface_id = to_hex(Bytes(id.begin() + 5, id.begin() + 21));
+    Bytes body(random() % 80);
+    for (std::byte& byte : body)
+      byte = random() % 3 == 0 ? static_cast<std::byte>(random()) : std::byte{0};
+    const std::string sequence = to_hex(
+        Bytes{static_cast<std::byte>(round & 0xFF), static_cast<std::byte>(round >> 8), {}, {}});
+    const std::string opnum = to_hex(Bytes{static_cast<std::byte>(random() % 24), {}});
+    client.send(
+        packet({"00", interface_id.c_str(), "02 00 00 00", opnum.c_str(), sequence.c_str()}, body));
+    loop_.run_once(std::chrono::milliseconds(0));
+  }
+  const Bytes reply = ask(first_port(),
+                          {"20", kManagement, "01 00 00 00", "02 00", "00 00 00 00",
+                           "ff 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02"},
+                          {});
+  EXPECT_EQ(part(reply, 80, 8), to_hex(hex("00 00 00 00 01 00 00 00")));
+}
+
+}  // namespace
+}  // namespace agent
