@@ -10,6 +10,7 @@
 
 #include "platform/rpc/stub.h"
 #include "tests/platform/endpoint_map_bytes.h"
+#include "tests/platform/hex_octets.h"
 
 namespace {
 
@@ -193,22 +194,38 @@ TEST_F(EndpointInquiry, HandsOutElementsOfAllBatchesOneByOne) {
   }
 }
 
-TEST_F(EndpointInquiry, AsksByInterfaceWithTheseBytes) {
-  script({lookup_reply(true, 0, {}, kNotRegistered)});
+// docs/formats/endpoint-map.md shows these bytes.
+constexpr char kExampleRequest[] =
+    "01 00 00 00 00 00 00 00 01 00 00 00 a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00"
+    "02 00 00 00 03 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"
+    "40 00 00 00";
+constexpr char kExampleReply[] =
+    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 40 00 00 00"
+    "00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 04 00 02 00"
+    "00 00 00 00 04 00 00 00 72 65 70 00 4b 00 00 00 4b 00 00 00 05 00 13 00 0d a0 82 3c"
+    "5b e4 17 00 00 02 0a 14 1e 28 00 00 00 02 00 02 00 00 00 13 00 0d 04 5d 88 8a eb 1c"
+    "c9 11 9f e8 08 00 2b 10 48 60 02 00 02 00 00 00 01 00 0a 02 00 00 00 01 00 08 02 00"
+    "04 15 01 00 09 04 00 0a 01 02 03 00 00 00 00 00";
+
+TEST_F(EndpointInquiry, ExampleRequestBringsTheExampleReply) {
+  ASSERT_EQ(hex_octets(kExampleReply).size(), 156u);
+  script({hex_octets(kExampleReply)});
   RPC_EP_INQ_HANDLE inquiry = nullptr;
   // An object that the inquiry type does not use is not sent.
   ASSERT_EQ(RpcMgmtEpEltInqBegin(binding_, RPC_C_EP_MATCH_BY_IF, &kRep, RPC_C_VERS_EXACT, &kObject,
                                  &inquiry),
             RPC_S_OK);
   EXPECT_TRUE(mapper().calls.empty());
+  const Element element = next(inquiry);
+  EXPECT_EQ(element.interface_id.uuid, kRep.uuid);
+  EXPECT_EQ(element.object, uuid_t{});
+  EXPECT_EQ(element.binding, "ncadg_ip_udp:10.1.2.3[1045]");
+  EXPECT_EQ(element.annotation, "rep");
   EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
   RpcMgmtEpEltInqDone(&inquiry);
 
-  Body expected(true);
-  expected.u32(1).u32(0).u32(1).uuid(0x5b3c82a0, 0).u16(2).u16(0).u32(3).context(0).u32(64);
   ASSERT_EQ(mapper().calls.size(), 1u);
-  EXPECT_EQ(expected.bytes().size(), 60u);
-  EXPECT_EQ(mapper().calls[0].request, expected.bytes());
+  EXPECT_EQ(mapper().calls[0].request, hex_octets(kExampleRequest));
   EXPECT_TRUE(mapper().calls[0].idempotent);
 }
 
