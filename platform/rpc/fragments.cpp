@@ -331,11 +331,9 @@ bool FragmentSender::on_time(Time now) {
 
 // --- Joiner
 
-void FragmentJoiner::start(const Limits& limits, std::vector<std::byte> buffer) {
+void FragmentJoiner::start(const Limits& limits) {
   *this = FragmentJoiner();
   limits_ = limits;
-  body_ = std::move(buffer);
-  body_.clear();
 }
 
 FragmentJoiner::Result FragmentJoiner::accept(const Packet& packet, Time now) {

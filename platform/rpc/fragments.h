@@ -19,7 +19,6 @@
 #include <map>
 #include <optional>
 #include <span>
-#include <utility>
 #include <vector>
 
 #include "platform/rpc/pdu.h"
@@ -174,8 +173,7 @@ class FragmentJoiner {
 
   FragmentJoiner() = default;
   explicit FragmentJoiner(const Limits& limits) { start(limits); }
-  // `buffer` lends its memory to the body; its contents mean nothing.
-  void start(const Limits& limits, std::vector<std::byte> buffer = {});
+  void start(const Limits& limits);
 
   // A packet of the body: a fragment or a whole body. `packet.body` is copied.
   Result accept(const Packet& packet, Time now);
@@ -204,8 +202,6 @@ class FragmentJoiner {
   std::span<const std::byte> body() const { return body_; }
   // The joined body; the joiner is then as after start. Only when complete.
   std::vector<std::byte> take_body();
-  // The memory of an unfinished body, for another start.
-  std::vector<std::byte> take_buffer() { return std::exchange(body_, {}); }
 
  private:
   Result take(const Packet& packet, Time now);

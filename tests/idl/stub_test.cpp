@@ -1,0 +1,481 @@
+// The product's generated stubs and skeletons: every operation in both byte orders, what they send
+// to the byte, and what they refuse.
+
+#include "platform/rpc/stub.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "platform/rpc/ndr.h"
+#include "platform/rpc/server/skeleton.h"
+#include "tests/idl/product_calls.h"
+#include "tests/platform/rpc_bytes.h"
+
+namespace stub_test {
+namespace {
+
+using rpc::FailureKind;
+using rpc::server::Outcome;
+using rpc::test::hex;
+using rpc::test::hex_text;
+
+constexpr Raised kBadData{1783, FailureKind::local};
+
+rpc::Reply little(const std::string& text) {
+  return {hex(text), {.little_endian = true}};
+}
+
+TEST(ProductStubs, RunEveryOperationInBothByteOrders) {
+  const Product product;
+  EXPECT_EQ(product.calls().size(), 4u + 8 + 8 + 9 + 3 + 23);
+  for (const bool little_endian : {true, false}) {
+    for (const ProductCall& call : product.calls()) {
+      SCOPED_TRACE(call.name + (little_endian ? ", little-endian" : ", big-endian"));
+      Runtime runtime(served_by(*call.server, little_endian));
+      EXPECT_EQ(call.run(), call.results);
+      EXPECT_EQ(runtime.calls(), 1u);
+      EXPECT_EQ(call.notes->heard(), call.heard);
+      EXPECT_EQ(hex_text(runtime.last().request), hex_text(hex(call.request)));
+      EXPECT_FALSE(runtime.last().operation->idempotent);
+    }
+  }
+}
+
+TEST(ProductStubs, NumberTheirOperationsAsDeclared) {
+  const Product product;
+  std::map<rpc::server::Interface*, std::set<std::uint16_t>> numbers;
+  for (const ProductCall& call : product.calls()) {
+    Runtime runtime(served_by(*call.server, true));
+    call.run();
+    const rpc::OperationSpec& sent = *runtime.last().operation;
+    numbers[call.server].insert(sent.opnum);
+    const rpc::OperationSpec* served = call.server->operation(sent.opnum);
+    ASSERT_NE(served, nullptr) << call.name;
+    EXPECT_STREQ(served->name, sent.name);
+    std::string expected = call.name;
+    std::replace(expected.begin(), expected.end(), ' ', '_');
+    EXPECT_EQ(expected, sent.name);
+  }
+  for (const auto& [server, seen] : numbers) {
+    EXPECT_EQ(*seen.rbegin() + 1u, seen.size()) << server->spec().name;
+    EXPECT_EQ(server->operation(static_cast<std::uint16_t>(seen.size())), nullptr);
+  }
+}
+
+TEST(ProductStubs, CarryTheInterfacesIdentities) {
+  const struct {
+    RPC_IF_HANDLE handle;
+    const char* uuid;
+  } cases[] = {
+      {zt_v2_rep_v2_0_c_ifspec, "5b3c82a0-17e4-0000-020a-141e28000000"},
+      {zt_v2_repView_v2_0_c_ifspec, "5d0e4c91-3a27-0000-020a-141e28000000"},
+      {zt_v2_repTimeFilter_v2_0_c_ifspec, "5d0e3b6a-c4f9-0000-020a-141e28000000"},
+      {zt_v2_repFilteredView_v2_0_c_ifspec, "5d0f9172-8e05-0000-020a-141e28000000"},
+      {zt_v2_repTemporalView_v2_0_c_ifspec, "5d0e6f08-b2d6-0000-020a-141e28000000"},
+      {zt_v2_ag_v2_0_c_ifspec, "5e61c7d3-a04b-0000-020a-141e32000000"},
+  };
+  for (const auto& c : cases) {
+    uuid_t id{};
+    ASSERT_EQ(UuidFromStringA(c.uuid, &id), RPC_S_OK);
+    EXPECT_EQ(c.handle->id, id) << c.uuid;
+    EXPECT_EQ(c.handle->version(), 2u);
+  }
+}
+
+// Every byte of a reply is needed: each one cut off must be noticed. What is behind the last
+// parameter does not matter.
+TEST(ProductStubs, RefuseEveryTruncatedReply) {
+  const Product product;
+  for (const bool little_endian : {true, false}) {
+    for (const ProductCall& call : product.calls()) {
+      rpc::Reply whole;
+      {
+        const Answer serve = served_by(*call.server, little_endian);
+        Runtime runtime([&](const Call& c) { return whole = serve(c); });
+        call.run();
+      }
+      for (std::size_t size = 0; size < whole.body.size(); ++size) {
+        const auto end = whole.body.begin() + static_cast<std::ptrdiff_t>(size);
+        const rpc::Reply cut{{whole.body.begin(), end}, whole.representation};
+        Runtime runtime([&](const Call&) { return cut; });
+        EXPECT_EQ(raised_by([&] { call.run(); }), kBadData) << call.name << " of " << size;
+      }
+      whole.body.resize(whole.body.size() + 3, std::byte{0xEE});
+      Runtime runtime([&](const Call&) { return whole; });
+      EXPECT_EQ(call.run(), call.results) << call.name;
+    }
+  }
+}
+
+TEST(ProductStubs, StoreFailuresOfCommunicationAndRaiseAllOthers) {
+  const Product product;
+  for (const ProductCall& call : product.calls()) {
+    SCOPED_TRACE(call.name);
+    for (const std::uint32_t status : {1722u, 1726u, 1730u, 1130u}) {
+      Runtime runtime([&](const Call&) -> rpc::Reply {
+        throw rpc::RpcException(status, FailureKind::communication);
+      });
+      const std::string results = call.run();
+      EXPECT_EQ(results.substr(0, 4), std::to_string(status));
+    }
+    for (const Raised& raised : {Raised{1734, FailureKind::fault}, kBadData}) {
+      Runtime runtime(
+          [&](const Call&) -> rpc::Reply { throw rpc::RpcException(raised.status, raised.kind); });
+      EXPECT_EQ(raised_by([&] { call.run(); }), raised);
+    }
+  }
+}
+
+TEST(ProductStubs, LeaveTheStatusAloneWhenTheyRaise) {
+  const Binding binding;
+  Runtime runtime(
+      [](const Call&) -> rpc::Reply { throw rpc::RpcException(1734, FailureKind::fault); });
+  error_status_t status = 99;
+  EXPECT_EQ(raised_by([&] { zt_v2_ag_Ping(binding, &status); }).status, 1734u);
+  EXPECT_EQ(status, 99u);
+}
+
+TEST(ProductStubs, RefuseNullContextsBeforeAnythingIsSent) {
+  const Binding binding;
+  Runtime runtime([](const Call&) -> rpc::Reply { return {}; });
+  const std::uint32_t id = 1;
+  std::uint32_t number = 0;
+  char character = 0;
+  error_status_t status = 99;
+  RPC_CONTEXT_HANDLE created = nullptr;
+  const std::function<void()> calls[] = {
+      [&] { zt_v2_repView_GetFirstPosition(nullptr, &number, &status); },
+      [&] { zt_v2_repView_SetPosition(nullptr, &number, &status); },
+      [&] {
+        zt_v2_repView_Read(nullptr, 0, &number, 0, &number, 0, &number, &number, &number,
+                           &character, &status);
+      },
+      [&] { zt_v2_repFilteredView_GetPosition(nullptr, &number, &status); },
+      [&] { zt_v2_repTemporalView_SetXInterval(nullptr, &number, &status); },
+      [&] { zt_v2_repFilteredView_Create(binding, 1, nullptr, 0, &id, &created, &status); },
+      [&] {
+        zt_v2_repTemporalView_Create(binding, 1, nullptr, 1, 0, &id, 0, &id, &created, &status);
+      },
+      [&] { zt_v2_repTimeFilter_Copy(nullptr, &created, &status); },
+  };
+  for (const auto& call : calls)
+    EXPECT_EQ(raised_by(call), (Raised{1775, FailureKind::local}));
+  EXPECT_EQ(runtime.calls(), 0u);
+  EXPECT_EQ(status, 99u);
+  EXPECT_EQ(created, nullptr);
+}
+
+TEST(ProductStubs, SendNothingToDestroyANullContext) {
+  Runtime runtime([](const Call&) -> rpc::Reply { return {}; });
+  for (const auto destroy : {zt_v2_repView_Destroy, zt_v2_repFilteredView_Destroy,
+                             zt_v2_repTemporalView_Destroy, zt_v2_repTimeFilter_Destroy}) {
+    RPC_CONTEXT_HANDLE context = nullptr;
+    error_status_t status = 99;
+    destroy(&context, &status);
+    EXPECT_EQ(status, 0u);
+    EXPECT_EQ(context, nullptr);
+  }
+  EXPECT_EQ(runtime.calls(), 0u);
+}
+
+TEST(ProductStubs, RefuseNullReferencePointers) {
+  const Binding binding;
+  Runtime runtime([](const Call&) -> rpc::Reply { return {}; });
+  std::uint32_t number = 0;
+  error_status_t status = 0;
+  rep_sTableDescriptor table;
+  const std::function<void()> calls[] = {
+      [&] { zt_v2_ag_Ping(binding, nullptr); },
+      [&] { zt_v2_ag_GetZTError(binding, 1, nullptr, &status); },
+      [&] { zt_v2_rep_LookupRepository(binding, nullptr, &status); },
+      [&] { zt_v2_rep_LookupTable(binding, 0, nullptr, 0, &number, &table, &status); },
+      [&] { zt_v2_rep_LookupTable(binding, 0, &number, 0, nullptr, &table, &status); },
+      [&] { zt_v2_rep_LookupTable(binding, 0, &number, 0, &number, nullptr, &status); },
+      [&] { zt_v2_repView_Destroy(nullptr, &status); },
+      [&] { zt_v2_repView_Create(binding, 0, 0, nullptr, nullptr, &status); },
+  };
+  for (const auto& call : calls)
+    EXPECT_EQ(raised_by(call), (Raised{1780, FailureKind::local}));
+  EXPECT_EQ(runtime.calls(), 0u);
+}
+
+TEST(ProductStubs, StoreABadBindingInTheStatus) {
+  Runtime runtime([](const Call&) -> rpc::Reply { return {}; });
+  error_status_t status = 0;
+  zt_v2_ag_Ping(nullptr, &status);
+  EXPECT_EQ(status, 1702u);
+  EXPECT_EQ(runtime.calls(), 0u);
+}
+
+// A call on a context goes to the server that issued it, whatever became of the binding.
+TEST(ProductStubs, CallTheServerThatIssuedTheContext) {
+  ViewServer server;
+  RPC_CONTEXT_HANDLE view = nullptr;
+  error_status_t status = 0;
+  Runtime runtime(served_by(server, false));
+  {
+    const Binding binding;
+    const std::uint32_t metric = 1;
+    zt_v2_repView_Create(binding, 1, 0, &metric, &view, &status);
+  }
+  ASSERT_NE(view, nullptr);
+  std::uint32_t where = 5;
+  zt_v2_repView_SetPosition(view, &where, &status);
+  EXPECT_EQ(server.heard(), "SetPosition 5 view");
+  EXPECT_EQ(runtime.last().target.network_address, "127.0.0.1");
+  EXPECT_EQ(runtime.last().target.endpoint, "1045");
+
+  const RPC_CONTEXT_HANDLE old = view;
+  zt_v2_repView_Destroy(&view, &status);
+  EXPECT_EQ(view, nullptr);
+  EXPECT_EQ(raised_by([&] { zt_v2_repView_GetPosition(old, &where, &status); }).status, 1775u);
+}
+
+TEST(ProductStubs, KeepTheContextWhenDestroyFails) {
+  RPC_CONTEXT_HANDLE view = issued_context(kView);
+  error_status_t status = 0;
+  {
+    Runtime runtime([](const Call&) -> rpc::Reply {
+      throw rpc::RpcException(1726, FailureKind::communication);
+    });
+    zt_v2_repView_Destroy(&view, &status);
+    EXPECT_EQ(status, 1726u);
+    EXPECT_NE(view, nullptr);
+  }
+  // A server that gives another handle back still holds the object.
+  Runtime runtime(
+      [](const Call&) { return little("00000000 f4f3f2f1 e2e1d2d1 c1c2b1b2 b3b4b5b6 07000000"); });
+  zt_v2_repView_Destroy(&view, &status);
+  EXPECT_EQ(status, 7u);
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(rpc::wire_context(view), kFilter);
+  rpc::store_context(&view, {}, {});
+}
+
+TEST(ProductStubs, BoundReplies) {
+  const Binding binding;
+  Runtime runtime(
+      [](const Call&) -> rpc::Reply { throw rpc::RpcException(1722, FailureKind::communication); });
+  error_status_t status = 0;
+  zt_v2_ag_Ping(binding, &status);
+  EXPECT_EQ(runtime.last().reply_limit, 4u);
+  rep_sRepositoryDescriptor repository;
+  zt_v2_rep_LookupRepository(binding, &repository, &status);
+  // fixed part 8, name 8 + 256, label 8 + 64, then version, length, path 8 + 1024, status
+  EXPECT_EQ(runtime.last().reply_limit, 8u + 264 + 72 + 4 + 2 + 2 + 8 + 1024 + 4);
+  std::uint32_t lookup = 0;
+  std::uint32_t last = 0;
+  std::vector<rep_sMetricDescriptor> metrics(500);
+  zt_v2_rep_LookupMetric(binding, 1, 0, &lookup, 499, &last, metrics.data(), &status);
+  EXPECT_EQ(runtime.last().reply_limit, 8u + 12 + 500 * (344 + 20 + 88 + 88) + 4);
+  // The greatest index there is must not wrap to a small limit.
+  zt_v2_rep_LookupMetric(binding, 1, 0, &lookup, 0xFFFFFFFF, &last, metrics.data(), &status);
+  EXPECT_GT(runtime.last().reply_limit, std::size_t{1} << 40);
+}
+
+TEST(ProductStubs, AcceptASmallerMaximumAndNoElements) {
+  const Binding binding;
+  std::uint32_t lookup = 0;
+  std::uint32_t last = 0;
+  rep_sInstanceDescriptor instances[3] = {};
+  error_status_t status = 0;
+  {
+    Runtime runtime([](const Call&) {
+      return little(
+          "00000000 00000000 01000000 00000000 01000000"
+          "07000000 03000000 00000000 04000000 43505500 00000000 01000000 00000000"
+          "01000000 02000000 03000000 00000000");
+    });
+    zt_v2_rep_LookupInstance(binding, 1, 0, &lookup, 2, &last, instances, &status);
+    EXPECT_EQ(status, 0u);
+    EXPECT_STREQ(instances[0].Descriptor.fName, "CPU");
+    EXPECT_EQ(instances[0].DeathTime, 3);
+  }
+  Runtime runtime(
+      [](const Call&) { return little("00000000 ffffffff 03000000 00000000 00000000 0100014c"); });
+  zt_v2_rep_LookupInstance(binding, 1, 0, &lookup, 2, &last, instances, &status);
+  EXPECT_EQ(status, 0x4C010001u);
+}
+
+TEST(ProductStubs, RefuseHostileArrays) {
+  const Binding binding;
+  RPC_CONTEXT_HANDLE view = issued_context(kView);
+  const std::string tail = " 00000000 00000000 00000000 00000000";
+  // Replies of Read with room for 2 positions, 2 integers and 4 characters.
+  const char* bodies[] = {
+      // A last index that the array does not confirm, both ways.
+      "01000000 00000000 00000000 02000000 00000000 01000000 07000000",
+      "00000000 00000000 00000000 02000000 00000000 02000000 07000000 08000000",
+      // Counts beyond the room.
+      "02000000 00000000 00000000 03000000 00000000 03000000 07000000 08000000 09000000",
+      "ffffff3f 00000000 00000000 00000040 00000000 00000040 07000000",
+      // An offset.
+      "00000000 00000000 00000000 02000000 01000000 01000000 07000000",
+      // Good positions, too many integers.
+      "00000000 09000000 00000000 01000000 00000000 01000000 07000000"
+      " 0a000000 00000000 0a000000",
+  };
+  for (const std::string body : bodies) {
+    std::uint32_t last[3] = {};
+    // The arrays end where the room does, so that a store beyond it is seen.
+    std::vector<std::uint32_t> positions(2);
+    std::vector<std::uint32_t> ints(2);
+    std::vector<char> chars(4);
+    error_status_t status = 0;
+    Runtime runtime([&](const Call&) { return little(body + tail); });
+    const Raised raised = raised_by([&] {
+      zt_v2_repView_Read(view, 1, &last[0], 1, &last[1], 3, &last[2], positions.data(), ints.data(),
+                         chars.data(), &status);
+    });
+    EXPECT_EQ(raised, kBadData) << body;
+  }
+  rpc::store_context(&view, {}, {});
+}
+
+TEST(ProductStubs, StoreForeignCharactersAsCommunicationFailure) {
+  const Product product;
+  for (const ProductCall& call : product.calls()) {
+    const Answer serve = served_by(*call.server, true);
+    Runtime runtime([&](const Call& c) {
+      rpc::Reply reply = serve(c);
+      reply.representation.ebcdic = true;
+      return reply;
+    });
+    const std::string results = call.run();
+    const bool has_characters = call.results.find('\'') != std::string::npos;
+    EXPECT_EQ(results.substr(0, 5) == "1730 ", has_characters) << call.name;
+  }
+}
+
+// --- skeletons
+
+Outcome dispatch(rpc::server::Interface& server, std::uint16_t opnum, const std::string& request,
+                 bool little_endian = true) {
+  return server.dispatch({}, opnum, hex(request), {.little_endian = little_endian}, true);
+}
+
+void expect_end(const Outcome& outcome, Outcome::Kind kind, std::uint32_t status) {
+  EXPECT_EQ(outcome.kind, kind);
+  EXPECT_EQ(outcome.status, status);
+}
+
+TEST(ProductSkeletons, ReadBigEndianRequests) {
+  AlarmServer alarms;
+  EXPECT_EQ(hex_text(dispatch(alarms, 0, "fffffffe 0001", false).reply), "32000000");
+  EXPECT_EQ(alarms.heard(), "Register -2 1");
+  ViewServer views;
+  dispatch(views, 0, "00000005 00000001 00000002 00000000 00000002 00000009 00000008", false);
+  EXPECT_EQ(views.heard(), "Create 5 1 9 8");
+  TimeFilterServer filters;
+  dispatch(filters, 0,
+           "00000001 00000002 00000000 00000002 00000008 00000011 0001ffff ffffffff 00000001 0000",
+           false);
+  EXPECT_EQ(filters.heard(), "Create 1 8 17 1 -1 1 0");
+}
+
+TEST(ProductSkeletons, RejectTruncatedRequestsAndUnknownOperations) {
+  const Product product;
+  for (const ProductCall& call : product.calls()) {
+    std::uint16_t opnum = 0;
+    {
+      Runtime runtime(served_by(*call.server, true));
+      call.run();
+      opnum = runtime.last().operation->opnum;
+    }
+    const rpc::test::Bytes request = hex(call.request);
+    for (std::size_t size = 0; size < request.size(); ++size) {
+      const Outcome outcome = call.server->dispatch({}, opnum, std::span(request).first(size),
+                                                    {.little_endian = true}, true);
+      EXPECT_EQ(outcome.kind, Outcome::Kind::reject) << call.name << " of " << size;
+    }
+    expect_end(dispatch(*call.server, 200, ""), Outcome::Kind::reject,
+               rpc::server::kNcaOperationRangeError);
+  }
+}
+
+TEST(ProductSkeletons, RefuseHostileCounts) {
+  ViewServer views;
+  const char* creates[] = {
+      // Sizes that are not the index plus one, and indexes that wrap.
+      "05000000 01000000 01000000 00000000 01000000 09000000",
+      "05000000 ffffffff 00000000 00000000 00000000",
+      "05000000 ffffff3f 00000040 00000000 00000040 09000000",
+      "05000000 00000000 01000000 01000000 00000000 09000000",
+      "05000000 00000000 ffffffff 00000000 01000000 09000000",
+  };
+  for (const char* request : creates)
+    expect_end(dispatch(views, 0, request), Outcome::Kind::reject, rpc::server::kNcaProtocolError);
+  RepServer rep;
+  for (const char* most : {"ffffffff", "00000001"})
+    expect_end(dispatch(rep, 1, std::string("00000000 00000000 ") + most), Outcome::Kind::fault,
+               rpc::server::kNcaOutArgsTooBig);
+}
+
+TEST(ProductSkeletons, FaultOnNullContextsButLetDestroyHaveThem) {
+  ViewServer views;
+  const std::string null_context(40, '0');
+  expect_end(dispatch(views, 4, null_context), Outcome::Kind::fault,
+             rpc::server::kNcaFaultContextMismatch);
+  EXPECT_EQ(dispatch(views, 1, null_context).kind, Outcome::Kind::reply);
+  EXPECT_EQ(views.heard(), "Destroy unknown");
+}
+
+// An operation whose results do not hold, or that throws.
+class BrokenRep : public RepServer {
+ public:
+  enum class Fault { last_index, text, thrown, memory };
+  explicit BrokenRep(Fault fault) : fault_(fault) {}
+  void rep_LookupTable(const CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t maxIndex,
+                       std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                       error_status_t*) override {
+    switch (fault_) {
+      case Fault::last_index:
+        *lastIndex = maxIndex + 1;
+        break;
+      case Fault::text:
+        results[0].Descriptor.NameLength = 256;
+        break;
+      case Fault::thrown:
+        throw rpc::server::Fault(0x1C000012);
+      case Fault::memory:
+        throw std::bad_alloc();
+    }
+  }
+
+ private:
+  Fault fault_;
+};
+
+TEST(ProductSkeletons, FaultWhenAnOperationFails) {
+  const struct {
+    BrokenRep::Fault fault;
+    std::uint32_t status;
+  } cases[] = {
+      {BrokenRep::Fault::last_index, rpc::server::kNcaFaultInvalidBound},
+      {BrokenRep::Fault::text, rpc::server::kNcaFaultInvalidBound},
+      {BrokenRep::Fault::thrown, 0x1C000012},
+      {BrokenRep::Fault::memory, rpc::server::kNcaFaultRemoteNoMemory},
+  };
+  for (const auto& c : cases) {
+    BrokenRep server(c.fault);
+    expect_end(dispatch(server, 1, "00000000 00000000 05000000"), Outcome::Kind::fault, c.status);
+  }
+}
+
+// The descriptor of a three-character name and an empty label takes 29 bytes.
+TEST(ProductSkeletons, SendShortTextsShort) {
+  class ShortRep : public RepServer {
+    void rep_LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
+                              error_status_t*) override {
+      describe(result->Descriptor, 7, "CPU", "");
+    }
+  } server;
+  EXPECT_EQ(hex_text(dispatch(server, 0, "").reply),
+            "07000000 03000000 00000000 04000000 43505500 00000000 01000000 00000000 00000000"
+            " 00000000 00000000 01000000 00000000 00000000");
+}
+
+}  // namespace
+}  // namespace stub_test
