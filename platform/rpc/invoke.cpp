@@ -1,6 +1,7 @@
 #include "platform/rpc/invoke.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <unordered_map>
 
@@ -67,6 +68,16 @@ class Caller {
   Server* current_ = nullptr;
   std::uint64_t uses_ = 0;
 };
+
+// The socket number of a call that nothing answered.
+RPC_STATUS network_error(int undelivered_reason) {
+  constexpr RPC_STATUS kTimedOut = 10060;
+  constexpr RPC_STATUS kRefused = 10061;
+  constexpr RPC_STATUS kHostUnreachable = 10065;
+  if (undelivered_reason == 0)
+    return kTimedOut;
+  return undelivered_reason == ECONNREFUSED ? kRefused : kHostUnreachable;
+}
 
 [[noreturn]] void fail(RPC_STATUS status) {
   throw RpcException(status, FailureKind::communication);
@@ -145,6 +156,7 @@ void Caller::acknowledge_all() {
 
 Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
                    std::span<const std::byte> request, std::size_t reply_limit) {
+  set_last_network_error(RPC_S_OK);
   Server& server = server_at(resolve(target));
   turn_to(server);
 
@@ -161,10 +173,14 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   ClientCall call(server.activity, this_process(), random_, what, Clock::now());
   server.transport->run(call, buffers_);
 
+  if (call.status() == RPC_S_SERVER_UNAVAILABLE)
+    set_last_network_error(network_error(server.transport->undelivered_reason()));
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
   return {call.take_reply(), call.representation()};
 }
+
+thread_local RPC_STATUS last_network_error = RPC_S_OK;
 
 Caller& this_threads_caller() {
   thread_local Caller caller;
@@ -182,4 +198,12 @@ void release_activities() {
   this_threads_caller().acknowledge_all();
 }
 
+void set_last_network_error(std::uint32_t number) {
+  last_network_error = number;
+}
+
 }  // namespace rpc
+
+RPC_STATUS RpcLastNetworkError() {
+  return rpc::last_network_error;
+}

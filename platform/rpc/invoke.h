@@ -34,6 +34,9 @@ struct Reply {
 Reply invoke(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit);
 
+// What RpcLastNetworkError gives to this thread from now on; set by every call.
+void set_last_network_error(std::uint32_t number);
+
 // Acknowledges the last reply of every server that the calling thread called and that still keeps
 // it for us. Called when a binding is released; safe to call at any time, and done by itself when
 // the thread ends. The activities go on, so that no server asks a second time who we are.

@@ -76,7 +76,7 @@ std::uint16_t window_of(int descriptor) {
 }
 
 // What a datagram that came back undelivered is reported as.
-bool undelivered(int error) {
+bool tells_undelivered(int error) {
   return error == ECONNREFUSED || error == EHOSTUNREACH || error == ENETUNREACH ||
          error == EHOSTDOWN || error == ENETDOWN || error == ENONET;
 }
@@ -101,6 +101,7 @@ Transport::~Transport() {
 }
 
 void Transport::run(ClientCall& call, ReceiveBuffers& buffers) {
+  undelivered_reason_ = 0;
   flush(call);
   while (!call.done()) {
     const Time now = Clock::now();
@@ -124,11 +125,17 @@ void Transport::flush(ClientCall& call) {
     if (call.done())
       continue;
     error = send_once(*packet);
-    if (undelivered(error))
-      call.unreachable({}, packet->to, now);
+    if (tells_undelivered(error))
+      undelivered(call, error, {}, packet->to);
     // Any other failure (no buffers, a filter) is like a loss on the way: the call's clock mends
     // it.
   }
+}
+
+void Transport::undelivered(ClientCall& call, int reason, std::span<const std::byte> quoted,
+                            const SocketAddress& destination) {
+  undelivered_reason_ = reason;
+  call.unreachable(quoted, destination, Clock::now());
 }
 
 void Transport::send(const OutgoingPacket& packet) {
@@ -236,9 +243,10 @@ bool Transport::read_error(ClientCall* call) {
       continue;
     sock_extended_err reason;
     std::memcpy(&reason, CMSG_DATA(each), sizeof reason);
-    if (call != nullptr && undelivered(static_cast<int>(reason.ee_errno)))
-      call->unreachable(std::span(quoted).first(static_cast<std::size_t>(size)),
-                        from_sockaddr(destination), Clock::now());
+    const int error = static_cast<int>(reason.ee_errno);
+    if (call != nullptr && tells_undelivered(error))
+      undelivered(*call, error, std::span(quoted).first(static_cast<std::size_t>(size)),
+                  from_sockaddr(destination));
   }
   return true;
 }

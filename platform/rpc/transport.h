@@ -47,6 +47,9 @@ class Transport {
 
   // Runs the call to its end.
   void run(ClientCall& call, ReceiveBuffers& buffers);
+  // Why a datagram of the last call came back undelivered, as the system's error number; 0 when
+  // none did.
+  int undelivered_reason() const { return undelivered_reason_; }
   // Sends one packet and forgets it.
   void send(const OutgoingPacket& packet);
 
@@ -58,7 +61,11 @@ class Transport {
   bool read_error(ClientCall* call);
   void wait_at_most(Duration longest);
 
+  void undelivered(ClientCall& call, int reason, std::span<const std::byte> quoted,
+                   const SocketAddress& destination);
+
   int descriptor_ = -1;
+  int undelivered_reason_ = 0;
   std::size_t path_limit_ = kLeastMaxFragment;
   std::uint16_t window_kilobytes_ = 0;
   Duration receive_timeout_{};  // what the kernel was told last; zero: no time-out yet

@@ -59,7 +59,8 @@ class Query {
       const RPC_STATUS status = RpcMgmtEpEltInqNextA(
           inquiry, &record.fInterfaceId, &record.fBindingHandle, &record.fObjectUuid, nullptr);
       if (status != RPC_S_OK) {
-        ended_ = status;
+        if (status != RPC_X_NO_MORE_ENTRIES)
+          losses_.mapper = cause_of(status);
         return ends_list(status) ? RPC_S_OK : status;
       }
       if (const error_status_t failure = examine(record); failure != RPC_S_OK) {
@@ -71,7 +72,7 @@ class Query {
   }
 
   std::size_t accepted() const { return accepted_; }
-  error_status_t reason() const { return dropped_ != RPC_S_OK ? dropped_ : ended_; }
+  const ptc_LookupLosses& losses() const { return losses_; }
 
  private:
   // Accepts the element in the record, or releases it.
@@ -116,10 +117,16 @@ class Query {
     return std::find(endpoints_.begin(), end, number) != end;
   }
 
+  // What the network knows of a failed call says more than that it failed.
+  static error_status_t cause_of(RPC_STATUS status) {
+    const RPC_STATUS network = RpcLastNetworkError();
+    return network != RPC_S_OK ? network : status;
+  }
+
   bool is_listening(RPC_BINDING_HANDLE binding, bool datagram) {
     const RPC_STATUS status = RpcMgmtIsServerListening(binding);
     if (status != RPC_S_OK && datagram)
-      dropped_ = status;
+      losses_.server = cause_of(status);
     return status == RPC_S_OK;
   }
 
@@ -128,8 +135,7 @@ class Query {
   std::array<std::int32_t, kMostIgnored> ignored_;
   std::size_t ignored_count_ = 0;
   std::array<std::uint16_t, kMostEndpoints> endpoints_;  // of the records, by index
-  error_status_t dropped_ = RPC_S_OK;
-  error_status_t ended_ = RPC_S_OK;
+  ptc_LookupLosses losses_;
 };
 
 bool is_separator(char character) {
@@ -145,19 +151,19 @@ struct CloseFile {
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId,
                        const uuid_t* objectId, ptc_RpcClientContextStruct* clientContextList,
                        std::uint32_t* clientContextListSize, error_status_t* status,
-                       error_status_t* reason) {
+                       ptc_LookupLosses* losses) {
   std::uint32_t count = *clientContextListSize;
-  QueryEPT(epHandle, interfaceId, objectId, clientContextList, &count, status, reason);
+  QueryEPT(epHandle, interfaceId, objectId, clientContextList, &count, status, losses);
   if (*status == RPC_S_OK)
     *clientContextListSize = count;
 }
 
 void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const uuid_t* objectId,
               ptc_RpcClientContextStruct* clientContextList, std::uint32_t* clientContextListSize,
-              error_status_t* status, error_status_t* reason) {
+              error_status_t* status, ptc_LookupLosses* losses) {
   *status = RPC_S_OK;
-  if (reason != nullptr)
-    *reason = RPC_S_OK;
+  if (losses != nullptr)
+    *losses = {};
   if (interfaceId->vers_major == kOldMajorVersion) {
     *clientContextListSize = 0;
     return;
@@ -177,8 +183,8 @@ void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const
       release(record);
     *clientContextListSize = 0;
   }
-  if (reason != nullptr)
-    *reason = query.reason();
+  if (losses != nullptr)
+    *losses = query.losses();
   RpcMgmtEpEltInqDone(&inquiry);
 }
 

@@ -27,24 +27,30 @@ struct ptc_RpcClientContextStruct {
   RPC_BINDING_HANDLE fBindingHandle;  // RpcBindingFree; carries the object UUID
 };
 
+// What stood in the way of a query that succeeded all the same. Each is 0 for nothing, else the
+// network's number (RpcLastNetworkError) or, where the network did its part, the call's status.
+struct ptc_LookupLosses {
+  error_status_t mapper = 0;  // the map was not read, or not to its end
+  error_status_t server =
+      0;  // the last server that is registered and was left out for not answering
+};
+
 // The live servers of an interface over ncadg_ip_udp, in the map's order. `epHandle` is a binding
 // to the host's endpoint mapper with its time-out set; `objectId` may be null. The count is the
 // list's capacity (at most kMostEndpoints) on entry and the records filled on success; on failure
 // it is left alone and nothing is to be released.
 //
-// `reason`, where it is given, says why a successful query may have found nothing: the status of
-// the last listening probe that dropped a server, else the status that ended the inquiry (1772 at
-// its end, 1820 without an answer, 1717 for a mapper that is none), else 0.
+// `losses`, where it is given, says what a successful query may have missed.
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId,
                        const uuid_t* objectId, ptc_RpcClientContextStruct* clientContextList,
                        std::uint32_t* clientContextListSize, error_status_t* status,
-                       error_status_t* reason = nullptr);
+                       ptc_LookupLosses* losses = nullptr);
 
 // The worker of ptc_rpc_ep_lookup. The count is written whenever the inquiry was opened; it is 0
 // after a failure.
 void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const uuid_t* objectId,
               ptc_RpcClientContextStruct* clientContextList, std::uint32_t* clientContextListSize,
-              error_status_t* status, error_status_t* reason = nullptr);
+              error_status_t* status, ptc_LookupLosses* losses = nullptr);
 
 // Frees what the first records own. The status is that of the last call made, untouched for none.
 void ptc_rpc_clnt_ctx_free(ptc_RpcClientContextStruct* clientContextList,

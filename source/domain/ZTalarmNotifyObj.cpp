@@ -107,19 +107,21 @@ int zt_RPCAlarmNoticeLink_class::FindServer(RPC_BINDING_HANDLE mapper) {
     return Failed(kRpcSet, kNoInterfaceId, status, static_cast<int>(status));
   fRPCinfo.version = ZT_RPC_V2;
   RpcMgmtSetComTimeout(mapper, zt_com_timeout);
-  error_status_t reason = RPC_S_OK;
+  ptc_LookupLosses losses;
   ptc_rpc_ep_lookup(mapper, &interface_id, nullptr, &fAlmclientContext, &fNumAlmServers, &status,
-                    &reason);
+                    &losses);
   if (status != RPC_S_OK) {
     fNumAlmServers = 0;
     return Failed(kRpcSet, kQueryFailed, status, -1);
   }
   if (fNumAlmServers > 0)
     return TakeServer();
-  if (reason != RPC_X_NO_MORE_ENTRIES) {
-    fUnreachable = 1;
-    Failed(kRpcSet, kPingFailed, reason, 0);
-  }
+  // Nothing found is a success, but what stood in the way is worth a message.
+  if (losses.server != RPC_S_OK)
+    Failed(kRpcSet, kPingFailed, losses.server, 0);
+  else if (losses.mapper != RPC_S_OK)
+    Failed(kRpcSet, kQueryFailed, losses.mapper, 0);
+  fUnreachable = losses.server != RPC_S_OK || losses.mapper != RPC_S_OK;
   return 0;
 }
 

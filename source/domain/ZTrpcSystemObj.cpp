@@ -59,6 +59,15 @@ std::string text_of(const char (&field)[kSize]) {
   return std::string(field, strnlen(field, kSize));
 }
 
+// Why a map lists no live server, for the message that says so.
+std::string cause_of_absence(const ptc_LookupLosses& losses) {
+  if (losses.server != RPC_S_OK)
+    return "a registered server does not answer. " + zt_status_text(losses.server);
+  if (losses.mapper != RPC_S_OK)
+    return "the endpoint mapper cannot be asked. " + zt_status_text(losses.mapper);
+  return "no server is registered.";
+}
+
 }  // namespace
 
 std::string zt_status_text(error_status_t status) {
@@ -111,12 +120,12 @@ class RPC_MONITORED_SYSTEM_OBJ::ServerList {
     return status;
   }
 
-  // Queries the map behind the binding; `reason` as ptc_rpc_ep_lookup has it.
+  // Queries the map behind the binding; `losses` as ptc_rpc_ep_lookup has them.
   error_status_t query(RPC_BINDING_HANDLE mapper, const rpc_if_id_t& interface_id,
-                       error_status_t* reason) {
+                       ptc_LookupLosses* losses) {
     std::uint32_t count = static_cast<std::uint32_t>(records_.size());
     error_status_t status = RPC_S_OK;
-    ptc_rpc_ep_lookup(mapper, &interface_id, nullptr, records_.data(), &count, &status, reason);
+    ptc_rpc_ep_lookup(mapper, &interface_id, nullptr, records_.data(), &count, &status, losses);
     if (status == RPC_S_OK)
       count_ = count;
     return status;
@@ -232,15 +241,15 @@ error_status_t RPC_MONITORED_SYSTEM_OBJ::FindServers(const char* system_id, Serv
   fRPCinfo.version = ZT_RPC_V2;
 
   RpcMgmtSetComTimeout(mapper.get(), zt_com_timeout);
-  error_status_t reason = RPC_S_OK;
-  status = servers.query(mapper.get(), interface_id, &reason);
+  ptc_LookupLosses losses;
+  status = servers.query(mapper.get(), interface_id, &losses);
   if (status != RPC_S_OK) {
     RecordMessage(kConnectionSet, kQueryFailed);
     return status;
   }
   if (servers.found().empty()) {
     RecordMessage(kConnectionSet, kNoServer);
-    objErrorCause = zt_status_text(reason);
+    objErrorCause = cause_of_absence(losses);
     return kRepNothingFound;
   }
   return RPC_S_OK;

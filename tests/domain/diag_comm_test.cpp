@@ -89,12 +89,18 @@ TEST_F(DiagComm, ListsServersAndTheAlarmServer) {
   EXPECT_EQ(listing + "No almserver registered.\n\n", report.out);
   EXPECT_EQ("", report.err);
 
-  agent.reason = 1722;  // registered, but nobody listens
+  agent.losses.server = 10061;  // registered, but nobody listens
   report = run(check);
   EXPECT_EQ(1, result_);
   EXPECT_EQ(listing + "No almserver registered.\n\n", report.out);
   EXPECT_EQ(message(307, 13), report.err);
-  agent.reason = 0;
+
+  agent.losses = {.mapper = 10060, .server = 0};
+  report = run(check);
+  EXPECT_EQ(1, result_);
+  EXPECT_EQ(listing + "No almserver registered.\n\n", report.out);
+  EXPECT_EQ(message(306, 13), report.err);
+  agent.losses = {};
 
   const std::string alarm = "Found almserver registered at:\n\n  Port[3001]\n\n";
   agent.alarm_servers = {{"", "alm", 0, "", 3001}};

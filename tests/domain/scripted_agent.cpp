@@ -176,9 +176,9 @@ unsigned char hublnk_Negotiate(sockets::Socket, std::uint16_t* major, std::uint1
 
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE, const rpc_if_id_t* interface_id, const uuid_t*,
                        ptc_RpcClientContextStruct* list, std::uint32_t* size,
-                       error_status_t* status, error_status_t* reason) {
+                       error_status_t* status, ptc_LookupLosses* losses) {
   *status = agent.lookup_status;
-  *reason = agent.reason != 0 ? agent.reason : RPC_X_NO_MORE_ENTRIES;
+  *losses = agent.losses;
   if (*status != 0)
     return;
   const auto& servers = interface_id->uuid == kAg.id ? agent.alarm_servers : agent.servers;

@@ -13,6 +13,7 @@
 #include "rep.h"
 #include "repTimeFilter.h"
 #include "repView.h"
+#include "shared/dce/ncs2dce.h"
 #include "shared/general/SHsysNameConv.h"
 
 struct ScriptedServer {
@@ -42,7 +43,7 @@ struct ScriptedAgent {
   std::uint32_t broker_status = 0;
   std::uint16_t major = 2;
   error_status_t lookup_status = 0;
-  error_status_t reason = 0;
+  ptc_LookupLosses losses;
   std::vector<ScriptedServer> servers;
   std::vector<ScriptedServer> alarm_servers;
   std::vector<ScriptedClass> classes;

@@ -27,6 +27,14 @@ struct BrokenLink {
 
 std::vector<BrokenLink> broken_links() {
   const std::string m = "127.0.2.";
+  // No live server, and why.
+  const auto nothing_found = [&](int n, const std::string& cause) {
+    return message(11, 33, m + std::to_string(n)) + message(13, 2, cause);
+  };
+  const std::string kTimedOut = "The connection timed out.";
+  const std::string kRefused = "The connection was refused; no server listens at the port.";
+  const std::string kMapper = "the endpoint mapper cannot be asked. ";
+  const std::string kServer = "a registered server does not answer. ";
   const auto repository_failed = [&](int n, int number, const std::string& cause) {
     return message(11, 32, m + std::to_string(n)) + message(13, number, cause);
   };
@@ -46,16 +54,17 @@ std::vector<BrokenLink> broken_links() {
       {"broker slow", "127.0.2.6", repository_failed(6, 301, "10060"), ""},
       {"broker reports a status", "127.0.2.7", repository_failed(7, 301, "5"), ""},
       {"agent too old", "127.0.2.8", message(20, 112), ""},
-      {"mapper silent", "127.0.2.9", message(11, 33, m + "9") + message(13, 2), ""},
-      {"mapper refused", "127.0.2.10", message(11, 33, m + "10") + message(13, 2), ""},
-      {"mapper rejects", "127.0.2.11", message(11, 33, m + "11") + message(13, 2), ""},
-      {"nothing registered", "127.0.2.12", message(11, 33, m + "12") + message(13, 2), ""},
-      {"repository dead", "127.0.2.13", message(11, 33, m + "13") + message(13, 2), ""},
-      {"repository mute", "127.0.2.14", message(11, 33, m + "14") + message(13, 2), ""},
+      {"mapper silent", "127.0.2.9", nothing_found(9, kMapper + kTimedOut), ""},
+      {"mapper refused", "127.0.2.10", nothing_found(10, kMapper + kRefused), ""},
+      {"mapper rejects", "127.0.2.11",
+       nothing_found(11, kMapper + "The server does not know the interface."), ""},
+      {"nothing registered", "127.0.2.12", nothing_found(12, "no server is registered."), ""},
+      {"repository dead", "127.0.2.13", nothing_found(13, kServer + kRefused), ""},
+      {"repository mute", "127.0.2.14", nothing_found(14, kServer + kTimedOut), ""},
       {"repository faulting", "127.0.2.16", repository_failed(16, 101, ""), ""},
       {"repository reports a status", "127.0.2.18", repository_failed(18, 4, ""), ""},
       {"alarm server missing", "127.0.2.19", "", kNoAlarm},
-      {"alarm server dead", "127.0.2.20", "", kNoAlarm},
+      {"alarm server dead", "127.0.2.20", message(13, 307, "10061"), kNoAlarm},
       {"alarm server faulting", "127.0.2.21", message(13, 307, "101"), kServersAndAlarm},
       {"alarm server silent", "127.0.2.22", message(13, 307, "1726"), kServersAndAlarm},
       {"alarm server reports a status", "127.0.2.23", message(13, 307, "5"), kServersAndAlarm},

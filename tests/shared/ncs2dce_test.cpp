@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/rpc/invoke.h"
 #include "shared/general/nt/SHderControlObj.h"
 
 // --- A scripted endpoint map in place of the runtime's inquiry and listening probe.
@@ -110,7 +111,7 @@ class SettingsFolder {
 struct Outcome {
   error_status_t status = 99;
   std::uint32_t count = 0;
-  error_status_t reason = 99;
+  ptc_LookupLosses losses{99, 99};
   std::vector<std::string> bindings;
 };
 
@@ -119,7 +120,7 @@ Outcome query(std::uint32_t capacity, const rpc_if_id_t& interface_id = kInterfa
   Outcome outcome;
   outcome.count = capacity;
   ptc_rpc_ep_lookup(nullptr, &interface_id, nullptr, records.data(), &outcome.count,
-                    &outcome.status, &outcome.reason);
+                    &outcome.status, &outcome.losses);
   if (outcome.status != RPC_S_OK)
     return outcome;
   for (std::uint32_t i = 0; i < outcome.count; ++i)
@@ -184,23 +185,27 @@ TEST(EndpointQuery, TellsWhyItFoundNothing) {
   struct Case {
     std::vector<MapElement> elements;
     RPC_STATUS end;
-    error_status_t reason;
+    RPC_STATUS network;
+    ptc_LookupLosses losses;
   };
   const Case cases[] = {
-      {{}, RPC_X_NO_MORE_ENTRIES, RPC_X_NO_MORE_ENTRIES},
-      {{}, RPC_S_COMM_FAILURE, RPC_S_COMM_FAILURE},
-      {{{udp("10.0.0.1", 1), RPC_S_SERVER_UNAVAILABLE}},
-       RPC_X_NO_MORE_ENTRIES,
-       RPC_S_SERVER_UNAVAILABLE},
+      {{}, RPC_X_NO_MORE_ENTRIES, 0, {0, 0}},
+      {{}, RPC_S_COMM_FAILURE, 10060, {10060, 0}},
+      {{}, RPC_S_UNKNOWN_IF, 0, {RPC_S_UNKNOWN_IF, 0}},
+      {{{udp("10.0.0.1", 1), RPC_S_SERVER_UNAVAILABLE}}, RPC_X_NO_MORE_ENTRIES, 10061, {0, 10061}},
       {{{"ncacn_ip_tcp:10.0.0.1[1]", RPC_S_PROTSEQ_NOT_SUPPORTED}},
        RPC_X_NO_MORE_ENTRIES,
-       RPC_X_NO_MORE_ENTRIES},
+       0,
+       {0, 0}},
   };
   for (const Case& test : cases) {
     script = {};
     script.elements = test.elements;
     script.end = test.end;
-    EXPECT_EQ(test.reason, query(8).reason);
+    rpc::set_last_network_error(test.network);
+    const Outcome outcome = query(8);
+    EXPECT_EQ(test.losses.mapper, outcome.losses.mapper);
+    EXPECT_EQ(test.losses.server, outcome.losses.server);
   }
 }
 
