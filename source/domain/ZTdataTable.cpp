@@ -45,23 +45,24 @@ std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>
   for (const rep_sMetricDescriptor* metric : columns) {
     const int width = width_of(*metric);
     const char* heading = metric->HeadOneLength == 0 ? "" : metric->HeadingOne;
-    first += format_text(" %-*s", width, printable(heading).c_str());
-    second += format_text(" %-*s", width, printable(metric->HeadingTwo).c_str());
+    append_text(first, " %-*s", width, printable(heading).c_str());
+    append_text(second, " %-*s", width, printable(metric->HeadingTwo).c_str());
   }
   return first + "\n" + second + "\n";
 }
 
-std::string format_data_value(const rep_sMetricDescriptor& metric, std::int32_t number,
-                              const char* text) {
+void append_data_value(std::string& line, const rep_sMetricDescriptor& metric, std::int32_t number,
+                       const char* text) {
   const FieldParm description = description_of(metric);
   const int width = static_cast<int>(description.width);
   Variable variable(metric.Descriptor.fName, description, kClassType);
   if (variable.numeric()) {
     variable = number;
-    return format_text(" %-*.*f", width, static_cast<int>(description.dec), variable.GetNumber());
+    append_text(line, " %-*.*f", width, static_cast<int>(description.dec), variable.GetNumber());
+    return;
   }
   variable = text;
-  return format_text(" %-*s", width, printable(variable.GetString()).c_str());
+  append_text(line, " %-*s", width, printable(variable.GetString()).c_str());
 }
 
 std::optional<std::string> format_data_table(
@@ -79,7 +80,7 @@ std::optional<std::string> format_data_table(
         text = client.ReturnText(*value);
       if (!text)
         return std::nullopt;
-      table += format_data_value(*metric, static_cast<std::int32_t>(*value), text->data());
+      append_data_value(table, *metric, static_cast<std::int32_t>(*value), text->data());
       ++value;
     }
     table += '\n';

@@ -15,6 +15,6 @@ std::optional<std::string> format_data_table(
     const zt_RepServerInfo_class& client, const std::vector<const rep_sMetricDescriptor*>& columns);
 
 std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns);
-// One value with the blank before it; `text` is used for text metrics alone.
-std::string format_data_value(const rep_sMetricDescriptor& metric, std::int32_t number,
-                              const char* text);
+// Appends one value with the blank before it; `text` is used for text metrics alone.
+void append_data_value(std::string& line, const rep_sMetricDescriptor& metric, std::int32_t number,
+                       const char* text);

@@ -5,5 +5,7 @@
 #include <cstdarg>
 #include <string>
 
+// Appends the formatted text.
+[[gnu::format(printf, 2, 3)]] void append_text(std::string& text, const char* format, ...);
 [[gnu::format(printf, 1, 2)]] std::string format_text(const char* format, ...);
 [[gnu::format(printf, 1, 0)]] std::string format_text(const char* format, std::va_list arguments);

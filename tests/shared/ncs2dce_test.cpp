@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -255,6 +256,22 @@ TEST(IgnoreList, HoldsAtMostItsLimit) {
   const SettingsFolder settings(list);
   std::array<std::int32_t, kMostIgnored> keys{};
   EXPECT_EQ(kMostIgnored, ept_CheckIgnoreIPs(keys));
+}
+
+// The example of the format's description, so that it stays true.
+TEST(IgnoreList, ReadsTheExampleOfItsDescription) {
+  std::ifstream page(ZT_FORMATS "/ignore-list.md");
+  std::string text{std::istreambuf_iterator<char>(page), {}};
+  const std::string fence = "```\n";
+  const std::size_t start = text.find(fence) + fence.size();
+  ASSERT_LT(start, text.size());
+  text = text.substr(start, text.find(fence, start) - start);
+  std::FILE* stream = ::fmemopen(text.data(), text.size(), "r");
+  std::vector<std::string> names;
+  while (const auto name = ept_NextIgnoredName(stream))
+    names.push_back(*name);
+  std::fclose(stream);
+  EXPECT_EQ((std::vector<std::string>{"192.168.7.20", "192.168.7.21", "backup-gw.example"}), names);
 }
 
 TEST(IgnoreList, MissingFileIgnoresNothing) {
