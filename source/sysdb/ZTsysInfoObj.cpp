@@ -124,7 +124,8 @@ int zt_SystemDBMgt_class::GetFirstSystemRec(zt_SystemInfo_class& info) {
                                                 record_size, fCurrentLocation);
   if (status != 0 || record_size == 0)
     return fError = status == kIndexNotValid ? status : kSysDbNoMoreSystems;
-  if (ConvertSystemKey(key.bytes) == 0)
+  // The version record, also when damage has given it another key: a user must not delete it.
+  if (fCurrentLocation == kVersionLocation || ConvertSystemKey(key.bytes) == 0)
     return GetNextSystemRec(info);
   info = zt_SystemInfo_class(fSystemInfo, ConvertSystemKey(key.bytes));
   return 0;

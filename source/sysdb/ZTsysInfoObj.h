@@ -7,6 +7,8 @@
 
 #pragma once
 
+#include <sys/stat.h>
+
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -275,6 +277,7 @@ class zt_SystemDBMgt_class {
 
  private:
   enum { kCurrentSysDBVersion = 4, kPreviousSysDBVersion = 3 };
+  static constexpr std::int32_t kVersionLocation = 0;
 
   int OpenVersionRecord();
   int ReadVersion(SYSTEM_VERSION_ENTRY& version);
@@ -306,6 +309,7 @@ class zt_SystemDBMgt_class {
   unsigned char fXrefSynced = 0;
   unsigned fXrefBuilds = 0;  // how often the table has been built
   DateTime fBackConnectXRefOpenTime;
+  struct stat fBackConnectXRefStat {};  // as it was opened
   std::FILE* fBackConnectXRef = nullptr;
   std::unique_ptr<INDEX_DATA_OBJ> fIndexDataObj;
   std::unique_ptr<SEM_OBJ> fSemaphoreObj;

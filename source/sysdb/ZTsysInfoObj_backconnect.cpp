@@ -18,13 +18,17 @@ namespace {
 constexpr int kMaxLine = 516;
 constexpr int kMaxName = kSystemNameSize - 1;
 
+bool SameFile(const struct stat& a, const struct stat& b) {
+  return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
 // Opens a plain file for reading; null with errno set.
-std::FILE* OpenPlainFile(const std::string& path) {
+std::FILE* OpenPlainFile(const std::string& path, struct stat& about) {
   const int descriptor =
       open(sys::native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (descriptor < 0)
     return nullptr;
-  struct stat about {};
   if (fstat(descriptor, &about) == 0) {
     if (S_ISREG(about.st_mode)) {
       if (std::FILE* file = fdopen(descriptor, "r"); file != nullptr)
@@ -53,17 +57,15 @@ bool SplitLine(const char* line, char* system_name, char* back_connect_name) {
 bool zt_SystemDBMgt_class::OpenBackConnectFile() {
   if (fBackConnectXRef != nullptr) {
     struct stat now {};
-    struct stat opened {};
-    if (sys::_stat(fBackConnectXRefFileName.c_str(), &now) != 0 ||
-        fstat(fileno(fBackConnectXRef), &opened) != 0) {
+    if (sys::_stat(fBackConnectXRefFileName.c_str(), &now) != 0) {
       fError = errno;
       return false;
     }
-    const bool changed = fBackConnectXRefOpenTime.Initialized() != 0 &&
-                         now.st_mtime > std::int64_t{std::uint32_t{fBackConnectXRefOpenTime}};
-    // Replaced by a rename, perhaps within the second of the opening.
-    const bool replaced = now.st_ino != opened.st_ino || now.st_dev != opened.st_dev;
-    if (changed || replaced) {
+    const bool later = fBackConnectXRefOpenTime.Initialized() != 0 &&
+                       now.st_mtime > std::int64_t{std::uint32_t{fBackConnectXRefOpenTime}};
+    // Changed or replaced, perhaps within the second of the opening: a stream that is rewound may
+    // show again what it read before.
+    if (later || !SameFile(now, fBackConnectXRefStat)) {
       std::fclose(fBackConnectXRef);
       fBackConnectXRef = nullptr;
     }
@@ -72,7 +74,7 @@ bool zt_SystemDBMgt_class::OpenBackConnectFile() {
     std::rewind(fBackConnectXRef);
     return true;
   }
-  fBackConnectXRef = OpenPlainFile(fBackConnectXRefFileName);
+  fBackConnectXRef = OpenPlainFile(fBackConnectXRefFileName, fBackConnectXRefStat);
   if (fBackConnectXRef == nullptr) {
     fError = errno;
     return false;

@@ -17,7 +17,6 @@ namespace {
 
 constexpr char BACK_CONNECT_XREF_FILE_NAME[] = "ztsysxref";
 constexpr char kVersionKey[sizeof(SystemKey)] = {0, 0, 0, 0};
-constexpr std::int32_t kVersionLocation = 0;
 
 // The status byte of a slot that the conversion has still to do.
 constexpr char kSlotInOlderLayout = 0x33;
@@ -98,6 +97,9 @@ int zt_SystemDBMgt_class::OpenVersionRecord() {
   }
   if (status != 0)
     return status;
+  // A deleted version record would be the next insert's place.
+  if (fIndexDataObj->ReturnSlotState() == kIndexSlotDeleted)
+    return kSysDbBadVersion;
   if (version.fVersion == kCurrentSysDBVersion &&
       fIndexDataObj->ReturnSlotState() != kSlotInOlderLayout)
     return 0;

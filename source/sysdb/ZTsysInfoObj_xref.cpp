@@ -180,8 +180,9 @@ void SortSysList(SYSTEM_XREF_ENTRY* list_ptr, int number_of_entries) {
   std::array<STACK_ENTRY, kStackSize> stack;
   STACK_ENTRY* top = PushOnToStack(stack.data(), -1, -1);
   top = PushOnToStack(top, 1, number_of_entries);
-  const int levels = std::bit_width(static_cast<unsigned>(number_of_entries));
-  std::int64_t budget = std::int64_t{number_of_entries} * levels * kPassesPerLevel;
+  const auto levels =
+      static_cast<std::int64_t>(std::bit_width(static_cast<unsigned>(number_of_entries)));
+  std::int64_t budget = number_of_entries * levels * kPassesPerLevel;
 
   int lower;
   int upper;

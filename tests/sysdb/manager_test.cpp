@@ -213,6 +213,16 @@ TEST_F(Manager, FindsTheRecordOfAWriterThatDiedBeforeRaisingTheCounter) {
   EXPECT_EQ(File().size(), 2 * kSlotSize) << "replaced, not a second record of the key";
 }
 
+TEST_F(Manager, NeverTakesADamagedVersionRecordForASystem) {
+  Bytes version = test::VersionSlot(4);
+  version.Text(1, test::Key(1, 2, 3, 4));
+  test::WriteFile(path_, version + FullSlot());
+  zt_SystemDBMgt_class manager(path_.c_str());
+  ASSERT_EQ(manager.ValidObj(), 1);
+  EXPECT_EQ(manager.GetSystemRecCount(), 1);
+  EXPECT_EQ(manager.DeleteSystemRec(test::KeyNumber(1, 2, 3, 4)), 1005);
+}
+
 TEST_F(Manager, RefusesWhatIsNoDatabaseAndLeavesItAlone) {
   const std::string random = "\x7f garbage " + std::string(600, '\xEE');
   const struct {
@@ -223,6 +233,7 @@ TEST_F(Manager, RefusesWhatIsNoDatabaseAndLeavesItAlone) {
       {"version 7", test::VersionSlot(7), 2006},
       {"version 0", std::string(kSlotSize, '\0'), 2006},
       {"a deleted version record", test::DeletedSlot() + FullSlot(), 2006},
+      {"one that is marked deleted", Bytes(test::VersionSlot(4)).Number(0, 1, 1), 2006},
       {"random bytes", random, 2006},
       {"a short text", "127.0.0.1 localhost\n", 2006},
       {"half a version record of an older file", test::VersionSlot(3).substr(0, 300), 2006},
@@ -284,6 +295,10 @@ TEST_F(Manager, ReadsBackConnectNamesByTheTokenizersRules) {
   EXPECT_EQ(name_of(1), "replaced");
   test::WriteFile(xref, "sys1 changed\n");
   EXPECT_EQ(name_of(1), "changed");
+  // Once more, within what the stream has read already.
+  test::WriteFile(xref, "sys1 altered\nsys3 x\n");
+  EXPECT_EQ(name_of(1), "altered");
+  EXPECT_EQ(name_of(3), "x");
   remove(xref.c_str());
   EXPECT_EQ(name_of(1), "none, " + std::to_string(ENOENT));
 }
