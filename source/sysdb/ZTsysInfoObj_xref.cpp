@@ -54,7 +54,8 @@ STACK_ENTRY* PopStack(STACK_ENTRY* stack_ptr, int& lower_limit, int& upper_limit
 }
 
 // Brings the median of the range's first, middle and last entry to its start, where partitioning
-// takes the pivot, so that ordered and reversed tables split in halves.
+// takes the pivot, so that an ordered table splits in halves. Reversed ones do not always, and are
+// then finished by the heap sort.
 void ChoosePivot(int lower, int upper, SYSTEM_XREF_ENTRY* table) {
   if (upper - lower < kMedianFrom)
     return;
