@@ -1,5 +1,5 @@
 // Skeletons of the product's interfaces that note what arrives and answer with values that differ
-// from parameter to parameter.
+// from parameter to parameter. They fault when the client has no room for their results.
 
 #pragma once
 
@@ -49,6 +49,11 @@ inline void describe(rep_sDescriptor& descriptor, std::uint32_t id, const std::s
   set_text(descriptor.LabelLength, descriptor.Label, label);
 }
 
+inline void require_room(bool enough) {
+  if (!enough)
+    throw rpc::server::Fault(rpc::server::kNcaOutArgsTooBig);
+}
+
 class RepServer : public rep_Server, public Notes {
  public:
   using CallInfo = rpc::server::CallInfo;
@@ -65,6 +70,7 @@ class RepServer : public rep_Server, public Notes {
   void rep_LookupTable(const CallInfo&, std::uint32_t tableId, std::uint32_t* lookupHandle,
                        std::uint32_t maxIndex, std::uint32_t* lastIndex,
                        rep_sTableDescriptor* results, error_status_t* status) override {
+    require_room(maxIndex >= 2);
     note("LookupTable", tableId, *lookupHandle, maxIndex);
     *lookupHandle = 21;
     *lastIndex = 2;
@@ -97,6 +103,7 @@ class RepServer : public rep_Server, public Notes {
                         std::uint32_t* lookupHandle, std::uint32_t maxIndex,
                         std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
                         error_status_t* status) override {
+    require_room(maxIndex >= 1);
     note("LookupMetric", tableId, metricId, *lookupHandle, maxIndex);
     *lookupHandle = 23;
     *lastIndex = 1;
@@ -153,6 +160,7 @@ class RepServer : public rep_Server, public Notes {
                         std::uint32_t maxCharResultsIndex, std::uint32_t* lastCharResultsIndex,    \
                         std::uint32_t* positions, std::uint32_t* intResults, char* charResults,    \
                         error_status_t* status) override {                                         \
+    require_room(maxPositionIndex >= 1 && maxIntResultsIndex >= 2 && maxCharResultsIndex >= 4);    \
     note("Read", maxPositionIndex, maxIntResultsIndex, maxCharResultsIndex);                       \
     note_context(viewContext);                                                                     \
     *lastPositionIndex = 1;                                                                        \
@@ -335,6 +343,7 @@ class AlarmServer : public ag_Server, public Notes {
   void ag_GetSystems(const CallInfo&, Key key, std::uint16_t* lookup_handle,
                      std::uint16_t max_index, std::uint16_t* last_index, std::uint16_t* num_results,
                      ag_SystemInfo_struct* results, error_status_t* s) override {
+    require_room(max_index >= 1);
     end(s, 69, "GetSystems", key, *lookup_handle, max_index, *last_index);
     *lookup_handle = 169;
     *last_index = 1;
