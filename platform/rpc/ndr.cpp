@@ -1,7 +1,6 @@
 #include "platform/rpc/ndr.h"
 
 #include <algorithm>
-#include <limits>
 
 #include "platform/rpc/exception.h"
 
@@ -21,8 +20,9 @@ void Encoder::put_varying(std::uint32_t count) {
 }
 
 void Encoder::put_conformant_varying(std::uint64_t size, std::uint32_t count) {
-  require(size <= std::numeric_limits<std::uint32_t>::max() && count <= size);
-  put(static_cast<std::uint32_t>(size));
+  const auto size_on_wire = static_cast<std::uint32_t>(size);
+  require(count <= size_on_wire);
+  put(size_on_wire);
   put_varying(count);
 }
 
@@ -75,7 +75,8 @@ std::uint32_t Decoder::get_conformant_varying(std::uint64_t room, std::uint32_t 
 std::uint32_t Decoder::get_exact_conformant_varying(std::uint64_t size, std::uint32_t expected,
                                                     std::size_t element) {
   const ArrayHead head = get_array_head();
-  require(head.maximum == size && head.count == expected && head.count <= remaining() / element);
+  require(head.maximum == static_cast<std::uint32_t>(size) && head.count == expected &&
+          head.count <= remaining() / element);
   return head.count;
 }
 

@@ -149,7 +149,8 @@ class Encoder {
 
   // Offset 0 and actual count.
   void put_varying(std::uint32_t count);
-  // Maximum count, offset 0 and actual count; `size` must fit 32 bits and hold `count`.
+  // Maximum count, offset 0 and actual count. The maximum count is `size` in 32 bits, which must
+  // hold `count`: the size that belongs to a last index of all bits set, none, is 0.
   void put_conformant_varying(std::uint64_t size, std::uint32_t count);
 
   // A varying array of `count` characters, the last of which is the terminating zero.
@@ -293,8 +294,8 @@ class Decoder {
   // actual count must be `expected`. Returns the count. The maximum count may be smaller than the
   // room: some servers send the filled count.
   std::uint32_t get_conformant_varying(std::uint64_t room, std::uint32_t expected);
-  // The same for an array whose maximum count is known as well. Elements take at least `element`
-  // bytes each; the body must hold them all, so that the count may be allocated for.
+  // The same for an array whose maximum count is known as well, in 32 bits. Elements take at least
+  // `element` bytes each; the body must hold them all, so that the count may be allocated for.
   std::uint32_t get_exact_conformant_varying(std::uint64_t size, std::uint32_t expected,
                                              std::size_t element);
   // A conformant array's maximum count, which must be that of its size field. Octets only.

@@ -184,7 +184,7 @@ class ViewNotes : public Notes {
     *status = number;
   }
   void note_ids(std::uint32_t last, const std::uint32_t* ids) {
-    for (std::uint32_t i = 0; i <= last; ++i)
+    for (std::uint32_t i = 0; i != last + 1; ++i)
       note_more(ids[i]);
   }
 };
@@ -248,7 +248,7 @@ class TimeFilterServer : public repTimeFilter_Server, public ViewNotes {
                             const repTimeFilter_sShiftDescriptor* shifts,
                             rpc::WireContext* filterContext, error_status_t* status) override {
     note("Create", lastShiftIndex);
-    for (std::uint32_t i = 0; i <= lastShiftIndex; ++i) {
+    for (std::uint32_t i = 0; i != lastShiftIndex + 1; ++i) {
       note_more(shifts[i].fStart);
       note_more(shifts[i].fStop);
       note_more(shifts[i].fShiftType);

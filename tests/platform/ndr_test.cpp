@@ -78,8 +78,17 @@ TEST(NdrEncoder, RefusesTextsAndArraysThatDoNotHold) {
   EXPECT_EQ(status_of([&] { out.put_text(text, 5); }), 1783u);
   EXPECT_EQ(status_of([&] { out.put_string(text); }), 1783u);
   EXPECT_EQ(status_of([&] { out.put_conformant_varying(2, 3); }), 1783u);
-  EXPECT_EQ(status_of([&] { out.put_conformant_varying(std::uint64_t{1} << 32, 0); }), 1783u);
+  EXPECT_EQ(status_of([&] { out.put_conformant_varying(std::uint64_t{1} << 32, 1); }), 1783u);
   EXPECT_TRUE(out.body().empty());
+}
+
+TEST(NdrEncoder, SendsAnArrayOfNoElementForALastIndexOfNone) {
+  constexpr std::uint64_t kSize = std::uint64_t{0xFFFFFFFF} + 1;
+  Encoder out;
+  out.put_conformant_varying(kSize, 0);
+  EXPECT_EQ(hex_text(out.body()), "00000000 00000000 00000000");
+  Decoder in(out.body(), kLittle);
+  EXPECT_EQ(in.get_exact_conformant_varying(kSize, 0, 4), 0u);
 }
 
 TEST(NdrDecoder, ReadsWhatEitherByteOrderSends) {
