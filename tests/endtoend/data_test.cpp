@@ -1,0 +1,477 @@
+// The configuration report and the data query against agents that answer.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+#include "tests/endtoend/catalog_text.h"
+#include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
+
+namespace endtoend {
+namespace {
+
+constexpr std::string_view kText = "type = \"text\"";
+const std::string kByteOrders[] = {"byte_order = \"little\"", "byte_order = \"big\""};
+
+// --- Configuration.
+
+struct ConfigurationMetric {
+  std::string name;
+  std::string_view settings;
+  std::string line;
+};
+
+// In another order than any the report uses.
+const std::array<ConfigurationMetric, 7>& configuration_metrics() {
+  static const std::array<ConfigurationMetric, 7> metrics = {{
+      {"GBL_NUM_NETWORK", "constant = 2", "  Number of LANs : 2\n"},
+      {"GBL_MACHINE", "type = \"text\"\ntexts = [\"x86_64\"]", "  Machine        : x86_64\n"},
+      {"GBL_OSNAME", "type = \"text\"\ntexts = [\"Linux   \"]", "  OS Name        : Linux\n"},
+      {"GBL_LOGFILE_VERSION", "constant = -4", "  Logfile Version: -4\n"},
+      {"GBL_COLLECTOR", "type = \"text\"\ntexts = [\"tambo\\u001b 4.71  \"]",
+       "  Collector      : tambo? 4.71\n"},
+      {"GBL_OSRELEASE", "type = \"text\"\ntexts = [\"     \"]", "  OS Release     : \n"},
+      {"GBL_SYSTEM_ID", "type = \"text\"\ntexts = [\"  a b  c \"]",
+       "  System ID      :   a b  c\n"},
+  }};
+  return metrics;
+}
+// The lines as they are printed, by their places above.
+constexpr std::size_t kPrinted[] = {2, 5, 1, 6, 4, 3, 0};
+constexpr std::size_t kAll = 7;
+
+std::string configuration_class(SourceText source, std::size_t without = kAll) {
+  source.with_class("CONFIGURATION",
+                    "rows = 3\ninterval = 86400\nfirst = " + std::to_string(kNoon));
+  source.metric("GBL_OTHER", "values = [7, 8]");
+  for (std::size_t i = 0; i < kAll; ++i)
+    if (i != without)
+      source.metric(configuration_metrics()[i].name, configuration_metrics()[i].settings);
+  return source.text();
+}
+
+std::string configuration_report(std::size_t without = kAll) {
+  std::string report = "CONFIGURATION data was collected at 01/15/24 12:00\n";
+  for (const std::size_t i : kPrinted)
+    if (i != without)
+      report += configuration_metrics()[i].line;
+  return report + "\n";
+}
+
+const std::map<std::string, std::string> kUtc = {{"TZ", "UTC"}};
+
+TEST(Configuration, PrintsTheOldestRecordInItsOwnOrder) {
+  for (const std::string& order : kByteOrders) {
+    SCOPED_TRACE(order);
+    const Agent agent(configuration_class(SourceText("TAMBO")) + system_alpha({"TAMBO"}, order));
+    const Result result = ztcomm({"-s", "alpha", "-c"}, kUtc);
+    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -c") + configuration_report());
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+  }
+}
+
+TEST(Configuration, AMetricThatTheClassLacksLeavesItsLineOut) {
+  for (std::size_t i = 0; i < kAll; ++i) {
+    SCOPED_TRACE(configuration_metrics()[i].name);
+    const Agent agent(configuration_class(SourceText("TAMBO"), i) + system_alpha({"TAMBO"}));
+    const Result result = ztcomm({"-s", "alpha", "-c"}, kUtc);
+    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -c") + configuration_report(i));
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(Configuration, SaysWhatIsMissing) {
+  const std::string refused = message(11, 32, "alpha");
+  const struct {
+    std::string_view name;
+    std::string source;
+    std::string_view served;
+    std::string expected_err;
+  } cases[] = {
+      {"no collector", SourceText("ORDERS").text(), "ORDERS", message(20, 102)},
+      {"its name in another case", configuration_class(SourceText("tambo")), "tambo",
+       message(20, 102)},
+      {"nothing in the collector", SourceText("TAMBO").text(), "TAMBO",
+       refused + message(13, 2, "There are no more entries.") + message(20, 100)},
+      {"no class", SourceText("TAMBO").with_class("GLOBAL").metric("A").text(), "TAMBO",
+       message(20, 1, "CONFIGURATION")},
+      {"a class without metrics", SourceText("TAMBO").with_class("CONFIGURATION").text(), "TAMBO",
+       message(20, 1, "CONFIGURATION")},
+      {"a class without rows",
+       SourceText("TAMBO").with_class("CONFIGURATION").metric("GBL_OSNAME", kText).text(), "TAMBO",
+       message(20, 101, "CONFIGURATION")},
+      {"none of the metrics",
+       SourceText("TAMBO").with_class("CONFIGURATION", "rows = 1").metric("GBL_OTHER").text(),
+       "TAMBO", refused + message(13, 6)},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    const Agent agent(each.source + system_alpha({each.served}));
+    const Result result = ztcomm({"-s", "alpha", "-c"}, kUtc);
+    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -c"));
+    EXPECT_EQ(result.err, each.expected_err);
+    EXPECT_EQ(result.status, 0);
+  }
+}
+
+// --- Data query.
+
+Result query(const std::string& source, const std::string& time_zone = "UTC") {
+  return ztcomm({"-s", "alpha", "-ds", source}, {{"TZ", time_zone}});
+}
+
+std::string query_heading(const std::string& source) {
+  return heading_of_alpha("ztcomm -s alpha -ds " + source);
+}
+
+std::string rows_at(std::initializer_list<std::pair<long, std::string_view>> rows) {
+  std::string text = "rows = [";
+  for (const auto& [time, cells] : rows)
+    text += "[" + std::to_string(time) + ", " + std::string(cells) + "],";
+  return text + "]";
+}
+
+TEST(DataQuery, PrintsTheCollectorsChosenMetricsInTheClassesOrder) {
+  SourceText source("TAMBO");
+  source.with_class("OTHER").metric("GBL_NUM_DISK");
+  source.with_class("GLOBAL", rows_at({{kNoon - 300, "1, 3, 12, 450"}, {kNoon, "2, 4, -5, 7"}}));
+  source.metric("GBL_OTHER").metric("GBL_NUM_DISK", "width = 5\nheading2 = \"Disks\"");
+  source.metric("GBL_PRI_QUEUE",
+                "width = 6\nscale10 = 1\nheading1 = \"Run\"\nheading2 = \"Queue\"");
+  source.metric("GBL_CPU_TOTAL_UTIL",
+                "width = 7\nscale10 = 2\nheading1 = \"CPU\"\nheading2 = \"Total %\"");
+  const std::string table =
+      "Data source TAMBO, class GLOBAL\n"
+      "                     Run    CPU    \n"
+      "Date     Time  Disks Queue  Total %\n"
+      "01/15/24 11:55 3     1.2    4.50   \n"
+      "01/15/24 12:00 4     -0.5   0.07   \n"
+      "\n";
+  for (const std::string& order : kByteOrders) {
+    const Agent agent(source.text() + system_alpha({"TAMBO"}, order));
+    // Typed in small letters it is found, and shown as the server has it.
+    for (const std::string typed : {"TAMBO", "tambo", "Tambo"}) {
+      SCOPED_TRACE(order + " " + typed);
+      const Result result = query(typed);
+      EXPECT_EQ(result.out, query_heading(typed) + table);
+      EXPECT_EQ(result.err, "");
+      EXPECT_EQ(result.status, 0);
+    }
+  }
+}
+
+TEST(DataQuery, PrintsMetricsTwoToFourOfTheFirstClass) {
+  const std::string lines[] = {
+      "",
+      "",
+      "                 \nDate     Time  h2\n01/15/24 12:00 2 \n",
+      "                    \nDate     Time  h2 h3\n01/15/24 12:00 2  3 \n",
+      "                       \nDate     Time  h2 h3 h4\n01/15/24 12:00 2  3  4 \n",
+      "                       \nDate     Time  h2 h3 h4\n01/15/24 12:00 2  3  4 \n",
+  };
+  for (int count = 1; count <= 5; ++count) {
+    SCOPED_TRACE(count);
+    std::string cells = "1";
+    for (int i = 2; i <= count; ++i)
+      cells += ", " + std::to_string(i);
+    SourceText source("ORDERS");
+    source.with_class("FIRST", rows_at({{kNoon, cells}}));
+    for (int i = 1; i <= count; ++i)
+      source.metric("M" + std::to_string(i),
+                    "width = 2\nheading2 = \"h" + std::to_string(i) + "\"");
+    source.with_class("SECOND").metric("S1").metric("S2");
+    const Agent agent(source.text() + system_alpha({"ORDERS"}));
+    const Result result = query("ORDERS");
+    std::string expected = query_heading("ORDERS");
+    if (count > 1)
+      expected += "Data source ORDERS, class FIRST\n" + lines[count] + "\n";
+    EXPECT_EQ(result.out, expected);
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(DataQuery, FormatsNumbersByScaleAndWidth) {
+  const struct {
+    int width, scale;
+    std::string raw;
+    std::string cell;
+  } cases[] = {
+      {8, 2, "1234", "12.34   "},
+      {8, 2, "-1234", "-12.34  "},
+      {8, 0, "1234", "1234    "},
+      {0, 0, "1234", "1234"},
+      {1, 3, "7", "0.007"},
+      {4, 7, "123456789", "12.3456789"},
+      {3, 8, "150000000", "2  "},  // eight places are none, in the three bits that say how many
+      {12, 0, "2147483647", "2147483647  "},
+      {12, 0, "2147483648", "-2147483648 "},
+      {12, 9, "-2147483648", "-2.1        "},
+      {20, 1, "4294967295", "-0.1                "},
+      {10, 2, "0", "0.00      "},
+  };
+  SourceText source("NUMBERS");
+  std::string scenario;
+  int i = 0;
+  for (const auto& each : cases) {
+    SourceText one("S" + std::to_string(++i));
+    one.with_class("C", rows_at({{kNoon, "0, " + each.raw}}));
+    one.metric("M1").metric("M2", width_and_scale(each.width, each.scale));
+    scenario += one.text();
+  }
+  const std::string system =
+      system_alpha({"S1", "S2", "S3", "S4", "S5", "S6", "S7", "S8", "S9", "S10", "S11", "S12"});
+  const Agent agent(scenario + system);
+  i = 0;
+  for (const auto& each : cases) {
+    const std::string name = "S" + std::to_string(++i);
+    SCOPED_TRACE(name);
+    const std::string blanks(static_cast<std::size_t>(each.width), ' ');
+    const Result result = query(name);
+    EXPECT_EQ(result.out, query_heading(name) + "Data source " + name + ", class C\n" +
+                              std::string(15, ' ') + blanks + "\nDate     Time  " + blanks +
+                              "\n01/15/24 12:00 " + each.cell + "\n\n");
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(DataQuery, PushesLongTextsAndHeadingsToTheRight) {
+  SourceText source("TEXTS");
+  source.with_class("C", rows_at({{kNoon - 60, R"(1, "abc", "too long here", 5)"},
+                                  {kNoon, R"(1, "\u001b[2J", "", 6)"}}));
+  source.metric("M1");
+  source.metric("M2", "type = \"text\"\nwidth = 5\nheading1 = \"abcdefg\"");
+  source.metric("M3", "type = 9\nwidth = 4\nheading2 = \"a\\u0007b\"");
+  source.metric("M4", "type = 2\nwidth = 3\nheading1 = \"x\"\nheading2 = \"y z\"");
+  const Agent agent(source.text() + system_alpha({"TEXTS"}));
+  const Result result = query("TEXTS");
+  EXPECT_EQ(result.out, query_heading("TEXTS") +
+                            "Data source TEXTS, class C\n"
+                            "               abcdefg      x  \n"
+                            "Date     Time        a?b  y z\n"
+                            "01/15/24 11:59 abc   too long here 5  \n"
+                            "01/15/24 12:00 ?[2J       6  \n"
+                            "\n");
+  EXPECT_EQ(result.err, "");
+}
+
+TEST(DataQuery, StartsExactlyAnHourBeforeTheNewestRow) {
+  SourceText source("ORDERS");
+  source.with_class("C", rows_at({{kNoon - 7200, "0, 1"},
+                                  {kNoon - 3601, "0, 2"},
+                                  {kNoon - 3600, "0, 3"},
+                                  {kNoon - 1, "0, 4"},
+                                  {kNoon, "0, 5"}}));
+  source.metric("M1").metric("M2", "width = 2");
+  const Agent agent(source.text() + system_alpha({"ORDERS"}));
+  EXPECT_EQ(query("ORDERS").out, query_heading("ORDERS") +
+                                     "Data source ORDERS, class C\n"
+                                     "                 \n"
+                                     "Date     Time    \n"
+                                     "01/15/24 11:00 3 \n"
+                                     "01/15/24 11:59 4 \n"
+                                     "01/15/24 12:00 5 \n"
+                                     "\n");
+}
+
+TEST(DataQuery, ShowsTheClockOfTheLocalTimeZoneAcrossBothChanges) {
+  const struct {
+    std::string name;
+    long change;  // UTC
+    std::string before, after;
+  } cases[] = {
+      {"spring", 1711846800, "03/31/24 01:59", "03/31/24 03:00"},
+      {"autumn", 1729990800, "10/27/24 02:59", "10/27/24 02:00"},
+  };
+  for (const auto& each : cases) {
+    SourceText source("ORDERS");
+    source.with_class("C", rows_at({{each.change - 60, "0, 1"}, {each.change, "0, 2"}}));
+    source.metric("M1").metric("M2", "width = 1");
+    const Agent agent(source.text() + system_alpha({"ORDERS"}));
+    for (const std::string zone : {"CET-1CEST,M3.5.0,M10.5.0/3", "Europe/Berlin"}) {
+      SCOPED_TRACE(each.name + " " + zone);
+      const Result result = query("ORDERS", zone);
+      EXPECT_EQ(result.out, query_heading("ORDERS") +
+                                "Data source ORDERS, class C\n                \n"
+                                "Date     Time   \n" +
+                                each.before + " 1\n" + each.after + " 2\n\n");
+    }
+  }
+}
+
+// Rows of the last hour, `seconds` apart, with a number and two texts each.
+std::string wide_source(int seconds) {
+  SourceText source("WIDE");
+  source.with_class("C", "rows = 1000\ninterval = " + std::to_string(seconds) +
+                             "\nlast = " + std::to_string(kNoon));
+  source.metric("M1");
+  source.metric("M2", "width = 5\nramp = {from = 0, to = 99999}");
+  for (const std::string name : {"M3", "M4"})
+    source.metric(name, "type = \"text\"\nwidth = 60\ntexts = [\"" + std::string(60, 'a') +
+                            "\", \"" + std::string(58, 'b') + "\"]");
+  return source.text();
+}
+
+TEST(DataQuery, ReadsRepliesOfManyFragments) {
+  // The rows of the last hour, or as many as one read holds.
+  const struct {
+    int seconds;
+    int expected_rows;
+  } cases[] = {{60, 61}, {15, 241}, {12, 256}};
+  for (const auto& each : cases) {
+    for (const std::string& order : kByteOrders) {
+      SCOPED_TRACE(std::to_string(each.seconds) + order);
+      const Agent agent(wide_source(each.seconds) + system_alpha({"WIDE"}, order));
+      const Result result = query("WIDE");
+      std::string expected = query_heading("WIDE") + "Data source WIDE, class C\n" +
+                             std::string(14 + 6 + 61 + 61, ' ') + "\nDate     Time " +
+                             std::string(6 + 61 + 61, ' ') + "\n";
+      const int first = 999 - 3600 / each.seconds;
+      for (int row = first; row < first + each.expected_rows; ++row) {
+        const int minute = (3600 - (999 - row) * each.seconds) / 60;
+        std::string clock = "11:" + std::string(minute < 10 ? "0" : "") + std::to_string(minute);
+        if (minute == 60)
+          clock = "12:00";
+        std::string number = std::to_string(row);
+        number.resize(5, ' ');
+        const std::string text = row % 2 == 0 ? std::string(60, 'a') : std::string(58, 'b') + "  ";
+        expected += "01/15/24 " + clock + " " + number + " " + text + " " + text + "\n";
+      }
+      EXPECT_EQ(result.out, expected + "\n");
+      EXPECT_EQ(result.err, "");
+    }
+  }
+}
+
+TEST(DataQuery, SaysWhatIsMissing) {
+  const std::string long_name(100, 'L');
+  SourceText none("NONE");
+  const struct {
+    std::string_view name;
+    std::string source;
+    std::string typed;
+    std::string expected_err;
+  } cases[] = {
+      {"unknown data source", SourceText("ORDERS").text(), "unknown", message(20, 9, "unknown")},
+      {"mixed case typed otherwise", SourceText("Orders").text(), "orders",
+       message(20, 9, "orders")},
+      {"no class", SourceText("ORDERS").text(), "ORDERS",
+       message(11, 32, "alpha") + message(13, 2, "There are no more entries.")},
+      {"a class without metrics", SourceText("ORDERS").with_class("C").text(), "ORDERS", ""},
+      {"no data yet", SourceText("ORDERS").with_class("C").metric("A").metric("B").text(), "ORDERS",
+       message(20, 122, "C")},
+      {"nothing in the last hour",
+       SourceText("ORDERS")
+           .with_class("C", rows_at({{kNoon - 7200, "1, 2"}}) + "\nlast_x = 1705320000")
+           .metric("A")
+           .metric("B")
+           .text(),
+       "ORDERS", message(20, 101, "C")},
+      {"the collector without its class",
+       SourceText("TAMBO").with_class("C", "rows = 1").metric("A").metric("B").text(), "TAMBO",
+       message(20, 1, "GLOBAL")},
+      {"the collector without its metrics",
+       SourceText("TAMBO").with_class("GLOBAL", "rows = 1").metric("A").metric("B").text(), "TAMBO",
+       message(11, 32, "alpha") + message(13, 6)},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    const std::string served = each.source.substr(8, each.source.find(']') - 8);
+    const Agent agent(each.source + system_alpha({served}));
+    const Result result = query(each.typed);
+    EXPECT_EQ(result.out, query_heading(each.typed));
+    EXPECT_EQ(result.err, each.expected_err);
+    EXPECT_EQ(result.status, 0);
+  }
+}
+
+TEST(DataQuery, UsesTheConnectionOfTheCheckBefore) {
+  SourceText orders("ORDERS");
+  orders.with_class("C", rows_at({{kNoon, "1, 2"}})).metric("A").metric("B", "width = 1");
+  const std::string scenario = configuration_class(SourceText("TAMBO")) + orders.text() +
+                               system_alpha({"TAMBO", "ORDERS"}, "port = 0");
+  // Connections to the location broker: one stands as long as the connection to the system, one is
+  // made for each listing of the servers and one for the alarm server.
+  const auto connections = [&](const std::vector<std::string>& checks) {
+    const Agent agent(scenario);
+    std::vector<std::string> arguments = {"-s", "alpha"};
+    arguments.insert(arguments.end(), checks.begin(), checks.end());
+    const Result result = ztcomm(arguments, kUtc);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+    const std::string log = agent.log();
+    int count = 0;
+    const std::string mark = "/broker connection of ";
+    for (std::size_t at = 0; (at = log.find(mark, at)) != std::string::npos; ++at)
+      count += log.substr(at, log.find('\n', at) - at).find_first_of(' ', mark.size()) ==
+               std::string::npos;
+    return count;
+  };
+  EXPECT_EQ(connections({"-b"}), 3);
+  EXPECT_EQ(connections({"-ds", "ORDERS"}), 3);
+  EXPECT_EQ(connections({"-b", "-ds", "ORDERS"}), 4);
+  EXPECT_EQ(connections({"-c"}), 3);
+  EXPECT_EQ(connections({"-c", "-ds", "ORDERS"}), 4);
+  EXPECT_EQ(connections({"-b", "-c", "-ds", "ORDERS"}), 7);
+}
+
+TEST(DataQuery, AllChecksOfARunFollowEachOther) {
+  SourceText orders("ORDERS");
+  orders.with_class("C", rows_at({{kNoon, "1, 2"}})).metric("A").metric("B", "width = 1");
+  const Agent agent(configuration_class(SourceText("TAMBO")) + orders.text() +
+                    system_alpha({"TAMBO"}, "port = 1045") +
+                    "[[system.repository]]\nsource = \"ORDERS\"\nport = 1046\n");
+  const Result result = ztcomm({"-s", "alpha", "-ds", "orders", "-c", "-b"}, kUtc);
+  EXPECT_EQ(result.err, "");
+  const std::string expected_end = configuration_report() +
+                                   "Data source ORDERS, class C\n"
+                                   "                \n"
+                                   "Date     Time   \n"
+                                   "01/15/24 12:00 2\n\n";
+  ASSERT_GE(result.out.size(), expected_end.size());
+  EXPECT_EQ(result.out.substr(result.out.size() - expected_end.size()), expected_end);
+  EXPECT_NE(result.out.find("Found almserver registered at:"), std::string::npos);
+}
+
+TEST(DataQuery, ACatalogueOfManyClassesTakesLittleMemory) {
+  constexpr long kMostKilobytes = 24 * 1024;
+  const Agent agent(R"(
+[source.LARGE]
+id = 1
+[[source.LARGE.class]]
+id = 1
+name = "CLASS"
+count = 251
+rows = 2
+first = 1705319940
+interval = 60
+[[source.LARGE.class.metric]]
+id = 1
+name = "METRIC"
+width = 3
+count = 4
+ramp = {from = 1, to = 9}
+[[source.LARGE.class.instance]]
+id = 1
+name = "INSTANCE"
+count = 3
+)" + system_alpha({"LARGE"}));
+  const Result result = query("LARGE");
+  EXPECT_EQ(result.out.substr(0, result.out.find("01/15")),
+            query_heading("LARGE") + "Data source LARGE, class CLASS_1\n" + std::string(26, ' ') +
+                "\nDate     Time             \n");
+  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '/'), 2 * 2 * 3);
+  EXPECT_EQ(result.err, "");
+#ifndef __SANITIZE_ADDRESS__
+  EXPECT_LT(result.peak_kilobytes, kMostKilobytes);
+#else
+  static_cast<void>(kMostKilobytes);
+#endif
+}
+
+}  // namespace
+}  // namespace endtoend

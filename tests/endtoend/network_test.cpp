@@ -1,0 +1,116 @@
+// Networks that lose, double and reorder, and servers that keep the console waiting.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/endtoend/catalog_text.h"
+#include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
+#include "tests/endtoend/toy_server.h"
+
+namespace endtoend {
+namespace {
+
+std::string address_of(int number) {
+  return "127.0.4." + std::to_string(number);
+}
+
+TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
+  constexpr int kSeeds = 20;
+  constexpr unsigned kAtATime = 10;
+  std::ifstream file(std::string(ZT_SCENARIOS) + "/bad-network.toml");
+  const std::string shipped{std::istreambuf_iterator<char>(file), {}};
+  const std::size_t system = shipped.find("[[system]]");
+  ASSERT_NE(system, std::string::npos);
+  std::string scenario = shipped.substr(0, system);
+  for (int seed = 1; seed <= kSeeds; ++seed) {
+    std::string one = shipped.substr(system);
+    one = replace_all(one, "127.0.4.1\"", address_of(seed) + "\"");
+    one = replace_all(one, "seed = 1\n", "seed = " + std::to_string(seed) + "\n");
+    // The ports are given so that the report is known to the digit.
+    for (int i = 0; i < 3; ++i) {
+      const std::string source =
+          std::string("source = \"") + std::vector<std::string>{"ONE", "TWO", "THREE"}[i] + "\"\n";
+      one = replace_all(one, source, source + "port = " + std::to_string(1041 + i) + "\n");
+    }
+    scenario += replace_all(one, "[system.alarm]\n", "[system.alarm]\nport = 1050\n");
+  }
+  const Agent agent(scenario);
+
+  std::vector<Result> results(kSeeds);
+  std::atomic<int> next = 0;
+  std::vector<std::thread> threads;
+  for (unsigned i = 0; i < kAtATime; ++i) {
+    threads.emplace_back([&] {
+      for (int at = next++; at < kSeeds; at = next++)
+        results[at] = ztcomm({"-s", address_of(at + 1)}, {{"ZT_RPC_TIMEOUT", "5"}}, 120);
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+
+  for (int seed = 1; seed <= kSeeds; ++seed) {
+    SCOPED_TRACE(seed);
+    const std::string address = address_of(seed);
+    EXPECT_EQ(results[seed - 1].out, "ztcomm -s " + address +
+                                         "\n\nLocal System : console (127.0.0.2)\nTarget System: " +
+                                         address + " (" + address +
+                                         ")\n\nFound registered rep_servers at:\n\n"
+                                         "  Server: Port[1041] - ONE\n  Path  : /one\n\n"
+                                         "  Server: Port[1042] - TWO\n  Path  : /two\n\n"
+                                         "  Server: Port[1043] - THREE\n  Path  : /three\n\n"
+                                         "Found almserver registered at:\n\n  Port[1050]\n\n");
+    EXPECT_EQ(results[seed - 1].err, message(20, 203, "5") + "\n");
+    EXPECT_EQ(results[seed - 1].status, 0);
+  }
+}
+
+TEST(BadNetwork, AServerThatSaysThatItWorksIsWaitedFor) {
+  const Agent agent(SourceText("ORDERS").text() + system_alpha({"ORDERS"}, "port = 1045") +
+                    "port = 1050\nbehaviour = [{operation = \"ag_Ping\", late_ms = 10000}]\n");
+  const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "0"}});
+  EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha") +
+                            "Found registered rep_servers at:\n\n"
+                            "  Server: Port[1045] - ORDERS\n  Path  : /var/opt/ORDERS\n\n"
+                            "Found almserver registered at:\n\n  Port[1050]\n\n");
+  EXPECT_EQ(result.err, message(20, 203, "0") + "\n");
+  EXPECT_GE(result.seconds, 10);
+}
+
+TEST(BadNetwork, AServerThatNeverHasTheCallIsNot) {
+  constexpr std::uint16_t kPort = 2000;
+  const Agent agent(SourceText("ORDERS").text() +
+                    "[[system]]\naddress = \"127.0.1.1\"\n"
+                    "[[system.repository]]\nsource = \"ORDERS\"\nport = 1045\n"
+                    "[[system.mapper.element]]\ninterface = \"ag\"\nendpoint = \"2000\"\n");
+  const ToyServer server(
+      {.port = kPort,
+       .receive = [](const std::string& datagram, std::vector<std::string>& answers) {
+         const PacketType type = type_of(datagram);
+         if (type != kRequest && type != kPing)
+           return false;
+         // It listens, says its management; status 0 and true.
+         const bool listening = type == kRequest && is_for_management(datagram);
+         answers.push_back(listening
+                               ? packet_for(datagram, kResponse, std::string("\0\0\0\0\1\0\0\0", 8))
+                               : packet_for(datagram, kNoCall));
+         return false;
+       }});
+  const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "1"}});
+  EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha") +
+                            "Found registered rep_servers at:\n\n"
+                            "  Server: Port[1045] - ORDERS\n  Path  : /var/opt/ORDERS\n\n"
+                            "Found almserver registered at:\n\n  Port[2000]\n\n");
+  EXPECT_EQ(result.err, message(20, 203, "1") + "\n" + message(13, 307, "1726"));
+  EXPECT_GE(server.received(), 3);
+  EXPECT_LT(result.seconds, 10);
+}
+
+}  // namespace
+}  // namespace endtoend
