@@ -22,7 +22,7 @@ namespace {
 using Clock = EventLoop::Clock;
 
 // Datagrams taken from one socket before the others get their turn.
-constexpr int kDatagramsPerTurn = 32;
+constexpr std::size_t kDatagramsPerTurn = 32;
 constexpr std::size_t kLargestDatagram = 65'536;
 // Room for a full window of fragments from several clients; the system may grant less.
 constexpr int kSocketBuffer = 1024 * 1024;
@@ -67,6 +67,35 @@ Socket bound_socket(const Peer& local) {
     return Socket();
   return socket;
 }
+
+// The datagrams that waited in one socket. Pages that no datagram ever filled take no memory.
+class Batch {
+ public:
+  // How many there are; the batch before is gone.
+  int receive(int descriptor) {
+    for (std::size_t i = 0; i < kDatagramsPerTurn; ++i) {
+      parts_[i] = {bytes_.get() + i * kLargestDatagram, kLargestDatagram};
+      messages_[i] = {};
+      messages_[i].msg_hdr.msg_name = &sources_[i];
+      messages_[i].msg_hdr.msg_namelen = sizeof sources_[i];
+      messages_[i].msg_hdr.msg_iov = &parts_[i];
+      messages_[i].msg_hdr.msg_iovlen = 1;
+    }
+    return recvmmsg(descriptor, messages_.data(), kDatagramsPerTurn, MSG_DONTWAIT, nullptr);
+  }
+  std::pair<Peer, std::span<const std::byte>> at(std::size_t index) const {
+    const sockaddr_in& from = sources_[index];
+    return {{ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)},
+            {bytes_.get() + index * kLargestDatagram, messages_[index].msg_len}};
+  }
+
+ private:
+  std::unique_ptr<std::byte[]> bytes_ =
+      std::make_unique_for_overwrite<std::byte[]>(kDatagramsPerTurn * kLargestDatagram);
+  std::array<sockaddr_in, kDatagramsPerTurn> sources_;
+  std::array<iovec, kDatagramsPerTurn> parts_;
+  std::array<mmsghdr, kDatagramsPerTurn> messages_;
+};
 
 std::uint16_t local_port(const Socket& socket) {
   sockaddr_in address{};
@@ -189,17 +218,12 @@ void ServerHost::UdpEndpoint::kill() {
 }
 
 void ServerHost::UdpEndpoint::on_readable(const Socket& socket) {
-  alignas(16) static thread_local std::array<std::byte, kLargestDatagram> buffer;
+  // One system call for all that waits, and none to learn that nothing more does.
+  static thread_local Batch batch;
   const std::weak_ptr<const int> life = life_;
-  for (int i = 0; i < kDatagramsPerTurn && !life.expired(); ++i) {
-    sockaddr_in from{};
-    socklen_t length = sizeof from;
-    const ssize_t size = recvfrom(socket.get(), buffer.data(), buffer.size(), 0,
-                                  reinterpret_cast<sockaddr*>(&from), &length);
-    if (size < 0)
-      return;
-    const Peer source{ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)};
-    const std::span<const std::byte> datagram(buffer.data(), static_cast<std::size_t>(size));
+  const int count = batch.receive(socket.get());
+  for (int i = 0; i < count && !life.expired(); ++i) {
+    const auto [source, datagram] = batch.at(static_cast<std::size_t>(i));
     if (options_.on_datagram)
       options_.on_datagram(Direction::received, source, datagram);
     if (!receive_faults_) {
