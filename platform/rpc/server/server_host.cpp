@@ -97,6 +97,27 @@ class Batch {
   std::array<mmsghdr, kDatagramsPerTurn> messages_;
 };
 
+// At most kDatagramsPerTurn.
+void send_batch(int descriptor, std::span<OutgoingDatagram> batch) {
+  std::array<sockaddr_in, kDatagramsPerTurn> destinations;
+  std::array<iovec, kDatagramsPerTurn> parts;
+  std::array<mmsghdr, kDatagramsPerTurn> messages;
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    destinations[i] = socket_address(batch[i].destination);
+    parts[i] = {batch[i].bytes.data(), batch[i].bytes.size()};
+    messages[i] = {};
+    messages[i].msg_hdr.msg_name = &destinations[i];
+    messages[i].msg_hdr.msg_namelen = sizeof destinations[i];
+    messages[i].msg_hdr.msg_iov = &parts[i];
+    messages[i].msg_hdr.msg_iovlen = 1;
+  }
+  for (std::size_t sent = 0; sent < batch.size();) {
+    const int count = sendmmsg(descriptor, messages.data() + sent,
+                               static_cast<unsigned>(batch.size() - sent), MSG_NOSIGNAL);
+    sent += count > 0 ? static_cast<std::size_t>(count) : 1;
+  }
+}
+
 std::uint16_t local_port(const Socket& socket) {
   sockaddr_in address{};
   socklen_t length = sizeof address;
@@ -147,8 +168,8 @@ class ServerHost::UdpEndpoint : public Endpoint {
   void start_call(ReadyCall call);
   void finish_call(const ReadyCall& call, const Verdict& verdict);
   static Outcome run(const ReadyCall& call, const Verdict& verdict);
-  void send(OutgoingDatagram datagram);
-  void transmit(bool call_back, const Peer& destination, std::span<const std::byte> bytes);
+  void send(std::span<OutgoingDatagram> output);
+  void transmit(std::span<OutgoingDatagram> output);
   void later(TimePoint time, std::function<void()> action);
   void set_wake_up();
 
@@ -254,8 +275,7 @@ void ServerHost::UdpEndpoint::settle() {
     std::vector<OutgoingDatagram> output = core_->take_output();
     if (calls.empty() && output.empty())
       break;
-    for (OutgoingDatagram& datagram : output)
-      send(std::move(datagram));
+    send(output);
     for (ReadyCall& call : calls) {
       if (!life.expired())
         start_call(std::move(call));
@@ -324,27 +344,36 @@ Outcome ServerHost::UdpEndpoint::run(const ReadyCall& call, const Verdict& verdi
                                   call.representation, call.reply_little_endian);
 }
 
-void ServerHost::UdpEndpoint::send(OutgoingDatagram datagram) {
+void ServerHost::UdpEndpoint::send(std::span<OutgoingDatagram> output) {
   if (!send_faults_) {
-    transmit(datagram.call_back, datagram.destination, datagram.bytes);
+    transmit(output);
     return;
   }
-  for (FaultInjector::Delivery& delivery : send_faults_->pass(datagram.bytes, Clock::now()))
-    later(delivery.time, [this, call_back = datagram.call_back, to = datagram.destination,
-                          bytes = std::move(delivery.bytes)] { transmit(call_back, to, bytes); });
+  for (const OutgoingDatagram& datagram : output) {
+    for (FaultInjector::Delivery& delivery : send_faults_->pass(datagram.bytes, Clock::now())) {
+      later(delivery.time, [this, one = std::vector<OutgoingDatagram>{
+                                      {datagram.destination, datagram.call_back,
+                                       std::move(delivery.bytes)}}]() mutable { transmit(one); });
+    }
+  }
 }
 
 // A datagram that the system does not take is lost like one that the network loses.
-void ServerHost::UdpEndpoint::transmit(bool call_back, const Peer& destination,
-                                       std::span<const std::byte> bytes) {
-  const Socket& socket = call_back && call_back_socket_ ? call_back_socket_ : socket_;
-  if (!socket)
-    return;
-  const sockaddr_in address = socket_address(destination);
-  sendto(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL,
-         reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  if (options_.on_datagram)
-    options_.on_datagram(Direction::sent, destination, bytes);
+void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
+  while (!output.empty() && socket_) {
+    const bool call_back = output.front().call_back;
+    const auto same = std::find_if(output.begin(), output.end(), [&](const auto& datagram) {
+      return datagram.call_back != call_back;
+    });
+    const auto batch =
+        output.first(std::min(static_cast<std::size_t>(same - output.begin()), kDatagramsPerTurn));
+    send_batch(call_back && call_back_socket_ ? call_back_socket_.get() : socket_.get(), batch);
+    if (options_.on_datagram) {
+      for (const OutgoingDatagram& datagram : batch)
+        options_.on_datagram(Direction::sent, datagram.destination, datagram.bytes);
+    }
+    output = output.subspan(batch.size());
+  }
 }
 
 // At once when the time has come; never in another life of the endpoint.
