@@ -2,9 +2,11 @@
 
 #include "agent/scenario.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <utility>
 
 #include "agent/scenario_parser.h"
 #include "agent/scenario_reader.h"
@@ -25,7 +27,7 @@ std::string dotted_text(std::uint32_t address) {
          std::to_string(address >> 8 & 0xFF) + "." + std::to_string(address & 0xFF);
 }
 
-DataSources parse_sources(TableReader& top, std::uint32_t now) {
+DataSources parse_sources(TableReader& top, std::uint32_t now, Budget& budget) {
   DataSources sources;
   const toml::table* all = top.table("source");
   if (all == nullptr)
@@ -33,7 +35,7 @@ DataSources parse_sources(TableReader& top, std::uint32_t now) {
   for (const auto& [key, node] : *all) {
     if (const auto* table = node.as_table())
       sources[std::string(key.str())] = std::make_shared<const DataSource>(
-          parse_source(*table, std::string(key.str()), now, top.errors()));
+          parse_source(*table, std::string(key.str()), now, budget, top.errors()));
     else
       top.errors().add(node.source(), "source." + std::string(key.str()) +
                                           ": expected a table, found " +
@@ -42,15 +44,36 @@ DataSources parse_sources(TableReader& top, std::uint32_t now) {
   return sources;
 }
 
+// How many parts of the budget a copy costs.
+std::size_t weight(const System& system) {
+  std::size_t sum = 4 + system.broker.servers.size();
+  const auto add = [&](const ServerSettings& server) { sum += 1 + server.behaviours.size(); };
+  add(system.mapper.server);
+  for (const MapElement& element : system.mapper.elements)
+    sum += element.copies;
+  for (const RepositoryServer& repository : system.repositories) {
+    add(repository.server);
+    sum += repository.registration.copies;
+  }
+  if (system.alarm) {
+    add(system.alarm->server);
+    sum += system.alarm->registration.copies + system.alarm->systems.size();
+  }
+  return sum;
+}
+
 // Adds `count` systems on addresses that follow one another.
 class SystemAdder {
  public:
-  SystemAdder(Scenario& scenario, ErrorList& errors) : scenario_(scenario), errors_(errors) {}
+  SystemAdder(Scenario& scenario, Budget& budget) : scenario_(scenario), budget_(budget) {}
 
   void add(TableReader& reader, const System& first, std::uint32_t count) {
     if (scenario_.systems.size() + count > kMostSystems)
       return reader.refuse("count",
                            "expected at most " + std::to_string(kMostSystems) + " systems in all");
+    if (!budget_.take(weight(first), count))
+      return reader.refuse("count", "expected at most " + std::to_string(Budget::kMostParts) +
+                                        " parts in the whole scenario");
     for (std::uint32_t i = 0; i < count; ++i) {
       const std::uint32_t address = first.address + i;
       if (!loopback(address))
@@ -69,13 +92,14 @@ class SystemAdder {
 
  private:
   Scenario& scenario_;
-  ErrorList& errors_;
+  Budget& budget_;
   std::map<std::uint32_t, std::uint32_t> taken_;  // address to line
 };
 
-void parse_systems(TableReader& top, const DataSources& sources, Scenario& scenario) {
+void parse_systems(TableReader& top, const DataSources& sources, Budget& budget,
+                   Scenario& scenario) {
   top.require("system");
-  SystemAdder adder(scenario, top.errors());
+  SystemAdder adder(scenario, budget);
   for (const toml::table* table : top.tables("system", kMostSystems)) {
     TableReader reader(*table, "system", top.errors());
     std::uint32_t count = 1;
@@ -98,13 +122,18 @@ ParsedScenario parse_scenario(std::string_view text, std::uint32_t now) {
   try {
     const toml::table file = toml::parse(text);
     TableReader top(file, "scenario", errors);
-    const DataSources sources = parse_sources(top, now);
-    parse_systems(top, sources, result.scenario);
+    Budget budget;
+    const DataSources sources = parse_sources(top, now, budget);
+    parse_systems(top, sources, budget, result.scenario);
     top.finish();
   } catch (const toml::parse_error& error) {
     errors.add(error.source(), std::string(error.description()));
   }
   result.errors = errors.take();
+  std::stable_sort(result.errors.begin(), result.errors.end(),
+                   [](const ScenarioError& a, const ScenarioError& b) {
+                     return std::pair(a.line, a.column) < std::pair(b.line, b.column);
+                   });
   return result;
 }
 

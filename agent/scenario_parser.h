@@ -14,12 +14,11 @@ namespace agent {
 
 // Limits that keep a slip of the pen from filling the memory.
 inline constexpr std::size_t kMostSystems = 20'000;
-inline constexpr std::size_t kMostServers = 1'000;          // repository servers of a system
-inline constexpr std::size_t kMostElements = 100'000;       // of an endpoint map
-inline constexpr std::size_t kMostClasses = 4'000;          // of a data source
-inline constexpr std::size_t kMostMetrics = 4'000;          // of a class
-inline constexpr std::size_t kMostInstances = 20'000;       // of a class
-inline constexpr std::size_t kMostDescriptors = 1'000'000;  // of a data source, all together
+inline constexpr std::size_t kMostServers = 1'000;     // repository servers of a system
+inline constexpr std::size_t kMostElements = 100'000;  // of an endpoint map
+inline constexpr std::size_t kMostClasses = 4'000;     // of a data source
+inline constexpr std::size_t kMostMetrics = 4'000;     // of a class
+inline constexpr std::size_t kMostInstances = 20'000;  // of a class
 inline constexpr std::size_t kMostRows = 1'000'000;
 inline constexpr std::size_t kMostBehaviours = 100;
 // What the wire's structures hold, without terminator.
@@ -29,11 +28,29 @@ inline constexpr std::size_t kPathLength = 1023;
 inline constexpr std::size_t kHeadingLength = 79;
 inline constexpr std::size_t kAnnotationLength = 63;
 
+// What `count` and `copies` may make of a file, all together: classes, metrics, instances, rows,
+// listed values, systems, servers and elements of endpoint maps.
+class Budget {
+ public:
+  static constexpr std::size_t kMostParts = 400'000;
+
+  // False, with nothing taken, when `count` times `weight` parts are too many.
+  bool take(std::size_t weight, std::size_t count) {
+    if (weight != 0 && count > left_ / weight)
+      return false;
+    left_ -= weight * count;
+    return true;
+  }
+
+ private:
+  std::size_t left_ = kMostParts;
+};
+
 using DataSources = std::map<std::string, std::shared_ptr<const DataSource>, std::less<>>;
 
 // [source.KEY]; the key is the label unless the table gives one.
 DataSource parse_source(const toml::table& table, const std::string& key, std::uint32_t now,
-                        ErrorList& errors);
+                        Budget& budget, ErrorList& errors);
 
 // One [[system]] with `count` not yet applied.
 System parse_system(TableReader& reader, const DataSources& sources);

@@ -15,8 +15,8 @@ constexpr Range kValueRange{std::numeric_limits<std::int32_t>::min(),
 
 class SourceParser {
  public:
-  SourceParser(std::string key, std::uint32_t now, ErrorList& errors)
-      : name_("source." + std::move(key)), now_(now), errors_(errors) {}
+  SourceParser(std::string key, std::uint32_t now, Budget& budget, ErrorList& errors)
+      : name_("source." + std::move(key)), now_(now), budget_(budget), errors_(errors) {}
 
   DataSource parse(const toml::table& table, const std::string& key);
 
@@ -37,9 +37,29 @@ class SourceParser {
 
   const std::string name_;
   const std::uint32_t now_;
+  Budget& budget_;
   ErrorList& errors_;
-  std::size_t descriptors_ = 0;
 };
+
+// How many parts of the budget a copy costs.
+std::size_t weight(const Instance&) {
+  return 1;
+}
+
+std::size_t weight(const Metric& metric) {
+  if (const auto* values = std::get_if<ValuesModel>(&metric.model))
+    return 1 + values->values.size();
+  if (const auto* texts = std::get_if<TextsModel>(&metric.model))
+    return 1 + texts->texts.size();
+  return 1;
+}
+
+std::size_t weight(const ClassData& data) {
+  std::size_t sum = 1 + data.instances.size() + data.rows.size() * (1 + data.metrics.size());
+  for (const Metric& metric : data.metrics)
+    sum += weight(metric);
+  return sum;
+}
 
 // Identifier, name and label: the common head of every descriptor.
 template <typename Element>
@@ -54,9 +74,11 @@ template <typename Element>
 void SourceParser::add_copies(TableReader& reader, std::vector<Element>& all,
                               std::set<std::uint32_t>& ids, const Element& element,
                               std::uint32_t count, std::size_t most) {
-  if (all.size() + count > most || descriptors_ + count > kMostDescriptors)
+  if (all.size() + count > most)
     return reader.refuse("count", "expected at most " + std::to_string(most) + " in all");
-  descriptors_ += count;
+  if (!budget_.take(weight(element), count))
+    return reader.refuse("count", "expected at most " + std::to_string(Budget::kMostParts) +
+                                      " parts in the whole scenario");
   for (std::uint32_t i = 0; i < count; ++i) {
     Element& copy = all.emplace_back(element);
     copy.id = element.id + i;
@@ -117,7 +139,6 @@ void SourceParser::parse_class(const toml::table& table, DataSource& source) {
   std::set<std::uint32_t> ids;
   for (const ClassData& other : source.classes)
     ids.insert(other.id);
-  descriptors_ += (data.metrics.size() + data.instances.size()) * (count - 1);
   add_copies(reader, source.classes, ids, data, count, kMostClasses);
 }
 
@@ -381,8 +402,8 @@ void SourceParser::parse_extent(TableReader& reader, ClassData& data) {
 }  // namespace
 
 DataSource parse_source(const toml::table& table, const std::string& key, std::uint32_t now,
-                        ErrorList& errors) {
-  return SourceParser(key, now, errors).parse(table, key);
+                        Budget& budget, ErrorList& errors) {
+  return SourceParser(key, now, budget, errors).parse(table, key);
 }
 
 }  // namespace agent

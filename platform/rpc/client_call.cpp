@@ -21,17 +21,17 @@ constexpr unsigned kRequestsBeforePing = 2;
 }  // namespace
 
 ClientCall::ClientCall(Activity& activity, const ClientIdentity& identity, RandomSource& random,
-                       const CallRequest& request, Time now)
+                       const CallRequest& request, Time now, std::vector<std::byte> buffer)
     : activity_(activity),
       identity_(identity),
       random_(random),
       request_(request),
       silence_(silence_of_level(request.timeout_level)),
       started_(now) {
-  begin(now);
+  begin(now, std::move(buffer));
 }
 
-void ClientCall::begin(Time now) {
+void ClientCall::begin(Time now, std::vector<std::byte> buffer) {
   sequence_ = activity_.begin_call();
   peer_ = activity_.server();
   sender_.start(request_.body, LastFragment::answered, request_.path_limit);
@@ -39,7 +39,7 @@ void ClientCall::begin(Time now) {
   limits.body = request_.reply_limit;
   limits.window_kilobytes = request_.window_kilobytes;
   limits.max_fragment = request_.max_fragment;
-  joiner_.start(limits);
+  joiner_.start(limits, std::move(buffer));
   if (silence_)
     deadline_ = now + *silence_;
 }
@@ -53,7 +53,7 @@ void ClientCall::begin_again(Time now) {
   acknowledged_ = entered_ = pinged_ = asking_ = working_ = false;
   nocalls_ = tries_ = 0;
   next_try_.reset();
-  begin(now);
+  begin(now, joiner_.take_buffer());
 }
 
 // --- Packets
@@ -127,10 +127,11 @@ void ClientCall::send_response_fack() {
 
 // --- The clock
 
-// A server never heard may answer nothing but the third try, the first ping; a server that is known
-// to live answers every one.
+// A server never heard may answer nothing but the third try, the first ping, which therefore must
+// fit into the shortest level; a server that is known to live answers every one.
 Duration ClientCall::cut(Duration wait) const {
-  return silence_ ? std::min(wait, *silence_ / (activity_.heard() ? 2 : 4)) : wait;
+  const bool before_first_ping = !activity_.heard() && tries_ <= kRequestsBeforePing;
+  return silence_ ? std::min(wait, *silence_ / (before_first_ping ? 4 : 2)) : wait;
 }
 
 void ClientCall::plan_next_try(Duration wait, Time now) {

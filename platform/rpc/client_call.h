@@ -44,9 +44,9 @@ struct CallRequest {
 class ClientCall {
  public:
   // Takes the activity's next number. The activity must outlive the call and carries no other call
-  // meanwhile.
+  // meanwhile. `buffer` lends its memory to the reply, so that calls in a row need not allocate.
   ClientCall(Activity& activity, const ClientIdentity& identity, RandomSource& random,
-             const CallRequest& request, Time now);
+             const CallRequest& request, Time now, std::vector<std::byte> buffer = {});
   ClientCall(const ClientCall&) = delete;
   ClientCall& operator=(const ClientCall&) = delete;
 
@@ -87,7 +87,7 @@ class ClientCall {
     std::vector<std::byte> body;
   };
 
-  void begin(Time now);
+  void begin(Time now, std::vector<std::byte> buffer);
   PacketHeader header(PacketType type) const;
   std::uint8_t idempotent_flag() const;
 

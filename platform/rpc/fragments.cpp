@@ -331,9 +331,11 @@ bool FragmentSender::on_time(Time now) {
 
 // --- Joiner
 
-void FragmentJoiner::start(const Limits& limits) {
+void FragmentJoiner::start(const Limits& limits, std::vector<std::byte> buffer) {
   *this = FragmentJoiner();
   limits_ = limits;
+  body_ = std::move(buffer);
+  body_.clear();
 }
 
 FragmentJoiner::Result FragmentJoiner::accept(const Packet& packet, Time now) {

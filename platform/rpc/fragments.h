@@ -19,6 +19,7 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "platform/rpc/pdu.h"
@@ -173,7 +174,8 @@ class FragmentJoiner {
 
   FragmentJoiner() = default;
   explicit FragmentJoiner(const Limits& limits) { start(limits); }
-  void start(const Limits& limits);
+  // `buffer` lends its memory to the body; its contents mean nothing.
+  void start(const Limits& limits, std::vector<std::byte> buffer = {});
 
   // A packet of the body: a fragment or a whole body. `packet.body` is copied.
   Result accept(const Packet& packet, Time now);
@@ -202,6 +204,8 @@ class FragmentJoiner {
   std::span<const std::byte> body() const { return body_; }
   // The joined body; the joiner is then as after start. Only when complete.
   std::vector<std::byte> take_body();
+  // The memory of an unfinished body, for another start.
+  std::vector<std::byte> take_buffer() { return std::exchange(body_, {}); }
 
  private:
   Result take(const Packet& packet, Time now);

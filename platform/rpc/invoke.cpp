@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <memory>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "platform/rpc/activity.h"
 #include "platform/rpc/client_call.h"
@@ -21,6 +23,8 @@ constexpr char kUdp[] = "ncadg_ip_udp";
 constexpr std::size_t kMostSockets = 32;
 // Host names remembered, so that one name's calls do not each ask the resolver.
 constexpr std::size_t kMostNames = 1024;
+// Memory of the last reply that is kept for the next one; a longer one is given back.
+constexpr std::size_t kKeptReplyMemory = 2 * 1024 * 1024;
 constexpr RPC_STATUS kOutOfMemory = 8;
 
 // A server and the activity of our calls to it. The activity lives as long as the thread, so that
@@ -63,6 +67,7 @@ class Caller {
 
   SystemRandom random_;
   ReceiveBuffers buffers_;
+  std::vector<std::byte> reply_memory_;
   std::unordered_map<std::string, std::uint32_t> names_;
   std::vector<std::unique_ptr<Server>> servers_;
   Server* current_ = nullptr;
@@ -170,14 +175,20 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   what.max_fragment =
       static_cast<std::uint32_t>(std::max(server.transport->path_limit(), kLeastMaxFragment));
   what.window_kilobytes = server.transport->window_kilobytes();
-  ClientCall call(server.activity, this_process(), random_, what, Clock::now());
+  ClientCall call(server.activity, this_process(), random_, what, Clock::now(),
+                  std::exchange(reply_memory_, {}));
   server.transport->run(call, buffers_);
 
   if (call.status() == RPC_S_SERVER_UNAVAILABLE)
     set_last_network_error(network_error(server.transport->undelivered_reason()));
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
-  return {call.take_reply(), call.representation()};
+  // The body grew in memory that is used again; the caller gets one of its exact size.
+  std::vector<std::byte> joined = call.take_reply();
+  Reply reply{{joined.begin(), joined.end()}, call.representation()};
+  if (joined.capacity() <= kKeptReplyMemory)
+    reply_memory_ = std::move(joined);
+  return reply;
 }
 
 thread_local RPC_STATUS last_network_error = RPC_S_OK;

@@ -18,7 +18,7 @@ constexpr std::size_t kLongestHostName = 253;  // RFC 1035 section 2.3.4
 
 bool host_name_character(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
+         c == '-' || c == '_' || static_cast<unsigned char>(c) >= 0x80;
 }
 
 // Characters of a host name, and not only the digits and points of a dotted address that is none.

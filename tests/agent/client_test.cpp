@@ -1,0 +1,236 @@
+// The generated client stubs against running agents: views of all kinds, long replies, both byte
+// orders, call-backs and a bad network.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ag.h"
+#include "agent/scenario.h"
+#include "agent/simulator.h"
+#include "platform/rpc/rpc.h"
+#include "platform/rpc/server/server_core.h"
+#include "platform/rpc/tower.h"
+#include "rep.h"
+#include "repFilteredView.h"
+#include "repTemporalView.h"
+#include "repTimeFilter.h"
+#include "repView.h"
+
+namespace agent {
+namespace {
+
+using Numbers = std::vector<std::uint32_t>;
+
+constexpr std::uint32_t kSunday = 1'704'585'600;  // 2024-01-07 00:00 UTC
+
+// Two days of hourly rows from a Sunday's midnight, and a class for each of two instances.
+const std::string kSource =
+    "[source.A]\nid = 7\npath = '/a'\n"
+    "[[source.A.class]]\nid = 3\nname = 'C'\nrows = 48\ninterval = 3600\nfirst = 1704585600\n"
+    "[[source.A.class.metric]]\nid = 4\nname = 'M'\nramp = {from = 0, to = 1000, step = 1}\n"
+    "[[source.A.class]]\nid = 5\nname = 'D'\nrows = 4\ninterval = 3600\nfirst = 1704585600\n"
+    "[[source.A.class.instance]]\nid = 1\nname = 'x'\n"
+    "[[source.A.class.instance]]\nid = 2\nname = 'y'\n"
+    "[[source.A.class.metric]]\nid = 4\nname = 'M'\nsummary = 'sum'\nconstant = 5\n"
+    "[[source.A.class.metric]]\nid = 5\nname = 'N'\ntype = 'text'\ninstance = 'name'\n";
+
+class Clients : public testing::Test {
+ protected:
+  ~Clients() override { stop(); }
+
+  void start(const std::string& text) {
+    auto parsed = parse_scenario(text, kSunday);
+    ASSERT_TRUE(parsed.errors.empty()) << error_text("text", parsed.errors.front());
+    for (System& system : parsed.scenario.systems)
+      system.broker.port = system.mapper.server.port = 0;
+    simulator_.emplace(loop_, log_, parsed.scenario);
+    ASSERT_EQ(simulator_->open(), std::vector<std::string>{});
+    thread_ = std::thread([this] { loop_.run(); });
+  }
+  void stop() {
+    for (RPC_BINDING_HANDLE& binding : bindings_)
+      RpcBindingFree(&binding);
+    bindings_.clear();
+    if (thread_.joinable()) {
+      loop_.stop();
+      thread_.join();
+    }
+  }
+  // A binding to the server of the system's element.
+  RPC_BINDING_HANDLE bind(std::size_t system, std::size_t element) {
+    const auto& entry = simulator_->systems()[system]->endpoint_map().entry(element);
+    const auto tower = rpc::decode_tower(entry.tower);
+    return bind_to(tower->network_address, tower->endpoint);
+  }
+  RPC_BINDING_HANDLE bind_to(const std::string& address, const std::string& port) {
+    const std::string text = "ncadg_ip_udp:" + address + "[" + port + "]";
+    RPC_BINDING_HANDLE binding = nullptr;
+    EXPECT_EQ(RpcBindingFromStringBindingA(text.c_str(), &binding), RPC_S_OK);
+    bindings_.push_back(binding);
+    return binding;
+  }
+
+  struct Rows {
+    Numbers positions;
+    Numbers integers;
+    std::string characters;
+  };
+  Rows read(RPC_CONTEXT_HANDLE view, std::uint32_t most = 256) {
+    Rows rows{Numbers(256), Numbers(4096), std::string(32768, '?')};
+    std::uint32_t last[3] = {};
+    zt_v2_repView_Read(view, most - 1, &last[0], 4095, &last[1], 32767, &last[2],
+                       rows.positions.data(), rows.integers.data(), rows.characters.data(),
+                       &status_);
+    rows.positions.resize(last[0] + 1);
+    rows.integers.resize(last[1] + 1);
+    rows.characters.resize(last[2] + 1);
+    return rows;
+  }
+  RPC_CONTEXT_HANDLE filter(RPC_BINDING_HANDLE server, std::int32_t start, std::int32_t stop,
+                            std::int16_t type) {
+    const repTimeFilter_sShiftDescriptor shift{start, stop, type};
+    RPC_CONTEXT_HANDLE result = nullptr;
+    zt_v2_repTimeFilter_Create(server, 0, &shift, &result, &status_);
+    EXPECT_EQ(status_, 0u);
+    return result;
+  }
+
+  rpc::server::EventLoop loop_;
+  const Log log_;
+  std::optional<Simulator> simulator_;
+  std::thread thread_;
+  std::vector<RPC_BINDING_HANDLE> bindings_;
+  error_status_t status_ = 0;
+};
+
+TEST_F(Clients, ReadFilteredViewsThroughTheOperationsOfBaseViews) {
+  start(kSource +
+        "[[system]]\naddress = '127.0.0.1'\nrepository = [{source = 'A', "
+        "byte_order = 'big'}]\n");
+  const RPC_BINDING_HANDLE server = bind(0, 0);
+  RPC_CONTEXT_HANDLE shifts = filter(server, 8 * 3600, 10 * 3600, repTimeFilter_cShiftDaily);
+  RPC_CONTEXT_HANDLE copy = nullptr;
+  zt_v2_repTimeFilter_Copy(shifts, &copy, &status_);
+  zt_v2_repTimeFilter_Destroy(&shifts, &status_);
+  EXPECT_EQ(shifts, nullptr);
+
+  const std::uint32_t metric = 4;
+  RPC_CONTEXT_HANDLE view = nullptr;
+  zt_v2_repFilteredView_Create(server, 3, copy, 0, &metric, &view, &status_);
+  ASSERT_EQ(status_, 0u);
+  zt_v2_repTimeFilter_Destroy(&copy, &status_);
+  std::uint32_t where = 0;
+  zt_v2_repFilteredView_GetLastPosition(view, &where, &status_);
+  EXPECT_EQ(where, kSunday + 33 * 3600);
+  where = kSunday + 9 * 3600;
+  zt_v2_repView_SetPosition(view, &where, &status_);
+  EXPECT_EQ(where, kSunday + 9 * 3600);
+  EXPECT_EQ(read(view, 2).integers, (Numbers{9, 32}));
+  const Rows rest = read(view, 2);
+  EXPECT_EQ(rest.positions, (Numbers{kSunday + 33 * 3600, kEndPosition}));
+  EXPECT_EQ(rest.integers, (Numbers{33}));
+  zt_v2_repView_Destroy(&view, &status_);
+  EXPECT_EQ(view, nullptr);
+  EXPECT_EQ(status_, 0u);
+}
+
+TEST_F(Clients, ReadTemporalViewsOverInstances) {
+  start(kSource + "[[system]]\naddress = '127.0.0.1'\nrepository = [{source = 'A'}]\n");
+  const RPC_BINDING_HANDLE server = bind(0, 0);
+  const auto first = static_cast<std::int32_t>(kSunday);
+  RPC_CONTEXT_HANDLE shifts = filter(server, first, first + 3 * 3600, repTimeFilter_cShiftAbsolute);
+  const Numbers instances{2, 1};
+  const Numbers metrics{5, 4};
+  RPC_CONTEXT_HANDLE view = nullptr;
+  zt_v2_repTemporalView_Create(server, 5, shifts, 7200, 1, instances.data(), 1, metrics.data(),
+                               &view, &status_);
+  ASSERT_EQ(status_, 0u);
+  const Rows rows = read(view);
+  EXPECT_EQ(rows.positions,
+            (Numbers{kSunday, kSunday, kSunday + 7200, kSunday + 7200, kEndPosition}));
+  EXPECT_EQ(rows.integers, (Numbers{0, 10, 2, 10, 4, 5, 6, 5}));
+  EXPECT_EQ(rows.characters, std::string("y\0x\0y\0x\0", 8));
+
+  std::uint32_t interval = 86400;
+  zt_v2_repTemporalView_SetXInterval(view, &interval, &status_);
+  std::uint32_t where = 0;
+  zt_v2_repTemporalView_SetPosition(view, &where, &status_);
+  EXPECT_EQ(read(view).integers, (Numbers{0, 15, 2, 15}));
+  zt_v2_repTemporalView_Destroy(&view, &status_);
+  zt_v2_repTimeFilter_Destroy(&shifts, &status_);
+  EXPECT_EQ(status_, 0u);
+}
+
+TEST_F(Clients, ListManyClassesInOneReplyAndInSeveral) {
+  start(
+      "[source.A]\nid = 1\n[[source.A.class]]\nid = 1\nname = 'CLASS'\ncount = 300\n"
+      "[[system]]\naddress = '127.0.0.1'\nrepository = [{source = 'A'}]\n");
+  const RPC_BINDING_HANDLE server = bind(0, 0);
+  std::vector<rep_sTableDescriptor> tables(251);
+  std::uint32_t handle = 0;
+  std::uint32_t last = 0;
+  zt_v2_rep_LookupTable(server, 0, &handle, 250, &last, tables.data(), &status_);
+  ASSERT_EQ(status_, 0u);
+  EXPECT_EQ(last, 250u);
+  EXPECT_STREQ(tables[250].Descriptor.fName, "CLASS_251");
+  EXPECT_EQ(handle, 251u);
+  zt_v2_rep_LookupTable(server, 0, &handle, 250, &last, tables.data(), &status_);
+  EXPECT_EQ(last, 48u);
+  EXPECT_EQ(handle, 0u);
+  EXPECT_EQ(tables[48].Descriptor.fId, 300u);
+  zt_v2_rep_LookupTable(server, 77, &handle, 250, &last, tables.data(), &status_);
+  EXPECT_EQ(last, 0u);
+  EXPECT_EQ(tables[0].Descriptor.fId, 77u);
+  zt_v2_rep_LookupTable(server, 999, &handle, 250, &last, tables.data(), &status_);
+  EXPECT_EQ(status_, 0x4C010001u);
+}
+
+TEST_F(Clients, GetThroughABadNetwork) {
+  start(kSource +
+        "[[system]]\naddress = '127.0.0.1'\nnetwork = {seed = 3, incoming = {loss = 0.2, "
+        "duplication = 0.1, reordering = 0.1}, outgoing = {loss = 0.2, duplication = 0.1, "
+        "reordering = 0.1}}\nrepository = [{source = 'A'}]\nalarm = {}\n");
+  const RPC_BINDING_HANDLE alarms = bind(0, 5);
+  for (std::int32_t i = 1; i <= 10; ++i) {
+    zt_v2_ag_RegisterZT(alarms, i, &status_);
+    EXPECT_EQ(status_, 0u);
+  }
+  std::vector<ag_SystemInfo_struct> systems(20);
+  std::uint16_t handle = 0;
+  std::uint16_t last = 0;
+  std::uint16_t count = 0;
+  zt_v2_ag_GetSystems(alarms, 0, &handle, 19, &last, &count, systems.data(), &status_);
+  EXPECT_EQ(status_, 0u);
+  EXPECT_EQ(count, 10);
+}
+
+TEST_F(Clients, AnswerASweepOfFiveHundredSystems) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  if (limit.rlim_max < 4096)
+    GTEST_SKIP() << "needs 4,096 descriptors";
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  // Processor time: other work on the machine must not fail the test.
+  const std::clock_t begin = std::clock();
+  start(kSource +
+        "[[system]]\naddress = '127.0.10.1'\ncount = 500\nrepository = [{source = 'A', "
+        "call_back = 'none'}]\nalarm = {call_back = 'none'}\n");
+  EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
+  rep_sRepositoryDescriptor descriptor{};
+  for (std::size_t i = 0; i < 500; ++i) {
+    zt_v2_rep_LookupRepository(bind(i, 0), &descriptor, &status_);
+    ASSERT_EQ(status_, 0u) << i;
+    zt_v2_ag_Ping(bind(i, 5), &status_);
+    ASSERT_EQ(status_, 0u) << i;
+  }
+}
+
+}  // namespace
+}  // namespace agent
