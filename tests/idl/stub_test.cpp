@@ -400,13 +400,15 @@ TEST(ProductSkeletons, RefuseHostileCounts) {
   const char* creates[] = {
       // Sizes that are not the index plus one, and indexes that wrap.
       "05000000 01000000 01000000 00000000 01000000 09000000",
-      "05000000 ffffffff 00000000 00000000 00000000",
       "05000000 ffffff3f 00000040 00000000 00000040 09000000",
       "05000000 00000000 01000000 01000000 00000000 09000000",
       "05000000 00000000 ffffffff 00000000 01000000 09000000",
   };
   for (const char* request : creates)
     expect_end(dispatch(views, 0, request), Outcome::Kind::reject, rpc::server::kNcaProtocolError);
+  // A view of no metric is for the server to judge.
+  EXPECT_EQ(dispatch(views, 0, "05000000 ffffffff 00000000 00000000 00000000").kind,
+            Outcome::Kind::reply);
   RepServer rep;
   for (const char* most : {"ffffffff", "00000001"})
     expect_end(dispatch(rep, 1, std::string("00000000 00000000 ") + most), Outcome::Kind::fault,
