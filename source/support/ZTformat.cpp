@@ -5,7 +5,8 @@
 
 namespace {
 
-[[gnu::format(printf, 2, 0)]] void append(std::string& text, const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void append(std::string& text, const char* format,
+                                          std::va_list arguments) {
   // Most texts fit here and are formatted once.
   char buffer[256];
   std::va_list again;

@@ -263,7 +263,7 @@ TEST(ProductStubs, BoundReplies) {
   EXPECT_EQ(runtime.last().reply_limit, 4u);
   rep_sRepositoryDescriptor repository;
   zt_v2_rep_LookupRepository(binding, &repository, &status);
-  // fixed part 8, name 8 + 256, label 8 + 64, then version, length, path 8 + 1024, status
+  // fixed head 8, name 8 + 256, label 8 + 64, then version, length, path 8 + 1024, status
   EXPECT_EQ(runtime.last().reply_limit, 8u + 264 + 72 + 4 + 2 + 2 + 8 + 1024 + 4);
   std::uint32_t lookup = 0;
   std::uint32_t last = 0;

@@ -53,7 +53,7 @@ struct ServerCore::Activity {
   PacketType answer_type = PacketType::response;
   std::vector<std::byte> answer;
   FragmentSender sender;
-  RepeatClock answer_clock;        // of an answer in one packet
+  RepeatClock answer_clock;  // of an answer in one packet
   // The part of a request is kept so long; an answer is repeated so long, and kept quietly after.
   std::optional<Time> keep_until;
   Time last_answer_sent{};
