@@ -29,9 +29,6 @@ constexpr int kShortPart = 5;
 // Passes over the whole table that partitioning may cost, in multiples of log2 n.
 constexpr int kPassesPerLevel = 3;
 
-// From this many entries on the pivot is the median of three.
-constexpr int kMedianFrom = 16;
-
 std::unique_ptr<char[]> CopyOf(const char* text) {
   if (text == nullptr)
     return nullptr;
@@ -53,23 +50,26 @@ STACK_ENTRY* PopStack(STACK_ENTRY* stack_ptr, int& lower_limit, int& upper_limit
   return stack_ptr;
 }
 
-// Brings the median of the range's first, middle and last entry to its start, where partitioning
-// takes the pivot, so that an ordered table splits in halves. Reversed ones do not always, and are
-// then finished by the heap sort.
+void SortTwo(SYSTEM_XREF_ENTRY& first, SYSTEM_XREF_ENTRY& second) {
+  if (first.fKey > second.fKey)
+    SYSTEM_XREF_ENTRY::Switch(first, second);
+}
+
+// Sorts the entries at the range's quarters and brings their median to its start, where
+// partitioning takes the pivot. Ordered and reversed ranges, and those that rise and fall, split in
+// halves. The quarters are better than the ends: partitioning puts an entry from the middle at the
+// start of each part of a reversed range, and the median with the ends is then the second greatest.
 void ChoosePivot(int lower, int upper, SYSTEM_XREF_ENTRY* table) {
-  if (upper - lower < kMedianFrom)
+  if (upper - lower < kShortPart)
     return;
-  int low = lower;
-  int middle = lower + (upper - lower) / 2;
-  int high = upper;
-  if (table[low].fKey > table[middle].fKey)
-    std::swap(low, middle);
-  if (table[middle].fKey > table[high].fKey)
-    std::swap(middle, high);
-  if (table[low].fKey > table[middle].fKey)
-    std::swap(low, middle);
-  if (middle != lower)
-    SYSTEM_XREF_ENTRY::Switch(table[lower], table[middle]);
+  const int quarter = (upper - lower) / 4;
+  SYSTEM_XREF_ENTRY& low = table[lower + quarter];
+  SYSTEM_XREF_ENTRY& middle = table[lower + 2 * quarter];
+  SYSTEM_XREF_ENTRY& high = table[upper - quarter];
+  SortTwo(low, middle);
+  SortTwo(middle, high);
+  SortTwo(low, middle);
+  SYSTEM_XREF_ENTRY::Switch(table[lower], middle);
 }
 
 // Puts the pivot where it belongs and returns its place: no key before it is greater, none behind
@@ -164,7 +164,9 @@ SYSTEM_XREF_ENTRY& SYSTEM_XREF_ENTRY::operator=(const SYSTEM_XREF_ENTRY& other) 
 }
 
 void SYSTEM_XREF_ENTRY::Switch(SYSTEM_XREF_ENTRY& entry_1, SYSTEM_XREF_ENTRY& entry_2) {
-  std::swap(entry_1, entry_2);
+  std::swap(entry_1.fKey, entry_2.fKey);
+  std::swap(entry_1.fLocation, entry_2.fLocation);
+  entry_1.fSystemName.swap(entry_2.fSystemName);
 }
 
 void SYSTEM_XREF_ENTRY::SetSystemName(const char* system_name) {

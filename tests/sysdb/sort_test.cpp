@@ -8,6 +8,7 @@
 #include <numeric>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "source/sysdb/ZTsysInfoObj_xref.h"
@@ -76,14 +77,17 @@ TEST(SystemSort, OrdersAddressesByLastOctetWithTheUpperHalfFirst) {
   ExpectSorts({0x0100000A, 0x0100A8C0, static_cast<std::int32_t>(0x8100000A)});
 }
 
-// An order against which the median of three is always the second smallest: without a bound the
-// sort needs a number of steps that grows with the square of the table.
+// An order in which the median of the keys at the quarters is always the second smallest: without a
+// bound the sort needs a number of steps that grows with the square of the table. Made from its
+// end: each turn puts two smaller keys in front and undoes what partitioning at them will move.
 Keys KillerOfMedians(int count) {
   Keys keys(static_cast<std::size_t>(count));
-  const int half = count / 2;
-  for (int i = 0; i < half; ++i) {
-    keys[static_cast<std::size_t>(i)] = i % 2 == 0 ? i : half + i - (1 - half % 2);
-    keys[static_cast<std::size_t>(half + i)] = 2 * (i + 1);
+  std::iota(keys.begin(), keys.end(), 0);
+  const auto key = [&](int i) -> std::int32_t& { return keys[static_cast<std::size_t>(i)]; };
+  for (int lower = count - 10; lower >= 0; lower -= 2) {
+    const int quarter = (count - 1 - lower) / 4;
+    key(lower) = std::exchange(key(lower + 2 * quarter), lower + 1);
+    key(lower + 1) = std::exchange(key(lower + quarter), lower);
   }
   return keys;
 }
@@ -99,18 +103,25 @@ double SortTime(const Keys& keys) {
 }
 
 TEST(SystemSort, StaysFastForOrderedReversedEqualAndHostileKeys) {
-  constexpr std::size_t kCount = 300'000;
+  constexpr int kCount = 100'000;
   constexpr double kSlowdown = 12;  // a quadratic sort takes a hundred times as long or more
   Keys ascending(kCount);
-  std::iota(ascending.begin(), ascending.end(), -150'000);
-  Keys descending(ascending.rbegin(), ascending.rend());
-  Keys pipe = ascending;
-  std::reverse(pipe.begin() + kCount / 2, pipe.end());
+  std::iota(ascending.begin(), ascending.end(), -kCount / 2);
   const double random_time = SortTime(RandomKeys(kCount, 0, 1));
-  for (const Keys& keys : {ascending, descending, pipe, Keys(kCount, 7), RandomKeys(kCount, 2, 1),
-                           KillerOfMedians(kCount)}) {
-    ExpectSorts(keys);
-    EXPECT_LT(SortTime(keys), kSlowdown * random_time);
+  std::vector<Keys> orders = {ascending, Keys(kCount, 7), RandomKeys(kCount, 2, 1),
+                              KillerOfMedians(kCount)};
+  // Teeth of several lengths; each of them also backwards, and turned round in either half.
+  for (const int tooth : {2, 1000, kCount / 2}) {
+    orders.push_back(ascending);
+    for (std::int32_t& key : orders.back())
+      key = (key + kCount) % tooth;
+  }
+  for (Keys keys : orders) {
+    for (const std::ptrdiff_t end : {0, kCount, kCount / 2, kCount}) {
+      std::reverse(keys.begin(), keys.begin() + end);
+      ExpectSorts(keys);
+      EXPECT_LT(SortTime(keys), kSlowdown * random_time) << end;
+    }
   }
 }
 
