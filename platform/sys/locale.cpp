@@ -31,9 +31,9 @@ std::string category_name(const char* category_variable) {
 // that the system does not know gives the C locale, as for any other program.
 class CategoryLocale {
  public:
-  CategoryLocale(int category_mask, const char* category_variable) {
+  CategoryLocale(int category_mask, std::string name) : name_(std::move(name)) {
     const int mask = category_mask | LC_CTYPE_MASK;
-    handle_ = ::newlocale(mask, category_name(category_variable).c_str(), locale_t{});
+    handle_ = ::newlocale(mask, name_.c_str(), locale_t{});
     if (handle_ == locale_t{})
       handle_ = ::newlocale(mask, "C", locale_t{});
   }
@@ -43,6 +43,8 @@ class CategoryLocale {
   }
   CategoryLocale(const CategoryLocale&) = delete;
   CategoryLocale& operator=(const CategoryLocale&) = delete;
+
+  const std::string& name() const { return name_; }
 
   std::string text(nl_item item) const {
     return handle_ == locale_t{} ? std::string() : ::nl_langinfo_l(item, handle_);
@@ -65,8 +67,20 @@ class CategoryLocale {
   }
 
  private:
+  std::string name_;
   locale_t handle_{};
 };
+
+// The category's locale object. Making one reads files, so it is kept until the environment names
+// another.
+template <int category_mask>
+const CategoryLocale& category_locale(const char* category_variable) {
+  thread_local std::optional<CategoryLocale> kept;
+  std::string name = category_name(category_variable);
+  if (!kept || kept->name() != name)
+    kept.emplace(category_mask, std::move(name));
+  return *kept;
+}
 
 // What a strftime conversion is in a picture; parts of the day are told from parts of the date.
 struct Conversion {
@@ -209,16 +223,16 @@ bool with_item(LCID user, LCTYPE item, Use use) {
   if (user != kUserDefault)
     return false;
   if (item == LOCALE_SABBREVLANGNAME) {
-    const CategoryLocale language(0, "LC_MESSAGES");
-    return use(language_abbreviation(category_name("LC_MESSAGES")), language);
+    const CategoryLocale& language = category_locale<LC_MESSAGES_MASK>("LC_MESSAGES");
+    return use(language_abbreviation(language.name()), language);
   }
   if (item == LOCALE_SDECIMAL) {
-    const CategoryLocale numeric(LC_NUMERIC_MASK, "LC_NUMERIC");
+    const CategoryLocale& numeric = category_locale<LC_NUMERIC_MASK>("LC_NUMERIC");
     const std::string radix = numeric.text(RADIXCHAR);
     return radix.size() == 1 && use(radix, numeric);
   }
 
-  const CategoryLocale time(LC_TIME_MASK, "LC_TIME");
+  const CategoryLocale& time = category_locale<LC_TIME_MASK>("LC_TIME");
   switch (item) {
     case LOCALE_SSHORTDATE:
       return use(picture(time.text(D_FMT), false), time);
