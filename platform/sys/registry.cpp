@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -41,7 +42,7 @@ void report(const std::string& path, std::size_t line, std::string text) {
     std::fprintf(stderr, "%s:%zu: %s\n", path.c_str(), line, text.c_str());
 }
 
-// The file's bytes, one more than kLargestFile at most; nothing after a report.
+// The file's bytes, little more than kLargestFile of them; nothing after a report.
 std::optional<std::vector<std::byte>> read_file(const std::string& path) {
   // Opening must not wait for the other end of a pipe that stands in the file's place.
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -53,14 +54,14 @@ std::optional<std::vector<std::byte>> read_file(const std::string& path) {
   else if (!S_ISREG(status.st_mode))
     error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
 
+  std::array<std::byte, 4096> chunk;  // most settings are no longer
   while (error == 0 && bytes.size() <= kLargestFile) {
-    const std::size_t held = bytes.size();
-    bytes.resize(held + 64 * 1024);
-    const ssize_t count = ::read(descriptor, bytes.data() + held, bytes.size() - held);
-    bytes.resize(held + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
     if (count == 0)
       break;
-    if (count < 0 && errno != EINTR)
+    if (count > 0)
+      bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + count);
+    else if (errno != EINTR)
       error = errno;
   }
   if (descriptor >= 0)
