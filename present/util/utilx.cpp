@@ -34,7 +34,8 @@ void SetLocalTime(DateTime time) {
     return;
   checklt = time;
   const std::time_t seconds = static_cast<std::uint32_t>(time);
-  lt = *std::localtime(&seconds);  // never null for 32 bits of seconds
+  // Not localtime, which looks at the zone's file again for every row of a table.
+  localtime_r(&seconds, &lt);  // never fails for 32 bits of seconds
 }
 
 void DateTime::SetTimeNow() {
