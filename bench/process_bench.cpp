@@ -3,6 +3,7 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "source/domain/ZTdataTable.h"
+#include "source/domain/ZTrepServerInfoObj.h"
 #include "tests/endtoend/harness.h"
 
 namespace {
@@ -139,6 +142,92 @@ void default_check() {
   std::printf("default check, memory   %8.1f MiB\n", static_cast<double>(peak) / 1024);
 }
 
+// --- Reading data, by the product's classes in this process.
+
+constexpr SystemKey kAlpha = 0x0101007F;  // 127.0.1.1
+
+std::string source_of(int classes, int metrics) {
+  std::string text =
+      "[source.DATA]\nid = 1\npath = '/data'\n[[source.DATA.class]]\nid = 1\n"
+      "name = 'CLASS'\nrows = 300\ninterval = 60\ncount = " +
+      std::to_string(classes) + "\n";
+  for (int i = 1; i <= metrics; ++i) {
+    const std::string number = std::to_string(i);
+    text += "[[source.DATA.class.metric]]\nid = " + number + "\nname = 'METRIC_" + number +
+            "'\nscale10 = " + std::to_string(i % 3) + "\nwidth = 8\n";
+    text += i % 4 == 0 ? "type = 'text'\ntexts = ['/dev/dsk1', '/dev/dsk2']\n"
+                       : "ramp = {from = 0, to = 100000, step = 137}\n";
+  }
+  return text;
+}
+
+std::string agent_of(const std::string& source, const std::string& network) {
+  return source + "[[system]]\nname = 'alpha'\naddress = '127.0.1.1'\n" + network +
+         "repository = [{source = 'DATA'}]\n";
+}
+
+double processor_milliseconds() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+}
+
+// One query of 256 rows by 16 metrics, from the connection to the table.
+void query() {
+  zt_RepServerInfo_class client(kAlpha, "alpha");
+  if (client.ConnectToServer("DATA") == 0)
+    std::printf("the query's connection failed\n");
+  std::vector<std::uint32_t> ids;
+  std::vector<const rep_sMetricDescriptor*> columns;
+  for (int i = 0; i < client.ReturnNumMetrics(0); ++i) {
+    columns.push_back(client.ReturnMetrics(0) + i);
+    ids.push_back(columns.back()->Descriptor.fId);
+  }
+  client.CreateBaseView(0, ids.data(), static_cast<int>(ids.size()));
+  client.SetPosition(0, 0);
+  client.ReadData();
+  const auto table = format_data_table(client, columns);
+  if (!table || client.ReturnRowCount() != 256 || ids.size() != 16)
+    std::printf("the query failed\n");
+  client.DisconnectFromClass();
+}
+
+void queries_over(const char* road, const std::string& network) {
+  const Agent agent(agent_of(source_of(1, 16), network));
+  std::vector<double> wall, busy;
+  for (int i = 0; i < 50; ++i) {
+    const auto begin = Clock::now();
+    const double before = processor_milliseconds();
+    query();
+    busy.push_back(processor_milliseconds() - before);
+    wall.push_back(milliseconds(Clock::now() - begin));
+  }
+  const double all = median(wall);
+  const double own = median(busy);
+  std::printf("query of 256 x 16, %-12s %6.2f ms   own processor time %.2f ms   waiting %.0f %%\n",
+              road, all, own, 100 * (all - own) / all);
+}
+
+void data_query() {
+  queries_over("loopback", "");
+  queries_over("5 ms network", "network = {outgoing = {delay_ms = 5}}\n");
+}
+
+void large_catalogue() {
+  double each[2];
+  const int classes[] = {25, 251};
+  for (int i = 0; i < 2; ++i) {
+    const Agent agent(agent_of(source_of(classes[i], 500), ""));
+    zt_RepServerInfo_class client(kAlpha, "alpha");
+    const double before = processor_milliseconds();
+    if (client.ConnectToServer("DATA") == 0 || client.ReturnNumClasses() != classes[i])
+      std::printf("the catalogue failed\n");
+    each[i] = (processor_milliseconds() - before) / classes[i];
+  }
+  std::printf("catalogue, 500 metrics a class: %.2f ms a class of 251, %.2f of 25   ratio %.2f\n",
+              each[1], each[0], each[1] / each[0]);
+}
+
 void many_systems() {
   std::string scenario = R"(
 [source.ONE]
@@ -181,8 +270,15 @@ source = "ONE"
 
 }  // namespace
 
-int main() {
-  usage();
-  default_check();
-  many_systems();
+// All of them, or those that are named on the command line.
+int main(int argc, char** argv) {
+  const std::pair<const char*, void (*)()> benches[] = {{"usage", usage},
+                                                        {"check", default_check},
+                                                        {"query", data_query},
+                                                        {"catalogue", large_catalogue},
+                                                        {"systems", many_systems}};
+  for (const auto& [name, bench] : benches) {
+    if (argc == 1 || std::find(argv + 1, argv + argc, std::string_view(name)) != argv + argc)
+      bench();
+  }
 }
