@@ -29,7 +29,8 @@ if(ZT_SANITIZE)
   add_compile_options(-fsanitize=${ZT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZT_SANITIZE} -fno-sanitize-recover=all)
   # GCC 12 takes instrumented standard library code (std::function, std::regex) for uninitialized.
-  target_compile_options(zt_options INTERFACE -Wno-maybe-uninitialized)
+  target_compile_options(zt_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 
 # zt_library(NAME SOURCES a.cpp ... LINKS other ...): a static library of our own code.
@@ -63,17 +64,18 @@ function(zt_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
 
-# zt_fuzz(NAME SOURCES target.cpp LINKS other ... [DICT file]): the target defines
+# zt_fuzz(NAME SOURCES target.cpp LINKS other ... [EXAMPLES folder ...]): the target defines
 # LLVMFuzzerTestOneInput. With ZT_FUZZ it is a libFuzzer program; otherwise it is linked to
-# tests/fuzz/run_corpus.cpp and ctest runs it over tests/fuzz/corpus/NAME.
+# tests/fuzz/run_corpus.cpp and ctest runs it over tests/fuzz/corpus/NAME and EXAMPLES.
 function(zt_fuzz name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;LINKS;EXAMPLES" ${ARGN})
   if(ZT_FUZZ)
     add_executable(${name} ${arg_SOURCES})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
     add_executable(${name} ${arg_SOURCES} "${PROJECT_SOURCE_DIR}/tests/fuzz/run_corpus.cpp")
-    add_test(NAME ${name} COMMAND ${name} "${PROJECT_SOURCE_DIR}/tests/fuzz/corpus/${name}")
+    add_test(NAME ${name}
+      COMMAND ${name} "${PROJECT_SOURCE_DIR}/tests/fuzz/corpus/${name}" ${arg_EXAMPLES})
     set_tests_properties(${name} PROPERTIES TIMEOUT 120)
   endif()
   target_link_libraries(${name} PRIVATE ${arg_LINKS} zt_options)

@@ -253,7 +253,7 @@ void ServerHost::UdpEndpoint::on_readable(const Socket& socket) {
     }
     for (FaultInjector::Delivery& delivery : receive_faults_->pass(datagram, Clock::now()))
       later(delivery.time,
-            [this, source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
+            [this, source = source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
   }
 }
 
