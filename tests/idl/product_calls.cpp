@@ -1,5 +1,6 @@
 #include "tests/idl/product_calls.h"
 
+#include <algorithm>
 #include <array>
 
 #include "platform/rpc/stub.h"
@@ -75,7 +76,8 @@ std::string read_view(decltype(&zt_v2_repView_Read) read, RPC_CONTEXT_HANDLE vie
     results.add(position);
   for (const std::uint32_t value : ints)
     results.add(value);
-  return results.add_text({chars.data(), last_char}).add(chars[15]);
+  return results.add_text({chars.data(), std::min<std::size_t>(last_char, chars.size())})
+      .add(chars[15]);
 }
 
 }  // namespace
