@@ -28,13 +28,13 @@ struct SimulatedSystem::RepositoryNode {
         contexts(*repository),
         server(host, log, name, settings.server),
         metadata(server.script(), *repository),
-        base_views(server.script(), contexts),
-        time_filters(server.script(), contexts),
-        filtered_views(server.script(), contexts),
-        temporal_views(server.script(), contexts) {}
+        views(view_interfaces(server.script(), contexts)) {}
 
   std::vector<Interface*> interfaces() {
-    return {&metadata, &base_views, &time_filters, &filtered_views, &temporal_views};
+    std::vector<Interface*> all{&metadata};
+    for (const auto& interface : views)
+      all.push_back(interface.get());
+    return all;
   }
 
   const Registration registration;
@@ -42,10 +42,7 @@ struct SimulatedSystem::RepositoryNode {
   ViewContexts contexts;
   DatagramServer server;
   MetadataInterface metadata;
-  BaseViewInterface base_views;
-  TimeFilterInterface time_filters;
-  FilteredViewInterface filtered_views;
-  TemporalViewInterface temporal_views;
+  std::vector<std::unique_ptr<Interface>> views;
 };
 
 struct SimulatedSystem::AlarmNode {
