@@ -32,6 +32,12 @@ void put(ag_SystemInfo_struct& result, const RegisteredSystem& system) {
   std::memcpy(result.SocketString, text.data(), text.size());
 }
 
+bool RegisteredSystem::*registration_of(ag_eSystemType type) {
+  if (type == ag_cSystemZT)
+    return &RegisteredSystem::console;
+  return type == ag_cSystemSNMP ? &RegisteredSystem::snmp : nullptr;
+}
+
 }  // namespace
 
 AlarmInterface::AlarmInterface(OperationScript& script, const AlarmServer& settings)
@@ -46,6 +52,8 @@ RegisteredSystem* AlarmInterface::find(std::int32_t key) {
 }
 
 error_status_t AlarmInterface::add(std::int32_t key, Registration registration) {
+  if (registration == nullptr)
+    return kAlarmUnknownType;
   if (find(key) == nullptr && systems_.size() == kMostSystems)
     return kAlarmFull;
   RegisteredSystem& system = systems_[address_of(key)];
@@ -56,6 +64,8 @@ error_status_t AlarmInterface::add(std::int32_t key, Registration registration) 
 }
 
 error_status_t AlarmInterface::remove(std::int32_t key, Registration registration) {
+  if (registration == nullptr)
+    return kAlarmUnknownType;
   RegisteredSystem* system = find(key);
   if (system == nullptr || !(system->*registration))
     return kAlarmUnknownSystem;
@@ -75,78 +85,62 @@ error_status_t AlarmInterface::set_error(std::int32_t key, ErrorValue error, std
   return 0;
 }
 
-void AlarmInterface::ag_Register(const CallInfo&, std::int32_t system_key,
-                                 ag_eSystemType system_type, error_status_t* status) {
+void AlarmInterface::set(Setting setting, std::uint32_t value, error_status_t* status) {
   if (refused(status))
     return;
-  if (system_type == ag_cSystemZT)
-    *status = add(system_key, &RegisteredSystem::console);
-  else if (system_type == ag_cSystemSNMP)
-    *status = add(system_key, &RegisteredSystem::snmp);
-  else
-    *status = kAlarmUnknownType;
+  state_.*setting = value;
+  changed_ = true;
+}
+
+void AlarmInterface::get(Setting setting, std::uint32_t* value, error_status_t* status) const {
+  if (!refused(status))
+    *value = state_.*setting;
+}
+
+void AlarmInterface::ag_Register(const CallInfo&, std::int32_t system_key,
+                                 ag_eSystemType system_type, error_status_t* status) {
+  if (!refused(status))
+    *status = add(system_key, registration_of(system_type));
 }
 
 void AlarmInterface::ag_Unregister(const CallInfo&, std::int32_t system_key,
                                    ag_eSystemType system_type, error_status_t* status) {
-  if (refused(status))
-    return;
-  if (system_type == ag_cSystemZT)
-    *status = remove(system_key, &RegisteredSystem::console);
-  else if (system_type == ag_cSystemSNMP)
-    *status = remove(system_key, &RegisteredSystem::snmp);
-  else
-    *status = kAlarmUnknownType;
+  if (!refused(status))
+    *status = remove(system_key, registration_of(system_type));
 }
 
 void AlarmInterface::ag_SetEvCFlag(const CallInfo&, std::uint32_t flag, error_status_t* status) {
-  if (refused(status))
-    return;
-  state_.evc_flag = flag;
-  changed_ = true;
+  set(&AlarmServer::evc_flag, flag, status);
 }
 
 void AlarmInterface::ag_GetEvCFlag(const CallInfo&, std::uint32_t* flag, error_status_t* status) {
-  if (!refused(status))
-    *flag = state_.evc_flag;
+  get(&AlarmServer::evc_flag, flag, status);
 }
 
 void AlarmInterface::ag_SetExecFlag(const CallInfo&, std::uint32_t _flag, error_status_t* status) {
-  if (refused(status))
-    return;
-  state_.exec_flag = _flag;
-  changed_ = true;
+  set(&AlarmServer::exec_flag, _flag, status);
 }
 
 void AlarmInterface::ag_GetExecFlag(const CallInfo&, std::uint32_t* flag, error_status_t* status) {
-  if (!refused(status))
-    *flag = state_.exec_flag;
+  get(&AlarmServer::exec_flag, flag, status);
 }
 
 void AlarmInterface::ag_SetInterval(const CallInfo&, std::uint32_t Interval,
                                     error_status_t* status) {
-  if (refused(status))
-    return;
-  state_.interval = Interval;
-  changed_ = true;
+  set(&AlarmServer::interval, Interval, status);
 }
 
 void AlarmInterface::ag_GetInterval(const CallInfo&, std::uint32_t* Interval,
                                     error_status_t* status) {
-  if (!refused(status))
-    *Interval = state_.interval;
+  get(&AlarmServer::interval, Interval, status);
 }
 
 void AlarmInterface::ag_SetEvCError(const CallInfo&, std::uint32_t error, error_status_t* status) {
-  if (refused(status))
-    return;
-  state_.evc_error = error;
-  changed_ = true;
+  set(&AlarmServer::evc_error, error, status);
 }
 
 void AlarmInterface::ag_GetEvCError(const CallInfo&, std::uint32_t* error, error_status_t* status) {
-  if (!refused(status))
-    *error = state_.evc_error;
+  get(&AlarmServer::evc_error, error, status);
 }
 
 void AlarmInterface::ag_GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* general_info,

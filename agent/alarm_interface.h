@@ -76,10 +76,14 @@ class AlarmInterface : public Scripted<ag_Server> {
                    error_status_t* status) override;
 
  private:
-  // The two ways of receiving alarms.
+  using Setting = std::uint32_t AlarmServer::*;
+  // The two ways of receiving alarms, and the error of each.
   using Registration = bool RegisteredSystem::*;
   using ErrorValue = std::uint32_t RegisteredSystem::*;
 
+  void set(Setting setting, std::uint32_t value, error_status_t* status);
+  void get(Setting setting, std::uint32_t* value, error_status_t* status) const;
+  // A null registration is an unknown type.
   error_status_t add(std::int32_t key, Registration registration);
   error_status_t remove(std::int32_t key, Registration registration);
   error_status_t set_error(std::int32_t key, ErrorValue error, std::uint32_t value);
