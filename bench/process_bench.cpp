@@ -18,6 +18,7 @@
 #include "source/domain/ZTdataTable.h"
 #include "source/domain/ZTrepServerInfoObj.h"
 #include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
 
 namespace {
 
@@ -88,28 +89,6 @@ double bare_round_trip() {
   return median(times);
 }
 
-constexpr std::string_view kHealthy = R"(
-[source.ONE]
-id = 1
-path = "/one"
-[source.TWO]
-id = 2
-path = "/two"
-[source.THREE]
-id = 3
-path = "/three"
-[[system]]
-name = "alpha"
-address = "127.0.1.1"
-[[system.repository]]
-source = "ONE"
-[[system.repository]]
-source = "TWO"
-[[system.repository]]
-source = "THREE"
-[system.alarm]
-)";
-
 void usage() {
   const auto [ours, empty] = medians(
       200, [] { return wall_of("ztcomm", {"-unknown"}); },
@@ -124,7 +103,9 @@ void usage() {
 constexpr int kExchanges = 3 + 2 + 2 + 4 * 3;
 
 void default_check() {
-  const Agent agent(kHealthy);
+  const Agent agent(endtoend::SourceText("ONE").text() + endtoend::SourceText("TWO").text() +
+                    endtoend::SourceText("THREE").text() +
+                    endtoend::system_alpha({"ONE", "TWO", "THREE"}));
   long peak = 0;
   const auto [ours, empty] = medians(
       50,
@@ -146,24 +127,17 @@ void default_check() {
 
 constexpr SystemKey kAlpha = 0x0101007F;  // 127.0.1.1
 
-std::string source_of(int classes, int metrics) {
-  std::string text =
-      "[source.DATA]\nid = 1\npath = '/data'\n[[source.DATA.class]]\nid = 1\n"
-      "name = 'CLASS'\nrows = 300\ninterval = 60\ncount = " +
-      std::to_string(classes) + "\n";
+// A data source of such classes, with 300 rows each; every fourth metric is a text.
+endtoend::SourceText source_of(int classes, int metrics) {
+  endtoend::SourceText source("DATA");
+  source.with_class("CLASS", "rows = 300\ninterval = 60\ncount = " + std::to_string(classes));
   for (int i = 1; i <= metrics; ++i) {
-    const std::string number = std::to_string(i);
-    text += "[[source.DATA.class.metric]]\nid = " + number + "\nname = 'METRIC_" + number +
-            "'\nscale10 = " + std::to_string(i % 3) + "\nwidth = 8\n";
-    text += i % 4 == 0 ? "type = 'text'\ntexts = ['/dev/dsk1', '/dev/dsk2']\n"
-                       : "ramp = {from = 0, to = 100000, step = 137}\n";
+    source.metric("METRIC_" + std::to_string(i),
+                  i % 4 == 0 ? "type = \"text\"\ntexts = [\"/dev/dsk1\", \"/dev/dsk2\"]"
+                             : "ramp = {from = 0, to = 100000, step = 137}\n" +
+                                   endtoend::width_and_scale(8, i % 3));
   }
-  return text;
-}
-
-std::string agent_of(const std::string& source, const std::string& network) {
-  return source + "[[system]]\nname = 'alpha'\naddress = '127.0.1.1'\n" + network +
-         "repository = [{source = 'DATA'}]\n";
+  return source;
 }
 
 double processor_milliseconds() {
@@ -193,7 +167,7 @@ void query() {
 }
 
 void queries_over(const char* road, const std::string& network) {
-  const Agent agent(agent_of(source_of(1, 16), network));
+  const Agent agent(source_of(1, 16).text() + endtoend::system_alpha({"DATA"}, network));
   std::vector<double> wall, busy;
   for (int i = 0; i < 50; ++i) {
     const auto begin = Clock::now();
@@ -217,7 +191,7 @@ void large_catalogue() {
   double each[2];
   const int classes[] = {25, 251};
   for (int i = 0; i < 2; ++i) {
-    const Agent agent(agent_of(source_of(classes[i], 500), ""));
+    const Agent agent(source_of(classes[i], 500).text() + endtoend::system_alpha({"DATA"}));
     zt_RepServerInfo_class client(kAlpha, "alpha");
     const double before = processor_milliseconds();
     if (client.ConnectToServer("DATA") == 0 || client.ReturnNumClasses() != classes[i])
