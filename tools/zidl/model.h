@@ -27,8 +27,7 @@ struct Type {
   std::size_t alignment = 1;      // on the wire
   std::size_t least_size = 1;     // on the wire
   std::size_t greatest_size = 1;  // on the wire, from an aligned position; targets not included
-  bool is_integer = false;
-  bool is_unsigned = false;  // an unsigned integer of at most 32 bits: can be a length
+  bool is_unsigned = false;       // an unsigned integer of at most 32 bits: can be a length
   const Structure* structure = nullptr;
 };
 
