@@ -1,50 +1,61 @@
 #include "source/support/ZTprintable.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <array>
 
 namespace {
 
-bool is_continuation(unsigned char byte) {
-  return (byte & 0xC0) == 0x80;
-}
-
-// The length of the well-formed UTF-8 sequence that starts at `at`, 0 for none and for a lone byte
-// below 0x80.
-std::size_t multibyte_length(std::string_view text, std::size_t at) {
-  const auto lead = static_cast<unsigned char>(text[at]);
-  std::size_t length = 0;
-  if (lead >= 0xC2 && lead <= 0xDF)
-    length = 2;
-  else if (lead >= 0xE0 && lead <= 0xEF)
-    length = 3;
-  else if (lead >= 0xF0 && lead <= 0xF4)
-    length = 4;
-  if (length == 0 || at + length > text.size())
-    return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if (!is_continuation(static_cast<unsigned char>(text[at + i])))
-      return 0;
-  }
-  return length;
+bool is_control(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || (byte >= 0x7F && byte <= 0x9F);
 }
 
 }  // namespace
 
+std::size_t utf8_length(std::string_view text) {
+  struct Form {
+    unsigned char first, last;  // of the leading byte
+    unsigned char low, high;    // of the second byte
+    std::size_t length;
+  };
+  static constexpr std::array<Form, 8> kForms = {{{0xC2, 0xDF, 0x80, 0xBF, 2},
+                                                  {0xE0, 0xE0, 0xA0, 0xBF, 3},
+                                                  {0xE1, 0xEC, 0x80, 0xBF, 3},
+                                                  {0xED, 0xED, 0x80, 0x9F, 3},
+                                                  {0xEE, 0xEF, 0x80, 0xBF, 3},
+                                                  {0xF0, 0xF0, 0x90, 0xBF, 4},
+                                                  {0xF1, 0xF3, 0x80, 0xBF, 4},
+                                                  {0xF4, 0xF4, 0x80, 0x8F, 4}}};
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  if (text.empty())
+    return 0;
+  if (byte(0) < 0x80)
+    return 1;
+  for (const Form& form : kForms) {
+    if (byte(0) < form.first || byte(0) > form.last)
+      continue;
+    if (text.size() < form.length || byte(1) < form.low || byte(1) > form.high)
+      return 0;
+    for (std::size_t at = 2; at < form.length; ++at)
+      if ((byte(at) & 0xC0) != 0x80)
+        return 0;
+    return form.length;
+  }
+  return 0;
+}
+
 std::string printable(std::string_view text) {
   std::string result;
   result.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const std::size_t length = multibyte_length(text, at);
-    const bool second_controls =
-        length == 2 && byte == 0xC2 && static_cast<unsigned char>(text[at + 1]) <= 0x9F;
-    if (length != 0 && !second_controls) {
-      result.append(text, at, length);
-    } else {
-      const bool control = byte < 0x20 || (byte >= 0x7F && byte <= 0x9F) || second_controls;
-      result += control ? '?' : static_cast<char>(byte);
-    }
-    at += length == 0 ? 1 : length;
+  while (!text.empty()) {
+    const std::size_t length = std::max<std::size_t>(utf8_length(text), 1);
+    const bool control =
+        length == 1 ? is_control(text[0]) : text[0] == '\xC2' && is_control(text[1]);
+    if (control)
+      result += '?';
+    else
+      result += text.substr(0, length);
+    text.remove_prefix(length);
   }
   return result;
 }

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -9,3 +10,7 @@
 // controls (0x80 to 0x9f) whether it stands as UTF-8 or as single bytes. Everything else, UTF-8 and
 // bytes of other character sets alike, is kept.
 std::string printable(std::string_view text);
+
+// The length of the UTF-8 sequence that a text begins with (RFC 3629, section 4), 0 when it begins
+// with none.
+std::size_t utf8_length(std::string_view text);

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <string>
 
+#include "source/support/ZTprintable.h"
 #include "source/sysdb/ZTsysInfoObj.h"
 
 namespace {
@@ -19,7 +20,7 @@ constexpr char kAlarmRule[] =
 // The host name of a key; empty when it has none.
 std::string HostNameOf(SystemKey key) {
   char name[kHostNameSize] = "";
-  return SystemKeyToARPAName(key, name, kReportHostNameSize) == 0 ? name : "";
+  return SystemKeyToARPAName(key, name, kReportHostNameSize) == 0 ? printable(name) : "";
 }
 
 const char* MonitoringText(int monitor_alarms) {
@@ -72,12 +73,13 @@ void zt_SystemInfo_class::PrintSystemShortInfo() const {
   char key[kKeyTextSize];
   FormatSystemKey(fSystemKey, key);
   const std::string host = HostNameOf(fSystemKey);
+  const std::string name = printable(ReturnSystemName());
 
   std::printf("\n");
   if (!host.empty())
-    std::printf("%s (%s): Key=%s", host.c_str(), fSystemInfo.fSystemName, key);
+    std::printf("%s (%s): Key=%s", host.c_str(), name.c_str(), key);
   else
-    std::printf("%s: Key=%s", fSystemInfo.fSystemName, key);
+    std::printf("%s: Key=%s", name.c_str(), key);
   std::printf("%s", ReturnIsZTAgent() ? " (ZT 3.0 Agent)\n" : "\n");
   std::printf(" Status = %s\n", ReturnAlarmMgrStatusText());
   if (fSystemInfo.fAlarmMgrError != 0)
@@ -94,12 +96,13 @@ void zt_SystemInfo_class::PrintSystemInfo() const {
   char key[kKeyTextSize];
   FormatSystemKey(fSystemKey, key);
   const std::string host = HostNameOf(fSystemKey);
+  const std::string name = printable(ReturnSystemName());
 
   std::printf("\n");
   if (host.empty())
-    std::printf("  System Name       : %s", fSystemInfo.fSystemName);
+    std::printf("  System Name       : %s", name.c_str());
   else
-    std::printf("  System Name       : %s (%s)", host.c_str(), fSystemInfo.fSystemName);
+    std::printf("  System Name       : %s (%s)", host.c_str(), name.c_str());
   std::printf("%s", ReturnIsZTAgent() ? "  (ZT 3.0 Agent)\n" : "\n");
   std::printf("    Data comm key   : %s\n", key);
   std::printf("    Alarm Status    : %s\n", ReturnAlarmMgrStatusText());
@@ -112,7 +115,7 @@ void zt_SystemInfo_class::PrintSystemInfo() const {
   std::printf("    Symbols         : %s\n", ReturnMapEnabled() ? "created" : "none");
   if (const char* back_connect_name = ReturnBackConnectName(); back_connect_name != nullptr) {
     std::printf("     NOTE: This server will connect to the alarm manager\n");
-    std::printf("           with the system name \"%s\".\n", back_connect_name);
+    std::printf("           with the system name \"%s\".\n", printable(back_connect_name).c_str());
   }
   std::printf("\n%s\n", UpdateTimeText(fSystemInfo.fRecUpdateTime).c_str());
 }

@@ -147,15 +147,18 @@ TEST_F(Ztsys, AddsListsRenamesAndDeletes) {
 
 TEST_F(Ztsys, ListsOneJsonObjectALineWhateverTheFileHolds) {
   std::string file = test::VersionSlot(4);
-  file += test::SystemSlot(test::Key(10, 0, 0, 1), "a\"b\\c\x1b[31m\xc3\xa4\xff\xe2\x82");
+  file += test::SystemSlot(test::Key(10, 0, 0, 1), "a\"b\\c\x1b[31m\xc3\xa4\xc2\x9b\xff\xe2\x82");
   test::WriteFile(db_, file);
   EXPECT_EQ(Db({"list", "--json"}).out,
-            "{\"name\": \"a\\\"b\\\\c\\u001b[31m\xc3\xa4\\ufffd\\ufffd\\ufffd\", "
+            "{\"name\": \"a\\\"b\\\\c\\u001b[31m\xc3\xa4\\u009b\\ufffd\\ufffd\\ufffd\", "
             "\"address\": \"10.0.0.1\", \"group\": \"\", \"type\": 0, \"type_name\": \"UNKNOWN\", "
             "\"alarms\": \"disabled\", \"status\": 0, \"status_text\": \"NOT MONITORING\", "
             "\"last_error\": 0, \"sequence\": 0, \"alarm_count\": 0, \"symbols\": false, "
             "\"old_agent\": false, \"updated\": 0}\n");
-  EXPECT_EQ(Db({"list"}).out.find('\x1b'), std::string::npos) << "no control of the terminal";
+  const std::string shown = "a\"b\\c?[31m\xc3\xa4?\xff\xe2?";
+  EXPECT_NE(Db({"list"}).out.find(shown), std::string::npos) << "no control of the terminal";
+  EXPECT_NE(Db({"show", "10.0.0.1"}).out.find(shown), std::string::npos);
+  EXPECT_NE(Db({"show", "--short", "10.0.0.1"}).out.find(shown), std::string::npos);
 }
 
 TEST_F(Ztsys, WorksOnTheInstallationsDatabase) {

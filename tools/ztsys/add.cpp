@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "source/support/ZTprintable.h"
 #include "source/support/ZTsupport_procs.h"
 #include "tools/ztsys/database.h"
 
@@ -30,7 +31,7 @@ std::string Refusal(const char* what, const std::string& text, std::size_t field
   if (text.size() >= field_size)
     return std::string("the ") + what + " is longer than " + std::to_string(field_size - 1) +
            " characters";
-  if (Printable(text) != text)
+  if (printable(text) != text)
     return std::string("the ") + what + " has control characters";
   return "";
 }

@@ -7,6 +7,7 @@
 
 #include "platform/sys/native_path.h"
 #include "shared/general/SHcontrolObj.h"
+#include "source/support/ZTprintable.h"
 
 namespace ztsys {
 
@@ -85,8 +86,8 @@ Status FindSystem(zt_SystemDBAccess_class& db, const std::string& word, zt_Syste
   if (status == 0)
     return kDone;
   if (status == kIndexNotFound)
-    return Fail("no system '" + Printable(word) + "' in " + db.ReturnFileName());
-  return FailDatabase(db, "cannot read system '" + Printable(word) + "'", status);
+    return Fail("no system '" + printable(word) + "' in " + db.ReturnFileName());
+  return FailDatabase(db, "cannot read system '" + printable(word) + "'", status);
 }
 
 Status FailDatabase(const zt_SystemDBAccess_class& db, const std::string& operation, int status) {
@@ -100,17 +101,7 @@ std::string AddressText(SystemKey key) {
 }
 
 std::string NameAndAddress(const zt_SystemInfo_class& info) {
-  return Printable(info.ReturnSystemName()) + " (" + AddressText(info.ReturnSystemKey()) + ')';
-}
-
-std::string Printable(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F)
-      c = '?';
-  }
-  return result;
+  return printable(info.ReturnSystemName()) + " (" + AddressText(info.ReturnSystemKey()) + ')';
 }
 
 }  // namespace ztsys

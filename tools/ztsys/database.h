@@ -46,7 +46,4 @@ class DatabaseLock {
 std::string AddressText(SystemKey key);
 std::string NameAndAddress(const zt_SystemInfo_class& info);
 
-// Text of the database for a terminal: control characters become question marks.
-std::string Printable(std::string_view text);
-
 }  // namespace ztsys

@@ -1,57 +1,27 @@
 #include "tools/ztsys/json.h"
 
-#include <array>
 #include <cstdio>
+
+#include "source/support/ZTprintable.h"
 
 namespace ztsys {
 
 namespace {
 
-// Length of the UTF-8 sequence that the text starts with (RFC 3629, section 4); 0 when it starts
-// with none.
-std::size_t SequenceLength(std::string_view text) {
-  struct Form {
-    unsigned char first, last;  // of the leading byte
-    unsigned char low, high;    // of the second byte
-    std::size_t length;
-  };
-  static constexpr std::array<Form, 8> kForms = {{{0xC2, 0xDF, 0x80, 0xBF, 2},
-                                                  {0xE0, 0xE0, 0xA0, 0xBF, 3},
-                                                  {0xE1, 0xEC, 0x80, 0xBF, 3},
-                                                  {0xED, 0xED, 0x80, 0x9F, 3},
-                                                  {0xEE, 0xEF, 0x80, 0xBF, 3},
-                                                  {0xF0, 0xF0, 0x90, 0xBF, 4},
-                                                  {0xF1, 0xF3, 0x80, 0xBF, 4},
-                                                  {0xF4, 0xF4, 0x80, 0x8F, 4}}};
-  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-  if (byte(0) < 0x80)
-    return 1;
-  for (const Form& form : kForms) {
-    if (byte(0) < form.first || byte(0) > form.last)
-      continue;
-    if (text.size() < form.length || byte(1) < form.low || byte(1) > form.high)
-      return 0;
-    for (std::size_t at = 2; at < form.length; ++at)
-      if ((byte(at) & 0xC0) != 0x80)
-        return 0;
-    return form.length;
-  }
-  return 0;
-}
-
 std::string Quoted(std::string_view text) {
   std::string result = "\"";
   while (!text.empty()) {
-    const std::size_t length = SequenceLength(text);
+    const std::size_t length = utf8_length(text);
     const auto c = static_cast<unsigned char>(text[0]);
     if (length == 0) {
       result += "\\ufffd";
     } else if (c == '"' || c == '\\') {
       result += '\\';
       result += text[0];
-    } else if (c < 0x20 || c == 0x7F) {
+    } else if (printable(text.substr(0, length)) != text.substr(0, length)) {
+      const unsigned control = length == 1 ? c : static_cast<unsigned char>(text[1]);
       char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04x", c);
+      std::snprintf(escape, sizeof escape, "\\u%04x", control);
       result += escape;
     } else {
       result += text.substr(0, length);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 
+#include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/json.h"
 
@@ -29,8 +30,8 @@ std::string TypeText(int type) {
 }
 
 Row RowOf(const zt_SystemInfo_class& info) {
-  const std::string group = Printable(info.ReturnGroupName());
-  return {Printable(info.ReturnSystemName()),
+  const std::string group = printable(info.ReturnGroupName());
+  return {printable(info.ReturnSystemName()),
           AddressText(info.ReturnSystemKey()),
           group.empty() ? "-" : group,
           TypeText(info.ReturnSystemType()),

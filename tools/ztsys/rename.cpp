@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 
 namespace ztsys {
@@ -14,7 +15,7 @@ Status RunRename(const Arguments& arguments) {
   if (name.size() >= kSystemNameSize)
     return FailUsage("the name is longer than " + std::to_string(kSystemNameSize - 1) +
                      " characters");
-  if (Printable(name) != name)
+  if (printable(name) != name)
     return FailUsage("the name has control characters");
   const auto db = OpenDatabase(arguments, Missing::kRefuse);
   if (db == nullptr)
