@@ -343,9 +343,11 @@ void ClientCall::on_call_back(const Packet& packet, const SocketAddress& source,
 void ClientCall::on_response(const Packet& packet, Time now) {
   acknowledged_ = entered_ = true;
   sender_.acknowledge_all();
-  sign_of_life(now);
   const bool fragmented = (packet.header.flags1 & kFlagFragment) != 0;
   const FragmentJoiner::Result result = joiner_.accept(packet, now);
+  // A server that can send nothing but what is here already must not hold the call for ever.
+  if (result == FragmentJoiner::Result::accepted)
+    sign_of_life(now);
   if (joiner_.fack_due())
     send_response_fack();
   if (result == FragmentJoiner::Result::complete) {

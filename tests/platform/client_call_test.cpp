@@ -646,6 +646,25 @@ TEST_F(ClientCallTest, ReplyInFragmentsIsFackedAndJoined) {
   EXPECT_TRUE(activity_.owes_ack());
 }
 
+TEST_F(ClientCallTest, FragmentsThatWereHereKeepNoCallAlive) {
+  call(kRepeatable, 0);
+  sent();
+  const auto fragment = [&](std::uint16_t number) {
+    PacketHeader header = from_server(PacketType::response);
+    header.flags1 = kFlagFragment;
+    header.fragment = number;
+    receive(header, pattern(800));
+  };
+  fragment(0);
+  for (int i = 0; i < 9; ++i) {
+    fragment(2);
+    pass(100ms);
+  }
+  EXPECT_FALSE(call_->done());
+  pass(100ms);
+  expect_end(1726);
+}
+
 TEST_F(ClientCallTest, ReplyBeyondItsLimitIsRefusedAndAcknowledged) {
   call();
   sent();
