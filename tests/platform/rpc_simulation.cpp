@@ -154,7 +154,9 @@ void World::one_call() {
   call_ = &call;
   pump();
   const std::optional<Duration> silence = silence_of_level(request.timeout_level);
-  const Duration slack = kLongestRepeat + kLongestRepeat * kSpreadPercent / 100;
+  // One retransmission, which at the shorter levels is cut to half of the silence.
+  const Duration repeat = silence ? std::min(kLongestRepeat, *silence / 2) : kLongestRepeat;
+  const Duration slack = repeat + repeat * kSpreadPercent / 100;
   while (!call.done() && tally_.broken.empty()) {
     const std::optional<Time> wake_up = call.wakeup();
     if (!wake_up && events_.empty() && !core_->next_wake_up())

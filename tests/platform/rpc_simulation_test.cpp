@@ -1,5 +1,6 @@
 // The client's machine against the server's, over seeds. ZT_SIMULATION_CALLS sets how many calls
-// are made in all (10,000 by default).
+// are made in all (10,000 by default), ZT_SIMULATION_SHIFT is added to the first seed of every test
+// for other worlds.
 
 #include "tests/platform/rpc_simulation.h"
 
@@ -11,16 +12,17 @@
 namespace rpc::simulation {
 namespace {
 
-unsigned calls_in_all() {
-  const char* const text = std::getenv("ZT_SIMULATION_CALLS");
-  const long calls = text == nullptr ? 0 : std::strtol(text, nullptr, 10);
-  return calls > 0 ? static_cast<unsigned>(calls) : 10'000;
+std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
 }
 
 // Worlds of consecutive seeds until `share` of all calls is made.
 template <typename MakeSetting>
 Tally run_worlds(double share, std::uint64_t first_seed, MakeSetting make_setting) {
-  const auto wanted = static_cast<unsigned>(share * calls_in_all());
+  const auto wanted = static_cast<unsigned>(
+      share * static_cast<double>(number_from("ZT_SIMULATION_CALLS", 10'000)));
+  first_seed += number_from("ZT_SIMULATION_SHIFT", 0);
   Tally all;
   for (std::uint64_t seed = first_seed; all.calls < wanted && all.broken.size() < 5; ++seed) {
     SeededRandom random(seed ^ 0x5EED);
