@@ -198,3 +198,13 @@ RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level)
   found->target.timeout_level = level;
   return RPC_S_OK;
 }
+
+RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level) {
+  const std::shared_ptr<rpc::Binding> found = rpc::bindings().find(binding);
+  if (found == nullptr)
+    return RPC_S_INVALID_BINDING;
+  if (level == nullptr)
+    return RPC_S_INVALID_ARG;
+  *level = found->target.timeout_level;
+  return RPC_S_OK;
+}

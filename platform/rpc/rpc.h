@@ -96,6 +96,7 @@ RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding);
 RPC_STATUS RpcBindingSetObject(RPC_BINDING_HANDLE binding, const uuid_t* object);
 // Levels 0 to 10; any other gives 1709.
 RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level);
+RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level);
 
 // --- Endpoint inquiry (C706 appendix O). A null binding asks this host.
 RPC_STATUS RpcMgmtEpEltInqBegin(RPC_BINDING_HANDLE mapper, std::uint32_t inquiry_type,

@@ -20,6 +20,13 @@ constexpr const char* kProtocolSequence = "ncadg_ip_udp";
 constexpr const char* kIgnoreListName = "ignoreip.txt";
 // Elements read of one map at most, so that a mapper which never ends its list cannot hold us.
 constexpr int kMostElements = 4096;
+// Servers that answer nothing cost a time-out each. The first ones are waited for as long as the
+// caller wants, later ones an eighth of that (every level is about half of the next), and behind
+// the last one the map is left.
+constexpr int kPatientProbes = 8;
+constexpr std::uint32_t kLevelsLess = 3;
+constexpr int kMostSilent = 64;
+constexpr error_status_t kTimedOut = 10060;
 
 // A text of the runtime that frees itself.
 class RpcText {
@@ -53,7 +60,11 @@ class Query {
 
   // Fills records until the list or the map ends.
   error_status_t run(RPC_EP_INQ_HANDLE inquiry) {
-    for (int element = 0; accepted_ < records_.size() && element < kMostElements; ++element) {
+    for (int element = 0; accepted_ < records_.size(); ++element) {
+      if (silent_ == kMostSilent || element == kMostElements) {
+        losses_.unfinished = true;
+        break;
+      }
       ptc_RpcClientContextStruct& record = records_[accepted_];
       record = {};
       const RPC_STATUS status = RpcMgmtEpEltInqNextA(
@@ -87,8 +98,10 @@ class Query {
     if (status != RPC_S_OK)
       return status;
     const bool datagram = std::strcmp(sequence.get(), kProtocolSequence) == 0;
-    const bool valid = !is_ignored(address.get()) && !is_repeated(endpoint.get()) &&
-                       is_listening(record.fBindingHandle, datagram);
+    // The name in another sequence's address is a stranger's text that no resolver need see.
+    const bool ignored = datagram && is_ignored(address.get());
+    const bool valid =
+        !ignored && !is_repeated(endpoint.get()) && is_listening(record.fBindingHandle, datagram);
     if (!valid || !datagram) {
       release(record);
       return RPC_S_OK;
@@ -124,14 +137,30 @@ class Query {
   }
 
   bool is_listening(RPC_BINDING_HANDLE binding, bool datagram) {
+    const RPC_STATUS status = probe(binding);
+    if (status == RPC_S_OK)
+      return true;
+    const error_status_t cause = cause_of(status);
+    if (datagram)
+      losses_.server = cause;
+    if (cause == kTimedOut || cause == RPC_S_CALL_FAILED)
+      ++silent_;
+    return false;
+  }
+
+  RPC_STATUS probe(RPC_BINDING_HANDLE binding) const {
+    std::uint32_t level = 0;
+    RpcMgmtInqComTimeout(binding, &level);
+    if (silent_ >= kPatientProbes)
+      RpcMgmtSetComTimeout(binding, level - std::min(level, kLevelsLess));
     const RPC_STATUS status = RpcMgmtIsServerListening(binding);
-    if (status != RPC_S_OK && datagram)
-      losses_.server = cause_of(status);
-    return status == RPC_S_OK;
+    RpcMgmtSetComTimeout(binding, level);
+    return status;
   }
 
   std::span<ptc_RpcClientContextStruct> records_;
   std::size_t accepted_ = 0;
+  int silent_ = 0;  // servers so far that answered nothing
   std::array<std::int32_t, kMostIgnored> ignored_;
   std::size_t ignored_count_ = 0;
   std::array<std::uint16_t, kMostEndpoints> endpoints_;  // of the records, by index

@@ -33,6 +33,9 @@ struct ptc_LookupLosses {
   error_status_t mapper = 0;  // the map was not read, or not to its end
   error_status_t server =
       0;  // the last server that is registered and was left out for not answering
+  // The map names more elements, or more servers that answer nothing, than a query has time for;
+  // the rest was not looked at.
+  bool unfinished = false;
 };
 
 // The live servers of an interface over ncadg_ip_udp, in the map's order. `epHandle` is a binding

@@ -17,6 +17,7 @@ constexpr int kElementFailed = 116;
 constexpr int kNoMapperBinding = 117;
 constexpr int kMapperUnknown = 118;
 constexpr int kMapperSilent = 121;
+constexpr int kSearchUnfinished = 123;
 
 // Elements listed at most, so that a mapper which never ends its map cannot hold us.
 constexpr std::uint32_t kMostElements = 65536;
@@ -53,6 +54,11 @@ int zt_DiagComm_class::Breakout() {
     std::printf("  Path  : %s\n\n", printable(paths[i]).c_str());
   }
   std::fflush(stdout);
+  if (fRepServerInfoObj->ReturnSearchUnfinished()) {
+    fErrorNum = kSearchUnfinished;
+    fErrorParm = fSystemName;
+    DisplayErrors();
+  }
   return ReportAlarmServer();
 }
 

@@ -247,6 +247,7 @@ error_status_t RPC_MONITORED_SYSTEM_OBJ::FindServers(const char* system_id, Serv
     RecordMessage(kConnectionSet, kQueryFailed);
     return status;
   }
+  fSearchUnfinished = losses.unfinished;
   if (servers.found().empty()) {
     RecordMessage(kConnectionSet, kNoServer);
     objErrorCause = cause_of_absence(losses);

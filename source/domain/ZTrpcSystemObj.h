@@ -43,6 +43,8 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
 
   int ReturnConnectError() const { return objConnectError; }  // of the probe, 0 for none
   int ReturnLastError() const { return objErrorMessageNum; }
+  // Whether the endpoint map was left before its end (ptc_LookupLosses).
+  bool ReturnSearchUnfinished() const { return fSearchUnfinished; }
   int ReturnSocketFile() override;
   void CancelDuplicateConnection() { objSocketIndex = -1; }
   void ConnectionLost();
@@ -76,6 +78,8 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
   error_status_t AppendServer(const char* system_id, ptc_RpcClientContextStruct& server);
   error_status_t KeepBinding(const ptc_RpcClientContextStruct& server);
   void ForgetServers();
+
+  bool fSearchUnfinished = false;
 
   // The table of probe connections, shared by all objects and kept for the whole run. A slot is
   // free while its node is 0.

@@ -129,6 +129,9 @@ TEST(Binding, TimeoutLevelsAreZeroToTen) {
   EXPECT_EQ(rpc::target_of(binding).timeout_level, 5u);
   for (std::uint32_t level = 0; level <= 10; ++level) {
     EXPECT_EQ(RpcMgmtSetComTimeout(binding, level), RPC_S_OK);
+    std::uint32_t kept = 99;
+    EXPECT_EQ(RpcMgmtInqComTimeout(binding, &kept), RPC_S_OK);
+    EXPECT_EQ(kept, level);
     EXPECT_EQ(rpc::target_of(binding).timeout_level, level);
   }
   EXPECT_EQ(RpcMgmtSetComTimeout(binding, 11), RPC_S_INVALID_TIMEOUT);

@@ -33,8 +33,10 @@ struct ScriptedMap {
   bool endless = false;  // the last element comes again and again
   std::size_t next = 0;
   int begun = 0, done = 0, probes = 0;
+  std::vector<std::uint32_t> levels;  // of the probes
 };
 ScriptedMap script;
+constexpr std::uint32_t kLevel = 5;
 
 uuid_t object_of(std::size_t index) {
   uuid_t object{};
@@ -64,7 +66,10 @@ RPC_STATUS RpcMgmtEpEltInqNextA(RPC_EP_INQ_HANDLE, rpc_if_id_t* interface_id,
   }
   *interface_id = {};
   *object = object_of(script.next);
-  return RpcBindingFromStringBindingA(script.elements[script.next++].binding.c_str(), binding);
+  const RPC_STATUS status =
+      RpcBindingFromStringBindingA(script.elements[script.next++].binding.c_str(), binding);
+  RpcMgmtSetComTimeout(*binding, kLevel);
+  return status;
 }
 
 RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry) {
@@ -73,8 +78,9 @@ RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry) {
   return RPC_S_OK;
 }
 
-RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE) {
+RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding) {
   ++script.probes;
+  RpcMgmtInqComTimeout(binding, &script.levels.emplace_back());
   return script.elements[script.next - 1].listening;
 }
 
@@ -112,7 +118,7 @@ class SettingsFolder {
 struct Outcome {
   error_status_t status = 99;
   std::uint32_t count = 0;
-  ptc_LookupLosses losses{99, 99};
+  ptc_LookupLosses losses{99, 99, true};
   std::vector<std::string> bindings;
 };
 
@@ -225,6 +231,28 @@ TEST(EndpointQuery, EndsEvenWhenTheMapDoesNot) {
   const Outcome outcome = query(8);
   EXPECT_EQ(RPC_S_OK, outcome.status);
   EXPECT_EQ(0U, outcome.count);
+  EXPECT_TRUE(outcome.losses.unfinished);
+}
+
+// A map of servers that swallow everything: the live one behind the first of them is found.
+TEST(EndpointQuery, LosesPatienceWithServersThatAnswerNothing) {
+  script = {};
+  for (int port = 1; port <= 200; ++port)
+    script.elements.push_back({udp("10.0.0.1", port), RPC_S_SERVER_UNAVAILABLE});
+  script.elements[20].listening = RPC_S_OK;
+  rpc::set_last_network_error(10060);
+  const Outcome outcome = query(128);
+  EXPECT_EQ(std::vector{udp("10.0.0.1", 21)}, outcome.bindings);
+  EXPECT_TRUE(outcome.losses.unfinished);
+  std::vector<std::uint32_t> levels(8, kLevel);
+  levels.resize(65, kLevel - 3);
+  EXPECT_EQ(levels, script.levels);
+
+  rpc::set_last_network_error(10061);
+  script.next = 0;
+  script.probes = 0;
+  EXPECT_FALSE(query(128).losses.unfinished) << "a refusal costs no time";
+  EXPECT_EQ(200, script.probes);
 }
 
 TEST(IgnoreList, DropsItsAddresses) {
