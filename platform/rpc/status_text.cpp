@@ -80,10 +80,6 @@ static_assert(std::all_of(std::begin(kTexts), std::end(kTexts), is_presentable))
 
 }  // namespace
 
-std::span<const StatusText> status_texts() {
-  return kTexts;
-}
-
 std::string_view status_text(std::uint32_t number) {
   const auto* found =
       std::lower_bound(std::begin(kTexts), std::end(kTexts), StatusText{number, {}}, by_number);

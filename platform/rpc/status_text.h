@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string_view>
 
 namespace rpc {
@@ -12,9 +11,6 @@ struct StatusText {
   std::uint32_t number;
   std::string_view text;
 };
-
-// All numbers that have a text, in rising order.
-std::span<const StatusText> status_texts();
 
 // Empty for a number without a text.
 std::string_view status_text(std::uint32_t number);

@@ -596,6 +596,13 @@ TEST_F(ClientCallTest, UnreachablePortEndsTheCallAtOnceUnlessTheServerWasHeard) 
   EXPECT_FALSE(call_->done());
   pass(1s);
   expect_end(1726);
+
+  ++sequence_;
+  call();
+  sent();
+  receive(PacketType::working);
+  call_->unreachable({}, kServer, now_);  // one more reason to ask again
+  EXPECT_LT(*call_->wakeup(), now_ + 1200ms);
 }
 
 TEST_F(ClientCallTest, ShortQuoteOfARouterCountsByItsAddress) {
@@ -655,6 +662,9 @@ TEST_F(ClientCallTest, FragmentsThatWereHereKeepNoCallAlive) {
     header.fragment = number;
     receive(header, pattern(800));
   };
+  fragment(0x7000);  // beyond the window: the server lives, and that is all
+  EXPECT_FALSE(call_->receiving());
+  EXPECT_EQ(sent_types(), Types{PacketType::fack});
   fragment(0);
   for (int i = 0; i < 9; ++i) {
     fragment(2);

@@ -364,6 +364,10 @@ TEST(ServerCoreTest, DropsWhatIsNotForIt) {
   EXPECT_EQ(names(server.in(foreign)), "");
   EXPECT_EQ(server.core.statistics().packets_dropped, before + 4);
   EXPECT_EQ(server.core.statistics().bytes_held, 100u) << "no ack has arrived";
+  PacketHeader unknown = Server::request(9, kChangeOperation);
+  unknown.opnum = 99;
+  unknown.flags1 = kFlagMaybe;
+  EXPECT_EQ(names(server.in(unknown)), "") << "nobody waits for its answer";
 }
 
 // --- Who are you?
@@ -420,6 +424,19 @@ TEST(ServerCoreTest, DropsAStaleCopyOfAnUnknownClient) {
   server.in(who_header(asked.at(0)), who_answer(asked[0], 6, 0));
   EXPECT_TRUE(server.core.take_calls().empty());
   EXPECT_EQ(names(server.in(Server::request(6, kChangeOperation))), "");
+  EXPECT_EQ(names(server.run()), "response");
+}
+
+TEST(ServerCoreTest, AnAnswerThatIsNoneLeavesTheQuestionOpen) {
+  Server server(options_of(CallBack::who_are_you2));
+  const auto asked = server.in(Server::request(5, kChangeOperation));
+  auto cut = who_answer(asked.at(0), 5, 0);
+  cut.pop_back();
+  server.in(who_header(asked[0]), cut);
+  server.in(who_header(asked[0], PacketType::working));
+  EXPECT_EQ(names(server.run()), "");
+  EXPECT_EQ(names(server.after(seconds(1))), "request") << "asked again";
+  server.in(who_header(asked[0]), who_answer(asked[0], 5, 0));
   EXPECT_EQ(names(server.run()), "response");
 }
 
@@ -542,6 +559,12 @@ TEST(ServerCoreTest, RejectsARequestBeyondItsLimit) {
   header.flags1 = kFlagFragment | kFlagNoFack;
   const auto part = pattern(1384);
   EXPECT_EQ(names(server.in(header, part)), "");
+  EXPECT_EQ(names(server.in(header, part)), "") << "a duplicate";
+  EXPECT_EQ(names(server.in(Server::packet(PacketType::fack, 0))), "") << "nothing was sent";
+  PacketHeader far = header;
+  far.fragment = 0x7000;
+  EXPECT_EQ(names(server.in(far, part)), "fack") << "beyond the window, and dropped";
+  EXPECT_EQ(server.core.statistics().bytes_held, part.size());
   ++header.fragment;
   EXPECT_EQ(names(server.in(header, part)), "");
   ++header.fragment;

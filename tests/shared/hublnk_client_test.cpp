@@ -321,6 +321,19 @@ TEST(HublnkCommands, ReportStatusesOfTheirOwn) {
     EXPECT_EQ(6, broker.request()[6]);
   }
   {
+    const ToyBroker broker({{}, 0ms, Script::kClose});
+    EXPECT_EQ(1, hublnk_DeactivateServer(broker.client(), server_type(), "x", &status));
+    EXPECT_EQ(9U, status);
+    EXPECT_EQ(3, broker.request()[6]);
+  }
+  {
+    const ToyBroker broker({{}, 0ms, Script::kClose});
+    EXPECT_EQ(1, hublnk_Shutdown(broker.client(), &status));
+    EXPECT_EQ(9U, status);
+    EXPECT_EQ(1, broker.request()[6]);
+    EXPECT_EQ(28U, broker.request().size());
+  }
+  {
     // Success without an object identifier: the parse of what is not there decides.
     Bytes empty(28);
     empty[5] = 28;
@@ -339,6 +352,8 @@ TEST(HublnkCommands, ReportStatusesOfTheirOwn) {
 TEST(HublnkOpen, RefusedConnectionGivesTheSocketError) {
   sockets::Socket fd = 0;
   std::uint32_t status = 0;
+  EXPECT_EQ(0, hublnk_Open("no such host", &fd, &status));
+  EXPECT_EQ(11001U, status);
   EXPECT_EQ(0, hublnk_Open("127.213.7.9", &fd, &status));
   EXPECT_EQ(10061U, status);
   EXPECT_EQ(sockets::kInvalidSocket, fd);

@@ -158,7 +158,6 @@ class ServerHost::UdpEndpoint : public Endpoint {
     kill();
     return start().empty();
   }
-  void set_mute(bool mute) override { options_.mute = mute; }
 
  private:
   bool watch(const Socket& socket, const Socket& place);

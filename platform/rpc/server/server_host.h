@@ -85,7 +85,6 @@ class Endpoint {
   // Opens the port again as a freshly booted server: new boot time, empty activity table. False
   // when the port is taken meanwhile.
   virtual bool restart() = 0;
-  virtual void set_mute(bool mute) = 0;
 };
 
 class ServerHost {
