@@ -45,6 +45,12 @@ std::int32_t signed_number(std::uint32_t number) {
   return static_cast<std::int32_t>(number);
 }
 
+// The labels' width differs from view to view.
+void trace_ids(const char* label, const std::uint32_t* ids, int count) {
+  for (int i = 0; i < count; ++i)
+    gTraceObj.LogMsg("%s = %-4d", label, signed_number(ids[i]));
+}
+
 void trace_shifts(const repTimeFilter_sShiftDescriptor* shifts, int num_shifts) {
   gTraceObj.LogMsg("\nnum_shifts = %d", num_shifts);
   for (int i = 0; i < num_shifts; ++i) {
@@ -67,8 +73,7 @@ int zt_RepServerInfo_class::CreateBaseView(int class_index, const std::uint32_t*
     return Fail(kBadParameter);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
-  for (int i = 0; i < num_metrics; ++i)
-    gTraceObj.LogMsg("Metric ID   = %-4d", signed_number(metric_ids[i]));
+  trace_ids("Metric ID  ", metric_ids, num_metrics);
   gTraceObj.LogMsg("calling zt_repView_Create");
   fNumMetrics = num_metrics;
   error_status_t status = RPC_S_OK;
@@ -88,8 +93,7 @@ int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint3
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index = %d", class_index);
   gTraceObj.LogMsg("\nnum_metrics = %d", num_metrics);
-  for (int i = 0; i < num_metrics; ++i)
-    gTraceObj.LogMsg("Metric ID   = %-4d", signed_number(metric_ids[i]));
+  trace_ids("Metric ID  ", metric_ids, num_metrics);
   trace_shifts(shifts, num_shifts);
   fNumMetrics = num_metrics;
   if (!CreateFilter(shifts, num_shifts))
@@ -114,11 +118,9 @@ int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint3
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index   = %d", class_index);
   gTraceObj.LogMsg("\nnum_metrics   = %d", num_metrics);
-  for (int i = 0; i < num_metrics; ++i)
-    gTraceObj.LogMsg("Metric ID     = %-4d", signed_number(metric_ids[i]));
+  trace_ids("Metric ID    ", metric_ids, num_metrics);
   gTraceObj.LogMsg("\nnum_instances = %d", num_instances);
-  for (int i = 0; i < num_instances; ++i)
-    gTraceObj.LogMsg("Instance ID   = %-4d", signed_number(instance_ids[i]));
+  trace_ids("Instance ID  ", instance_ids, num_instances);
   trace_shifts(shifts, num_shifts);
   fNumMetrics = num_metrics;
   if (!CreateFilter(shifts, num_shifts))
