@@ -1,5 +1,5 @@
 // The generated client stubs against running agents: views of all kinds, long replies, both byte
-// orders, call-backs and a bad network.
+// orders and call-backs.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -189,25 +189,6 @@ TEST_F(Clients, ListManyClassesInOneReplyAndInSeveral) {
   EXPECT_EQ(tables[0].Descriptor.fId, 77u);
   zt_v2_rep_LookupTable(server, 999, &handle, 250, &last, tables.data(), &status_);
   EXPECT_EQ(status_, 0x4C010001u);
-}
-
-TEST_F(Clients, GetThroughABadNetwork) {
-  start(kSource +
-        "[[system]]\naddress = '127.0.0.1'\nnetwork = {seed = 3, incoming = {loss = 0.2, "
-        "duplication = 0.1, reordering = 0.1}, outgoing = {loss = 0.2, duplication = 0.1, "
-        "reordering = 0.1}}\nrepository = [{source = 'A'}]\nalarm = {}\n");
-  const RPC_BINDING_HANDLE alarms = bind(0, 5);
-  for (std::int32_t i = 1; i <= 10; ++i) {
-    zt_v2_ag_RegisterZT(alarms, i, &status_);
-    EXPECT_EQ(status_, 0u);
-  }
-  std::vector<ag_SystemInfo_struct> systems(20);
-  std::uint16_t handle = 0;
-  std::uint16_t last = 0;
-  std::uint16_t count = 0;
-  zt_v2_ag_GetSystems(alarms, 0, &handle, 19, &last, &count, systems.data(), &status_);
-  EXPECT_EQ(status_, 0u);
-  EXPECT_EQ(count, 10);
 }
 
 TEST_F(Clients, AnswerASweepOfFiveHundredSystems) {

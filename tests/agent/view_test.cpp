@@ -48,6 +48,18 @@ View base_view(const RowTable& table, std::vector<std::size_t> metrics) {
   return View(std::move(definition));
 }
 
+// Of the first metric and, without any, of the first instance.
+ViewDefinition temporal_view(const RowTable& table, std::uint32_t interval,
+                             std::vector<std::size_t> instances = {0}) {
+  ViewDefinition definition;
+  definition.table = &table;
+  definition.metrics = {0};
+  definition.temporal = true;
+  definition.instances = std::move(instances);
+  definition.interval = interval;
+  return definition;
+}
+
 using Numbers = std::vector<std::uint32_t>;
 
 TEST(RowModels, GiveTheirValuesInTurn) {
@@ -272,13 +284,7 @@ TEST(TemporalView, PutsTheRowsOfAnIntervalTogether) {
     ClassData data = counting(5);
     data.metrics = {metric(1, ValuesModel{{-3, 5, 10, 3, 8}}, one.summary)};
     const RowTable table(data);
-    ViewDefinition definition;
-    definition.table = &table;
-    definition.metrics = {0};
-    definition.temporal = true;
-    definition.instances = {0};
-    definition.interval = 120;
-    View view(definition);
+    View view(temporal_view(table, 120));
     const ReadResult batch = view.read(plenty());
     EXPECT_EQ(batch.positions, (Numbers{960, 1080, 1200, kEndPosition}));
     EXPECT_EQ(batch.integers, one.values) << static_cast<int>(one.summary);
@@ -295,12 +301,7 @@ TEST(TemporalView, HasTheChosenInstancesInTheirOrderWithinTheShifts) {
   data.instances = {{1, "x", "", 0, 9999}, {2, "y", "", 0, 9999}, {3, "z", "", 1180, 9999}};
   data.metrics = {metric(1, InstanceModel{false})};
   const RowTable table(data);
-  ViewDefinition definition;
-  definition.table = &table;
-  definition.metrics = {0};
-  definition.temporal = true;
-  definition.instances = {2, 0};
-  definition.interval = 120;
+  ViewDefinition definition = temporal_view(table, 120, {2, 0});
   definition.shifts = {{ShiftKind::absolute, 1060, 1200}};
   const ReadResult batch = View(definition).read(plenty());
   EXPECT_EQ(batch.positions, (Numbers{960, 1080, 1080, kEndPosition}));
@@ -311,12 +312,7 @@ TEST(TemporalView, LimitsOfIntervalAndSum) {
   ClassData data = counting(3);
   data.metrics = {metric(1, ConstantModel{0x7FFFFFFF}, Summary::sum)};
   const RowTable table(data);
-  ViewDefinition definition;
-  definition.table = &table;
-  definition.metrics = {0};
-  definition.temporal = true;
-  definition.instances = {0};
-  definition.interval = 0xFFFFFFFF;
+  ViewDefinition definition = temporal_view(table, 0xFFFFFFFF);
   EXPECT_EQ(View(definition).read(plenty()).integers, (Numbers{0x7FFFFFFF}));
   definition.interval = 0;
   EXPECT_EQ(View(definition).x_interval(), 60u);

@@ -200,14 +200,6 @@ TEST_F(RunningSystem, SaysWhenNothingIsRegistered) {
   EXPECT_EQ(word(reply, 116), 0x16C9A0D6u);
 }
 
-TEST_F(RunningSystem, RejectsTheMapperWhereTheScenarioSaysSo) {
-  start("mapper = {port = 0, mode = 'rejecting'}\n");
-  const Bytes reply = lookup(kLookupOfRep);
-  ASSERT_EQ(reply.size(), 84u);
-  EXPECT_EQ(reply[1], std::byte{6});
-  EXPECT_EQ(word(reply, 80), 0x1C010003u);
-}
-
 TEST_F(RunningSystem, DescribesItsRepository) {
   start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
   const Bytes reply = ask(first_port(), {"00", kRepInterface, "02 00 00 00", "00 00"}, {});
@@ -308,16 +300,6 @@ TEST_F(RunningSystem, BehavioursAreCounted) {
     statuses += std::to_string(word(reply, reply.size() - 4)) + " ";
   }
   EXPECT_EQ(statuses, "0 5 0 ");
-}
-
-TEST_F(RunningSystem, ADeadServerIsRegisteredAndRefuses) {
-  start("mapper = {port = 0}\nrepository = [{source = 'A', state = 'dead'}]\n");
-  ASSERT_GT(simulator_->systems()[0]->endpoint_map().size(), 0u);
-  ASSERT_NE(first_port(), 0);
-  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
-  client.send(kPing);
-  client.receive(std::chrono::milliseconds(200));
-  EXPECT_EQ(client.error(), ECONNREFUSED);
 }
 
 // Bodies that no stub sends, for every operation of every interface: each ends in an answer or in

@@ -1,4 +1,5 @@
-// Random cells of the data query's table, against decimal digits made from the integer alone.
+// Cells of the data query's table: known ones, and random ones against decimal digits made from the
+// integer alone.
 
 #include <gtest/gtest.h>
 
@@ -50,6 +51,32 @@ std::string decimal(std::int32_t integer, std::size_t places) {
 
 std::string padded(const std::string& text, std::size_t width) {
   return " " + text + std::string(text.size() < width ? width - text.size() : 0, ' ');
+}
+
+TEST(Cells, HaveTheScalesPlacesAndTheColumnsWidth) {
+  struct Case {
+    std::uint16_t width;
+    int scale;
+    std::int32_t number;
+    std::string cell;
+  };
+  const Case cases[] = {
+      {8, 2, -1234, " -12.34  "},
+      {1, 3, 7, " 0.007"},
+      {3, 8, 150000000, " 2  "},  // eight places are none, in the three bits that say how many
+      {12, 9, std::numeric_limits<std::int32_t>::min(), " -2.1        "},
+      {0, -1, 5, " 0.0000000"},  // 1023 places and seven shown
+      {0, 1024, 42, " 42"},      // beyond ten bits
+      {65535, 0, 1, " 1" + std::string(1022, ' ')},
+  };
+  rep_sMetricDescriptor metric{};
+  for (const Case& test : cases) {
+    metric.ColumnWidth = test.width;
+    metric.Scale10 = static_cast<std::int16_t>(test.scale);
+    std::string cell;
+    append_data_value(cell, metric, test.number, "");
+    EXPECT_EQ(test.cell, cell);
+  }
 }
 
 TEST_F(RandomCells, OfNumbersHaveExactlyTheirDigits) {

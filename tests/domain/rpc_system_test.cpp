@@ -142,20 +142,6 @@ TEST(RpcSystem, EachBrokenLinkLeavesItsOwnMessages) {
   }
 }
 
-TEST(RpcSystem, NoServerNamesWhyThereIsNone) {
-  const ptc_LookupLosses cases[] = {{0, 0},    {10060, 0}, {10061, 0},
-                                    {1717, 0}, {0, 10060}, {0, 10061}};
-  std::vector<std::string> causes;
-  for (const ptc_LookupLosses& losses : cases) {
-    script_three_servers();
-    agent.servers.clear();
-    agent.losses = losses;
-    causes.push_back(System().cause());
-  }
-  std::sort(causes.begin(), causes.end());
-  EXPECT_EQ(causes.end(), std::adjacent_find(causes.begin(), causes.end()));
-}
-
 TEST(RpcSystem, MapsStatusesToRepositoryMessages) {
   script_three_servers();
   System system;

@@ -195,50 +195,6 @@ TEST(DataQuery, PrintsMetricsTwoToFourOfTheFirstClass) {
   }
 }
 
-TEST(DataQuery, FormatsNumbersByScaleAndWidth) {
-  const struct {
-    int width, scale;
-    std::string raw;
-    std::string cell;
-  } cases[] = {
-      {8, 2, "1234", "12.34   "},
-      {8, 2, "-1234", "-12.34  "},
-      {8, 0, "1234", "1234    "},
-      {0, 0, "1234", "1234"},
-      {1, 3, "7", "0.007"},
-      {4, 7, "123456789", "12.3456789"},
-      {3, 8, "150000000", "2  "},  // eight places are none, in the three bits that say how many
-      {12, 0, "2147483647", "2147483647  "},
-      {12, 0, "2147483648", "-2147483648 "},
-      {12, 9, "-2147483648", "-2.1        "},
-      {20, 1, "4294967295", "-0.1                "},
-      {10, 2, "0", "0.00      "},
-  };
-  SourceText source("NUMBERS");
-  std::string scenario;
-  int i = 0;
-  for (const auto& each : cases) {
-    SourceText one("S" + std::to_string(++i));
-    one.with_class("C", rows_at({{kNoon, "0, " + each.raw}}));
-    one.metric("M1").metric("M2", width_and_scale(each.width, each.scale));
-    scenario += one.text();
-  }
-  const std::string system =
-      system_alpha({"S1", "S2", "S3", "S4", "S5", "S6", "S7", "S8", "S9", "S10", "S11", "S12"});
-  const Agent agent(scenario + system);
-  i = 0;
-  for (const auto& each : cases) {
-    const std::string name = "S" + std::to_string(++i);
-    SCOPED_TRACE(name);
-    const std::string blanks(static_cast<std::size_t>(each.width), ' ');
-    const Result result = query(name);
-    EXPECT_EQ(result.out, query_heading(name) + "Data source " + name + ", class C\n" +
-                              std::string(15, ' ') + blanks + "\nDate     Time  " + blanks +
-                              "\n01/15/24 12:00 " + each.cell + "\n\n");
-    EXPECT_EQ(result.err, "");
-  }
-}
-
 TEST(DataQuery, PushesLongTextsAndHeadingsToTheRight) {
   SourceText source("TEXTS");
   source.with_class("C", rows_at({{kNoon - 60, R"(1, "abc", "too long here", 5)"},

@@ -6,6 +6,7 @@
 
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
 
 namespace endtoend {
 namespace {
@@ -57,19 +58,11 @@ constexpr std::string_view kHealthyReport =
     "  Port[1050]\n"
     "\n";
 
-std::string heading(const std::string& command_line) {
-  return command_line +
-         "\n\n"
-         "Local System : console (127.0.0.2)\n"
-         "Target System: alpha (127.0.1.1)\n"
-         "\n";
-}
-
 TEST(RegisteredServers, PrintsServersPathsAndAlarmServerOfAHealthySystem) {
   const Agent agent(kHealthy);
   for (const std::string target : {"alpha", "127.0.1.1"}) {
     const Result result = ztcomm({"-s", target});
-    EXPECT_EQ(result.out, heading("ztcomm -s " + target) + std::string(kHealthyReport));
+    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s " + target) + std::string(kHealthyReport));
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.status, 0);
   }
@@ -96,7 +89,7 @@ TEST(RegisteredServers, WorksWithEveryKindOfServer) {
       scenario = replace_all(scenario, port, port + std::string(each.settings));
     const Agent agent(scenario);
     const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "0"}});
-    EXPECT_EQ(result.out, heading("ztcomm -s alpha") + std::string(kHealthyReport));
+    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha") + std::string(kHealthyReport));
     EXPECT_EQ(result.err, message(20, 203, "0") + "\n");
     EXPECT_EQ(result.status, 0);
   }
@@ -105,9 +98,7 @@ TEST(RegisteredServers, WorksWithEveryKindOfServer) {
 TEST(RegisteredServers, ChecksTheLocalSystemWithoutATarget) {
   const Agent agent(replace_all(std::string(kHealthy), "127.0.1.1", "127.0.0.2"));
   const Result result = ztcomm({});
-  EXPECT_EQ(result.out,
-            "ztcomm\n\nLocal System : console (127.0.0.2)\nTarget System: console (127.0.0.2)\n\n" +
-                std::string(kHealthyReport));
+  EXPECT_EQ(result.out, heading("ztcomm", "console", "127.0.0.2") + std::string(kHealthyReport));
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
 }
@@ -117,7 +108,7 @@ TEST(EndpointListing, PrintsEveryElementOfTheMap) {
   const Result result = ztcomm({"-s", "alpha", "-r"});
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.status, 0);
-  const std::string begin = heading("ztcomm -s alpha -r") +
+  const std::string begin = heading_of_alpha("ztcomm -s alpha -r") +
                             "Elements of the endpoint map or location broker.\n\n"
                             "  <object>         0a1b2c3d-0001-0002-0304-05060708090a\n"
                             "  <interface id>   5b3c82a0-17e4-0000-020a-141e28000000\n"
@@ -135,7 +126,7 @@ TEST(EndpointListing, FollowsTheDefaultCheckOnlyWhenBothAreAskedFor) {
   const std::string listing = "Elements of the endpoint map or location broker.\n";
   const Result both = ztcomm({"-r", "-s", "alpha", "-b"});
   const std::string begin =
-      heading("ztcomm -r -s alpha -b") + std::string(kHealthyReport) + listing;
+      heading_of_alpha("ztcomm -r -s alpha -b") + std::string(kHealthyReport) + listing;
   EXPECT_EQ(both.out.substr(0, begin.size()), begin);
   const Result only = ztcomm({"-r", "-s", "alpha"});
   EXPECT_EQ(only.out.find("Found registered"), std::string::npos);
@@ -150,8 +141,8 @@ address = "127.0.1.1"
 [system.mapper]
 batch = 7
 )";
-  std::string expected =
-      heading("ztcomm -s alpha -r") + "Elements of the endpoint map or location broker.\n\n";
+  std::string expected = heading_of_alpha("ztcomm -s alpha -r") +
+                         "Elements of the endpoint map or location broker.\n\n";
   const std::pair<std::string, std::string> protocols[] = {
       {"ncadg_ip_udp", "1100"}, {"ncacn_ip_tcp", "1101"}, {"ncacn_http", "593"}};
   for (int i = 0; i < 100; ++i) {
@@ -172,7 +163,7 @@ batch = 7
 TEST(Trace, ShowsEveryRemoteCallTwiceAndNestsOperations) {
   const Agent agent(kHealthy);
   const Result result = ztcomm({"-s", "alpha", "-trace"}, {{"ZT_TRACE_INTERNAL", "2"}});
-  EXPECT_EQ(result.out, heading("ztcomm -s alpha -trace") + std::string(kHealthyReport));
+  EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -trace") + std::string(kHealthyReport));
   std::size_t calls = 0;
   for (std::size_t at = 0; (at = result.err.find("RPC_TRACE: ", at)) != std::string::npos; ++at)
     ++calls;

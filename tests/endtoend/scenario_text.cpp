@@ -35,16 +35,14 @@ std::string system_alpha(std::initializer_list<std::string_view> sources,
   return text + "[system.alarm]\n";
 }
 
-std::string width_and_scale(int width, int scale) {
-  return "width = " + std::to_string(width) + "\nscale10 = " + std::to_string(scale);
+std::string heading(const std::string& command_line, const std::string& target,
+                    const std::string& address) {
+  return command_line + "\n\nLocal System : console (127.0.0.2)\nTarget System: " + target + " (" +
+         (address.empty() ? target : address) + ")\n\n";
 }
 
 std::string heading_of_alpha(const std::string& command_line) {
-  return command_line +
-         "\n\n"
-         "Local System : console (127.0.0.2)\n"
-         "Target System: alpha (127.0.1.1)\n"
-         "\n";
+  return heading(command_line, "alpha", "127.0.1.1");
 }
 
 bool sanitizer_spoke(std::string_view err) {

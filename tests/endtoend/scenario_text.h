@@ -32,10 +32,9 @@ class SourceText {
 std::string system_alpha(std::initializer_list<std::string_view> sources,
                          std::string_view settings = {});
 
-// "key = number" lines for metrics.
-std::string width_and_scale(int width, int scale);
-
-// What a run prints ahead of its checks.
+// What a run prints ahead of its checks; a target without an address is one.
+std::string heading(const std::string& command_line, const std::string& target,
+                    const std::string& address = {});
 std::string heading_of_alpha(const std::string& command_line);
 
 // Whether a text holds a report of a sanitizer.

@@ -9,6 +9,8 @@
 
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
+#include "tests/shared/settings_text.h"
 
 namespace endtoend {
 namespace {
@@ -19,12 +21,9 @@ class Installation {
   Installation() {
     std::filesystem::create_directory(folder_.path() / "datafiles");
     const auto build = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
-    registry_ = folder_.write("zentrace.reg",
-                              "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\"
-                              "Software\\Moraine\\Zentrace Analyzer\\CurrentVersion]\n"
-                              "\"CommonApplicationPath\"=\"" +
-                                  (build / "share/zentrace").string() +
-                                  "\"\n\"CommonDataPath\"=\"" + folder_.path().string() + "\"\n");
+    registry_ = folder_.write(
+        "zentrace.reg",
+        test::settings_text((build / "share/zentrace").string(), folder_.path().string()));
   }
 
   std::map<std::string, std::string> environment() const {
@@ -44,8 +43,7 @@ class Installation {
   std::string registry_;
 };
 
-const std::string kHeading =
-    "ztcomm -zt\n\nLocal System : console (127.0.0.2)\nTarget System: console (127.0.0.2)\n\n";
+const std::string kHeading = heading("ztcomm -zt", "console", "127.0.0.2");
 const std::string kTable =
     "Checking connection to all systems in Zentrace system database:\n"
     "\n"
@@ -151,17 +149,14 @@ TEST(Sweep, LeavesTheTargetToTheChecksThatFollow) {
   for (const std::string system : {"bravo", "golf"})
     installation.ztsys({"add", system});
   const Result result = installation.check({"-s", "alpha", "-zt", "-r"});
-  const std::string expected =
-      "ztcomm -s alpha -zt -r\n\nLocal System : console (127.0.0.2)\n"
-      "Target System: alpha (127.0.1.1)\n\n" +
-      kTable +
-      "  No Halvex ------- bravo\n"
-      "  Failed ---------- golf\n"
-      "\n"
-      "Elements of the endpoint map or location broker.\n\n"
-      "  <object>         nil\n"
-      "  <interface id>   5b3c82a0-17e4-0000-020a-141e28000000\n"
-      "  <string binding> ncadg_ip_udp:127.0.1.1[1041]\n";
+  const std::string expected = heading_of_alpha("ztcomm -s alpha -zt -r") + kTable +
+                               "  No Halvex ------- bravo\n"
+                               "  Failed ---------- golf\n"
+                               "\n"
+                               "Elements of the endpoint map or location broker.\n\n"
+                               "  <object>         nil\n"
+                               "  <interface id>   5b3c82a0-17e4-0000-020a-141e28000000\n"
+                               "  <string binding> ncadg_ip_udp:127.0.1.1[1041]\n";
   EXPECT_EQ(result.out.substr(0, expected.size()), expected);
   EXPECT_EQ(result.out.find("127.0.1.7"), std::string::npos);
   EXPECT_EQ(result.err, level_note());

@@ -16,6 +16,7 @@
 
 #include "platform/rpc/invoke.h"
 #include "shared/general/nt/SHderControlObj.h"
+#include "tests/shared/settings_text.h"
 
 // --- A scripted endpoint map in place of the runtime's inquiry and listening probe.
 
@@ -100,11 +101,7 @@ class SettingsFolder {
         std::filesystem::path(::testing::TempDir()) / ("ncs2dce_" + std::to_string(::getpid()));
     std::filesystem::create_directories(folder_);
     std::ofstream(folder_ / "ignoreip.txt") << ignore_list;
-    std::ofstream(folder_ / "zentrace.reg")
-        << "Windows Registry Editor Version 5.00\n"
-           "[HKEY_LOCAL_MACHINE\\Software\\Moraine\\Zentrace Analyzer\\CurrentVersion]\n"
-           "\"CommonDataPath\"=\""
-        << folder_.string() << "\"\n";
+    std::ofstream(folder_ / "zentrace.reg") << test::settings_text("", folder_.string());
     ::setenv("ZT_REGISTRY", (folder_ / "zentrace.reg").c_str(), 1);
     control_ = std::make_unique<CONTROL_OBJ>("zt/");
   }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/sys/prtzt_file.h"
+#include "tests/shared/settings_text.h"
 #include "tests/sysdb/test_files.h"
 
 namespace {
@@ -29,14 +30,7 @@ class Ztsys : public testing::Test {
  protected:
   Ztsys() {
     mkdir((folder_ / "datafiles").c_str(), 0777);
-    test::WriteFile(folder_ / "zentrace.reg",
-                    "Windows Registry Editor Version 5.00\n\n"
-                    "[HKEY_LOCAL_MACHINE\\Software\\Moraine\\Zentrace Analyzer\\CurrentVersion]\n"
-                    "\"CommonApplicationPath\"=\"" +
-                        folder_.path() +
-                        "\"\n"
-                        "\"CommonDataPath\"=\"" +
-                        folder_.path() + "\"\n");
+    test::WriteFile(folder_ / "zentrace.reg", test::settings_text(folder_.path(), folder_.path()));
     setenv("ZT_REGISTRY", (folder_ / "zentrace.reg").c_str(), 1);
   }
 
