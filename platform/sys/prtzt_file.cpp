@@ -193,8 +193,12 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
   struct stat before {};
   if (fstat(descriptor, &before) != 0)
     return status_of(errno);
-  std::vector<char> old(size);
-  const ssize_t had = read_at(descriptor, old.data(), size, position_);
+  std::vector<char> old;
+  ssize_t had = 0;
+  if (position_ < static_cast<std::uint64_t>(before.st_size)) {
+    old.resize(size);
+    had = read_at(descriptor, old.data(), size, position_);
+  }
 
   const ssize_t put = write_at(descriptor, buffer, size, position_);
   if (put < 0)
@@ -245,6 +249,15 @@ int tLOGICAL_FILE::GetPos(std::uint32_t* position) const {
 
 int tLOGICAL_FILE::Rewind() {
   return Seek(tFILEDEFS::cFROMSTART, 0, nullptr);
+}
+
+int tLOGICAL_FILE::GetStamp(tFILE_STAMP& stamp) const {
+  struct stat about {};
+  if (fstat(physical_->descriptor, &about) != 0)
+    return status_of(errno);
+  // The time of change rather than of modification, which anyone may set.
+  stamp = {about.st_size, about.st_ctim.tv_sec, about.st_ctim.tv_nsec};
+  return tFILE_ERRORS::cNORMAL;
 }
 
 int tLOGICAL_FILE::SetLock(short type, std::uint32_t length, bool wait) const {

@@ -49,6 +49,16 @@ struct tFILEDEFS {
 // What the statuses mean, for messages: a clause without a full stop, in static storage.
 const char* FileStatusText(int status);
 
+// What every write to a file changes. With equal stamps before and after, nobody has written in
+// between; a system whose clock for files is coarse may miss a write within the same few
+// milliseconds that leaves the length as it was.
+struct tFILE_STAMP {
+  std::int64_t length = -1;
+  std::int64_t seconds = 0;
+  std::int64_t nanoseconds = 0;
+  bool operator==(const tFILE_STAMP&) const = default;
+};
+
 // The descriptor behind a file object; closes it when destroyed.
 class tPHYSICAL_FILE {
  public:
@@ -97,6 +107,8 @@ class tLOGICAL_FILE {
   int Seek(tFILEDEFS::eSEEKMODE mode, std::int32_t offset, std::uint32_t* position);
   int GetPos(std::uint32_t* position) const;
   int Rewind();
+
+  int GetStamp(tFILE_STAMP& stamp) const;
 
   // Locks or unlocks `length` bytes from the position on, against other open files (of this and
   // of other processes); `flags` is a sum of eLOCK. The system drops the locks when the file is

@@ -91,6 +91,8 @@ void INDEX_DATA_OBJ::OpenDataBase(const char* file_name, int key_size, int recor
   fLockFile.SetName((std::string(file_name) + ".lk").c_str());
   if (fLockFile.OpenAlways(tFILEDEFS::cREADWRITE, 0, tFILEDEFS::cALL_RWX) == 0)
     fLockFileOpened = 1;
+  fJournal.SetDataFile(file_name);
+  FinishInterruptedWrite();
 }
 
 int INDEX_DATA_OBJ::CheckSizes(int key_size, int record_size) const {
@@ -103,13 +105,64 @@ bool INDEX_DATA_OBJ::IsEndOfLocations(std::uint32_t offset) const {
 }
 
 int INDEX_DATA_OBJ::ReadSlot() {
+  std::uint32_t position = 0;
+  fDataBase.GetPos(&position);
+  if (CrossesPage(position, RecordSize))
+    FinishInterruptedWrite();
   const SlotLock lock(fDataBase, RecordSize, tFILEDEFS::cLOCK_SHARED);
   return fDataBase.Read(fSlot.data(), RecordSize, nullptr);
 }
 
 int INDEX_DATA_OBJ::WriteSlot() {
   const SlotLock lock(fDataBase, RecordSize, tFILEDEFS::cLOCK_EXCLUSIVE);
-  return fDataBase.Write(fSlot.data(), RecordSize, nullptr);
+  std::uint32_t position = 0;
+  fDataBase.GetPos(&position);
+  const auto location = static_cast<std::int32_t>(position);
+  bool noted = false;
+  if (fHoldsLock && CrossesPage(position, RecordSize)) {
+    std::vector<char> old(RecordSize);
+    // At the end of the file there is no slot yet, and a part of one is no record.
+    noted = fDataBase.Read(old.data(), RecordSize, nullptr) == 0 &&
+            fJournal.Begin(location, old, fSlot);
+    fDataBase.Seek(location, nullptr);
+  }
+  const int status = fDataBase.Write(fSlot.data(), RecordSize, nullptr);
+  if (noted)
+    fJournal.End();
+  return status;
+}
+
+void INDEX_DATA_OBJ::FinishInterruptedWrite() {
+  if (!fJournal.IsThere())
+    return;
+  // Whoever holds the lock is still at work.
+  if (!fHoldsLock && fLockFile.LockRegion(1, tFILEDEFS::cLOCK_NOWAIT) != 0)
+    return;
+  std::uint32_t position = 0;
+  fDataBase.GetPos(&position);
+  const auto note = fJournal.Read(RecordSize);
+  if (note && (note->new_slot.empty() || Redo(*note)))
+    fJournal.End();
+  fDataBase.Seek(static_cast<std::int32_t>(position), nullptr);
+  if (!fHoldsLock)
+    fLockFile.UnlockRegion(1);
+}
+
+// False when there is still something to do.
+bool INDEX_DATA_OBJ::Redo(const SlotJournal::Note& note) {
+  std::vector<char> slot(RecordSize);
+  if (fDataBase.Seek(note.location, nullptr) != 0)
+    return true;
+  const SlotLock lock(fDataBase, RecordSize, tFILEDEFS::cLOCK_EXCLUSIVE);
+  const int status = fDataBase.Read(slot.data(), RecordSize, nullptr);
+  if (status == tFILE_ERRORS::cEOF)
+    return true;
+  if (status != 0)
+    return false;
+  if (!IsMixture(slot, note) || slot == note.new_slot)
+    return true;
+  fDataBase.Seek(note.location, nullptr);
+  return fDataBase.Write(note.new_slot.data(), RecordSize, nullptr) == 0;
 }
 
 void INDEX_DATA_OBJ::FillSlot(char state, const char* key, const char* record) {
@@ -138,7 +191,9 @@ const char* INDEX_DATA_OBJ::NextInBlock(Block& block) {
     block.count = block.next = 0;
     if (IsEndOfLocations(block.base))
       return nullptr;
-    if (!first && block.bytes.size() * 2 <= kBlockBytes)
+    if (first)
+      FinishInterruptedWrite();
+    else if (block.bytes.size() * 2 <= kBlockBytes)
       block.bytes.resize(block.bytes.size() * 2);
     if (fDataBase.Seek(static_cast<std::int32_t>(block.base), nullptr) != 0)
       return nullptr;
@@ -181,11 +236,11 @@ int INDEX_DATA_OBJ::GetRecByKey(const char* key, char* record, std::int32_t& loc
 }
 
 // Where the next insert belongs; the file is left there. -1 with Result set when there is no place.
-std::int32_t INDEX_DATA_OBJ::FindHole() {
-  if (SetResult(fDataBase.Rewind()) != 0)
+std::int32_t INDEX_DATA_OBJ::FindHole(std::int32_t search_from) {
+  if (SetResult(fDataBase.Seek(search_from, nullptr)) != 0)
     return -1;
   Block block;
-  StartBlock(block, 0);
+  StartBlock(block, static_cast<std::uint32_t>(search_from));
   const char* slot = NextInBlock(block);
   while (slot != nullptr && slot[0] != kIndexSlotDeleted)
     slot = NextInBlock(block);
@@ -240,11 +295,16 @@ int INDEX_DATA_OBJ::PutRec(const char* key, int key_size, const char* record, in
 
 int INDEX_DATA_OBJ::PutRec(const char* key, int key_size, const char* record, int record_size,
                            std::int32_t& location) {
+  return PutRec(key, key_size, record, record_size, location, 0);
+}
+
+int INDEX_DATA_OBJ::PutRec(const char* key, int key_size, const char* record, int record_size,
+                           std::int32_t& location, std::int32_t search_from) {
   if (ValidObj == 0)
     return SetResult(kIndexNotValid);
   if (CheckSizes(key_size, record_size) != 0)
     return SetResult(kIndexWrongSize);
-  location = FindHole();
+  location = FindHole(search_from);
   if (location < 0)
     return Result;
   FillSlot(kIndexSlotLive, key, record);
@@ -381,11 +441,17 @@ int INDEX_DATA_OBJ::ReturnRecAndKey(const char* key, char* record) {
 }
 
 int INDEX_DATA_OBJ::Lock() {
-  return SetResult(fLockFile.LockRegion(1, 0));
+  if (SetResult(fLockFile.LockRegion(1, 0)) == 0) {
+    fHoldsLock = true;
+    FinishInterruptedWrite();
+  }
+  return Result;
 }
 
 int INDEX_DATA_OBJ::Unlock() {
-  return SetResult(fLockFile.UnlockRegion(1));
+  if (SetResult(fLockFile.UnlockRegion(1)) == 0)
+    fHoldsLock = false;
+  return Result;
 }
 
 void INDEX_DATA_OBJ::PrintDebugInfo(const char* string) const {

@@ -9,7 +9,9 @@
 // Writers of several processes exclude each other with Lock and Unlock, which readers do not need.
 // So that a reader never gets half of an old and half of a new slot, reads and writes also hold a
 // lock of the slot's own bytes in the data file while they copy them. That lock is courtesy: it is
-// waited for at most kSlotLockWait, and a process that does not know of it does no harm.
+// waited for at most kSlotLockWait, and a process that does not know of it does no harm. What a
+// writer that was killed within a write under the lock has left of it is made whole by the next one
+// that opens the file, takes the lock or reads that slot.
 
 #pragma once
 
@@ -18,6 +20,7 @@
 #include <vector>
 
 #include "platform/sys/prtzt_file.h"
+#include "shared/general/SHindexObj_journal.h"
 
 // Statuses next to those of the file library. Every operation but the accessors returns a status,
 // 0 for success.
@@ -60,6 +63,10 @@ class INDEX_DATA_OBJ {
   int PutRec(const char* key, int key_size, const char* record, int record_size);
   int PutRec(const char* key, int key_size, const char* record, int record_size,
              std::int32_t& location);
+  // The same for a caller that knows that no deleted slot lies before the location `search_from`,
+  // which is spared the search of what lies before.
+  int PutRec(const char* key, int key_size, const char* record, int record_size,
+             std::int32_t& location, std::int32_t search_from);
 
   // Writes a live slot at a location, whatever it held; `state` is the status byte of a slot that
   // its user still has something to do with, never 1. By key: rewrites the first slot of the key.
@@ -91,6 +98,9 @@ class INDEX_DATA_OBJ {
   // GetNextRec read.
   const char* ReturnSlotKey() const { return fSlot.data() + 1; }
   char ReturnSlotState() const { return fSlot[0]; }
+
+  // Changes with every write to the data file, by whomever.
+  int GetStamp(sys::tFILE_STAMP& stamp) const { return fDataBase.GetStamp(stamp); }
 
   // Why the last walk found no further slot: cEOF at the true end of the file.
   int ReturnReadStatus() const { return fReadStatus; }
@@ -133,6 +143,8 @@ class INDEX_DATA_OBJ {
 
   int ReadSlot();
   int WriteSlot();
+  void FinishInterruptedWrite();
+  bool Redo(const SlotJournal::Note& note);
   void FillSlot(char state, const char* key, const char* record);
   void FillDeletedSlot();
   void StartBlock(Block& block, std::uint32_t base) const;
@@ -140,7 +152,7 @@ class INDEX_DATA_OBJ {
 
   int GetRecByKey(const char* key, char* record, std::int32_t& location);
   int FindRecord(const char* key, std::int32_t& location);
-  std::int32_t FindHole();
+  std::int32_t FindHole(std::int32_t search_from);
   int NextLiveSlot(char* key, char* record, std::int32_t& location);
 
   int ValidObj = 0;
@@ -153,6 +165,8 @@ class INDEX_DATA_OBJ {
   int Result = 0;
   int fNumber = 0;
   int fLockFileOpened = 0;
+  bool fHoldsLock = false;
+  SlotJournal fJournal;
   int fReadStatus = 0;
   std::vector<char> fSlot;  // the slot last read or written
   bool fReadingAhead = false;

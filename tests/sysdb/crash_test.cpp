@@ -18,7 +18,9 @@
 
 namespace {
 
-enum class Death { kBefore, kAfter };
+// kBetweenPages: after the part of the write that lies in its first page, where the system looks
+// for fatal signals; before a write that lies in one page.
+enum class Death { kBefore, kBetweenPages, kAfter };
 
 struct WriteTrap {
   int writes = 0;
@@ -35,8 +37,12 @@ ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t off
 
 ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
   const bool fatal = ++g_trap.writes == g_trap.fatal_write;
-  if (fatal && g_trap.death == Death::kBefore)
+  if (fatal && g_trap.death != Death::kAfter) {
+    const size_t in_page = 4096 - static_cast<size_t>(offset) % 4096;
+    if (g_trap.death == Death::kBetweenPages && in_page < size)
+      (void)!__real_pwrite(descriptor, buffer, in_page, offset);
     kill(getpid(), SIGKILL);
+  }
   const ssize_t written = __real_pwrite(descriptor, buffer, size, offset);
   if (fatal)
     kill(getpid(), SIGKILL);
@@ -78,7 +84,7 @@ class Crash : public testing::Test {
   std::string path_ = folder_ / "ztdb";
 };
 
-constexpr int kOlderSystems = 5;
+constexpr int kOlderSystems = 9;  // one of them on two pages
 
 std::string SystemName(int i) {
   return "system" + std::to_string(i);
@@ -123,7 +129,7 @@ class Conversion : public Crash {
 
 TEST_F(Conversion, InterruptedAtAnyWriteIsFinishedByTheNextOpening) {
   ASSERT_NE(converted_, WithoutTimes(OlderFile()));
-  for (const Death death : {Death::kBefore, Death::kAfter}) {
+  for (const Death death : {Death::kBefore, Death::kBetweenPages, Death::kAfter}) {
     int interruptions = 0;
     for (;; ++interruptions) {
       test::WriteFile(path_, OlderFile());
@@ -188,6 +194,87 @@ TEST_F(Conversion, NeverShowsAnOlderConsoleAFileThatItCannotRead) {
   }
 }
 
+zt_SystemInfo_class Generation(int key, int generation) {
+  zt_SystemInfo_struct record{};
+  std::snprintf(record.fSystemName, sizeof record.fSystemName, "key%d-%d", key, generation);
+  record.fAlarmSequenceNumber = generation;
+  std::memset(record.fAlarmStates, generation & 0x77, sizeof record.fAlarmStates);
+  return {record, test::KeyNumber(10, 0, 1, key)};
+}
+
+int PutLocked(zt_SystemDBMgt_class& manager, int key, int generation) {
+  manager.Lock();
+  const int status = manager.PutSystemRec(Generation(key, generation));
+  manager.Unlock();
+  return status;
+}
+
+// The eighth system's slot lies on two pages. Whoever comes next finds all of it old or new: a
+// reader that has been there all the time, one that opens the file, a writer.
+TEST_F(Crash, AWriteThatIsCutBetweenPagesIsFinishedByWhoeverComesNext) {
+  constexpr int kCut = 8;
+  const SystemKey key = test::KeyNumber(10, 0, 1, kCut);
+  const auto slot = [&] {
+    const std::string file = test::ReadFile(path_);
+    return file.size() < (kCut + 1) * kSlotSize ? "" : file.substr(kCut * kSlotSize, kSlotSize);
+  };
+  const struct {
+    const char* what;
+    bool present;  // before, and as a deleted slot if not
+    int systems;
+    bool remove;
+  } cases[] = {{"replace", true, 9, false},
+               {"delete", true, 9, true},
+               {"fill a hole", false, 9, false},
+               {"append", false, 7, false}};
+  for (const auto& c : cases) {
+    const auto change = [&] {
+      zt_SystemDBMgt_class manager(path_.c_str());
+      manager.Lock();
+      c.remove ? manager.DeleteSystemRec(key) : manager.PutSystemRec(Generation(kCut, 0x77));
+      manager.Unlock();
+    };
+    std::string file = test::VersionSlot(4);
+    for (int i = 1; i <= c.systems; ++i) {
+      Bytes old = test::SystemSlot(test::Key(10, 0, 1, i), "key" + std::to_string(i) + "-0");
+      old.Number(kRecordAt + 495, 1, 1);
+      file += i != kCut || c.present ? old : test::DeletedSlot();
+    }
+    test::WriteFile(path_, file);
+    const std::string before = slot();
+    change();
+    const std::string after = test::WithoutTime(slot());
+    int cut = 0;
+    for (const Death death : {Death::kBefore, Death::kBetweenPages, Death::kAfter}) {
+      for (int next = 0; next < 3; ++next) {
+        for (int write = 1;; ++write) {
+          SCOPED_TRACE(c.what + std::string(", write ") + std::to_string(write));
+          test::WriteFile(path_, file);
+          zt_SystemDBMgt_class manager(path_.c_str());
+          if (!DiesAt(write, death, change))
+            break;
+          const std::string left = slot();
+          cut += left != before && test::WithoutTime(left) != after;
+          zt_SystemInfo_class info;
+          if (next == 0) {
+            for (int status = manager.GetFirstSystemRec(info); status == 0;)
+              status = manager.GetNextSystemRec(info);
+          } else if (next == 1) {
+            ASSERT_EQ(zt_SystemDBMgt_class(path_.c_str()).ValidObj(), 1);
+          } else {
+            ASSERT_EQ(PutLocked(manager, 1, 0), 0);
+          }
+          const std::string now = slot();
+          EXPECT_TRUE(now == before || test::WithoutTime(now) == after) << "comes next: " << next;
+          ExpectUnlocked();
+          EXPECT_NE(access((path_ + ".jn").c_str(), F_OK), 0);
+        }
+      }
+    }
+    EXPECT_EQ(cut > 0, c.systems == 9) << c.what << ": the part of an appended slot is no record";
+  }
+}
+
 TEST_F(Crash, NewFileInterruptedAtItsFirstWriteOpensAgain) {
   for (const Death death : {Death::kBefore, Death::kAfter}) {
     remove(path_.c_str());
@@ -195,6 +282,42 @@ TEST_F(Crash, NewFileInterruptedAtItsFirstWriteOpensAgain) {
     const zt_SystemDBMgt_class manager(path_.c_str());
     EXPECT_EQ(manager.ValidObj(), 1);
     EXPECT_EQ(test::ReadFile(path_), test::VersionSlot(4));
+  }
+}
+
+// Its record is in the file, at the end or in a hole, and the counter does not tell. The manager
+// that has inserted all systems before it knows the table without reading the file.
+TEST_F(Crash, AWriterThatDiedBeforeTheCounterLeavesNoSecondRecordOfItsKey) {
+  constexpr int kNew = 9;
+  for (const int hole : {0, 2}) {
+    remove(path_.c_str());
+    zt_SystemDBMgt_class manager(path_.c_str());
+    for (int key = 1; key <= 4; ++key)
+      ASSERT_EQ(PutLocked(manager, key, 1), 0);
+    if (hole != 0) {
+      ASSERT_EQ(manager.DeleteSystemRec(test::KeyNumber(10, 0, 1, hole)), 0);
+    }
+    ASSERT_EQ(PutLocked(manager, 3, 2), 0);
+    EXPECT_TRUE(DiesAt(1, Death::kAfter, [&] {
+      zt_SystemDBMgt_class writer(path_.c_str());
+      PutLocked(writer, kNew, 1);
+    }));
+    ASSERT_EQ(PutLocked(manager, kNew, 2), 0);
+    // One that dies as it deletes: its slot is the next to be filled.
+    EXPECT_TRUE(DiesAt(1, Death::kAfter, [&] {
+      zt_SystemDBMgt_class writer(path_.c_str());
+      writer.DeleteSystemRec(test::KeyNumber(10, 0, 1, 1));
+    }));
+    ASSERT_EQ(PutLocked(manager, 1, 3), 0);
+    EXPECT_EQ(test::ReadFile(path_).substr(kSlotSize + kRecordAt, 6), "key1-3");
+
+    zt_SystemDBMgt_class fresh(path_.c_str());
+    for (zt_SystemDBMgt_class* any : {&manager, &fresh}) {
+      zt_SystemInfo_class info;
+      ASSERT_EQ(any->GetSystemRec(test::KeyNumber(10, 0, 1, kNew), info), 0);
+      EXPECT_EQ(info.ReturnAlarmSequence(), 2);
+      EXPECT_EQ(any->GetSystemRecCount(), hole != 0 ? 4 : 5);
+    }
   }
 }
 
@@ -207,14 +330,6 @@ struct Journal {
   std::atomic<int> pending_key;
   std::atomic<int> pending;
 };
-
-zt_SystemInfo_class Generation(int key, int generation) {
-  zt_SystemInfo_struct record{};
-  std::snprintf(record.fSystemName, sizeof record.fSystemName, "key%d-%d", key, generation);
-  record.fAlarmSequenceNumber = generation;
-  std::memset(record.fAlarmStates, generation & 0x77, sizeof record.fAlarmStates);
-  return {record, test::KeyNumber(10, 0, 1, key)};
-}
 
 void WriteForEver(const std::string& path, Journal& journal, unsigned seed) {
   zt_SystemDBMgt_class manager(path.c_str());
