@@ -151,15 +151,16 @@ int zt_SystemDBMgt_class::PutSystemRec(const zt_SystemInfo_class& info) {
     return fError = kSysDbNoKey;
   record.fRecUpdateTime = static_cast<std::int32_t>(std::time(nullptr));
 
-  const unsigned builds = fXrefBuilds;
   PositionAtSystem(key);
-  if (fError == kIndexNotFound && fXrefBuilds == builds) {
-    // A writer may have died between its insert and the change counter: only a table built now
-    // proves that the key is new.
+  if (fError == kIndexNotFound && !TableIsCurrent()) {
+    // A writer may have died between its insert and the change counter: only a table that is
+    // certainly current proves that the key is new.
     InitSystemXrefTable();
     if (PositionAtSystem(key) == 0)
       RaiseChangeCounter();
   }
+  // With nobody else writing, the table can follow our own write without a look at the file.
+  const bool follows = fLockHeld != 0 && TableIsCurrent();
   const KeyBytes key_bytes(key);
   switch (fError) {
     case 0:
@@ -171,19 +172,26 @@ int zt_SystemDBMgt_class::PutSystemRec(const zt_SystemInfo_class& info) {
     case kIndexNotFound: {
       std::int32_t location = -1;
       fError = fIndexDataObj->PutRec(key_bytes.bytes, sizeof key_bytes.bytes, BytesOf(record),
-                                     kSystemRecordSize, location);
+                                     kSystemRecordSize, location, follows ? fNoHoleBefore : 0);
       if (fError == 0) {
         RaiseChangeCounter();
         fCurrentLocation = location;
+        if (follows) {
+          fInsertedSystem.emplace(record.fSystemName, key, location);
+          fNoHoleBefore = location + kSlotSize;
+        }
       }
       break;
     }
     default:
       break;
   }
-  if (fError == 0)
-    fSystemInfo = record;
-  return fError;
+  if (fError != 0)
+    return fError;
+  if (follows)
+    fIndexDataObj->GetStamp(fFileStamp);
+  fSystemInfo = record;
+  return 0;
 }
 
 int zt_SystemDBMgt_class::DeleteSystemRec(SystemKey key) {

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -266,7 +267,8 @@ class zt_SystemDBMgt_class {
   unsigned char DBChanged(zt_ModLevel_enum mod_level);
 
   // The cross-reference table. Check rebuilds it when the change counter has moved (result 1).
-  // A search gives an index from 1, or -1.
+  // After an insert under the lock it need only take in that system. A search gives an index from
+  // 1, or -1.
   int CheckSystemXrefTable();
   void InitSystemXrefTable();
   int SearchXrefTable(SystemKey key) const;
@@ -278,6 +280,7 @@ class zt_SystemDBMgt_class {
  private:
   enum { kCurrentSysDBVersion = 4, kPreviousSysDBVersion = 3 };
   static constexpr std::int32_t kVersionLocation = 0;
+  static constexpr std::int32_t kSlotSize = 1 + sizeof(SystemKey) + kSystemRecordSize;
 
   int OpenVersionRecord();
   int ReadVersion(SYSTEM_VERSION_ENTRY& version);
@@ -290,6 +293,10 @@ class zt_SystemDBMgt_class {
   void OpenChangeCounter();
   void RaiseChangeCounter();
   void BuildSystemXrefTable(const zt_SystemInfo_class& first);
+  void GrowSystemXrefTable();
+  void TakeInInsertedSystem();
+  bool FileIsAsSeen() const;
+  bool TableIsCurrent() const;
   int ReadAtIndex(int index);
   int SearchSyncedTable(SystemKey key);
   bool OpenBackConnectFile();
@@ -307,7 +314,10 @@ class zt_SystemDBMgt_class {
   std::int32_t fCurrentLocation = -1;
   std::int64_t fLastModifyTime = 0;
   unsigned char fXrefSynced = 0;
-  unsigned fXrefBuilds = 0;  // how often the table has been built
+  sys::tFILE_STAMP fFileStamp;     // before the table was built, or after our last write since
+  std::int32_t fNoHoleBefore = 0;  // no deleted slot before it when the stamp was taken
+  // The system that we have inserted since the table was in step.
+  std::optional<SYSTEM_XREF_ENTRY> fInsertedSystem;
   DateTime fBackConnectXRefOpenTime;
   struct stat fBackConnectXRefStat {};  // as it was opened
   std::FILE* fBackConnectXRef = nullptr;

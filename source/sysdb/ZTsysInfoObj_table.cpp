@@ -2,7 +2,9 @@
 // hold the systems in the order of their keys, and the entry behind them is a terminator. It is a
 // picture of the file as of one value of the change counter.
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "source/sysdb/ZTsysInfoObj.h"
 
@@ -16,10 +18,25 @@ int zt_SystemDBMgt_class::CheckSystemXrefTable() {
   const int value = fSemaphoreObj->GetSemVal(0);
   if (value == fSemaphoreValue && fXrefSynced != 0)
     return 0;
+  if (value == fSemaphoreValue && fInsertedSystem && FileIsAsSeen()) {
+    TakeInInsertedSystem();
+    return 1;
+  }
   // Taken before the file is read: a change during the build moves the counter again.
   fSemaphoreValue = value;
   InitSystemXrefTable();
   return 1;
+}
+
+bool zt_SystemDBMgt_class::FileIsAsSeen() const {
+  sys::tFILE_STAMP now;
+  return fIndexDataObj->GetStamp(now) == 0 && now == fFileStamp;
+}
+
+// Whether a table built now would not differ. The counter alone does not tell: a writer may have
+// died between its change and the counter, or the counter have gone round.
+bool zt_SystemDBMgt_class::TableIsCurrent() const {
+  return fXrefSynced != 0 && fSemaphoreObj->GetSemVal(0) == fSemaphoreValue && FileIsAsSeen();
 }
 
 void zt_SystemDBMgt_class::InitSystemXrefTable() {
@@ -28,7 +45,10 @@ void zt_SystemDBMgt_class::InitSystemXrefTable() {
   fSystemXrefTable.resize(capacity);
   fXrefEntriesAvail = static_cast<int>(capacity) - 1;
 
-  ++fXrefBuilds;
+  fInsertedSystem.reset();
+  fFileStamp = {};
+  fIndexDataObj->GetStamp(fFileStamp);
+  fNoHoleBefore = kSlotSize;
   fBuildingXrefTable = 1;
   zt_SystemInfo_class info;
   {
@@ -46,22 +66,45 @@ void zt_SystemDBMgt_class::BuildSystemXrefTable(const zt_SystemInfo_class& first
   zt_SystemInfo_class info = first;
   std::size_t next = 1;
   do {
-    if (fXrefEntriesAvail < 2) {
-      // The steps are the table's; its memory grows by halves, so that copying stays linear.
-      if (fSystemXrefTable.size() + kTableStep > fSystemXrefTable.capacity())
-        fSystemXrefTable.reserve(fSystemXrefTable.size() * 3 / 2 + kTableStep);
-      fSystemXrefTable.resize(fSystemXrefTable.size() + kTableStep);
-      fXrefEntriesAvail += kTableStep;
-    }
+    GrowSystemXrefTable();
     fSystemXrefTable[next++] =
         SYSTEM_XREF_ENTRY(info.ReturnSystemName(), info.ReturnSystemKey(), fCurrentLocation);
     --fXrefEntriesAvail;
+    if (fCurrentLocation == fNoHoleBefore)
+      fNoHoleBefore += kSlotSize;
   } while (GetNextSystemRec(info) == 0);
   fError = 0;
 
   fSystemXrefTable[next] = SYSTEM_XREF_ENTRY();
   fSystemRecCount = static_cast<int>(next - 1);
   SortSysList(fSystemXrefTable.data(), fSystemRecCount);
+}
+
+// Makes room for one more entry and the terminator.
+void zt_SystemDBMgt_class::GrowSystemXrefTable() {
+  if (fXrefEntriesAvail >= 2)
+    return;
+  // The steps are the table's; its memory grows by halves, so that copying stays linear.
+  if (fSystemXrefTable.size() + kTableStep > fSystemXrefTable.capacity())
+    fSystemXrefTable.reserve(fSystemXrefTable.size() * 3 / 2 + kTableStep);
+  fSystemXrefTable.resize(fSystemXrefTable.size() + kTableStep);
+  fXrefEntriesAvail += kTableStep;
+}
+
+// What a new build would make of the table, at the price of moving the entries behind the new one.
+void zt_SystemDBMgt_class::TakeInInsertedSystem() {
+  GrowSystemXrefTable();
+  const auto first = fSystemXrefTable.begin() + 1;
+  const auto last = first + fSystemRecCount;
+  const auto place = std::upper_bound(
+      first, last, fInsertedSystem->fKey,
+      [](SystemKey key, const SYSTEM_XREF_ENTRY& entry) { return key < entry.fKey; });
+  std::move_backward(place, last + 1, last + 2);
+  *place = std::move(*fInsertedSystem);
+  fInsertedSystem.reset();
+  ++fSystemRecCount;
+  --fXrefEntriesAvail;
+  fXrefSynced = 1;
 }
 
 int zt_SystemDBMgt_class::GetSystemRecCount() {
