@@ -1,10 +1,12 @@
 // ztcomm: the entry. Reads the command line and runs the selected checks in their fixed order.
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <span>
 #include <string>
 
+#include "platform/sys/standard_streams.h"
 #include "shared/general/SHNLSmsg.h"
 #include "shared/general/nt/SHderControlObj.h"
 #include "source/domain/ZTcommandLine.h"
@@ -61,6 +63,8 @@ int diagnose(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!sys::KeepStandardStreams())
+    return EXIT_FAILURE;
   const CONTROL_OBJ control(kProduct);
   zt_globalInit();
 

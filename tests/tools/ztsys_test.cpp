@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -212,6 +214,7 @@ TEST_F(Ztsys, ReportsWhatCannotBeDoneWithStatusOne) {
                {{"add", "255.255.255.255"}, "does not resolve"},
                {{"show", "10.0.0.2"}, "no system '10.0.0.2'"},
                {{"delete", "--yes", "--", "-x"}, "no system '-x'"},
+               {{"delete", "--yes", "a\nb\x1b[31m"}, "no system 'a?b?[31m'"},
                {{"alarms", "10.0.0.2"}, "no system"},
                {{"rename", "10.0.0.1", "10.0.0.2"}, "is the name of 10.0.0.2"},
                {{"rename", "10.0.0.1", "no-such-host.invalid"}, "does not resolve"}};
@@ -250,6 +253,50 @@ TEST_F(Ztsys, AFullDiskLeavesTheDatabaseAsItWas) {
   ExpectFailure(Run({"--db", db_, "add", "10.0.0.3"}, before.size() + 77), 1, db_, "no room");
   EXPECT_EQ(test::ReadFile(db_), before);
   EXPECT_EQ(test::ReadFile(db_ + ".sem"), std::string("\2\0\0\0", 4));
+}
+
+// The same on a file system without room, which only root can make.
+TEST_F(Ztsys, AFullFileSystemLeavesTheDatabaseAsItWas) {
+  constexpr int kSkipped = 77;
+  db_ = folder_ / "small/ztdb";
+  mkdir((folder_ / "small").c_str(), 0777);
+  const int wait_status = test::RunInChild([&] {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, "") != 0 ||
+        mount("none", (folder_ / "small").c_str(), "tmpfs", 0, "size=12k") != 0)
+      return kSkipped;
+    // Two pages are the database's: 16 slots less some octets.
+    for (int i = 1; i <= 15; ++i)
+      EXPECT_EQ(Db({"add", "10.0.0." + std::to_string(i)}).status, 0);
+    const std::string before = test::ReadFile(db_);
+    ExpectFailure(Db({"add", "10.0.0.16"}), 1, db_, "no room");
+    EXPECT_EQ(test::ReadFile(db_), before);
+    // The eighth slot is on both pages, and there is no room to note what it held.
+    EXPECT_EQ(Db({"delete", "10.0.0.8"}).status, 0);
+    EXPECT_EQ(Db({"add", "10.0.0.16"}).status, 0);
+    EXPECT_EQ(Db({"list"}).out.find("10.0.0.8 "), std::string::npos);
+    db_ += "2";
+    ExpectFailure(Db({"add", "10.0.0.1"}), 1, db_, "no room");
+    EXPECT_EQ(test::ReadFile(db_), "");
+    return HasFailure() ? 1 : 0;
+  });
+  if (test::ExitStatus(wait_status) == kSkipped)
+    GTEST_SKIP() << "no file system of our own";
+  EXPECT_EQ(test::ExitStatus(wait_status), 0);
+}
+
+// A file that got the number of standard output would be written over by what is printed.
+TEST_F(Ztsys, ClosedStandardStreamsAreNotTheDatabase) {
+  Db({"add", "10.0.0.1"});
+  const std::string before = test::ReadFile(db_);
+  test::RunInChild([&]() -> int {
+    StandardStreamsTo(folder_ / "out", folder_ / "err");
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+    Exec({"--db", db_, "list"});
+  });
+  EXPECT_EQ(test::ReadFile(folder_ / "err"),
+            "ztsys: cannot write the output: Bad file descriptor\n");
+  EXPECT_EQ(test::ReadFile(db_), before);
 }
 
 TEST_F(Ztsys, WaitsForTheWritersLock) {

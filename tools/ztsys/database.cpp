@@ -72,7 +72,10 @@ std::unique_ptr<zt_SystemDBAccess_class> OpenDatabase(const Arguments& arguments
   auto db = std::make_unique<zt_SystemDBAccess_class>(path.c_str());
   if (db->ValidObj() != 0)
     return db;
-  Fail(path + ": " + StatusText(db->ReturnError()));
+  // Among errno values that are no file status there are only those of the change counter.
+  const int error = db->ReturnError();
+  const bool of_counter = error > sys::tFILE_ERRORS::cNOTOPEN && error < kIndexNotValid;
+  Fail(path + (of_counter ? ".sem: " : ": ") + StatusText(error));
   return nullptr;
 }
 
@@ -86,8 +89,8 @@ Status FindSystem(zt_SystemDBAccess_class& db, const std::string& word, zt_Syste
   if (status == 0)
     return kDone;
   if (status == kIndexNotFound)
-    return Fail("no system '" + printable(word) + "' in " + db.ReturnFileName());
-  return FailDatabase(db, "cannot read system '" + printable(word) + "'", status);
+    return Fail("no system '" + word + "' in " + db.ReturnFileName());
+  return FailDatabase(db, "cannot read system '" + word + "'", status);
 }
 
 Status FailDatabase(const zt_SystemDBAccess_class& db, const std::string& operation, int status) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 
 namespace ztsys {
@@ -14,7 +15,7 @@ namespace {
 bool Confirmed(const std::string& question) {
   if (isatty(STDIN_FILENO) == 0)
     return true;
-  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::fprintf(stderr, "%s [y/N] ", printable(question).c_str());
   const int answer = std::getchar();
   return answer == 'y' || answer == 'Y';
 }

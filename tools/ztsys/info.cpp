@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 
 namespace ztsys {
@@ -11,7 +12,7 @@ Status RunInfo(const Arguments& arguments) {
   if (db == nullptr)
     return kFailed;
   db->PrintGeneralInfo();
-  std::printf("  File              : %s\n", db->ReturnFileName());
+  std::printf("  File              : %s\n", printable(db->ReturnFileName()).c_str());
   std::printf("  Systems           : %d\n", db->GetSystemRecCount());
   return kDone;
 }

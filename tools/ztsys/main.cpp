@@ -8,7 +8,9 @@
 #include <cstring>
 
 #include "platform/sys/sockets.h"
+#include "platform/sys/standard_streams.h"
 #include "shared/general/nt/SHderControlObj.h"
+#include "source/support/ZTprintable.h"
 #include "tools/ztsys/command_line.h"
 #include "tools/ztsys/ztsys.h"
 
@@ -63,7 +65,7 @@ Status Run(std::span<const char* const> words) {
 
 Status Fail(const std::string& message) {
   std::fflush(stdout);
-  std::fprintf(stderr, "ztsys: %s\n", message.c_str());
+  std::fprintf(stderr, "ztsys: %s\n", printable(message).c_str());
   return kFailed;
 }
 
@@ -75,6 +77,8 @@ Status FailUsage(const std::string& message) {
 }  // namespace ztsys
 
 int main(int argc, char** argv) {
+  if (!sys::KeepStandardStreams())
+    return ztsys::kFailed;
   // A file-size limit shall be an error of the write, not the end of the process.
   std::signal(SIGXFSZ, SIG_IGN);
   const CONTROL_OBJ control("zt/", "ztsys");

@@ -1,0 +1,13 @@
+// The three descriptors that every process expects to be open.
+
+#pragma once
+
+namespace sys {
+
+// Opens whichever of standard input, output and error the caller has closed, on /dev/null. The next
+// file or socket would otherwise get its number, and what the program prints would be written into
+// it. What is printed to a standard output that was closed fails, as it should. Call it before
+// anything is opened. False when it cannot be done; the program must not go on then.
+bool KeepStandardStreams();
+
+}  // namespace sys
