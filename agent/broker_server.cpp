@@ -253,8 +253,8 @@ BrokerServer::~BrokerServer() {
 
 std::string BrokerServer::open() {
   const auto failed = [&](const char* what) {
-    const std::string text = "TCP " + rpc::server::dotted(address_) + " port " +
-                             std::to_string(port_) + ": " + what + ": " + std::strerror(errno);
+    std::string text = "TCP " + rpc::server::dotted(address_) + " port " + std::to_string(port_) +
+                       ": " + what + ": " + std::strerror(errno);
     close_listener();
     return text;
   };

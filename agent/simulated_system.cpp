@@ -99,7 +99,7 @@ std::string SimulatedSystem::open_mapper() {
 
 std::string SimulatedSystem::open_repositories() {
   for (const auto& node : repositories_) {
-    const std::string failure = node->server.open(
+    std::string failure = node->server.open(
         system_.address, node->interfaces(),
         [contexts = &node->contexts](const uuid_t& client) { contexts->run_down(client); });
     if (!failure.empty())
@@ -112,7 +112,7 @@ std::string SimulatedSystem::open_repositories() {
 std::string SimulatedSystem::open_alarm_server() {
   if (alarm_ == nullptr)
     return {};
-  const std::string failure = alarm_->server.open(system_.address, {&alarm_->alarms}, {});
+  std::string failure = alarm_->server.open(system_.address, {&alarm_->alarms}, {});
   if (failure.empty())
     register_server(alarm_->registration, alarm_->server.port(), {&alarm_->alarms});
   return failure;

@@ -89,8 +89,7 @@ class OwnedBinding {
 
 class Inquiry {
  public:
-  Inquiry(CallTarget mapper, Question question)
-      : mapper_(std::move(mapper)), question_(std::move(question)) {}
+  Inquiry(CallTarget mapper, Question question) : mapper_(std::move(mapper)), question_(question) {}
 
   // The next usable element, or the status that ended the inquiry, again at every later call.
   RPC_STATUS next(Element* element) {
@@ -176,7 +175,9 @@ class Inquiry {
     // A server that listens at every address of its host says so; it is where its mapper is.
     const bool anywhere = tower.network_address == kAnyAddress &&
                           find_protocol_sequence(tower.protocol_sequence)->internet_address;
-    target.network_address = anywhere ? mapper_.network_address : std::move(tower.network_address);
+    target.network_address = std::move(tower.network_address);
+    if (anywhere)
+      target.network_address = mapper_.network_address;
     target.protocol_sequence = std::move(tower.protocol_sequence);
     target.endpoint = std::move(tower.endpoint);
     target.timeout_level = mapper_.timeout_level;
@@ -255,7 +256,7 @@ RPC_STATUS RpcMgmtEpEltInqBegin(RPC_BINDING_HANDLE mapper, std::uint32_t inquiry
       rpc::make_question(inquiry_type, interface_id, version_option, object);
   if (!question)
     return RPC_S_INVALID_ARG;
-  *inquiry = rpc::inquiries().insert(rpc::Inquiry(std::move(*target), std::move(*question)));
+  *inquiry = rpc::inquiries().insert(rpc::Inquiry(std::move(*target), *question));
   return RPC_S_OK;
 }
 

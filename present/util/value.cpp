@@ -31,8 +31,9 @@ Value& Value::operator=(const char* text) {
   ReleaseText();
   strval = text;
   if (localstring) {
-    char* const copy = new char[std::strlen(text) + 1];
-    std::strcpy(copy, text);
+    const std::size_t size = std::strlen(text) + 1;
+    char* const copy = new char[size];
+    std::memcpy(copy, text, size);
     strval = copy;
   }
   numeric = 0;

@@ -128,7 +128,7 @@ std::uint16_t local_port(const Socket& socket) {
 
 }  // namespace
 
-class ServerHost::UdpEndpoint : public Endpoint {
+class ServerHost::UdpEndpoint final : public Endpoint {
  public:
   UdpEndpoint(EventLoop& loop, EndpointOptions options)
       : loop_(loop),
