@@ -134,8 +134,8 @@ endtoend::SourceText source_of(int classes, int metrics) {
   for (int i = 1; i <= metrics; ++i) {
     source.metric("METRIC_" + std::to_string(i),
                   i % 4 == 0 ? "type = \"text\"\ntexts = [\"/dev/dsk1\", \"/dev/dsk2\"]"
-                             : "ramp = {from = 0, to = 100000, step = 137}\n" +
-                                   endtoend::width_and_scale(8, i % 3));
+                             : "width = 8\nramp = {from = 0, to = 100000, step = 137}\nscale10 = " +
+                                   std::to_string(i % 3));
   }
   return source;
 }
