@@ -13,22 +13,12 @@
 #include "shared/general/nt/SHderControlObj.h"
 #include "source/support/ZTsupport_procs.h"
 #include "source/sysdb/ZTsysInfoObj.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/scratch_folder.h"
 
 namespace {
 
 constexpr int kTokenSize = 40;
-
-void Require(bool promise) {
-  if (!promise)
-    std::abort();
-}
-
-std::string Folder() {
-  std::string path =
-      access("/dev/shm", W_OK) == 0 ? "/dev/shm/zt-fuzz-XXXXXX" : "/tmp/zt-fuzz-XXXXXX";
-  Require(mkdtemp(path.data()) != nullptr);
-  return path;
-}
 
 // A token starts inside the text, is not longer than allowed, and the walk comes to an end.
 void TokenizeString(const std::string& text) {
@@ -37,8 +27,8 @@ void TokenizeString(const std::string& text) {
   std::vector<char> token(kTokenSize + 1);
   int position = 0;
   for (int length = 0; (length = GetToken(rest, token.data(), position, kTokenSize)) > 0;) {
-    Require(length <= kTokenSize && position >= 0 && rest + position < end);
-    Require(std::strlen(token.data()) <= static_cast<std::size_t>(length));
+    fuzz::require(length <= kTokenSize && position >= 0 && rest + position < end);
+    fuzz::require(std::strlen(token.data()) <= static_cast<std::size_t>(length));
     rest += position + length;
     if (rest >= end)
       break;
@@ -49,12 +39,12 @@ void TokenizeStream(const std::string& text, int interactive) {
   if (text.empty())
     return;
   std::FILE* stream = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
-  Require(stream != nullptr);
+  fuzz::require(stream != nullptr);
   std::vector<char> token(kTokenSize + 1);
   std::size_t tokens = 0;
   while (GetToken(stream, token.data(), kTokenSize, interactive) != 0) {
-    Require(std::memchr(token.data(), '\0', token.size()) != nullptr);
-    Require(++tokens <= text.size());
+    fuzz::require(std::memchr(token.data(), '\0', token.size()) != nullptr);
+    fuzz::require(++tokens <= text.size());
   }
   std::fclose(stream);
 }
@@ -62,7 +52,7 @@ void TokenizeStream(const std::string& text, int interactive) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const std::string folder = Folder();
+  static const std::string folder = fuzz::scratch_folder();
   static const CONTROL_OBJ control;
   BASE_CONTROL_OBJ::SetDirectory(folder.c_str());
   static zt_SystemDBMgt_class manager((folder + "/ztdb").c_str());
@@ -72,17 +62,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::strcpy(record.fSystemName, "sys1");
     return manager.PutSystemRec({record, kKey}) == 0;
   }();
-  Require(stored);
+  fuzz::require(stored);
 
   const std::string text(reinterpret_cast<const char*>(data), size);
   std::ofstream(folder + "/ztsysxref", std::ios::binary | std::ios::trunc)
       .write(text.data(), static_cast<std::streamsize>(text.size()));
   const char* name = manager.ReturnBackConnectName(kKey);
   if (name != nullptr) {
-    Require(*name != '\0' && std::strlen(name) < kSystemNameSize);
-    Require(text.find("sys1") != std::string::npos);
+    fuzz::require(*name != '\0' && std::strlen(name) < kSystemNameSize);
+    fuzz::require(text.find("sys1") != std::string::npos);
   }
-  Require(manager.ReturnError() == 0);
+  fuzz::require(manager.ReturnError() == 0);
 
   TokenizeString(text);
   TokenizeStream(text, 0);

@@ -7,15 +7,7 @@
 #include <string_view>
 
 #include "shared/general/SHNLSmsg.h"
-
-namespace {
-
-void require(bool holds) {
-  if (!holds)
-    std::abort();
-}
-
-}  // namespace
+#include "tests/fuzz/require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view input(reinterpret_cast<const char*>(data), size);
@@ -28,17 +20,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string plain = NLS_MESSAGE_OBJ::SubstituteParameter(text, "");
   const std::size_t marker = plain.find('!');
   if (parameter.empty() || marker == std::string::npos) {
-    require(result == plain);
+    fuzz::require(result == plain);
     return 0;
   }
   // What stands around the first marker stays, and a beginning of the parameter is between.
   const std::string_view before = std::string_view(plain).substr(0, marker);
   const std::string_view behind = std::string_view(plain).substr(marker + 1);
-  require(result.size() >= before.size() + behind.size());
-  require(result.starts_with(before) && result.ends_with(behind));
+  fuzz::require(result.size() >= before.size() + behind.size());
+  fuzz::require(result.starts_with(before) && result.ends_with(behind));
   const std::string_view between =
       std::string_view(result).substr(before.size(), result.size() - before.size() - behind.size());
-  require(parameter.starts_with(between) && !between.empty());
-  require(parameter.substr(between.size()).find_first_not_of(' ') == std::string_view::npos);
+  fuzz::require(parameter.starts_with(between) && !between.empty());
+  fuzz::require(parameter.substr(between.size()).find_first_not_of(' ') == std::string_view::npos);
   return 0;
 }

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "platform/rpc/client_call.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/steps.h"
 
 namespace {
 
@@ -19,11 +21,6 @@ constexpr uuid_t kConversation = {0x333a2276, 0, 0, 0x0d, 0, {0, 0x80, 0x9c, 0, 
 constexpr std::size_t kReplyLimit = 20'000;
 // Of one input; each brings at most the window's fragments.
 constexpr std::size_t kMostPacketsOfAStep = 300;
-
-void require(bool holds) {
-  if (!holds)
-    std::abort();
-}
 
 class FixedRandom : public RandomSource {
  public:
@@ -36,28 +33,8 @@ class FixedRandom : public RandomSource {
   std::uint8_t state_ = 1;
 };
 
-class Steps {
- public:
-  Steps(const std::uint8_t* data, std::size_t size) : data_(data, size) {}
-  bool more() const { return !data_.empty(); }
-  std::uint8_t octet() {
-    if (data_.empty())
-      return 0;
-    const std::uint8_t value = data_.front();
-    data_ = data_.subspan(1);
-    return value;
-  }
-  std::vector<std::byte> bytes(std::size_t size) {
-    const auto taken = std::as_bytes(data_.first(std::min(size, data_.size())));
-    data_ = data_.subspan(taken.size());
-    return {taken.begin(), taken.end()};
-  }
-
- private:
-  std::span<const std::uint8_t> data_;
-};
-
-std::vector<std::byte> composed(Steps& steps, const Activity& activity, std::uint32_t sequence) {
+std::vector<std::byte> composed(fuzz::Steps& steps, const Activity& activity,
+                                std::uint32_t sequence) {
   PacketHeader header;
   header.type = static_cast<PacketType>(steps.octet() % 11);
   header.flags1 = steps.octet();
@@ -90,7 +67,7 @@ std::vector<std::byte> composed(Steps& steps, const Activity& activity, std::uin
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Steps steps(data, size);
+  fuzz::Steps steps(data, size);
   FixedRandom random;
   const SocketAddress server{0x7F000001, 1000};
   Activity activity(server, random);
@@ -111,9 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto drain = [&] {
       std::size_t packets = 0;
       while (const auto packet = call.next_packet(now)) {
-        require(++packets <= kMostPacketsOfAStep);
+        fuzz::require(++packets <= kMostPacketsOfAStep);
         const auto header = decode_header(packet->header);
-        require(header.has_value());
+        fuzz::require(header.has_value());
         if (header->activity == activity.id())
           sequence = header->sequence;
       }
@@ -144,11 +121,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       call.on_time(now);
       drain();
-      require(call.done() || call.wakeup().has_value());
-      require(call.done() || *call.wakeup() > now);
+      fuzz::require(call.done() || call.wakeup().has_value());
+      fuzz::require(call.done() || *call.wakeup() > now);
     }
     if (call.done() && call.status() == 0)
-      require(call.take_reply().size() <= kReplyLimit);
+      fuzz::require(call.take_reply().size() <= kReplyLimit);
   }
   return 0;
 }

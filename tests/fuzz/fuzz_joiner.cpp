@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/rpc/fragments.h"
+#include "tests/fuzz/require.h"
 
 namespace {
 
@@ -18,11 +19,6 @@ using rpc::FragmentJoiner;
 constexpr std::size_t kBodyLimit = 40'000;
 constexpr std::uint16_t kWindowKilobytes = 4;
 constexpr std::size_t kStep = 6;
-
-void require(bool holds) {
-  if (!holds)
-    std::abort();
-}
 
 // Every byte of a body in order comes from a fragment number that is not less than the one before.
 bool ascending(std::span<const std::byte> body) {
@@ -51,15 +47,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     now += std::chrono::milliseconds(data[5]);
 
     const auto result = joiner.accept(packet, now);
-    require(joiner.body().size() <= kBodyLimit);
-    require(joiner.fack().selective.size() <= 17);
-    require((result == FragmentJoiner::Result::complete) ? joiner.complete() : true);
-    require(!joiner.complete() || !joiner.wakeup());
+    fuzz::require(joiner.body().size() <= kBodyLimit);
+    fuzz::require(joiner.fack().selective.size() <= 17);
+    fuzz::require((result == FragmentJoiner::Result::complete) ? joiner.complete() : true);
+    fuzz::require(!joiner.complete() || !joiner.wakeup());
     if (small_numbers)
-      require(ascending(joiner.body()));
+      fuzz::require(ascending(joiner.body()));
     joiner.on_time(now);
   }
   if (joiner.complete())
-    require(joiner.take_body().size() <= kBodyLimit && !joiner.complete());
+    fuzz::require(joiner.take_body().size() <= kBodyLimit && !joiner.complete());
   return 0;
 }

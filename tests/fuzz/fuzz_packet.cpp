@@ -5,13 +5,9 @@
 #include <span>
 
 #include "platform/rpc/pdu.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds)
-    std::abort();
-}
 
 bool same_header(const rpc::PacketHeader& a, const rpc::PacketHeader& b) {
   return a.type == b.type && a.flags1 == b.flags1 && a.flags2 == b.flags2 &&
@@ -26,11 +22,11 @@ void check_fack(std::span<const std::byte> body, bool little_endian) {
   const auto fack = rpc::decode_fack(body, little_endian);
   if (!fack)
     return;
-  require(fack->selective.size() * 4 + 16 <= body.size());
+  fuzz::require(fack->selective.size() * 4 + 16 <= body.size());
   const auto again = rpc::decode_fack(rpc::encode_fack(*fack, !little_endian), !little_endian);
-  require(again && again->window_kilobytes == fack->window_kilobytes &&
-          again->max_tsdu == fack->max_tsdu && again->max_fragment == fack->max_fragment &&
-          again->serial == fack->serial && again->selective == fack->selective);
+  fuzz::require(again && again->window_kilobytes == fack->window_kilobytes &&
+                again->max_tsdu == fack->max_tsdu && again->max_fragment == fack->max_fragment &&
+                again->serial == fack->serial && again->selective == fack->selective);
 }
 
 }  // namespace
@@ -43,12 +39,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto packet = rpc::decode_packet(datagram);
   if (!packet)
     return 0;
-  require(quoted && same_header(*quoted, packet->header));
-  require(packet->body.size() + rpc::kHeaderSize <= size);
+  fuzz::require(quoted && same_header(*quoted, packet->header));
+  fuzz::require(packet->body.size() + rpc::kHeaderSize <= size);
   const auto encoded = rpc::encode_packet(packet->header, packet->body);
   const auto again = rpc::decode_packet(encoded);
-  require(again && same_header(again->header, packet->header) &&
-          again->body.size() == packet->body.size());
+  fuzz::require(again && same_header(again->header, packet->header) &&
+                again->body.size() == packet->body.size());
   check_fack(packet->body, packet->header.representation.little_endian);
   rpc::decode_status_body(packet->body, packet->header.representation.little_endian);
   return 0;

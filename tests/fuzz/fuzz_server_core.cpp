@@ -13,6 +13,8 @@
 #include "platform/rpc/pdu.h"
 #include "platform/rpc/server/management.h"
 #include "platform/rpc/server/server_core.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/steps.h"
 #include "tests/platform/echo_interface.h"
 
 namespace {
@@ -24,28 +26,7 @@ constexpr std::size_t kMaxBytes = 64 * 1024;
 constexpr std::size_t kMaxActivities = 8;
 constexpr std::size_t kLongestReply = 20'000;
 
-class Steps {
- public:
-  Steps(const std::uint8_t* data, std::size_t size) : data_(data, size) {}
-  bool more() const { return !data_.empty(); }
-  std::uint8_t octet() {
-    if (data_.empty())
-      return 0;
-    const std::uint8_t value = data_.front();
-    data_ = data_.subspan(1);
-    return value;
-  }
-  std::span<const std::byte> bytes(std::size_t size) {
-    const auto taken = data_.first(std::min(size, data_.size()));
-    data_ = data_.subspan(taken.size());
-    return std::as_bytes(taken);
-  }
-
- private:
-  std::span<const std::uint8_t> data_;
-};
-
-PacketHeader composed(Steps& steps) {
+PacketHeader composed(fuzz::Steps& steps) {
   PacketHeader header;
   header.type = static_cast<PacketType>(steps.octet() % 11);
   header.flags1 = steps.octet();
@@ -60,15 +41,10 @@ PacketHeader composed(Steps& steps) {
   return header;
 }
 
-void require(bool condition) {
-  if (!condition)
-    std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Steps steps(data, size);
+  fuzz::Steps steps(data, size);
   const std::uint8_t settings = steps.octet();
   CoreOptions options;
   options.boot_time = 7;
@@ -130,29 +106,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const ReadyCall& call : core.take_calls())
       running.push_back(call.number);
     for (const OutgoingDatagram& sent : core.take_output()) {
-      require(decode_packet(sent.bytes).has_value() && sent.bytes.size() <= kLeastMaxFragment);
+      fuzz::require(decode_packet(sent.bytes).has_value() &&
+                    sent.bytes.size() <= kLeastMaxFragment);
       if (sent.call_back)
         call_back = sent.bytes;
     }
     core.take_gone_clients();
     const auto statistics = core.statistics();
-    require(statistics.activities <= kMaxActivities);
-    require(statistics.bytes_held <= kMaxBytes);
-    require(statistics.packets_received == received);
-    require(statistics.calls_handed_out <= received);
+    fuzz::require(statistics.activities <= kMaxActivities);
+    fuzz::require(statistics.bytes_held <= kMaxBytes);
+    fuzz::require(statistics.packets_received == received);
+    fuzz::require(statistics.calls_handed_out <= received);
   }
 
   // Left alone, a core comes to rest and forgets everybody: no clock runs for ever.
   for (const CallNumber number : running)
     core.complete(number, {}, now);
   for (int turn = 0; core.next_wake_up(); ++turn) {
-    require(turn < 10'000);
+    fuzz::require(turn < 10'000);
     now = std::max(now, *core.next_wake_up());
     core.tick(now);
     for (const ReadyCall& call : core.take_calls())
       core.complete(call.number, {}, now);
     core.take_output();
   }
-  require(core.statistics().activities == 0 && core.statistics().bytes_held == 0);
+  fuzz::require(core.statistics().activities == 0 && core.statistics().bytes_held == 0);
   return 0;
 }

@@ -13,13 +13,9 @@
 
 #include "shared/general/SHcontrolObj.h"
 #include "source/support/ZTsupport_procs.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds)
-    std::abort();
-}
 
 // A control object with the date format that the input names.
 class FormatControl : public BASE_CONTROL_OBJ {
@@ -35,10 +31,10 @@ void tokens_of_string(const char* text, int limit) {
   const char* const end = text + std::strlen(text);
   int position = 0;
   while (const int length = GetToken(text, token.data(), position, limit)) {
-    require(length > 0 && length <= limit && position >= 0);
-    require(static_cast<std::size_t>(length) == std::strlen(token.data()));
+    fuzz::require(length > 0 && length <= limit && position >= 0);
+    fuzz::require(static_cast<std::size_t>(length) == std::strlen(token.data()));
     text += position + length;
-    require(text <= end);
+    fuzz::require(text <= end);
     ParseToken(token.data());
   }
 }
@@ -48,7 +44,7 @@ void over_stream(const std::string& text, Read read) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
       ::fmemopen(const_cast<char*>(text.data()), text.size(), "r"), std::fclose);
   for (std::size_t calls = 0; read(stream.get()) != 0; ++calls)
-    require(calls <= text.size());
+    fuzz::require(calls <= text.size());
 }
 
 }  // namespace
@@ -80,15 +76,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const FormatControl control(format.c_str());
   int places[3] = {};
   LocalDateSequence(&places[0], &places[1], &places[2]);
-  require((1 << places[0] | 1 << places[1] | 1 << places[2]) == 7);
+  fuzz::require((1 << places[0] | 1 << places[1] | 1 << places[2]) == 7);
   int month = 0;
   int day = 0;
   int year = 0;
   if (ReadDate(text.c_str(), month, day, year) != 0)
-    require(month >= 0 && day >= 0);
+    fuzz::require(month >= 0 && day >= 0);
   int minute = 0;
   int hour = 0;
   if (ReadTime(text.c_str(), minute, hour) != 0)
-    require(minute >= 0 && hour >= 0);
+    fuzz::require(minute >= 0 && hour >= 0);
   return 0;
 }

@@ -1,0 +1,14 @@
+// A promise of the code under a fuzz target.
+
+#pragma once
+
+#include <cstdlib>
+
+namespace fuzz {
+
+inline void require(bool holds) {
+  if (!holds)
+    std::abort();
+}
+
+}  // namespace fuzz
