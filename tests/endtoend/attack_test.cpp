@@ -108,27 +108,21 @@ Result check_against(std::function<std::vector<std::string>(const std::string& d
 
 TEST(Attack, RepliesThatNeverEndAreGivenUp) {
   std::uint32_t next = 0;
+  const auto twenty_of = [&next](std::size_t size) {
+    return [&next, size](const std::string& datagram) {
+      std::vector<std::string> answers;
+      for (int i = 0; i < 20; ++i)
+        answers.push_back(fragment_for(datagram, next++, size));
+      return answers;
+    };
+  };
   const struct {
     std::string_view name;
     std::function<std::vector<std::string>(const std::string&)> answer;
     std::string reason;
   } cases[] = {
-      {"fragments without end",
-       [&](const std::string& datagram) {
-         std::vector<std::string> answers;
-         for (int i = 0; i < 20; ++i)
-           answers.push_back(fragment_for(datagram, next++, 1384));
-         return answers;
-       },
-       message(13, 101)},
-      {"fragments of eight bytes without end",
-       [&](const std::string& datagram) {
-         std::vector<std::string> answers;
-         for (int i = 0; i < 20; ++i)
-           answers.push_back(fragment_for(datagram, next++, 8));
-         return answers;
-       },
-       message(13, 101)},
+      {"fragments without end", twenty_of(1384), message(13, 101)},
+      {"fragments of eight bytes without end", twenty_of(8), message(13, 101)},
       {"a gap that never closes",
        [](const std::string& datagram) {
          return std::vector{fragment_for(datagram, 0, 200), fragment_for(datagram, 2, 200)};

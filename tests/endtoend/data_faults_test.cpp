@@ -23,17 +23,23 @@ std::string quick_note() {
   return message(20, 203, "0") + "\n";
 }
 
+Result query_of(const std::string& address, int limit_seconds = 60) {
+  return ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick, limit_seconds);
+}
+
 // One system on an address of its own for each set of further lines of its one server.
 class Systems {
  public:
   explicit Systems(std::string source) : source_(std::move(source)) {}
 
-  // The address of the system.
+  // The address of the system that was added as this one, counted from 1.
+  static std::string address(int number) { return "127.0.5." + std::to_string(number); }
+
   std::string add(const std::string& settings) {
-    const std::string address = "127.0.5." + std::to_string(++count_);
-    text_ += "[[system]]\naddress = \"" + address +
+    const std::string added = address(++count_);
+    text_ += "[[system]]\naddress = \"" + added +
              "\"\n[[system.repository]]\nsource = \"TAMBO\"\n" + settings + "\n[system.alarm]\n";
-    return address;
+    return added;
   }
   std::string scenario() const { return source_ + text_; }
 
@@ -97,10 +103,10 @@ TEST(DataFaults, EndInTheMessageOfTheOperationThatFailed) {
     int number = 0;
     for (const Operation& operation : operations) {
       for (const Fault& fault : faults) {
-        const std::string address = "127.0.5." + std::to_string(++number);
+        const std::string address = Systems::address(++number);
         SCOPED_TRACE(check + " " + std::string(operation.name) + " " + std::string(fault.settings));
-        const Result result = check == "-c" ? ztcomm({"-s", address, "-c"}, kQuick)
-                                            : ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick);
+        const Result result =
+            check == "-c" ? ztcomm({"-s", address, "-c"}, kQuick) : query_of(address);
         std::string expected_err = quick_note();
         std::string expected_out = heading_of(address, check);
         if (operation.name == "repView_Destroy") {
@@ -305,8 +311,8 @@ TEST(DataFaults, AReadThatLiesIsRefused) {
   int number = 0;
   for (const HostileRead& each : cases) {
     SCOPED_TRACE(each.name);
-    const std::string address = "127.0.5." + std::to_string(++number);
-    const Result result = ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick);
+    const std::string address = Systems::address(++number);
+    const Result result = query_of(address);
     const std::string cause =
         each.rows == "fault" ? message(13, 101) : message(13, 90, kUndecodable);
     const bool refused = each.rows == "none" || each.rows == "fault";
@@ -402,8 +408,8 @@ TEST(DataFaults, ACatalogueThatLiesIsRefused) {
   int number = 0;
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
-    const std::string address = "127.0.5." + std::to_string(++number);
-    const Result result = ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick);
+    const std::string address = Systems::address(++number);
+    const Result result = query_of(address);
     EXPECT_EQ(result.out, heading_of(address, "-ds TAMBO"));
     EXPECT_EQ(result.err, quick_note() + message(11, 32, address) + message(13, 101));
     EXPECT_EQ(result.status, 0);
@@ -433,8 +439,8 @@ TEST(DataFaults, AbsurdWidthsAndScalesArePrintedWithinBounds) {
   int number = 0;
   for (const auto& each : cases) {
     SCOPED_TRACE(each.scale);
-    const std::string address = "127.0.5." + std::to_string(++number);
-    const Result result = ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick);
+    const std::string address = Systems::address(++number);
+    const Result result = query_of(address);
     EXPECT_NE(result.out.find("\n01/15/24 12:00 " + each.cell + "\n\n"), std::string::npos)
         << result.out;
     EXPECT_EQ(result.err, quick_note());
@@ -488,7 +494,7 @@ TEST(DataFaults, ChangedBytesNeverEndInACrash) {
   const Agent agent(systems.scenario());
   for (const std::string& address : addresses) {
     SCOPED_TRACE(address);
-    const Result result = ztcomm({"-s", address, "-ds", "TAMBO"}, kQuick, 20);
+    const Result result = query_of(address, 20);
     EXPECT_EQ(result.status, 0);
     EXPECT_FALSE(sanitizer_spoke(result.err)) << result.err;
     EXPECT_EQ(result.out.substr(0, heading_of(address, "-ds TAMBO").size()),
