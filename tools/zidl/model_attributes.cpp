@@ -22,13 +22,12 @@ std::string quoted(const std::string& text) {
 Attributes::Attributes(const std::vector<syntax::Attribute>& attributes,
                        std::initializer_list<std::string_view> allowed, const char* owner,
                        Reporter& reporter)
-    : attributes_(attributes) {
+    : attributes_(attributes), reporter_(reporter) {
   std::set<std::string_view> seen;
   for (const syntax::Attribute& attribute : attributes) {
     const std::string& name = attribute.name.text;
     if (std::find(allowed.begin(), allowed.end(), name) == allowed.end())
-      reporter.error(attribute.name.at,
-                     "attribute " + quoted(name) + " is not supported on " + owner);
+      report_unsupported(attribute, owner);
     else if (!seen.insert(name).second)
       reporter.error(attribute.name.at, "attribute " + quoted(name) + " given twice");
     else if (attribute.arguments.size() != arguments_of(name))
@@ -50,6 +49,22 @@ const syntax::Expression* Attributes::argument(std::string_view name) const {
   const syntax::Attribute* attribute = find(name);
   return attribute == nullptr || attribute->arguments.size() != 1 ? nullptr
                                                                   : &attribute->arguments[0];
+}
+
+bool Attributes::has_none_of(std::initializer_list<std::string_view> names,
+                             const char* owner) const {
+  for (const std::string_view name : names) {
+    if (const syntax::Attribute* found = find(name)) {
+      report_unsupported(*found, owner);
+      return false;
+    }
+  }
+  return true;
+}
+
+void Attributes::report_unsupported(const syntax::Attribute& attribute, const char* owner) const {
+  reporter_.error(attribute.name.at,
+                  "attribute " + quoted(attribute.name.text) + " is not supported on " + owner);
 }
 
 }  // namespace zidl

@@ -139,13 +139,8 @@ class OperationChecker {
                 declarator.name.text);
       return std::nullopt;
     }
-    for (const char* attribute : {"ptr", "size_is", "length_is", "comm_status"}) {
-      if (const syntax::Attribute* found = attributes.find(attribute)) {
-        error(found->name.at,
-              "attribute " + quoted(attribute) + " is not supported on a context handle");
-        return std::nullopt;
-      }
-    }
+    if (!attributes.has_none_of({"ptr", "size_is", "length_is", "comm_status"}, "a context handle"))
+      return std::nullopt;
     parameter.shape = Parameter::Shape::context;
     return parameter;
   }

@@ -101,14 +101,7 @@ class StructureChecker {
       error(name.at, "a pointer inside a structure must point to a structure");
     } else if (field.type.structure->targets_size != 0) {
       error(name.at, "pointers behind a pointer are not supported");
-    } else {
-      for (const char* attribute : {"length_is", "size_is", "string", "range"}) {
-        if (const syntax::Attribute* found = attributes.find(attribute)) {
-          error(found->name.at,
-                "attribute " + quoted(attribute) + " is not supported on a pointer");
-          return std::nullopt;
-        }
-      }
+    } else if (attributes.has_none_of({"length_is", "size_is", "string", "range"}, "a pointer")) {
       field.shape = Field::Shape::pointer;
       return field;
     }
