@@ -13,6 +13,7 @@
 #include "agent/command_line.h"
 #include "agent/scenario.h"
 #include "agent/simulator.h"
+#include "platform/sys/standard_streams.h"
 
 namespace {
 
@@ -104,6 +105,8 @@ int run(const agent::CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (!sys::KeepStandardStreams())
+    return kExitFailure;
   const auto [line, error] =
       agent::parse_command_line(std::vector<std::string>(argv + 1, argv + argc));
   if (!error.empty()) {
