@@ -194,7 +194,9 @@ TEST_F(Ztsys, RefusesWrongUsageWithStatusTwo) {
                {{"add", "x", "--type", "8"}, "unknown type '8'"},
                {{"add", "x", "--group", std::string(20, 'g')}, "longer than 19"},
                {{"add", std::string(257, 'n')}, "longer than 256"},
-               {{"add", "a\nb"}, "control characters"}};
+               {{"add", "a\nb"}, "control characters"},
+               {{"add", "10.0.0.7 "}, "begins or ends with a blank"},
+               {{"rename", "10.0.0.7", " x"}, "begins or ends with a blank"}};
   for (const auto& c : cases)
     ExpectFailure(Run(c.words), 2, c.part, "see ztsys --help");
   struct stat about {};

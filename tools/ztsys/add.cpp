@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "source/support/ZTprintable.h"
 #include "source/support/ZTsupport_procs.h"
 #include "tools/ztsys/database.h"
 
@@ -26,24 +25,14 @@ std::string TypeChoices() {
   return text;
 }
 
-// What is wrong with a text that goes into a record, or nothing.
-std::string Refusal(const char* what, const std::string& text, std::size_t field_size) {
-  if (text.size() >= field_size)
-    return std::string("the ") + what + " is longer than " + std::to_string(field_size - 1) +
-           " characters";
-  if (printable(text) != text)
-    return std::string("the ") + what + " has control characters";
-  return "";
-}
-
 }  // namespace
 
 Status RunAdd(const Arguments& arguments) {
   const std::string& name = arguments.operands[0];
   const std::string group = arguments.group.value_or("");
-  if (const std::string refusal = Refusal("name", name, kSystemNameSize); !refusal.empty())
+  if (const std::string refusal = RefusalOf("name", name, kSystemNameSize); !refusal.empty())
     return FailUsage(refusal);
-  if (const std::string refusal = Refusal("group", group, kGroupNameSize); !refusal.empty())
+  if (const std::string refusal = RefusalOf("group", group, kGroupNameSize); !refusal.empty())
     return FailUsage(refusal);
   const int type = arguments.type ? TypeOf(*arguments.type) : 0;
   if (arguments.type && type == 0)

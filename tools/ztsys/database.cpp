@@ -97,6 +97,18 @@ Status FailDatabase(const zt_SystemDBAccess_class& db, const std::string& operat
   return Fail(std::string(db.ReturnFileName()) + ": " + operation + ": " + StatusText(status));
 }
 
+std::string RefusalOf(const char* what, const std::string& text, std::size_t field_size) {
+  const std::string subject = std::string("the ") + what;
+  if (text.size() >= field_size)
+    return subject + " is longer than " + std::to_string(field_size - 1) + " characters";
+  if (printable(text) != text)
+    return subject + " has control characters";
+  // Nobody sees such a blank in a list, and a look-up by name does not find what has one.
+  if (!text.empty() && (text.front() == ' ' || text.back() == ' '))
+    return subject + " begins or ends with a blank";
+  return "";
+}
+
 std::string AddressText(SystemKey key) {
   char text[kKeyTextSize];
   FormatSystemKey(key, text);

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,9 @@ class DatabaseLock {
   zt_SystemDBAccess_class& db_;
   int status_ = 0;
 };
+
+// What keeps a text out of a record's field of that size, or nothing. `what` names the text.
+std::string RefusalOf(const char* what, const std::string& text, std::size_t field_size);
 
 std::string AddressText(SystemKey key);
 std::string NameAndAddress(const zt_SystemInfo_class& info);

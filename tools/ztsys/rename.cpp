@@ -5,18 +5,14 @@
 #include <cstdio>
 #include <iterator>
 
-#include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 
 namespace ztsys {
 
 Status RunRename(const Arguments& arguments) {
   const std::string& name = arguments.operands[1];
-  if (name.size() >= kSystemNameSize)
-    return FailUsage("the name is longer than " + std::to_string(kSystemNameSize - 1) +
-                     " characters");
-  if (printable(name) != name)
-    return FailUsage("the name has control characters");
+  if (const std::string refusal = RefusalOf("name", name, kSystemNameSize); !refusal.empty())
+    return FailUsage(refusal);
   const auto db = OpenDatabase(arguments, Missing::kRefuse);
   if (db == nullptr)
     return kFailed;
