@@ -119,7 +119,7 @@ TEST_F(RandomCells, OfLargeScalesAreRoundedAsPrintfDoes) {
 TEST_F(RandomCells, OfTextsArePaddedAndNeverCut) {
   rep_sMetricDescriptor metric{};
   for (int i = 0; i < kCells / 10; ++i) {
-    metric.DataType = static_cast<std::int16_t>(below(2) == 0 ? 3 + below(100) : -1);
+    metric.DataType = static_cast<std::int16_t>(below(2) == 0 ? 3 + static_cast<int>(below(100)) : -1);
     metric.ColumnWidth = static_cast<std::uint16_t>(below(70'000));
     std::string text(below(600), ' ');
     std::string shown;

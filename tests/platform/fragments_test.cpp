@@ -138,7 +138,7 @@ class Link {
 };
 
 TEST(Fragments, CleanLinkSendsNothingTwiceAndNeverExceedsTheWindow) {
-  for (const std::size_t size : {1385, 1392, 20'000, 1 << 20}) {
+  for (const std::size_t size : {1385U, 1392U, 20'000U, 1U << 20}) {
     const Bytes body = pattern(size);
     Link link(body, {}, 1, 16);
     ASSERT_TRUE(link.run(60s)) << size;
