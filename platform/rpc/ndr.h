@@ -239,27 +239,24 @@ class Decoder {
  public:
   // The body must outlive the decoder.
   Decoder(std::span<const std::byte> body, DataRepresentation representation)
-      : first_(body.data()),
-        at_(first_),
-        end_(first_ + body.size()),
+      : body_(body),
         swap_(representation.little_endian != (std::endian::native == std::endian::little)),
         ebcdic_(representation.ebcdic) {}
 
-  std::size_t remaining() const { return static_cast<std::size_t>(end_ - at_); }
+  std::size_t remaining() const { return body_.size() - position_; }
 
   void align(std::size_t alignment) {
-    const auto gap = -static_cast<std::size_t>(at_ - first_) & (alignment - 1);
-    require(gap <= remaining());
-    at_ += gap;
+    const std::size_t start = aligned(alignment);
+    require(start <= body_.size());
+    position_ = start;
   }
 
   // Goes past `size` bytes that begin at the alignment, and gives access to them.
   Fields fields(std::size_t alignment, std::size_t size) {
-    const auto gap = -static_cast<std::size_t>(at_ - first_) & (alignment - 1);
-    require(gap + size <= remaining());
-    const std::byte* start = at_ + gap;
-    at_ = start + size;
-    return {start, swap_};
+    const std::size_t start = aligned(alignment);
+    require(start + size <= body_.size());
+    position_ = start + size;
+    return {body_.data() + start, swap_};
   }
 
   template <Primitive T>
@@ -278,16 +275,17 @@ class Decoder {
       require_ascii();
     align(alignment_of<T>());
     require(count <= remaining() / sizeof(T));
+    const std::byte* from = body_.data() + position_;
     if constexpr (std::same_as<T, bool>) {
       for (std::uint32_t i = 0; i < count; ++i)
-        values[i] = load<T>(at_ + i, swap_);
+        values[i] = load<T>(from + i, swap_);
     } else if (!swap_ || sizeof(T) == 1) {
-      std::memcpy(values, at_, count * sizeof(T));
+      std::memcpy(values, from, count * sizeof(T));
     } else {
       for (std::uint32_t i = 0; i < count; ++i)
-        values[i] = load<T>(at_ + i * sizeof(T), swap_);
+        values[i] = load<T>(from + i * sizeof(T), swap_);
     }
-    at_ += count * sizeof(T);
+    position_ += count * sizeof(T);
   }
 
   // The head of a conformant varying array whose receiver has room for `room` elements and whose
@@ -312,12 +310,12 @@ class Decoder {
       std::memset(text, 0, N);
       return;
     }
-    const std::byte* from = at_;
+    const std::byte* from = body_.data() + position_;
     const std::size_t available = remaining();
     require(offset == 0 && count == expected && count - 1 < N && count <= available);
     require_ascii();
     require(from[count - 1] == std::byte{0});
-    at_ = from + count;
+    position_ += count;
     copy_text<N>(text, from, count, available);
   }
   // The same for a string, which has no length field.
@@ -353,6 +351,9 @@ class Decoder {
     std::uint32_t count;
   };
 
+  std::size_t aligned(std::size_t alignment) const {
+    return (position_ + alignment - 1) & ~(alignment - 1);
+  }
   // Maximum count, offset (which must be 0) and actual count of an array.
   ArrayHead get_array_head();
   void require_ascii() const {
@@ -376,9 +377,9 @@ class Decoder {
     return value;
   }
 
-  const std::byte* first_;
-  const std::byte* at_;
-  const std::byte* end_;
+  std::span<const std::byte> body_;
+  // An offset, since the way from one text's length to the next bounds the speed of decoding.
+  std::size_t position_ = 0;
   bool swap_;
   bool ebcdic_;
   std::map<std::uint32_t, Target> targets_;
