@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/rpc/server/server_core.h"
+#include "platform/rpc/socket_address.h"
 
 namespace agent {
 
@@ -22,7 +22,7 @@ std::int32_t key_of(std::uint32_t address) {
 }
 
 void put(ag_SystemInfo_struct& result, const RegisteredSystem& system) {
-  const std::string text = "#" + rpc::server::dotted(system.address);
+  const std::string text = "#" + rpc::dotted(system.address);
   result.SystemKey = key_of(system.address);
   result.ZTSystem = system.console ? 1 : 0;
   result.ZTError = system.console_error;

@@ -1,6 +1,5 @@
 #include "agent/broker_server.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -13,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/rpc/server/server_core.h"
+#include "platform/rpc/socket_address.h"
 
 namespace agent {
 
@@ -24,14 +23,6 @@ using rpc::server::EventLoop;
 
 constexpr auto kLongestConnection = 10min;
 constexpr auto kPauseWithoutDescriptors = 100ms;
-
-sockaddr_in socket_address(std::uint32_t address, std::uint16_t port) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_addr.s_addr = htonl(address);
-  result.sin_port = htons(port);
-  return result;
-}
 
 void put_word(std::vector<std::byte>& bytes, std::size_t offset, std::size_t value) {
   bytes[offset] = static_cast<std::byte>(value >> 8 & 0xFF);
@@ -253,8 +244,8 @@ BrokerServer::~BrokerServer() {
 
 std::string BrokerServer::open() {
   const auto failed = [&](const char* what) {
-    std::string text = "TCP " + rpc::server::dotted(address_) + " port " + std::to_string(port_) +
-                       ": " + what + ": " + std::strerror(errno);
+    std::string text = "TCP " + rpc::dotted(address_) + " port " + std::to_string(port_) + ": " +
+                       what + ": " + std::strerror(errno);
     close_listener();
     return text;
   };
@@ -263,7 +254,7 @@ std::string BrokerServer::open() {
     return failed("no socket");
   const int yes = 1;
   ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  sockaddr_in name = socket_address(address_, port_);
+  sockaddr_in name = rpc::to_sockaddr({address_, port_});
   if (::bind(listener_, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0)
     return failed("cannot bind");
   socklen_t size = sizeof name;
@@ -286,8 +277,7 @@ void BrokerServer::accept_one() {
       pause_listening();
     return;
   }
-  const std::string text =
-      rpc::server::dotted(ntohl(peer.sin_addr.s_addr)) + ":" + std::to_string(ntohs(peer.sin_port));
+  const std::string text = rpc::to_text(rpc::from_sockaddr(peer));
   if (connections_.size() == kMostConnections) {
     log_.line(name_, "connection of " + text + " is one too many");
     ::close(descriptor);

@@ -125,11 +125,11 @@ std::string DatagramServer::open(std::uint32_t address,
   return {};
 }
 
-void DatagramServer::log_datagram(Direction direction, const rpc::server::Peer& peer,
+void DatagramServer::log_datagram(Direction direction, const rpc::SocketAddress& peer,
                                   std::span<const std::byte> datagram) const {
   const bool received = direction == Direction::received;
   std::string text = received ? "from " : "to ";
-  text += rpc::server::dotted(peer.address) + ":" + std::to_string(peer.port) + " ";
+  text += rpc::to_text(peer) + " ";
   if (const auto packet = rpc::decode_packet(datagram)) {
     const rpc::PacketHeader& header = packet->header;
     text += type_name(header.type) + " operation " + std::to_string(header.opnum) + " call " +

@@ -35,7 +35,7 @@ class DatagramServer {
 
  private:
   rpc::server::EndpointOptions options(std::uint32_t address);
-  void log_datagram(rpc::server::Direction direction, const rpc::server::Peer& peer,
+  void log_datagram(rpc::server::Direction direction, const rpc::SocketAddress& peer,
                     std::span<const std::byte> datagram) const;
   void log_call(const rpc::server::CallInfo& call, const rpc::OperationSpec& operation,
                 const rpc::server::Outcome& outcome) const;

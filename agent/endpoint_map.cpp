@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/rpc/server/server_core.h"
+#include "platform/rpc/socket_address.h"
 
 namespace agent {
 
@@ -78,7 +78,7 @@ rpc::Tower element_tower(const MapElement& element, std::uint32_t system_address
   const bool internet = element.protocol == "ncadg_ip_udp" || element.protocol == "ncacn_ip_tcp" ||
                         element.protocol == "ncacn_http";
   if (internet && element.address.empty())
-    tower.network_address = rpc::server::dotted(system_address);
+    tower.network_address = rpc::dotted(system_address);
   return tower;
 }
 

@@ -10,6 +10,7 @@
 
 #include "agent/scenario_parser.h"
 #include "agent/scenario_reader.h"
+#include "platform/rpc/socket_address.h"
 
 namespace agent {
 
@@ -20,11 +21,6 @@ constexpr std::uint32_t kLoopbackNet = 0x7F000000;
 
 bool loopback(std::uint32_t address) {
   return (address & 0xFF000000) == kLoopbackNet;
-}
-
-std::string dotted_text(std::uint32_t address) {
-  return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 0xFF) + "." +
-         std::to_string(address >> 8 & 0xFF) + "." + std::to_string(address & 0xFF);
 }
 
 DataSources parse_sources(TableReader& top, std::uint32_t now, Budget& budget) {
@@ -81,7 +77,7 @@ class SystemAdder {
       const auto [other, fresh] = taken_.emplace(address, reader.where().begin.line);
       if (!fresh)
         return reader.refuse(
-            "address", "expected an address of its own, but " + dotted_text(address) +
+            "address", "expected an address of its own, but " + rpc::dotted(address) +
                            " is taken by the system of line " + std::to_string(other->second));
       System& system = scenario_.systems.emplace_back(first);
       system.address = address;

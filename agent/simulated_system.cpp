@@ -127,7 +127,7 @@ void SimulatedSystem::register_server(const Registration& registration, std::uin
       const rpc::InterfaceSpec& spec = interface->spec();
       map_.add(rpc::Tower{{spec.id, spec.major, spec.minor},
                           "ncadg_ip_udp",
-                          rpc::server::dotted(system_.address),
+                          rpc::dotted(system_.address),
                           std::to_string(port)},
                registration.object, registration.annotation);
     }

@@ -1,9 +1,12 @@
-// An IPv4 address and a UDP port, both in host order.
+// An IPv4 address and a port, both in host order.
 
 #pragma once
 
+#include <netinet/in.h>
+
 #include <compare>
 #include <cstdint>
+#include <string>
 
 namespace rpc {
 
@@ -13,5 +16,13 @@ struct SocketAddress {
 
   friend auto operator<=>(const SocketAddress&, const SocketAddress&) = default;
 };
+
+sockaddr_in to_sockaddr(const SocketAddress& address);
+SocketAddress from_sockaddr(const sockaddr_in& address);
+
+// "10.1.2.3"
+std::string dotted(std::uint32_t host);
+// "10.1.2.3:135"
+std::string to_text(const SocketAddress& address);
 
 }  // namespace rpc

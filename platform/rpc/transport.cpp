@@ -31,18 +31,6 @@ constexpr int kMostErrors = 64;
 // Even a call without any limit looks at its clock now and then.
 constexpr Duration kLongestWait = std::chrono::hours(1);
 
-sockaddr_in to_sockaddr(const SocketAddress& address) {
-  sockaddr_in result{};
-  result.sin_family = AF_INET;
-  result.sin_port = htons(address.port);
-  result.sin_addr.s_addr = htonl(address.host);
-  return result;
-}
-
-SocketAddress from_sockaddr(const sockaddr_in& address) {
-  return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
-}
-
 int open_socket() {
   return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 }

@@ -60,11 +60,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   std::vector<CallNumber> running;
   std::vector<std::byte> call_back;
-  TimePoint now{};
+  Time now{};
   std::uint64_t received = 0;
   while (steps.more()) {
     const std::uint8_t step = steps.octet();
-    const Peer source{0x7F000001, static_cast<std::uint16_t>(40'000 + steps.octet() % 4)};
+    const SocketAddress source{0x7F000001, static_cast<std::uint16_t>(40'000 + steps.octet() % 4)};
     switch (step % 6) {
       case 0:
         core.receive(steps.bytes(steps.octet() * 8U), source, now);

@@ -227,7 +227,7 @@ void World::happen(const Event& event) {
     }
     case Event::Kind::to_server:
       trace("to server", event.bytes);
-      core_->receive(event.bytes, {event.source.host, event.source.port}, now_);
+      core_->receive(event.bytes, event.source, now_);
       return;
     case Event::Kind::operation_done:
       if (event.life == life_)

@@ -22,8 +22,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::uint32_t kBoot = 0x67456A12;
-constexpr Peer kClient{0x7F000001, 40'000};
-constexpr Peer kOtherPort{0x7F000001, 40'001};
+constexpr SocketAddress kClient{0x7F000001, 40'000};
+constexpr SocketAddress kOtherPort{0x7F000001, 40'001};
 constexpr uuid_t kActivity{0x2f0c8a1e, 0x90b2, 0x41ef, 0x8a, 0x3c, {2, 0x42, 0xac, 0x11, 0, 2}};
 constexpr uuid_t kCallBackActivity{0x70000000, 1, 0x4002, 0x80, 3, {4, 5, 6, 7, 8, 9}};
 
@@ -47,7 +47,7 @@ CoreOptions options_of(CallBack call_back) {
 struct Sent {
   PacketHeader header;
   std::vector<std::byte> body;
-  Peer to;
+  SocketAddress to;
   bool call_back = false;
 
   std::uint32_t word(std::size_t at) const {
@@ -80,7 +80,7 @@ class Server {
 
   // What the server sends at once in answer.
   std::vector<Sent> in(const PacketHeader& header, std::span<const std::byte> body = {},
-                       const Peer& source = kClient) {
+                       const SocketAddress& source = kClient) {
     core.receive(encode_packet(header, body), source, now);
     return out();
   }

@@ -5,8 +5,6 @@
 
 namespace rpc::server {
 
-using TimePoint = std::chrono::steady_clock::time_point;
-
 bool FaultPlan::harmless() const {
   return loss <= 0 && duplication <= 0 && reordering <= 0 && truncation <= 0 && byte_flips <= 0 &&
          delay_max.count() <= 0;
@@ -49,7 +47,7 @@ std::uint64_t FaultInjector::below(std::uint64_t bound) {
 }
 
 std::vector<FaultInjector::Delivery> FaultInjector::pass(std::span<const std::byte> datagram,
-                                                         TimePoint now) {
+                                                         Time now) {
   std::vector<Delivery> deliveries;
   const bool lost = happens(plan_.loss);
   const bool doubled = happens(plan_.duplication);
@@ -60,8 +58,7 @@ std::vector<FaultInjector::Delivery> FaultInjector::pass(std::span<const std::by
   return deliveries;
 }
 
-FaultInjector::Delivery FaultInjector::delivery(std::span<const std::byte> datagram,
-                                                TimePoint now) {
+FaultInjector::Delivery FaultInjector::delivery(std::span<const std::byte> datagram, Time now) {
   Delivery result{now, {datagram.begin(), datagram.end()}};
 
   const auto least = std::max<std::int64_t>(plan_.delay_min.count(), 0);

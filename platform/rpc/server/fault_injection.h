@@ -9,6 +9,8 @@
 #include <span>
 #include <vector>
 
+#include "platform/rpc/time_constants.h"
+
 namespace rpc::server {
 
 // Probabilities are 0 to 1 for each datagram.
@@ -32,18 +34,17 @@ class FaultInjector {
   explicit FaultInjector(const FaultPlan& plan);
 
   struct Delivery {
-    std::chrono::steady_clock::time_point time;
+    Time time;
     std::vector<std::byte> bytes;
   };
   // No delivery for a lost datagram, two for a duplicated one; times are never before `now`.
-  std::vector<Delivery> pass(std::span<const std::byte> datagram,
-                             std::chrono::steady_clock::time_point now);
+  std::vector<Delivery> pass(std::span<const std::byte> datagram, Time now);
 
  private:
   std::uint64_t next();
   bool happens(double probability);
   std::uint64_t below(std::uint64_t bound);
-  Delivery delivery(std::span<const std::byte> datagram, std::chrono::steady_clock::time_point now);
+  Delivery delivery(std::span<const std::byte> datagram, Time now);
 
   FaultPlan plan_;
   std::uint64_t state_[4];

@@ -23,11 +23,6 @@ std::int32_t ahead(std::uint32_t a, std::uint32_t b) {
 
 }  // namespace
 
-std::string dotted(std::uint32_t address) {
-  return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 0xFF) + "." +
-         std::to_string(address >> 8 & 0xFF) + "." + std::to_string(address & 0xFF);
-}
-
 // Activities are random; mixing both halves keeps it so for those that differ in one half only.
 std::size_t ServerCore::UuidHash::operator()(const uuid_t& uuid) const noexcept {
   std::uint64_t halves[2];
@@ -42,7 +37,8 @@ ServerCore::ServerCore(const CoreOptions& options, std::vector<Interface*> inter
 
 ServerCore::~ServerCore() = default;
 
-void ServerCore::receive(std::span<const std::byte> datagram, const Peer& source, TimePoint now) {
+void ServerCore::receive(std::span<const std::byte> datagram, const SocketAddress& source,
+                         Time now) {
   ++statistics_.packets_received;
   tick(now);
   const std::optional<Packet> packet = decode_packet(datagram);
@@ -87,7 +83,7 @@ void ServerCore::receive(std::span<const std::byte> datagram, const Peer& source
   reschedule(*activity);
 }
 
-void ServerCore::on_request(const Packet& packet, const Peer& source, TimePoint now) {
+void ServerCore::on_request(const Packet& packet, const SocketAddress& source, Time now) {
   const PacketHeader& header = packet.header;
   const bool first = header.fragment == 0;
   if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
@@ -141,7 +137,7 @@ void ServerCore::on_request(const Packet& packet, const Peer& source, TimePoint 
   reschedule(*activity);
 }
 
-void ServerCore::on_repeated_request(Activity& activity, TimePoint now) {
+void ServerCore::on_repeated_request(Activity& activity, Time now) {
   ++statistics_.duplicate_requests;
   if (activity.state == CallState::answering)
     answer_again(activity, now);
@@ -150,7 +146,7 @@ void ServerCore::on_repeated_request(Activity& activity, TimePoint now) {
     send_for(activity, PacketType::working, {});
 }
 
-void ServerCore::on_ping(const Packet& packet, const Peer& source, TimePoint now) {
+void ServerCore::on_ping(const Packet& packet, const SocketAddress& source, Time now) {
   const PacketHeader& header = packet.header;
   if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
     send_reject(header, source, kNcaWrongBootTime);
@@ -231,7 +227,7 @@ ServerCore::Activity* ServerCore::find_activity(const uuid_t& id) const {
   return found == activities_.end() ? nullptr : found->second.get();
 }
 
-ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, TimePoint now) {
+ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, Time now) {
   if (Activity* const found = find_activity(id))
     return found;
   if (!make_room(1, 0, nullptr))
@@ -282,7 +278,7 @@ void ServerCore::forget(Activity& activity) {
   activities_.erase(uuid_t(activity.id));
 }
 
-void ServerCore::tick(TimePoint now) {
+void ServerCore::tick(Time now) {
   while (!due_.empty() && due_.begin()->first <= now) {
     Activity& activity = *due_.begin()->second;
     due_.erase(due_.begin());
@@ -296,7 +292,7 @@ void ServerCore::tick(TimePoint now) {
   }
 }
 
-std::optional<TimePoint> ServerCore::next_wake_up() const {
+std::optional<Time> ServerCore::next_wake_up() const {
   if (due_.empty())
     return std::nullopt;
   return due_.begin()->first;
@@ -377,7 +373,7 @@ void ServerCore::send_for(Activity& activity, PacketType type, std::span<const s
 }
 
 // A reject of a call of which nothing is kept.
-void ServerCore::send_reject(const PacketHeader& request, const Peer& destination,
+void ServerCore::send_reject(const PacketHeader& request, const SocketAddress& destination,
                              std::uint32_t status) {
   if ((request.flags1 & kFlagMaybe) != 0)
     return;
@@ -386,7 +382,7 @@ void ServerCore::send_reject(const PacketHeader& request, const Peer& destinatio
 }
 
 void ServerCore::send(const PacketHeader& header, std::span<const std::byte> body,
-                      const Peer& destination) {
+                      const SocketAddress& destination) {
   ++statistics_.packets_sent;
   PacketHeader numbered = header;
   numbered.serial = serial_++;

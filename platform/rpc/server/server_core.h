@@ -25,23 +25,11 @@
 #include "platform/rpc/interface.h"
 #include "platform/rpc/pdu.h"
 #include "platform/rpc/server/interface.h"
+#include "platform/rpc/socket_address.h"
+#include "platform/rpc/time_constants.h"
 #include "platform/rpc/uuid.h"
 
 namespace rpc::server {
-
-using TimePoint = std::chrono::steady_clock::time_point;
-
-// An IPv4 address and UDP port, both in host order.
-struct Peer {
-  std::uint32_t address = 0;
-  std::uint16_t port = 0;
-
-  friend bool operator==(const Peer&, const Peer&) = default;
-  friend auto operator<=>(const Peer&, const Peer&) = default;
-};
-
-// "10.1.2.3"
-std::string dotted(std::uint32_t address);
 
 // What a server asks of a client whose activity it does not know, before it runs an operation that
 // is not idempotent (the conversation interface).
@@ -88,7 +76,7 @@ struct ReadyCall {
 };
 
 struct OutgoingDatagram {
-  Peer destination;
+  SocketAddress destination;
   bool call_back = false;  // a call-back; may leave from another port than the server's
   std::vector<std::byte> bytes;
 };
@@ -103,15 +91,15 @@ class ServerCore {
   ServerCore& operator=(const ServerCore&) = delete;
 
   // A datagram that has come in. `now` never goes back between calls of the core.
-  void receive(std::span<const std::byte> datagram, const Peer& source, TimePoint now);
+  void receive(std::span<const std::byte> datagram, const SocketAddress& source, Time now);
   // Does what is due; harmless when nothing is.
-  void tick(TimePoint now);
+  void tick(Time now);
   // When tick() must be called, unless something else happens first.
-  std::optional<TimePoint> next_wake_up() const;
+  std::optional<Time> next_wake_up() const;
 
   // The end of a call that was handed out. A number that is not running (any more) is ignored, so a
   // late answer to a forgotten client does no harm.
-  void complete(CallNumber number, Outcome outcome, TimePoint now);
+  void complete(CallNumber number, Outcome outcome, Time now);
   // The call is never answered: from now on nothing is sent for it, not even to pings.
   void abandon(CallNumber number);
 
@@ -139,16 +127,16 @@ class ServerCore {
     std::size_t operator()(const uuid_t& uuid) const noexcept;
   };
 
-  void on_request(const Packet& packet, const Peer& source, TimePoint now);
-  void on_ping(const Packet& packet, const Peer& source, TimePoint now);
-  void on_fack(const Packet& packet, Activity& activity, TimePoint now);
+  void on_request(const Packet& packet, const SocketAddress& source, Time now);
+  void on_ping(const Packet& packet, const SocketAddress& source, Time now);
+  void on_fack(const Packet& packet, Activity& activity, Time now);
   void on_cancel(const Packet& packet, Activity& activity);
-  void on_call_back_answer(const Packet& packet, Activity& activity, TimePoint now);
-  void on_repeated_request(Activity& activity, TimePoint now);
+  void on_call_back_answer(const Packet& packet, Activity& activity, Time now);
+  void on_repeated_request(Activity& activity, Time now);
 
   Interface* find_interface(const PacketHeader& request) const;
   Activity* find_activity(const uuid_t& id) const;
-  Activity* find_or_make_activity(const uuid_t& id, TimePoint now);
+  Activity* find_or_make_activity(const uuid_t& id, Time now);
   bool make_room(std::size_t activities, std::size_t bytes, const Activity* keep);
   void forget(Activity& activity);
   void reschedule(Activity& activity);
@@ -156,22 +144,24 @@ class ServerCore {
   void begin_call(Activity& activity, const PacketHeader& request, Interface& interface,
                   const OperationSpec& operation);
   void release_call(Activity& activity);
-  void take_request_packet(const Packet& packet, Activity& activity, TimePoint now);
-  void request_complete(Activity& activity, TimePoint now);
+  void take_request_packet(const Packet& packet, Activity& activity, Time now);
+  void request_complete(Activity& activity, Time now);
   void hand_out(Activity& activity);
-  void answer(Activity& activity, Outcome outcome, TimePoint now);
-  void answer_again(Activity& activity, TimePoint now);
-  void on_time(Activity& activity, TimePoint now);
+  void answer(Activity& activity, Outcome outcome, Time now);
+  void answer_again(Activity& activity, Time now);
+  void on_time(Activity& activity, Time now);
 
   void call_back(Activity& activity);
   void end_call_back(Activity& activity);
-  void fail_call_back(Activity& activity, TimePoint now);
+  void fail_call_back(Activity& activity, Time now);
 
-  void send_response_packets(Activity& activity, TimePoint now);
+  void send_response_packets(Activity& activity, Time now);
   void send_request_fack(Activity& activity);
   void send_for(Activity& activity, PacketType type, std::span<const std::byte> body);
-  void send_reject(const PacketHeader& request, const Peer& destination, std::uint32_t status);
-  void send(const PacketHeader& header, std::span<const std::byte> body, const Peer& destination);
+  void send_reject(const PacketHeader& request, const SocketAddress& destination,
+                   std::uint32_t status);
+  void send(const PacketHeader& header, std::span<const std::byte> body,
+            const SocketAddress& destination);
   PacketHeader header_for(const PacketHeader& request, PacketType type) const;
 
   CoreOptions options_;
@@ -179,7 +169,7 @@ class ServerCore {
   std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;
   std::unordered_map<uuid_t, Activity*, UuidHash> call_backs_;
   std::unordered_map<CallNumber, Activity*> running_;
-  std::set<std::pair<TimePoint, Activity*>> due_;
+  std::set<std::pair<Time, Activity*>> due_;
   CallNumber last_call_ = 0;
   std::uint32_t call_backs_begun_ = 0;
   std::uint16_t next_activity_hint_;

@@ -27,7 +27,7 @@ enum class CallState {
 struct ServerCore::Activity {
   uuid_t id{};
   std::uint16_t hint = 0;
-  Peer peer;           // where its last packet came from
+  SocketAddress peer;  // where its last packet came from
   bool known = false;  // a call-back has confirmed it, or none is needed
   bool has_run = false;
   Time last_heard{};

@@ -65,7 +65,7 @@ void ServerCore::release_call(Activity& activity) {
     activity.state = CallState::finished;
 }
 
-void ServerCore::take_request_packet(const Packet& packet, Activity& activity, TimePoint now) {
+void ServerCore::take_request_packet(const Packet& packet, Activity& activity, Time now) {
   const std::size_t size = packet.body.size();
   if (!make_room(0, size, &activity)) {
     ++statistics_.packets_dropped;
@@ -95,7 +95,7 @@ void ServerCore::take_request_packet(const Packet& packet, Activity& activity, T
     request_complete(activity, now);
 }
 
-void ServerCore::request_complete(Activity& activity, TimePoint now) {
+void ServerCore::request_complete(Activity& activity, Time now) {
   activity.in_parameters = activity.joiner.take_body();
   activity.keep_until.reset();
   if (activity.known || activity.idempotent()) {
@@ -119,7 +119,7 @@ void ServerCore::hand_out(Activity& activity) {
   running_[activity.number] = &activity;
   ++statistics_.calls_handed_out;
   calls_.push_back({activity.number, activity.interface, activity.operation,
-                    CallInfo{activity.id, activity.request.object, dotted(activity.peer.address),
+                    CallInfo{activity.id, activity.request.object, dotted(activity.peer.host),
                              activity.peer.port},
                     std::move(activity.in_parameters), activity.request.representation,
                     options_.little_endian});
@@ -127,7 +127,7 @@ void ServerCore::hand_out(Activity& activity) {
   statistics_.bytes_held -= std::exchange(activity.bytes, 0);
 }
 
-void ServerCore::complete(CallNumber number, Outcome outcome, TimePoint now) {
+void ServerCore::complete(CallNumber number, Outcome outcome, Time now) {
   const auto found = running_.find(number);
   if (found == running_.end())
     return;
@@ -147,7 +147,7 @@ void ServerCore::abandon(CallNumber number) {
   reschedule(*found->second);
 }
 
-void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
+void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
   if (activity.maybe()) {
     activity.state = CallState::finished;
     return;
@@ -180,7 +180,7 @@ void ServerCore::answer(Activity& activity, Outcome outcome, TimePoint now) {
     activity.answer_clock.start(now, kFirstAnswerRepeat);
 }
 
-void ServerCore::answer_again(Activity& activity, TimePoint now) {
+void ServerCore::answer_again(Activity& activity, Time now) {
   if (now - activity.last_answer_sent < kLeastAnswerGap)
     return;
   activity.last_answer_sent = now;
@@ -189,7 +189,7 @@ void ServerCore::answer_again(Activity& activity, TimePoint now) {
   send_response_packets(activity, now);
 }
 
-void ServerCore::on_fack(const Packet& packet, Activity& activity, TimePoint now) {
+void ServerCore::on_fack(const Packet& packet, Activity& activity, Time now) {
   if (activity.state != CallState::answering) {
     ++statistics_.packets_dropped;
     return;
@@ -204,7 +204,7 @@ void ServerCore::on_fack(const Packet& packet, Activity& activity, TimePoint now
   send_response_packets(activity, now);
 }
 
-void ServerCore::on_time(Activity& activity, TimePoint now) {
+void ServerCore::on_time(Activity& activity, Time now) {
   if (activity.keep_until && *activity.keep_until <= now) {
     activity.keep_until.reset();
     if (activity.state == CallState::answering)
@@ -246,7 +246,7 @@ void ServerCore::on_time(Activity& activity, TimePoint now) {
   }
 }
 
-void ServerCore::send_response_packets(Activity& activity, TimePoint now) {
+void ServerCore::send_response_packets(Activity& activity, Time now) {
   PacketHeader header = header_for(activity.request, activity.answer_type);
   while (const auto packet = activity.sender.next(now, serial_)) {
     header.flags1 = packet->flags;
@@ -281,7 +281,7 @@ void ServerCore::call_back(Activity& activity) {
   output_.push_back({activity.peer, true, encode_packet(header, body)});
 }
 
-void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, TimePoint now) {
+void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, Time now) {
   const bool little = packet.header.representation.little_endian;
   const bool second = activity.call_back == CallBack::who_are_you2;
   if (packet.header.type == PacketType::reject && second &&
@@ -327,7 +327,7 @@ void ServerCore::end_call_back(Activity& activity) {
 
 // Nothing of the activity is believed: the client does not know it, or is not there. A client that
 // was told "working" meanwhile must hear of it, so the reject is kept like an answer.
-void ServerCore::fail_call_back(Activity& activity, TimePoint now) {
+void ServerCore::fail_call_back(Activity& activity, Time now) {
   end_call_back(activity);
   statistics_.bytes_held -= std::exchange(activity.bytes, 0);
   activity.in_parameters = {};

@@ -47,22 +47,14 @@ class Socket {
   int descriptor_ = -1;
 };
 
-sockaddr_in socket_address(const Peer& peer) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(peer.address);
-  address.sin_port = htons(peer.port);
-  return address;
-}
-
 // A bound socket; without one errno says why.
-Socket bound_socket(const Peer& local) {
+Socket bound_socket(const SocketAddress& local) {
   Socket socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!socket)
     return socket;
   setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kSocketBuffer, sizeof kSocketBuffer);
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
-  const sockaddr_in address = socket_address(local);
+  const sockaddr_in address = to_sockaddr(local);
   if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
     return Socket();
   return socket;
@@ -83,9 +75,8 @@ class Batch {
     }
     return recvmmsg(descriptor, messages_.data(), kDatagramsPerTurn, MSG_DONTWAIT, nullptr);
   }
-  std::pair<Peer, std::span<const std::byte>> at(std::size_t index) const {
-    const sockaddr_in& from = sources_[index];
-    return {{ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)},
+  std::pair<SocketAddress, std::span<const std::byte>> at(std::size_t index) const {
+    return {from_sockaddr(sources_[index]),
             {bytes_.get() + index * kLargestDatagram, messages_[index].msg_len}};
   }
 
@@ -103,7 +94,7 @@ void send_batch(int descriptor, std::span<OutgoingDatagram> batch) {
   std::array<iovec, kDatagramsPerTurn> parts;
   std::array<mmsghdr, kDatagramsPerTurn> messages;
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    destinations[i] = socket_address(batch[i].destination);
+    destinations[i] = to_sockaddr(batch[i].destination);
     parts[i] = {batch[i].bytes.data(), batch[i].bytes.size()};
     messages[i] = {};
     messages[i].msg_hdr.msg_name = &destinations[i];
@@ -162,14 +153,14 @@ class ServerHost::UdpEndpoint final : public Endpoint {
  private:
   bool watch(const Socket& socket, const Socket& place);
   void on_readable(const Socket& socket);
-  void arrived(std::span<const std::byte> datagram, const Peer& source);
+  void arrived(std::span<const std::byte> datagram, const SocketAddress& source);
   void settle();
   void start_call(ReadyCall call);
   void finish_call(const ReadyCall& call, const Verdict& verdict);
   static Outcome run(const ReadyCall& call, const Verdict& verdict);
   void send(std::span<OutgoingDatagram> output);
   void transmit(std::span<OutgoingDatagram> output);
-  void later(TimePoint time, std::function<void()> action);
+  void later(Time time, std::function<void()> action);
   void set_wake_up();
 
   EventLoop& loop_;
@@ -187,12 +178,13 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   std::shared_ptr<const int> life_;
   bool settling_ = false;
   EventLoop::TimerNumber wake_timer_ = 0;
-  TimePoint wake_time_{};
+  Time wake_time_{};
 };
 
 std::string ServerHost::UdpEndpoint::start() {
-  const std::string name = dotted(options_.address) + ":" + std::to_string(options_.port);
-  Socket socket = bound_socket({options_.address, options_.port});
+  const SocketAddress local{options_.address, options_.port};
+  const std::string name = to_text(local);
+  Socket socket = bound_socket(local);
   Socket second =
       options_.call_back_from_other_port ? bound_socket({options_.address, 0}) : Socket();
   if (!socket || (options_.call_back_from_other_port && !second))
@@ -256,7 +248,8 @@ void ServerHost::UdpEndpoint::on_readable(const Socket& socket) {
   }
 }
 
-void ServerHost::UdpEndpoint::arrived(std::span<const std::byte> datagram, const Peer& source) {
+void ServerHost::UdpEndpoint::arrived(std::span<const std::byte> datagram,
+                                      const SocketAddress& source) {
   if (options_.mute)
     return;
   core_->receive(datagram, source, Clock::now());
@@ -376,7 +369,7 @@ void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
 }
 
 // At once when the time has come; never in another life of the endpoint.
-void ServerHost::UdpEndpoint::later(TimePoint time, std::function<void()> action) {
+void ServerHost::UdpEndpoint::later(Time time, std::function<void()> action) {
   if (time <= Clock::now()) {
     action();
     return;
@@ -389,7 +382,7 @@ void ServerHost::UdpEndpoint::later(TimePoint time, std::function<void()> action
 
 // A timer that fires too early does no harm, so one is only replaced by an earlier one.
 void ServerHost::UdpEndpoint::set_wake_up() {
-  const std::optional<TimePoint> due = core_->next_wake_up();
+  const std::optional<Time> due = core_->next_wake_up();
   if (!due || (wake_timer_ != 0 && wake_time_ <= *due))
     return;
   loop_.cancel(wake_timer_);

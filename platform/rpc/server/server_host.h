@@ -69,7 +69,7 @@ struct EndpointOptions {
   std::function<void(const uuid_t& activity)> on_client_gone;
   // Told of each datagram as it crosses the socket (after faults when sent, before them when
   // received); may be empty.
-  std::function<void(Direction, const Peer&, std::span<const std::byte>)> on_datagram;
+  std::function<void(Direction, const SocketAddress&, std::span<const std::byte>)> on_datagram;
 };
 
 // One socket with its core. Belongs to its host.
