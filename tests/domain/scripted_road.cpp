@@ -17,7 +17,7 @@ namespace {
 
 // A socket on a loopback address; port 0: any, and the one it got.
 int loopback_socket(SystemKey key, bool listening, int* port) {
-  const int descriptor = ::socket(AF_INET, SOCK_STREAM, 0);
+  const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = static_cast<std::uint32_t>(key);
@@ -30,10 +30,22 @@ int loopback_socket(SystemKey key, bool listening, int* port) {
   return descriptor;
 }
 
+// Takes the connections of earlier probes off the queue, which would be full some day. They are
+// reset, so that they leave no port in use.
+void drop_connections(int listener) {
+  const linger reset{1, 0};
+  for (int each = ::accept(listener, nullptr, nullptr); each >= 0;
+       each = ::accept(listener, nullptr, nullptr)) {
+    ::setsockopt(each, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    ::close(each);
+  }
+}
+
 int listening_port() {
   static int port = 0;
   static const int listener = loopback_socket(kLoopback, true, &port);
   EXPECT_GE(listener, 0);
+  drop_connections(listener);
   return port;
 }
 
