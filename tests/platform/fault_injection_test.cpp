@@ -9,7 +9,6 @@ namespace rpc::server {
 namespace {
 
 using std::chrono::microseconds;
-using TimePoint = std::chrono::steady_clock::time_point;
 
 const std::vector<std::byte> kDatagram(400, std::byte{0x5A});
 constexpr int kSent = 10'000;
@@ -27,8 +26,8 @@ struct Tally {
 Tally pass_many(const FaultPlan& plan) {
   FaultInjector injector(plan);
   Tally tally;
-  TimePoint now{};
-  TimePoint latest{};
+  Time now{};
+  Time latest{};
   for (int i = 0; i < kSent; ++i, now += microseconds(100)) {
     for (FaultInjector::Delivery& delivery : injector.pass(kDatagram, now)) {
       ++tally.delivered;
