@@ -194,7 +194,7 @@ Pattern watch_long_reply() {
   rpc::server::EndpointOptions options;
   options.interfaces = {&interface};
   std::size_t acknowledged = 0;
-  options.on_datagram = [&](rpc::server::Direction direction, const rpc::server::Peer&,
+  options.on_datagram = [&](rpc::server::Direction direction, const rpc::SocketAddress&,
                             std::span<const std::byte> bytes) {
     const auto packet = rpc::decode_packet(bytes);
     if (direction == rpc::server::Direction::received &&
