@@ -10,7 +10,7 @@
 
 #include "platform/rpc/stub.h"
 #include "tests/platform/endpoint_map_bytes.h"
-#include "tests/platform/hex_octets.h"
+#include "tests/platform/rpc_bytes.h"
 
 namespace {
 
@@ -68,6 +68,61 @@ rpc::Reply reply_of(Octets body, bool little_endian = true) {
   return reply;
 }
 
+// An inquiry and its elements as texts.
+class Inquiry {
+ public:
+  explicit Inquiry(RPC_BINDING_HANDLE binding, std::uint32_t type = RPC_C_EP_ALL_ELTS,
+                   std::uint32_t version_option = 0) {
+    EXPECT_EQ(RpcMgmtEpEltInqBegin(binding, type, &kRep, version_option, &kObject, &handle),
+              RPC_S_OK);
+  }
+  ~Inquiry() {
+    EXPECT_EQ(RpcMgmtEpEltInqDone(&handle), RPC_S_OK);
+    EXPECT_EQ(handle, nullptr);
+  }
+  Inquiry(const Inquiry&) = delete;
+  Inquiry& operator=(const Inquiry&) = delete;
+
+  // `element`, which may be null, as "binding annotation"; what differs from an element of `rep`
+  // without an object, found at the default level, stands before it.
+  RPC_STATUS next(std::string* element) { return next_of(handle, element); }
+  static RPC_STATUS next_of(RPC_EP_INQ_HANDLE inquiry, std::string* element) {
+    rpc_if_id_t id{};
+    uuid_t object{};
+    RPC_BINDING_HANDLE binding = nullptr;
+    char* annotation = nullptr;
+    const RPC_STATUS status =
+        element == nullptr ? RpcMgmtEpEltInqNextA(inquiry, &id, nullptr, nullptr, nullptr)
+                           : RpcMgmtEpEltInqNextA(inquiry, &id, &binding, &object, &annotation);
+    if (element == nullptr || status != RPC_S_OK) {
+      EXPECT_EQ(binding, nullptr);
+      EXPECT_EQ(annotation, nullptr);
+      return status;
+    }
+    char* text = nullptr;
+    EXPECT_EQ(RpcBindingToStringBindingA(binding, &text), RPC_S_OK);
+    const unsigned level = rpc::target_of(binding).timeout_level;
+    *element = (id.uuid == kRep.uuid && id.vers_major == 2 && id.vers_minor == 0 ? "" : "other ") +
+               std::string(object == kObject    ? "object "
+                           : object == uuid_t{} ? ""
+                                                : "strange ") +
+               (level == 5 ? "" : "level " + std::to_string(level) + " ") + text + " " + annotation;
+    RpcStringFreeA(&text);
+    RpcStringFreeA(&annotation);
+    RpcBindingFree(&binding);
+    return status;
+  }
+  // The next element's text, or "" at the end.
+  std::string next() {
+    std::string element;
+    const RPC_STATUS status = next(&element);
+    EXPECT_TRUE(status == RPC_S_OK || status == RPC_X_NO_MORE_ENTRIES) << status;
+    return element;
+  }
+
+  RPC_EP_INQ_HANDLE handle = nullptr;
+};
+
 class EndpointInquiry : public testing::Test {
  protected:
   void SetUp() override {
@@ -95,54 +150,13 @@ class EndpointInquiry : public testing::Test {
     };
   }
 
-  RPC_EP_INQ_HANDLE begin_all() {
-    RPC_EP_INQ_HANDLE inquiry = nullptr;
-    EXPECT_EQ(RpcMgmtEpEltInqBegin(binding_, RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry),
-              RPC_S_OK);
-    return inquiry;
-  }
-
-  struct Element {
-    RPC_STATUS status = RPC_S_OK;
-    rpc_if_id_t interface_id{};
-    uuid_t object{};
-    std::string binding;
-    unsigned timeout_level = 99;
-    std::string annotation;
-  };
-
-  static Element next(RPC_EP_INQ_HANDLE inquiry) {
-    Element element;
-    RPC_BINDING_HANDLE binding = nullptr;
-    char* annotation = nullptr;
-    element.status = RpcMgmtEpEltInqNextA(inquiry, &element.interface_id, &binding, &element.object,
-                                          &annotation);
-    if (element.status != RPC_S_OK) {
-      EXPECT_EQ(binding, nullptr);
-      EXPECT_EQ(annotation, nullptr);
-      return element;
-    }
-    char* text = nullptr;
-    EXPECT_EQ(RpcBindingToStringBindingA(binding, &text), RPC_S_OK);
-    element.binding = text;
-    element.annotation = annotation;
-    element.timeout_level = rpc::target_of(binding).timeout_level;
-    RpcStringFreeA(&text);
-    RpcStringFreeA(&annotation);
-    RpcBindingFree(&binding);
-    return element;
-  }
-
   // The status that ends an inquiry over everything, and how many elements came before it.
   std::pair<RPC_STATUS, std::size_t> run_all() {
-    RPC_EP_INQ_HANDLE inquiry = begin_all();
+    Inquiry inquiry(binding_);
     std::size_t count = 0;
-    rpc_if_id_t id{};
-    RPC_STATUS status = RPC_S_OK;
-    while ((status = RpcMgmtEpEltInqNextA(inquiry, &id, nullptr, nullptr, nullptr)) == RPC_S_OK)
+    while (inquiry.next(nullptr) == RPC_S_OK)
       ++count;
-    EXPECT_EQ(RpcMgmtEpEltInqNextA(inquiry, &id, nullptr, nullptr, nullptr), status);
-    EXPECT_EQ(RpcMgmtEpEltInqDone(&inquiry), RPC_S_OK);
+    const RPC_STATUS status = inquiry.next(nullptr);
     return {status, count};
   }
 
@@ -166,29 +180,15 @@ TEST_F(EndpointInquiry, HandsOutElementsOfAllBatchesOneByOne) {
             lookup_reply(little_endian, 0, {{0, udp_tower(10, 1, 2, 3, 1046), "x"}}, 0)},
            little_endian);
     ASSERT_EQ(RpcMgmtSetComTimeout(binding_, 2), RPC_S_OK);
-    RPC_EP_INQ_HANDLE inquiry = begin_all();
-
-    const Element first = next(inquiry);
-    ASSERT_EQ(first.status, RPC_S_OK);
-    EXPECT_EQ(first.interface_id.uuid, kRep.uuid);
-    EXPECT_EQ(first.interface_id.vers_major, 2);
-    EXPECT_EQ(first.interface_id.vers_minor, 0);
-    EXPECT_EQ(first.object, kObject);
-    EXPECT_EQ(first.binding, "ncadg_ip_udp:10.1.2.3[1045]");
-    EXPECT_EQ(first.timeout_level, 2u);
-    EXPECT_EQ(first.annotation, "Repository server");
-
-    const Element second = next(inquiry);
-    EXPECT_EQ(second.object, uuid_t{});
-    EXPECT_EQ(second.binding, "ncadg_ip_udp:10.1.2.4[65535]");
-    EXPECT_EQ(second.annotation, "");
-    EXPECT_EQ(mapper().calls.size(), 1u);
-
-    EXPECT_EQ(next(inquiry).binding, "ncadg_ip_udp:10.1.2.3[1046]");
-    EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-    EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-    EXPECT_EQ(RpcMgmtEpEltInqDone(&inquiry), RPC_S_OK);
-    EXPECT_EQ(inquiry, nullptr);
+    {
+      Inquiry inquiry(binding_);
+      EXPECT_EQ(inquiry.next(), "object level 2 ncadg_ip_udp:10.1.2.3[1045] Repository server");
+      EXPECT_EQ(inquiry.next(), "level 2 ncadg_ip_udp:10.1.2.4[65535] ");
+      EXPECT_EQ(mapper().calls.size(), 1u);
+      EXPECT_EQ(inquiry.next(), "level 2 ncadg_ip_udp:10.1.2.3[1046] x");
+      EXPECT_EQ(inquiry.next(nullptr), RPC_X_NO_MORE_ENTRIES);
+      EXPECT_EQ(inquiry.next(nullptr), RPC_X_NO_MORE_ENTRIES);
+    }
     // The mapper gave the cursor back itself, with the last batch.
     EXPECT_EQ(mapper().calls.size(), 2u);
   }
@@ -208,24 +208,15 @@ constexpr char kExampleReply[] =
     "04 15 01 00 09 04 00 0a 01 02 03 00 00 00 00 00";
 
 TEST_F(EndpointInquiry, ExampleRequestBringsTheExampleReply) {
-  ASSERT_EQ(hex_octets(kExampleReply).size(), 156u);
-  script({hex_octets(kExampleReply)});
-  RPC_EP_INQ_HANDLE inquiry = nullptr;
-  // An object that the inquiry type does not use is not sent.
-  ASSERT_EQ(RpcMgmtEpEltInqBegin(binding_, RPC_C_EP_MATCH_BY_IF, &kRep, RPC_C_VERS_EXACT, &kObject,
-                                 &inquiry),
-            RPC_S_OK);
+  ASSERT_EQ(rpc::test::hex(kExampleReply).size(), 156u);
+  script({rpc::test::hex(kExampleReply)});
+  // The object is not sent, since the inquiry's type does not use it.
+  Inquiry inquiry(binding_, RPC_C_EP_MATCH_BY_IF, RPC_C_VERS_EXACT);
   EXPECT_TRUE(mapper().calls.empty());
-  const Element element = next(inquiry);
-  EXPECT_EQ(element.interface_id.uuid, kRep.uuid);
-  EXPECT_EQ(element.object, uuid_t{});
-  EXPECT_EQ(element.binding, "ncadg_ip_udp:10.1.2.3[1045]");
-  EXPECT_EQ(element.annotation, "rep");
-  EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-  RpcMgmtEpEltInqDone(&inquiry);
-
+  EXPECT_EQ(inquiry.next(), "ncadg_ip_udp:10.1.2.3[1045] rep");
+  EXPECT_EQ(inquiry.next(), "");
   ASSERT_EQ(mapper().calls.size(), 1u);
-  EXPECT_EQ(mapper().calls[0].request, hex_octets(kExampleRequest));
+  EXPECT_EQ(mapper().calls[0].request, rpc::test::hex(kExampleRequest));
   EXPECT_TRUE(mapper().calls[0].idempotent);
 }
 
@@ -240,12 +231,7 @@ TEST_F(EndpointInquiry, AsksForAllByBothAndGoesOnWithTheCursor) {
 
   mapper().calls.clear();
   script({lookup_reply(true, 0, {}, 0)});
-  RPC_EP_INQ_HANDLE inquiry = nullptr;
-  ASSERT_EQ(RpcMgmtEpEltInqBegin(binding_, RPC_C_EP_MATCH_BY_BOTH, &kRep, RPC_C_VERS_UPTO, &kObject,
-                                 &inquiry),
-            RPC_S_OK);
-  EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-  RpcMgmtEpEltInqDone(&inquiry);
+  EXPECT_EQ(Inquiry(binding_, RPC_C_EP_MATCH_BY_BOTH, RPC_C_VERS_UPTO).next(), "");
   Body expected(true);
   expected.u32(3).u32(1).uuid(0x77, 9).u32(2).uuid(0x5b3c82a0, 0).u16(2).u16(0).u32(5);
   EXPECT_EQ(mapper().calls[0].request, expected.context(0).u32(64).bytes());
@@ -253,14 +239,16 @@ TEST_F(EndpointInquiry, AsksForAllByBothAndGoesOnWithTheCursor) {
 
 TEST_F(EndpointInquiry, GivesTheCursorBackWhenClosedEarly) {
   script({lookup_reply(true, 5, {{0, udp_tower(10, 1, 2, 3, 1045), ""}}, 0)});
-  RPC_EP_INQ_HANDLE inquiry = begin_all();
-  ASSERT_EQ(next(inquiry).status, RPC_S_OK);
-  const RPC_EP_INQ_HANDLE stale = inquiry;
-  EXPECT_EQ(RpcMgmtEpEltInqDone(&inquiry), RPC_S_OK);
+  RPC_EP_INQ_HANDLE stale = nullptr;
+  {
+    Inquiry inquiry(binding_);
+    ASSERT_EQ(inquiry.next(nullptr), RPC_S_OK);
+    stale = inquiry.handle;
+  }
   ASSERT_EQ(mapper().calls.size(), 2u);
   EXPECT_EQ(mapper().calls[1].opnum, kHandleFree);
   EXPECT_EQ(mapper().calls[1].request, Body(true).context(5).bytes());
-  EXPECT_EQ(next(stale).status, RPC_S_INVALID_BINDING);
+  EXPECT_EQ(Inquiry::next_of(stale, nullptr), RPC_S_INVALID_BINDING);
 }
 
 TEST_F(EndpointInquiry, EndsWithAStatusForEachFailure) {
@@ -316,21 +304,18 @@ TEST_F(EndpointInquiry, EntriesThatComeWithTheEndAreHandedOut) {
 }
 
 TEST_F(EndpointInquiry, MapperThatNeverEndsIsLeft) {
-  mapper().answer = [](const Call& call) {
-    return reply_of(call.opnum == kHandleFree ? endpoint_map::free_reply(true)
-                                              : lookup_reply(true, 5, {}, 0));
-  };
-  EXPECT_EQ(run_all(), (std::pair<RPC_STATUS, std::size_t>(RPC_S_PROTOCOL_ERROR, 0)));
-  EXPECT_LE(mapper().calls.size(), 20u);
-
-  mapper().calls.clear();
-  const std::vector<Entry> full(64, {0, udp_tower(10, 1, 2, 3, 1045), ""});
-  mapper().answer = [&](const Call& call) {
-    return reply_of(call.opnum == kHandleFree ? endpoint_map::free_reply(true)
-                                              : lookup_reply(true, 5, full, 0));
-  };
-  EXPECT_EQ(run_all(), (std::pair<RPC_STATUS, std::size_t>(RPC_S_PROTOCOL_ERROR, 16384)));
-  EXPECT_EQ(calls_of(kHandleFree), 1u);
+  for (const std::size_t batch : {0U, 64U}) {
+    mapper().calls.clear();
+    const std::vector<Entry> entries(batch, {0, udp_tower(10, 1, 2, 3, 1045), ""});
+    mapper().answer = [&](const Call& call) {
+      return reply_of(call.opnum == kHandleFree ? endpoint_map::free_reply(true)
+                                                : lookup_reply(true, 5, entries, 0));
+    };
+    const std::size_t most = batch == 0 ? 0 : 16384;
+    EXPECT_EQ(run_all(), (std::pair<RPC_STATUS, std::size_t>(RPC_S_PROTOCOL_ERROR, most)));
+    EXPECT_LE(calls_of(kLookup), most / 64 + 20);
+    EXPECT_EQ(calls_of(kHandleFree), 1u);
+  }
 }
 
 TEST_F(EndpointInquiry, UnusableTowersAreSkipped) {
@@ -340,19 +325,17 @@ TEST_F(EndpointInquiry, UnusableTowersAreSkipped) {
   unknown[60] = std::byte{0x05};
   script({lookup_reply(true, 5, {{0, cut, "cut"}, {0, {}, "null"}, {0, unknown, "unknown"}}, 0),
           lookup_reply(true, 0, {{0, udp_tower(10, 1, 2, 3, 1045), "good"}, {0, cut, "cut"}}, 0)});
-  RPC_EP_INQ_HANDLE inquiry = begin_all();
-  EXPECT_EQ(next(inquiry).annotation, "good");
-  EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-  RpcMgmtEpEltInqDone(&inquiry);
+  Inquiry inquiry(binding_);
+  EXPECT_EQ(inquiry.next(), "ncadg_ip_udp:10.1.2.3[1045] good");
+  EXPECT_EQ(inquiry.next(), "");
 }
 
 TEST_F(EndpointInquiry, ServerAtEveryAddressIsWhereItsMapperIs) {
   script({lookup_reply(
       true, 0, {{0, udp_tower(0, 0, 0, 0, 1045), ""}, {0, udp_tower(0, 0, 0, 1, 1045), ""}}, 0)});
-  RPC_EP_INQ_HANDLE inquiry = begin_all();
-  EXPECT_EQ(next(inquiry).binding, "ncadg_ip_udp:alpha[1045]");
-  EXPECT_EQ(next(inquiry).binding, "ncadg_ip_udp:0.0.0.1[1045]");
-  RpcMgmtEpEltInqDone(&inquiry);
+  Inquiry inquiry(binding_);
+  EXPECT_EQ(inquiry.next(), "ncadg_ip_udp:alpha[1045] ");
+  EXPECT_EQ(inquiry.next(), "ncadg_ip_udp:0.0.0.1[1045] ");
 }
 
 TEST_F(EndpointInquiry, MapperIsThisHostsAtItsKnownPortUnlessNamed) {
@@ -364,11 +347,7 @@ TEST_F(EndpointInquiry, MapperIsThisHostsAtItsKnownPortUnlessNamed) {
   for (const Case& c : {Case{nullptr, "127.0.0.1"}, Case{without_port, "alpha"}}) {
     mapper().calls.clear();
     script({lookup_reply(true, 0, {}, kNotRegistered)});
-    RPC_EP_INQ_HANDLE inquiry = nullptr;
-    ASSERT_EQ(RpcMgmtEpEltInqBegin(c.binding, RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry),
-              RPC_S_OK);
-    EXPECT_EQ(next(inquiry).status, RPC_X_NO_MORE_ENTRIES);
-    RpcMgmtEpEltInqDone(&inquiry);
+    EXPECT_EQ(Inquiry(c.binding).next(), "");
     ASSERT_EQ(mapper().calls.size(), 1u);
     EXPECT_EQ(mapper().calls[0].target.network_address, c.address);
     EXPECT_EQ(mapper().calls[0].target.endpoint, "135");
@@ -380,13 +359,10 @@ TEST_F(EndpointInquiry, MapperIsThisHostsAtItsKnownPortUnlessNamed) {
 TEST_F(EndpointInquiry, SurvivesTheBindingItWasBegunWith) {
   script({lookup_reply(true, 0, {{0, udp_tower(1, 2, 3, 4, 5), ""}}, 0)});
   RPC_BINDING_HANDLE other = bind("ncadg_ip_udp:beta[135]");
-  RPC_EP_INQ_HANDLE inquiry = nullptr;
-  ASSERT_EQ(RpcMgmtEpEltInqBegin(other, RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry),
-            RPC_S_OK);
+  Inquiry inquiry(other);
   RpcBindingFree(&other);
-  EXPECT_EQ(next(inquiry).status, RPC_S_OK);
+  EXPECT_EQ(inquiry.next(nullptr), RPC_S_OK);
   EXPECT_EQ(mapper().calls[0].target.network_address, "beta");
-  RpcMgmtEpEltInqDone(&inquiry);
 }
 
 TEST_F(EndpointInquiry, BadQuestionsAndHandlesAreRefused) {
@@ -425,10 +401,10 @@ TEST_F(EndpointInquiry, BadQuestionsAndHandlesAreRefused) {
   RpcBindingFree(&stale);
   RPC_EP_INQ_HANDLE inquiry = nullptr;
   EXPECT_EQ(RpcMgmtEpEltInqBegin(freed, 0, nullptr, 0, nullptr, &inquiry), RPC_S_INVALID_BINDING);
-  EXPECT_EQ(next(nullptr).status, RPC_S_INVALID_BINDING);
+  EXPECT_EQ(Inquiry::next_of(nullptr, nullptr), RPC_S_INVALID_BINDING);
   EXPECT_EQ(RpcMgmtEpEltInqDone(&inquiry), RPC_S_INVALID_BINDING);
   inquiry = reinterpret_cast<RPC_EP_INQ_HANDLE>(binding_);
-  EXPECT_EQ(next(inquiry).status, RPC_S_INVALID_BINDING);
+  EXPECT_EQ(Inquiry::next_of(inquiry, nullptr), RPC_S_INVALID_BINDING);
 }
 
 TEST_F(EndpointInquiry, RepliesCutAnywhereOrWithFalseCountsAreRefused) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "platform/rpc/stub.h"
 
@@ -22,6 +23,18 @@ std::string text_of(RPC_BINDING_HANDLE binding) {
   return copy;
 }
 
+using Raised = std::pair<RPC_STATUS, rpc::FailureKind>;
+
+template <typename Action>
+Raised raised_by(Action action) {
+  try {
+    action();
+  } catch (const rpc::RpcException& failure) {
+    return {failure.status(), failure.kind()};
+  }
+  return {};
+}
+
 // Every call must see that the handle is none.
 void expect_refused(RPC_BINDING_HANDLE binding) {
   char* text = nullptr;
@@ -32,13 +45,8 @@ void expect_refused(RPC_BINDING_HANDLE binding) {
   EXPECT_EQ(RpcBindingSetObject(binding, &kObject), RPC_S_INVALID_BINDING);
   EXPECT_EQ(RpcMgmtSetComTimeout(binding, 3), RPC_S_INVALID_BINDING);
   EXPECT_EQ(RpcBindingFree(&freed), RPC_S_INVALID_BINDING);
-  try {
-    rpc::target_of(binding);
-    FAIL() << "a handle that is none has a target";
-  } catch (const rpc::RpcException& failure) {
-    EXPECT_EQ(failure.status(), RPC_S_INVALID_BINDING);
-    EXPECT_EQ(failure.kind(), rpc::FailureKind::communication);
-  }
+  EXPECT_EQ(raised_by([&] { rpc::target_of(binding); }),
+            Raised(RPC_S_INVALID_BINDING, rpc::FailureKind::communication));
 }
 
 TEST(Binding, NullStaleAndForeignHandlesAreRefused) {
@@ -147,18 +155,9 @@ rpc::CallTarget target_at(const char* address) {
 }
 
 void expect_no_context(RPC_CONTEXT_HANDLE context) {
-  const auto status_of = [&](auto call) {
-    try {
-      call(context);
-    } catch (const rpc::RpcException& failure) {
-      EXPECT_EQ(failure.kind(), rpc::FailureKind::local);
-      return failure.status();
-    }
-    return RPC_S_OK;
-  };
-  EXPECT_EQ(status_of([](RPC_CONTEXT_HANDLE c) { rpc::target_of(c); }), RPC_X_SS_IN_NULL_CONTEXT);
-  EXPECT_EQ(status_of([](RPC_CONTEXT_HANDLE c) { rpc::wire_context(c); }),
-            RPC_X_SS_IN_NULL_CONTEXT);
+  const Raised expected(RPC_X_SS_IN_NULL_CONTEXT, rpc::FailureKind::local);
+  EXPECT_EQ(raised_by([&] { rpc::target_of(context); }), expected);
+  EXPECT_EQ(raised_by([&] { rpc::wire_context(context); }), expected);
 }
 
 TEST(Context, LivesFromCreationToDestruction) {

@@ -134,52 +134,44 @@ class CompiledLocaleDeathTest : public testing::Test {
     if (!directory_.empty())
       std::filesystem::remove_all(directory_);
   }
-  void compile(const std::string& name, const std::string& charset) {
-    ::setenv("LC_ALL", "C", 1);
-    const std::string command = "localedef -i " + name + " -f " + charset + " '" + directory_ +
-                                "/" + name + "." + charset + "' >/dev/null 2>&1";
+  // What failed in the child is on its standard output.
+  void check_in(const std::string& name, void (*checks)()) {
+    set_variables("C", "", "", "");
+    const std::string path = directory_ + "/" + name + ".UTF-8";
+    const std::string command = "localedef -i " + name + " -f UTF-8 '" + path + "' >/dev/null 2>&1";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
-    set_variables((name + "." + charset).c_str(), "", "", "");
-  }
-  // Ends the child with status 0 when the checks hold; what failed is on its standard output.
-  [[noreturn]] static void in_child(void (*checks)()) {
-    checks();
-    std::fflush(stdout);
-    ::_exit(HasFailure() ? 1 : 0);
+    set_variables((name + ".UTF-8").c_str(), "", "", "");
+    const auto in_child = [checks] {
+      checks();
+      std::fflush(stdout);
+      ::_exit(HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(in_child(), testing::ExitedWithCode(0), "");
   }
 
   std::string directory_;
 };
 
-void check_german() {
-  EXPECT_EQ(narrow_item(locale::LOCALE_SABBREVLANGNAME), "DEU");
-  EXPECT_EQ(narrow_item(locale::LOCALE_SSHORTDATE), "dd.MM.yyyy");
-  EXPECT_EQ(narrow_item(locale::LOCALE_SDATE), ".");
-  EXPECT_EQ(narrow_item(locale::LOCALE_STIMEFORMAT), "HH:mm:ss");
-  EXPECT_EQ(narrow_item(locale::LOCALE_SLONGDATE), "ddd dd MMM yyyy");
-  EXPECT_EQ(narrow_item(locale::LOCALE_SDECIMAL), ",");
-}
-
-void check_japanese() {
-  EXPECT_EQ(narrow_item(locale::LOCALE_SSHORTDATE),
-            "yyyy\xE5\xB9\xB4MM\xE6\x9C\x88"
-            "dd\xE6\x97\xA5");
-  EXPECT_EQ(narrow_item(locale::LOCALE_SDATE), "/");
-  char16_t wide[40] = {};
-  EXPECT_EQ(
-      locale::GetLocaleInfoW(locale::GetUserDefaultLCID(), locale::LOCALE_SSHORTDATE, wide, 40),
-      12);
-  EXPECT_EQ(std::u16string(wide), u"yyyy\u5E74MM\u6708dd\u65E5");
-}
-
 TEST_F(CompiledLocaleDeathTest, GivesGermanPictures) {
-  compile("de_DE", "UTF-8");
-  EXPECT_EXIT(in_child(check_german), testing::ExitedWithCode(0), "");
+  check_in("de_DE", [] {
+    EXPECT_EQ(narrow_item(locale::LOCALE_SABBREVLANGNAME), "DEU");
+    EXPECT_EQ(narrow_item(locale::LOCALE_SSHORTDATE), "dd.MM.yyyy");
+    EXPECT_EQ(narrow_item(locale::LOCALE_SDATE), ".");
+    EXPECT_EQ(narrow_item(locale::LOCALE_STIMEFORMAT), "HH:mm:ss");
+    EXPECT_EQ(narrow_item(locale::LOCALE_SLONGDATE), "ddd dd MMM yyyy");
+    EXPECT_EQ(narrow_item(locale::LOCALE_SDECIMAL), ",");
+  });
 }
 
 TEST_F(CompiledLocaleDeathTest, KeepsLettersBeyondAscii) {
-  compile("ja_JP", "UTF-8");
-  EXPECT_EXIT(in_child(check_japanese), testing::ExitedWithCode(0), "");
+  check_in("ja_JP", [] {
+    EXPECT_EQ(narrow_item(locale::LOCALE_SSHORTDATE), "yyyy\u5E74MM\u6708dd\u65E5");
+    EXPECT_EQ(narrow_item(locale::LOCALE_SDATE), "/");
+    const locale::LCID user = locale::GetUserDefaultLCID();
+    char16_t wide[40] = {};
+    EXPECT_EQ(locale::GetLocaleInfoW(user, locale::LOCALE_SSHORTDATE, wide, 40), 12);
+    EXPECT_EQ(std::u16string(wide), u"yyyy\u5E74MM\u6708dd\u65E5");
+  });
 }
 
 TEST(NativePath, TranslatesOnlyWhatThePathNeeds) {

@@ -91,31 +91,14 @@ TEST(NdrEncoder, SendsAnArrayOfNoElementForALastIndexOfNone) {
   EXPECT_EQ(in.get_exact_conformant_varying(kSize, 0, 4), 0u);
 }
 
-TEST(NdrDecoder, ReadsWhatEitherByteOrderSends) {
-  const uuid_t id{0x01020304, 0x0506, 0x0708, 9, 10, {11, 12, 13, 14, 15, 16}};
+// What the product's interfaces use is read in both byte orders in tests/idl/stub_test.cpp.
+TEST(NdrDecoder, ReadsWhatNoInterfaceUses) {
+  const std::vector<std::byte> body = hex("fbffffff 01020304 01");
   for (const DataRepresentation& representation : {kLittle, kBig}) {
-    Encoder out(representation.little_endian);
-    const std::uint32_t numbers[] = {1, 0x80000000, 0xFFFFFFFF};
-    out.put(std::int16_t{-2});
-    out.put(std::int32_t{-70000});
-    out.put(false);
-    out.put(std::int64_t{-5});
-    out.put(id);
-    out.put(WireContext{3, id});
-    out.put('z');
-    out.put_array(numbers, 3);
-
-    Decoder in(out.body(), representation);
-    EXPECT_EQ(in.get<std::int16_t>(), -2);
-    EXPECT_EQ(in.get<std::int32_t>(), -70000);
-    EXPECT_EQ(in.get<bool>(), false);
-    EXPECT_EQ(in.get<std::int64_t>(), -5);
-    EXPECT_EQ(in.get<uuid_t>(), id);
-    EXPECT_EQ(in.get<WireContext>(), (WireContext{3, id}));
-    EXPECT_EQ(in.get<char>(), 'z');
-    std::uint32_t received[3] = {};
-    in.get_array(received, 3);
-    EXPECT_TRUE(std::equal(numbers, numbers + 3, received));
+    Decoder in(body, representation);
+    EXPECT_EQ(in.get<std::uint64_t>(),
+              representation.little_endian ? 0x04030201FFFFFFFB : 0xFBFFFFFF01020304);
+    EXPECT_TRUE(in.get<bool>());
     EXPECT_EQ(in.remaining(), 0u);
   }
 }

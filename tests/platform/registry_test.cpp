@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 #include <string_view>
 
@@ -95,42 +96,23 @@ TEST(RegistryFile, BlamesNothingForTheValuesOfAMalformedKey) {
 }
 
 TEST(RegistryFile, TakesAnyLineEndAndCharacterSetWithAMark) {
-  const std::string lines = std::string(kHeader) + "; a comment\r\n\r\n[" + kKey +
-                            "]\r\n\"Path\"=\"C:\\\\caf\xC3\xA9\"\r\n";
-  const auto with_line_end = [&lines](std::string_view end) {
-    std::string text;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      if (lines.compare(i, 2, "\r\n") == 0) {
-        text += end;
-        ++i;
-      } else {
-        text += lines[i];
-      }
-    }
-    return text;
-  };
-  const auto in_utf16 = [&lines](bool big_endian) {
-    std::string text;
-    const auto put = [&text, big_endian](unsigned unit) {
-      const char high = static_cast<char>(unit >> 8);
-      const char low = static_cast<char>(unit & 0xFF);
-      text += big_endian ? high : low;
-      text += big_endian ? low : high;
-    };
-    put(0xFEFF);
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      if (lines[i] == '\xC3') {
-        put(0xE9);
-        ++i;
-      } else {
-        put(static_cast<unsigned char>(lines[i]));
-      }
-    }
-    return text;
+  constexpr std::u16string_view kText =
+      u"Windows Registry Editor Version 5.00\r\n; a comment\r\n\r\n"
+      u"[HKEY_LOCAL_MACHINE\\Software\\Maker\\Product]\r\n\"Path\"=\"C:\\\\caf\u00E9\"\r\n";
+  std::string lines;
+  std::string little_endian = "\xFF\xFE";
+  std::string big_endian = "\xFE\xFF";
+  for (const char16_t unit : kText) {
+    lines += unit == u'\u00E9' ? "\xC3\xA9" : std::string(1, static_cast<char>(unit));
+    little_endian += {static_cast<char>(unit), '\0'};
+    big_endian += {'\0', static_cast<char>(unit)};
+  }
+  const auto with_line_end = [&lines](const char* end) {
+    return std::regex_replace(lines, std::regex("\r\n"), end);
   };
   for (const std::string& text :
-       {lines, with_line_end("\n"), with_line_end("\r"), "\xEF\xBB\xBF" + lines, in_utf16(false),
-        in_utf16(true), lines.substr(0, lines.size() - 2)}) {
+       {lines, with_line_end("\n"), with_line_end("\r"), "\xEF\xBB\xBF" + lines, little_endian,
+        big_endian, lines.substr(0, lines.size() - 2)}) {
     const ParsedFile file = parse(text);
     EXPECT_TRUE(file.complaints.empty());
     EXPECT_EQ(value(file, "Path"), "C:\\caf\xC3\xA9");

@@ -1,4 +1,5 @@
-// Bytes for tests of the packet layer: written as hexadecimal text, as in docs/formats.
+// Bytes and packets for tests of the packet layer: written as hexadecimal text, as in docs/formats,
+// and as names.
 
 #pragma once
 
@@ -10,6 +11,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/rpc/pdu.h"
 
 namespace rpc::test {
 
@@ -37,6 +40,22 @@ inline std::string hex_text(std::span<const std::byte> bytes) {
     text += digits;
   }
   return text;
+}
+
+inline const char* name_of(PacketType type) {
+  static constexpr const char* kNames[] = {"request", "ping",   "response",  "fault",
+                                           "working", "nocall", "reject",    "ack",
+                                           "cancel",  "fack",   "cancel_ack"};
+  return kNames[static_cast<std::size_t>(type)];
+}
+
+// The types of packets that have a header: "request ping ping".
+template <typename Packets>
+std::string names(const Packets& packets) {
+  std::string result;
+  for (const auto& packet : packets)
+    result += (result.empty() ? "" : " ") + std::string(name_of(packet.header.type));
+  return result;
 }
 
 // Bytes that differ from place to place, so that a body joined wrongly shows.

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/platform/rpc_bytes.h"
+
 namespace rpc::simulation {
 namespace {
 
@@ -40,15 +42,12 @@ World::World(const Setting& setting, std::uint64_t seed)
 }
 
 void World::trace(const char* what, std::span<const std::byte> datagram) {
-  static constexpr const char* kTypes[] = {"request", "ping",   "response",  "fault",
-                                           "working", "nocall", "reject",    "ack",
-                                           "cancel",  "fack",   "cancel_ack"};
   if (!tracing_)
     return;
   std::printf("%9.4f %-12s", std::chrono::duration<double>(now_.time_since_epoch()).count(), what);
   if (const auto packet = decode_packet(datagram))
     std::printf(" %-10s call %u boot %u fragment %d flags %02x serial %u, %zu bytes",
-                kTypes[static_cast<std::size_t>(packet->header.type)], packet->header.sequence,
+                test::name_of(packet->header.type), packet->header.sequence,
                 packet->header.server_boot, static_cast<std::int16_t>(packet->header.fragment),
                 packet->header.flags1, packet->header.serial, packet->body.size());
   std::printf("\n");

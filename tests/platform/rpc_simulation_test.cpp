@@ -161,6 +161,18 @@ TEST(RpcSimulationTest, ChangedBytesCrashNothingAndEveryCallEnds) {
   });
 }
 
+TEST(RpcSimulationTest, ALinkThatLosesLittleRepeatsLittle) {
+  const Tally tally = run_worlds(0.004, 700'000, [](SeededRandom& random) {
+    Setting setting = clean(random);
+    setting.to_server.loss = setting.to_client.loss = 0.02;
+    setting.longest_request = setting.longest_reply = 1024 * 1024;
+    return setting;
+  });
+  EXPECT_EQ(tally.succeeded, tally.calls);
+  EXPECT_LT(static_cast<double>(tally.repeated),
+            0.04 * static_cast<double>(tally.client_packets + tally.server_packets));
+}
+
 TEST(RpcSimulationTest, LongBodiesArriveWholeBothWays) {
   const Tally tally = run_worlds(0.01, 600'000, [](SeededRandom& random) {
     Setting setting = random.chance(0.3) ? clean(random) : bad(random);

@@ -4,35 +4,29 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <string>
 #include <utility>
 
-#include "platform/rpc/fragments.h"
 #include "platform/rpc/pdu.h"
 #include "platform/rpc/server/management.h"
 #include "platform/rpc/time_constants.h"
 #include "platform/rpc/wire_bytes.h"
 #include "tests/platform/echo_interface.h"
+#include "tests/platform/rpc_bytes.h"
 
 namespace rpc::server {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using test::names;
+using test::pattern;
 
 constexpr std::uint32_t kBoot = 0x67456A12;
 constexpr SocketAddress kClient{0x7F000001, 40'000};
 constexpr SocketAddress kOtherPort{0x7F000001, 40'001};
 constexpr uuid_t kActivity{0x2f0c8a1e, 0x90b2, 0x41ef, 0x8a, 0x3c, {2, 0x42, 0xac, 0x11, 0, 2}};
 constexpr uuid_t kCallBackActivity{0x70000000, 1, 0x4002, 0x80, 3, {4, 5, 6, 7, 8, 9}};
-
-std::vector<std::byte> pattern(std::size_t size) {
-  std::vector<std::byte> bytes(size);
-  for (std::size_t i = 0; i < size; ++i)
-    bytes[i] = static_cast<std::byte>(i * 131 >> 3);
-  return bytes;
-}
 
 CoreOptions options_of(CallBack call_back) {
   CoreOptions options;
@@ -121,26 +115,24 @@ class Server {
     return out();
   }
 
+  // A call from its request to its answer.
+  std::string serve(const PacketHeader& header, std::span<const std::byte> body = {}) {
+    const std::string at_once = names(in(header, body));
+    return at_once + names(run());
+  }
+  std::string serve(std::uint32_t sequence) { return serve(request(sequence, kChangeOperation)); }
+  // The one call that is ready.
+  ReadyCall take_call() {
+    auto calls = core.take_calls();
+    EXPECT_EQ(calls.size(), 1u);
+    return calls.empty() ? ReadyCall{} : std::move(calls[0]);
+  }
+
   EchoInterface echo;
   ManagementInterface management;
   ServerCore core;
   Time now{seconds(1000)};
 };
-
-std::string names(const std::vector<Sent>& packets) {
-  static const std::map<PacketType, std::string> texts = {
-      {PacketType::request, "request"}, {PacketType::response, "response"},
-      {PacketType::fault, "fault"},     {PacketType::working, "working"},
-      {PacketType::nocall, "nocall"},   {PacketType::reject, "reject"},
-      {PacketType::fack, "fack"},       {PacketType::cancel_ack, "cancel_ack"},
-  };
-  std::string result;
-  for (const Sent& sent : packets) {
-    const auto text = texts.find(sent.header.type);
-    result += (result.empty() ? "" : " ") + (text == texts.end() ? "?" : text->second);
-  }
-  return result;
-}
 
 TEST(ServerCoreTest, AnswersWithItsOwnHeaderFields) {
   for (const bool little : {true, false}) {
@@ -188,8 +180,7 @@ TEST(ServerCoreTest, RejectsWhatItDoesNotOffer) {
     EXPECT_EQ(sent[0].word(0), each.status) << each.what;
     EXPECT_TRUE(server.core.take_calls().empty()) << each.what;
     // The next call with good fields is served.
-    server.in(Server::request(1, kChangeOperation));
-    EXPECT_EQ(names(server.run()), "response") << each.what;
+    EXPECT_EQ(server.serve(1), "response") << each.what;
   }
 }
 
@@ -198,8 +189,7 @@ TEST(ServerCoreTest, TakesAnEarlierMinorVersionAndAForeignHint) {
   PacketHeader header = Server::request(0, kChangeOperation);
   header.interface_version = 2;
   header.interface_hint = 900;
-  server.in(header);
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(header), "response");
 }
 
 TEST(ServerCoreTest, RunsACallOnceAndAnswersRepeatsByItsState) {
@@ -209,10 +199,9 @@ TEST(ServerCoreTest, RunsACallOnceAndAnswersRepeatsByItsState) {
   server.in(request);
   EXPECT_EQ(names(server.in(request)), "working");
   EXPECT_EQ(names(server.in(ping)), "working");
-  auto calls = server.core.take_calls();
-  ASSERT_EQ(calls.size(), 1u);
+  const ReadyCall call = server.take_call();
   server.now += milliseconds(300);
-  server.core.complete(calls[0].number, {Outcome::Kind::reply, 0, pattern(8)}, server.now);
+  server.core.complete(call.number, {Outcome::Kind::reply, 0, pattern(8)}, server.now);
   EXPECT_EQ(names(server.out()), "response");
 
   server.now += milliseconds(300);
@@ -243,11 +232,9 @@ TEST(ServerCoreTest, StaysSilentOnRepeatsWhenToldSoButAnswersPings) {
 TEST(ServerCoreTest, ForgetsAnIdempotentCallOnceAnswered) {
   Server server;
   const PacketHeader request = Server::request(0, kReadOperation);
-  server.in(request);
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(request), "response");
   EXPECT_EQ(names(server.in(Server::packet(PacketType::ping, 0, kReadOperation))), "nocall");
-  server.in(request);
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(request), "response");
   EXPECT_EQ(server.echo.runs, 2);
   EXPECT_EQ(names(server.after(seconds(60))), "");
 }
@@ -261,8 +248,7 @@ TEST(ServerCoreTest, AnswersNocallToAPingOfAnUnknownCallAndKeepsNothing) {
 TEST(ServerCoreTest, RepeatsAnUnacknowledgedAnswerForHalfAMinute) {
   Server server;
   const Time start = server.now;
-  server.in(Server::request(0, kChangeOperation), pattern(100));
-  server.run();
+  server.serve(Server::request(0, kChangeOperation), pattern(100));
   std::vector<long> at;
   while (server.now - start < seconds(120)) {
     for ([[maybe_unused]] const Sent& sent : server.after(milliseconds(500)))
@@ -277,10 +263,8 @@ TEST(ServerCoreTest, RepeatsAnUnacknowledgedAnswerForHalfAMinute) {
 
 TEST(ServerCoreTest, TakesTheNextRequestAsAcknowledgement) {
   Server server;
-  server.in(Server::request(0, kChangeOperation), pattern(100));
-  server.run();
-  server.in(Server::request(1, kChangeOperation));
-  EXPECT_EQ(names(server.run()), "response");
+  server.serve(Server::request(0, kChangeOperation), pattern(100));
+  EXPECT_EQ(server.serve(1), "response");
   EXPECT_EQ(server.core.statistics().bytes_held, 0u);
 }
 
@@ -288,11 +272,9 @@ TEST(ServerCoreTest, SendsFaultsAndRejectsAndRepeatsThemOnlyWhenAsked) {
   for (const bool fault : {true, false}) {
     Server server;
     server.in(Server::request(0, kChangeOperation));
-    const auto calls = server.core.take_calls();
-    ASSERT_EQ(calls.size(), 1u);
-    server.core.complete(calls[0].number,
-                         fault ? Outcome::fault(0x1C00001A) : Outcome::reject(0x1C010014),
-                         server.now);
+    const ReadyCall call = server.take_call();
+    server.core.complete(
+        call.number, fault ? Outcome::fault(0x1C00001A) : Outcome::reject(0x1C010014), server.now);
     const auto sent = server.out();
     ASSERT_EQ(names(sent), fault ? "fault" : "reject");
     EXPECT_EQ(sent[0].word(0), fault ? 0x1C00001Au : 0x1C010014u);
@@ -305,17 +287,15 @@ TEST(ServerCoreTest, SaysNothingOfAnAbandonedCall) {
   Server server;
   const PacketHeader request = Server::request(0, kChangeOperation);
   server.in(request);
-  const auto calls = server.core.take_calls();
-  ASSERT_EQ(calls.size(), 1u);
-  server.core.abandon(calls[0].number);
+  const ReadyCall call = server.take_call();
+  server.core.abandon(call.number);
   EXPECT_EQ(names(server.in(request)), "");
   EXPECT_EQ(names(server.in(Server::packet(PacketType::ping, 0))), "");
-  server.core.complete(calls[0].number, {}, server.now);
+  server.core.complete(call.number, {}, server.now);
   EXPECT_EQ(names(server.out()), "");
   server.after(seconds(601));
   EXPECT_EQ(server.core.statistics().activities, 0u);
-  server.in(Server::request(1, kChangeOperation));
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(1), "response");
 }
 
 TEST(ServerCoreTest, ALateAnswerToACallThatTheClientLeftIsIgnored) {
@@ -351,8 +331,7 @@ TEST(ServerCoreTest, RunsAMaybeCallWithoutAnswer) {
 
 TEST(ServerCoreTest, DropsWhatIsNotForIt) {
   Server server;
-  server.in(Server::request(3, kChangeOperation), pattern(100));
-  server.run();
+  server.serve(Server::request(3, kChangeOperation), pattern(100));
   const auto before = server.core.statistics().packets_dropped;
   std::vector<std::byte> shortened = encode_packet(Server::request(4, kChangeOperation), {});
   shortened.pop_back();
@@ -372,7 +351,8 @@ TEST(ServerCoreTest, DropsWhatIsNotForIt) {
 
 // --- Who are you?
 
-std::vector<std::byte> who_answer(const Sent& asked, std::uint32_t sequence, std::uint32_t status) {
+std::vector<std::byte> who_answer(const Sent& asked, std::uint32_t sequence,
+                                  std::uint32_t status = 0) {
   const bool second = asked.header.opnum == 1;
   std::vector<std::byte> body(second ? 24 : 8);
   store32(body.data(), sequence, true);
@@ -402,12 +382,11 @@ TEST(ServerCoreTest, AsksAnUnknownClientOnceBeforeItRunsItsCall) {
     EXPECT_TRUE(server.core.take_calls().empty());
     EXPECT_EQ(names(server.after(milliseconds(1010))), "request") << "a lost call-back is repeated";
 
-    server.in(who_header(asked[0]), who_answer(asked[0], 8, 0), kOtherPort);
+    server.in(who_header(asked[0]), who_answer(asked[0], 8), kOtherPort);
     const auto answered = server.run();
     ASSERT_EQ(names(answered), "response");
     EXPECT_EQ(answered[0].to, kClient);
-    EXPECT_EQ(names(server.in(Server::request(9, kChangeOperation))), "");
-    EXPECT_EQ(names(server.run()), "response");
+    EXPECT_EQ(server.serve(9), "response");
   }
 }
 
@@ -421,22 +400,21 @@ TEST(ServerCoreTest, RunsAnIdempotentCallWithoutAsking) {
 TEST(ServerCoreTest, DropsAStaleCopyOfAnUnknownClient) {
   Server server(options_of(CallBack::who_are_you2));
   const auto asked = server.in(Server::request(5, kChangeOperation));
-  server.in(who_header(asked.at(0)), who_answer(asked[0], 6, 0));
+  server.in(who_header(asked.at(0)), who_answer(asked[0], 6));
   EXPECT_TRUE(server.core.take_calls().empty());
-  EXPECT_EQ(names(server.in(Server::request(6, kChangeOperation))), "");
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(6), "response");
 }
 
 TEST(ServerCoreTest, AnAnswerThatIsNoneLeavesTheQuestionOpen) {
   Server server(options_of(CallBack::who_are_you2));
   const auto asked = server.in(Server::request(5, kChangeOperation));
-  auto cut = who_answer(asked.at(0), 5, 0);
+  auto cut = who_answer(asked.at(0), 5);
   cut.pop_back();
   server.in(who_header(asked[0]), cut);
   server.in(who_header(asked[0], PacketType::working));
   EXPECT_EQ(names(server.run()), "");
   EXPECT_EQ(names(server.after(seconds(1))), "request") << "asked again";
-  server.in(who_header(asked[0]), who_answer(asked[0], 5, 0));
+  server.in(who_header(asked[0]), who_answer(asked[0], 5));
   EXPECT_EQ(names(server.run()), "response");
 }
 
@@ -468,7 +446,7 @@ TEST(ServerCoreTest, AsksInTheOldWayAClientThatDoesNotKnowTheNew) {
       server.in(who_header(asked.at(0), PacketType::reject), encode_status_body(0x1C010002, true));
   ASSERT_EQ(names(again), "request");
   EXPECT_EQ(again[0].header.opnum, 0);
-  server.in(who_header(again[0]), who_answer(again[0], 5, 0));
+  server.in(who_header(again[0]), who_answer(again[0], 5));
   EXPECT_EQ(names(server.run()), "response");
 }
 
@@ -517,37 +495,22 @@ TEST(ServerCoreTest, JoinsARequestAndSaysWhatIsMissing) {
   header.fragment = 1;
   header.flags1 = kFlagFragment | kFlagNoFack;
   server.in(header, all.subspan(1384, 1384));
-  const auto calls = server.core.take_calls();
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].request, body);
+  const ReadyCall call = server.take_call();
+  EXPECT_EQ(call.request, body);
 }
 
-TEST(ServerCoreTest, SendsALongAnswerAsItIsAcknowledged) {
+TEST(ServerCoreTest, ForgetsALongAnswerWithItsLastFack) {
   Server server;
-  const auto body = pattern(100'000);
   server.in(Server::request(0, kReadOperation));
-  const auto calls = server.core.take_calls();
-  ASSERT_EQ(calls.size(), 1u);
-  server.core.complete(calls[0].number, {Outcome::Kind::reply, 0, body}, server.now);
-
-  FragmentJoiner joiner(FragmentJoiner::Limits{.body = body.size()});
-  for (int round = 0; round < 200 && !joiner.complete(); ++round) {
-    for (const Sent& sent : server.out()) {
-      ASSERT_EQ(sent.header.type, PacketType::response);
-      const auto bytes = encode_packet(sent.header, sent.body);
-      joiner.accept(*decode_packet(bytes), server.now);
-      if (!joiner.fack_due())
-        continue;
-      PacketHeader header = Server::packet(PacketType::fack, 0, kReadOperation);
-      header.fragment = joiner.fack_fragment();
-      server.core.receive(encode_packet(header, encode_fack(joiner.fack(), true)), kClient,
-                          server.now);
-    }
+  server.core.complete(server.take_call().number, {Outcome::Kind::reply, 0, pattern(3000)},
+                       server.now);
+  EXPECT_EQ(names(server.out()), "response response response");
+  PacketHeader header = Server::packet(PacketType::fack, 0, kReadOperation);
+  for (header.fragment = 1; header.fragment <= 2; ++header.fragment) {
+    EXPECT_EQ(server.core.statistics().bytes_held, 3000u);
+    EXPECT_EQ(names(server.in(header, encode_fack({}, true))), "");
   }
-  ASSERT_TRUE(joiner.complete());
-  EXPECT_EQ(joiner.take_body(), body);
-  EXPECT_EQ(joiner.duplicates(), 0u);
-  EXPECT_EQ(server.core.statistics().bytes_held, 0u) << "the last fragment was acknowledged";
+  EXPECT_EQ(server.core.statistics().bytes_held, 0u);
   EXPECT_EQ(names(server.after(seconds(60))), "");
 }
 
@@ -590,8 +553,7 @@ TEST(ServerCoreTest, ForgetsAPartThatASilentClientLeftAndAsksForTheWholeAgain) {
 
 TEST(ServerCoreTest, ForgetsASilentClientAndTellsItsOwner) {
   Server server;
-  server.in(Server::request(0, kChangeOperation));
-  server.run();
+  server.serve(0);
   server.in(Server::packet(PacketType::ack, 0));
   server.after(seconds(599));
   EXPECT_TRUE(server.core.take_gone_clients().empty());
@@ -626,8 +588,7 @@ TEST(ServerCoreTest, MakesRoomForNewClientsButNeverDropsABusyOne) {
     server.now += milliseconds(1);
     server.in(ack);
   }
-  server.in(header);
-  EXPECT_EQ(names(server.run()), "response");
+  EXPECT_EQ(server.serve(header), "response");
   const auto gone = server.core.take_gone_clients();
   ASSERT_EQ(gone.size(), 1u);
   EXPECT_EQ(gone[0].time_low, 2u) << "the one that was silent longest";
@@ -640,7 +601,7 @@ TEST(ServerCoreTest, AFloodOfInventedClientsPushesOutItsOwnFirst) {
   options.max_bytes = 40'000;
   Server server(options);
   const auto asked = server.in(Server::request(0, kChangeOperation));
-  server.in(who_header(asked.at(0)), who_answer(asked[0], 0, 0));
+  server.in(who_header(asked.at(0)), who_answer(asked[0], 0));
   server.run();
   server.in(Server::packet(PacketType::ack, 0));
 
@@ -655,8 +616,7 @@ TEST(ServerCoreTest, AFloodOfInventedClientsPushesOutItsOwnFirst) {
     ASSERT_LE(server.core.statistics().bytes_held, 40'000u);
   }
   EXPECT_TRUE(server.core.take_gone_clients().empty());
-  EXPECT_EQ(names(server.in(Server::request(1, kChangeOperation))), "");
-  EXPECT_EQ(names(server.run()), "response") << "the real client is still known";
+  EXPECT_EQ(server.serve(1), "response") << "the real client is still known";
 }
 
 // --- Management

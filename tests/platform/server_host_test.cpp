@@ -2,23 +2,20 @@
 
 #include "platform/rpc/server/server_host.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <chrono>
+#include <future>
 #include <thread>
 
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/invoke.h"
 #include "platform/rpc/server/event_loop.h"
 #include "platform/rpc/wire_bytes.h"
 #include "tests/platform/echo_interface.h"
+#include "tests/platform/rpc_bytes.h"
+#include "tests/platform/udp_socket.h"
 
 namespace rpc::server {
 namespace {
@@ -28,62 +25,40 @@ using std::chrono::milliseconds;
 constexpr uuid_t kManagement{0xafa8bd80, 0x7d8a, 0x11c9,
                              0xbe,       0xf4,   {0x08, 0x00, 0x2b, 0x10, 0x29, 0x89}};
 
-// A plain socket that is connected, so that the system tells it of an unreachable port.
 class Client {
  public:
-  explicit Client(const Endpoint& server)
-      : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(server.address());
-    address.sin_port = htons(server.port());
-    EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    header_.interface_id = kEchoSpec.id;
-    header_.interface_version = kEchoSpec.version();
-    header_.activity = {0x1000, 1, 0x4000, 0x80, 1, {0, 0, 0, 0, 0, 1}};
+  explicit Client(const Endpoint& server) : server_{server.address(), server.port()} {
+    header.interface_id = kEchoSpec.id;
+    header.interface_version = kEchoSpec.version();
+    header.opnum = kChangeOperation.opnum;
+    header.activity = {0x1000, 1, 0x4000, 0x80, 1, {0, 0, 0, 0, 0, 1}};
   }
-  ~Client() { close(socket_); }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-
-  PacketHeader& header() { return header_; }
   void send(PacketType type = PacketType::request) {
-    PacketHeader header = header_;
     header.type = type;
-    const auto bytes = encode_packet(header, {});
-    ::send(socket_, bytes.data(), bytes.size(), 0);
+    socket_.send(header, {}, server_);
   }
   // The next packet within `longest`; the loop runs meanwhile.
-  std::optional<PacketHeader> receive(EventLoop& loop, milliseconds longest) {
+  bool receive(EventLoop& loop, milliseconds longest = milliseconds(2000)) {
     const auto end = EventLoop::Clock::now() + longest;
     do {
       loop.run_once(milliseconds(1));
-      std::array<std::byte, 2000> buffer;
-      const ssize_t size = recv(socket_, buffer.data(), buffer.size(), 0);
-      error = size < 0 ? errno : 0;
-      if (size < 0 && errno != EAGAIN)
-        return std::nullopt;
-      if (size < 0)
-        continue;
-      const auto packet = decode_packet(std::span(buffer).first(static_cast<std::size_t>(size)));
-      if (!packet)
-        continue;
-      body.assign(packet->body.begin(), packet->body.end());
-      return packet->header;
+      if (auto packet = socket_.receive(MSG_DONTWAIT)) {
+        received = std::move(*packet);
+        return true;
+      }
     } while (EventLoop::Clock::now() < end);
-    return std::nullopt;
+    return false;
   }
   std::optional<PacketType> answer(EventLoop& loop, milliseconds longest = milliseconds(2000)) {
-    const auto header = receive(loop, longest);
-    return header ? std::optional(header->type) : std::nullopt;
+    return receive(loop, longest) ? std::optional(received.header.type) : std::nullopt;
   }
 
-  int error = 0;
-  std::vector<std::byte> body;
+  PacketHeader header;
+  test::Received received;
 
  private:
-  int socket_;
-  PacketHeader header_;
+  test::UdpSocket socket_;
+  SocketAddress server_;
 };
 
 class ServerHostTest : public testing::Test {
@@ -115,13 +90,11 @@ TEST_F(ServerHostTest, ServesHundredsOfEndpointsInOneProcess) {
   }
   for (const Endpoint* endpoint : endpoints) {
     Client client(*endpoint);
-    client.header().opnum = kChangeOperation.opnum;
     client.send();
-    const auto header = client.receive(loop, milliseconds(2000));
-    ASSERT_TRUE(header) << dotted(endpoint->address());
-    EXPECT_EQ(header->type, PacketType::response);
-    EXPECT_EQ(header->representation.little_endian, endpoint->address() % 2 == 0);
-    EXPECT_NE(header->server_boot, 0u);
+    ASSERT_EQ(client.answer(loop), PacketType::response) << dotted(endpoint->address());
+    const PacketHeader& header = client.received.header;
+    EXPECT_EQ(header.representation.little_endian, endpoint->address() % 2 == 0);
+    EXPECT_NE(header.server_boot, 0u);
   }
   EXPECT_EQ(echo.runs, 300);
 }
@@ -145,7 +118,6 @@ TEST_F(ServerHostTest, AsksWhatBecomesOfEachCall) {
   };
   Endpoint& endpoint = open(std::move(asking));
   Client client(endpoint);
-  client.header().opnum = kChangeOperation.opnum;
 
   verdict = Verdict::run_after(milliseconds(120));
   const auto begun = EventLoop::Clock::now();
@@ -156,13 +128,13 @@ TEST_F(ServerHostTest, AsksWhatBecomesOfEachCall) {
   EXPECT_EQ(client.answer(loop), PacketType::response);
   EXPECT_GE(EventLoop::Clock::now() - begun, milliseconds(120));
 
-  ++client.header().sequence;
+  ++client.header.sequence;
   verdict = Verdict::fault(0x1C00001A);
   client.send();
   EXPECT_EQ(client.answer(loop), PacketType::fault);
-  EXPECT_EQ(decode_status_body(client.body, true), 0x1C00001Au);
+  EXPECT_EQ(decode_status_body(client.received.body, true), 0x1C00001Au);
 
-  ++client.header().sequence;
+  ++client.header.sequence;
   verdict = Verdict::reject(0x1C010014);
   client.send();
   EXPECT_EQ(client.answer(loop), PacketType::reject);
@@ -173,17 +145,13 @@ TEST_F(ServerHostTest, AsksWhatBecomesOfEachCall) {
 TEST_F(ServerHostTest, ARestartedEndpointHasForgottenItsClients) {
   Endpoint& endpoint = open(options());
   Client client(endpoint);
-  client.header().opnum = kChangeOperation.opnum;
   client.send();
-  const auto before = client.receive(loop, milliseconds(2000));
-  ASSERT_TRUE(before);
-  client.header().server_boot = before->server_boot;
+  ASSERT_EQ(client.answer(loop), PacketType::response);
+  client.header.server_boot = client.received.header.server_boot;
   ASSERT_TRUE(endpoint.restart());
   client.send(PacketType::ping);
-  const auto after = client.receive(loop, milliseconds(2000));
-  ASSERT_TRUE(after);
-  EXPECT_EQ(after->type, PacketType::reject);
-  EXPECT_NE(after->server_boot, before->server_boot);
+  EXPECT_EQ(client.answer(loop), PacketType::reject);
+  EXPECT_NE(client.received.header.server_boot, client.header.server_boot);
 }
 
 TEST_F(ServerHostTest, AnOperationMayKillItsOwnEndpoint) {
@@ -194,7 +162,6 @@ TEST_F(ServerHostTest, AnOperationMayKillItsOwnEndpoint) {
   };
   endpoint = &open(std::move(killing));
   Client client(*endpoint);
-  client.header().opnum = kChangeOperation.opnum;
   client.send();
   EXPECT_EQ(client.answer(loop, milliseconds(50)), std::nullopt);
   EXPECT_TRUE(endpoint->alive());
@@ -218,16 +185,16 @@ TEST_F(ServerHostTest, AnswersManagementAsToldAndNothingWhenMute) {
     managed.management = each.management;
     managed.mute = each.mute;
     Client client(open(std::move(managed)));
-    client.header().interface_id = kManagement;
-    client.header().interface_version = 1;
-    client.header().opnum = 2;
-    client.header().flags1 = kFlagIdempotent;
+    client.header.interface_id = kManagement;
+    client.header.interface_version = 1;
+    client.header.opnum = 2;
+    client.header.flags1 = kFlagIdempotent;
     client.send();
     const auto type = client.answer(loop, milliseconds(each.answer ? 2000 : 100));
     EXPECT_EQ(type, each.answer);
     if (type == PacketType::response) {
-      ASSERT_EQ(client.body.size(), 8u);
-      EXPECT_EQ(load32(client.body.data() + 4, true), each.listening);
+      ASSERT_EQ(client.received.body.size(), 8u);
+      EXPECT_EQ(load32(client.received.body.data() + 4, true), each.listening);
     }
   }
 }
@@ -238,30 +205,10 @@ TEST_F(ServerHostTest, CallsBackFromTheOtherPortWhenTold) {
     asking.core.call_back = CallBack::who_are_you2;
     asking.call_back_from_other_port = other;
     const Endpoint& endpoint = open(std::move(asking));
-
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(endpoint.address());
-    address.sin_port = htons(endpoint.port());
-    PacketHeader header;
-    header.interface_id = kEchoSpec.id;
-    header.interface_version = kEchoSpec.version();
-    header.opnum = kChangeOperation.opnum;
-    const auto bytes = encode_packet(header, {});
-    sendto(socket, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address),
-           sizeof address);
-    loop.run_once(milliseconds(1000));
-    pollfd ready{socket, POLLIN, 0};
-    ASSERT_EQ(poll(&ready, 1, 1000), 1);
-    std::array<std::byte, 200> buffer;
-    sockaddr_in source{};
-    socklen_t length = sizeof source;
-    ASSERT_EQ(recvfrom(socket, buffer.data(), buffer.size(), 0,
-                       reinterpret_cast<sockaddr*>(&source), &length),
-              100);
-    EXPECT_EQ(ntohs(source.sin_port) != endpoint.port(), other);
-    close(socket);
+    Client client(endpoint);
+    client.send();
+    ASSERT_EQ(client.answer(loop), PacketType::request);
+    EXPECT_EQ(client.received.source.port != endpoint.port(), other);
   }
 }
 
@@ -282,6 +229,18 @@ TEST_F(ServerHostTest, LosesAndDelaysDatagramsByItsPlans) {
   EXPECT_EQ(late.answer(loop), PacketType::response);
   EXPECT_GE(EventLoop::Clock::now() - begun, milliseconds(80));
   EXPECT_EQ(late.answer(loop, milliseconds(500)), PacketType::response);
+}
+
+// The client's runtime against the server's, with replies that come in bursts.
+TEST_F(ServerHostTest, LongBodiesTravelBothWays) {
+  const Endpoint& endpoint = open(options());
+  const CallTarget target = {"ncadg_ip_udp", "127.0.0.1", std::to_string(endpoint.port()), {}, 2};
+  const auto body = test::pattern(300'000);
+  auto reply = std::async(std::launch::async,
+                          [&] { return invoke(target, kChangeOperation, body, body.size()).body; });
+  while (reply.wait_for(milliseconds(0)) != std::future_status::ready)
+    loop.run_once(milliseconds(1));
+  EXPECT_EQ(reply.get(), body);
 }
 
 // --- The event loop alone

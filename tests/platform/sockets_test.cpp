@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -89,30 +90,16 @@ TEST(InetAddr, TakesTheClassicForms) {
 }
 
 TEST(InetAddr, RefusesWhatIsNoAddress) {
-  for (const char* text : {"",
-                           " ",
-                           "host",
-                           "10.1.2.3.4",
-                           "10.1.2.",
-                           ".1",
-                           "10..2.3",
-                           "256.1.1.1",
-                           "1.2.3.256",
-                           "1.2.65536",
-                           "1.16777216",
-                           "4294967296",
-                           "99999999999999999999",
-                           "08.1.1.1",
-                           "0x",
-                           "1.0xg",
-                           "10.1.2.3 ",
-                           " 10.1.2.3",
-                           "10.1.2.3 x",
-                           "-1",
-                           "+1",
-                           "1.2.3.4\n",
-                           "1a"})
-    EXPECT_EQ(sockets::inet_addr(text), sockets::kNoAddress) << '"' << text << '"';
+  const std::vector<const char*> cases[] = {
+      {"", " ", "host", "1a", "0x", "1.0xg", "08.1.1.1", "-1", "+1"},  // no numbers
+      {".1", "10..2.3", "10.1.2.", "10.1.2.3.4"},                      // wrong count
+      {"256.1.1.1", "1.2.3.256", "1.2.65536", "1.16777216"},           // a part too large
+      {"4294967296", "99999999999999999999"},                          // all too large
+      {"10.1.2.3 ", " 10.1.2.3", "10.1.2.3 x", "1.2.3.4\n"},           // more around it
+  };
+  for (const auto& texts : cases)
+    for (const char* text : texts)
+      EXPECT_EQ(sockets::inet_addr(text), sockets::kNoAddress) << '"' << text << '"';
   EXPECT_EQ(sockets::inet_addr(nullptr), sockets::kNoAddress);
 }
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
+#include <string>
 
 namespace {
 
@@ -24,8 +24,13 @@ const Octets kExample = octets(
     0x02, 0x00, 0x00, 0x00, 0x01, 0x00, 0x0a, 0x02, 0x00, 0x00, 0x00, 0x01, 0x00, 0x08, 0x02, 0x00,
     0x04, 0x15, 0x01, 0x00, 0x09, 0x04, 0x00, 0x0a, 0x01, 0x02, 0x03);
 
-bool same_interface(const rpc_if_id_t& a, const rpc_if_id_t& b) {
-  return a.uuid == b.uuid && a.vers_major == b.vers_major && a.vers_minor == b.vers_minor;
+std::string text_of(const std::optional<rpc::Tower>& tower) {
+  if (!tower)
+    return "unusable";
+  const rpc_if_id_t& id = tower->interface_id;
+  const bool of_rep = id.uuid == kRep.uuid && id.vers_major == 2 && id.vers_minor == 0;
+  return tower->protocol_sequence + ":" + tower->network_address + "[" + tower->endpoint + "]" +
+         (of_rep ? "" : " of another interface");
 }
 
 rpc::Tower tower_of(const char* sequence, const char* address, const char* endpoint) {
@@ -47,11 +52,7 @@ Octets with_floors(std::uint8_t count, const std::vector<std::pair<Octets, Octet
 
 TEST(Tower, ExampleIsReadAndWrittenByteForByte) {
   const std::optional<rpc::Tower> read = rpc::decode_tower(kExample);
-  ASSERT_TRUE(read);
-  EXPECT_TRUE(same_interface(read->interface_id, kRep));
-  EXPECT_EQ(read->protocol_sequence, "ncadg_ip_udp");
-  EXPECT_EQ(read->network_address, "10.1.2.3");
-  EXPECT_EQ(read->endpoint, "1045");
+  ASSERT_EQ(text_of(read), "ncadg_ip_udp:10.1.2.3[1045]");
   EXPECT_EQ(rpc::encode_tower(*read), kExample);
 }
 
@@ -74,48 +75,45 @@ TEST(Tower, BytesBehindTheLastFloorAndSurplusFloorsAreIgnored) {
   EXPECT_TRUE(rpc::decode_tower(six));
 }
 
-TEST(Tower, EveryProtocolSequenceIsRead) {
+TEST(Tower, EveryProtocolSequenceIsReadAndWritten) {
   const Octets cl = octets(0x0a), co = octets(0x0b), local = octets(0x0c), zero = octets(0, 0);
   const Octets ip = octets(192, 168, 0, 255);
   const Octets netware = octets(0, 0, 0, 1, 8, 0, 0x2b, 0x30, 0xfb, 0x89);
   struct Case {
     Octets tower;
-    const char* sequence;
-    const char* address;
-    const char* endpoint;
+    std::string text;
   };
   const Case cases[] = {
       {with_floors(5, {{cl, zero}, {octets(0x08), octets(0, 135)}, {octets(0x09), ip}}),
-       "ncadg_ip_udp", "192.168.0.255", "135"},
+       "ncadg_ip_udp:192.168.0.255[135]"},
       {with_floors(5, {{cl, zero}, {octets(0x08), zero}, {octets(0x09), octets(0, 0, 0, 0)}}),
-       "ncadg_ip_udp", "0.0.0.0", ""},
+       "ncadg_ip_udp:0.0.0.0[]"},
       {with_floors(5, {{co, zero}, {octets(0x07), octets(0xff, 0xff)}, {octets(0x09), ip}}),
-       "ncacn_ip_tcp", "192.168.0.255", "65535"},
+       "ncacn_ip_tcp:192.168.0.255[65535]"},
       {with_floors(5, {{co, octets(1, 0)}, {octets(0x1f), octets(2, 81)}, {octets(0x09), ip}}),
-       "ncacn_http", "192.168.0.255", "593"},
+       "ncacn_http:192.168.0.255[593]"},
       {with_floors(5, {{co, zero},
                        {octets(0x0f), octets('\\', 'p', 'i', 'p', 'e', '\\', 'x', 0)},
                        {octets(0x11), octets('\\', '\\', 'A', 0)}}),
-       "ncacn_np", "\\\\A", "\\pipe\\x"},
+       "ncacn_np:\\\\A[\\pipe\\x]"},
       {with_floors(5, {{co, zero}, {octets(0x0f), octets('x', 0)}, {octets(0x11), octets(0)}}),
-       "ncacn_np", "", "x"},
-      {with_floors(4, {{local, zero}, {octets(0x10), octets('L', 'R', 0, 'C', 0)}}), "ncalrpc", "",
-       "LR"},
-      {with_floors(4, {{cl, zero}, {octets(0x0e), octets(0x85, 0xe8)}}), "ncadg_ipx", "", "34280"},
+       "ncacn_np:[x]"},
+      {with_floors(4, {{local, zero}, {octets(0x10), octets('L', 'R', 0, 'C', 0)}}),
+       "ncalrpc:[LR]"},
+      {with_floors(4, {{cl, zero}, {octets(0x0e), octets(0x85, 0xe8)}}), "ncadg_ipx:[34280]"},
       {with_floors(5, {{cl, zero}, {octets(0x0e), octets(0x85, 0xe8)}, {octets(0x0e), netware}}),
-       "ncadg_ipx", "0000000108002b30fb89", "34280"},
+       "ncadg_ipx:0000000108002b30fb89[34280]"},
       {with_floors(4,
                    {{co, zero},
                     {octets(0x13), octets(0, 0, 0, 1, 8, 0, 0x2b, 0x30, 0xfb, 0x89, 0x85, 0xe8)}}),
-       "ncacn_spx", "0000000108002b30fb89", "34280"},
+       "ncacn_spx:0000000108002b30fb89[34280]"},
   };
   for (const Case& c : cases) {
     const std::optional<rpc::Tower> read = rpc::decode_tower(c.tower);
-    ASSERT_TRUE(read) << c.sequence;
-    EXPECT_TRUE(same_interface(read->interface_id, kRep));
-    EXPECT_EQ(read->protocol_sequence, c.sequence);
-    EXPECT_EQ(read->network_address, c.address);
-    EXPECT_EQ(read->endpoint, c.endpoint);
+    ASSERT_EQ(text_of(read), c.text);
+    const std::optional<Octets> written = rpc::encode_tower(*read);
+    ASSERT_TRUE(written) << c.text;
+    EXPECT_EQ(text_of(rpc::decode_tower(*written)), c.text);
   }
 }
 
@@ -168,60 +166,6 @@ TEST(Tower, WriterRefusesWhatNoTowerCanCarry) {
   for (const rpc::Tower& tower : cases)
     EXPECT_FALSE(rpc::encode_tower(tower)) << tower.network_address << '[' << tower.endpoint << ']';
   EXPECT_FALSE(rpc::encode_tower({kRep, "ncalrpc", "", std::string(0x10000, 'x')}));
-}
-
-// Writer against reader: what one writes the other reads back, and no changed byte makes the
-// reader do worse than answer.
-TEST(Tower, RandomTowersSurviveTheirBytes) {
-  std::mt19937 random(7);
-  const auto number = [&](unsigned below) { return static_cast<unsigned>(random() % below); };
-  const auto text = [&] {
-    std::string made;
-    for (unsigned i = number(20); i > 0; --i)
-      made.push_back(static_cast<char>(1 + number(255)));
-    return made;
-  };
-  const auto hex_address = [&] {
-    std::string made;
-    for (int i = 0; i < 20; ++i)
-      made.push_back("0123456789abcdef"[number(16)]);
-    return made;
-  };
-  const char* const sequences[] = {"ncadg_ip_udp", "ncacn_ip_tcp", "ncacn_http", "ncacn_np",
-                                   "ncalrpc",      "ncadg_ipx",    "ncacn_spx"};
-  for (int i = 0; i < 20000; ++i) {
-    rpc::Tower tower;
-    tower.interface_id.uuid.time_low = static_cast<std::uint32_t>(random());
-    tower.interface_id.uuid.node[5] = static_cast<std::uint8_t>(number(256));
-    tower.interface_id.vers_major = static_cast<std::uint16_t>(number(0x10000));
-    tower.interface_id.vers_minor = static_cast<std::uint16_t>(number(0x10000));
-    const unsigned kind = number(7);
-    tower.protocol_sequence = sequences[kind];
-    const std::string port = number(10) == 0 ? "" : std::to_string(1 + number(65535));
-    if (kind < 3) {
-      tower.network_address = std::to_string(number(256)) + "." + std::to_string(number(256)) +
-                              "." + std::to_string(number(256)) + "." + std::to_string(number(256));
-      tower.endpoint = port;
-    } else if (kind < 5) {
-      tower.network_address = kind == 3 ? text() : "";
-      tower.endpoint = text();
-    } else {
-      tower.network_address = number(4) == 0 ? "" : hex_address();
-      tower.endpoint = port;
-    }
-    std::optional<Octets> written = rpc::encode_tower(tower);
-    ASSERT_TRUE(written);
-    const std::optional<rpc::Tower> read = rpc::decode_tower(*written);
-    ASSERT_TRUE(read) << tower.protocol_sequence;
-    ASSERT_TRUE(same_interface(read->interface_id, tower.interface_id));
-    ASSERT_EQ(read->protocol_sequence, tower.protocol_sequence);
-    ASSERT_EQ(read->network_address, tower.network_address);
-    ASSERT_EQ(read->endpoint, tower.endpoint);
-
-    (*written)[number(static_cast<unsigned>(written->size()))] ^= std::byte{1} << number(8);
-    const std::optional<rpc::Tower> changed = rpc::decode_tower(*written);
-    ASSERT_TRUE(!changed || rpc::encode_tower(*changed));
-  }
 }
 
 }  // namespace

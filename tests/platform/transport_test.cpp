@@ -2,82 +2,39 @@
 
 #include "platform/rpc/transport.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
 
-#include <functional>
 #include <thread>
 
 #include "platform/rpc/exception.h"
 #include "platform/rpc/invoke.h"
 #include "platform/rpc/network_address.h"
-#include "platform/rpc/wire_bytes.h"
 #include "tests/platform/rpc_bytes.h"
+#include "tests/platform/udp_socket.h"
 
 namespace rpc {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Bytes;
 using test::pattern;
+using test::UdpSocket;
 
 constexpr InterfaceSpec kInterface = {
     {0x5e61c7d3, 0xa04b, 0, 2, 10, {0x14, 0x1e, 0x32, 0, 0, 0}}, 2, 0, "ag"};
 constexpr OperationSpec kOnce = {&kInterface, 20, false, "once"};
 
-class UdpSocket {
- public:
-  explicit UdpSocket(std::uint32_t host) : descriptor_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(host);
-    EXPECT_EQ(bind(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    socklen_t size = sizeof address;
-    getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
-    const timeval limit{5, 0};
-    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  }
-  ~UdpSocket() { close(descriptor_); }
-  UdpSocket(const UdpSocket&) = delete;
-  UdpSocket& operator=(const UdpSocket&) = delete;
-
-  std::uint16_t port() const { return port_; }
-
-  // Nothing after five seconds.
-  std::optional<Packet> receive(Bytes& storage, sockaddr_in& source) const {
-    storage.resize(65'536);
-    socklen_t size = sizeof source;
-    const ssize_t got = recvfrom(descriptor_, storage.data(), storage.size(), 0,
-                                 reinterpret_cast<sockaddr*>(&source), &size);
-    if (got < 0)
-      return std::nullopt;
-    return decode_packet(std::span(storage).first(static_cast<std::size_t>(got)));
-  }
-
-  void send(const PacketHeader& header, std::span<const std::byte> body,
-            const sockaddr_in& to) const {
-    const Bytes datagram = encode_packet(header, body);
-    sendto(descriptor_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-           sizeof to);
-  }
-
- private:
-  int descriptor_;
-  std::uint16_t port_ = 0;
-};
-
-PacketHeader answer_to(const PacketHeader& request, PacketType type) {
-  PacketHeader header = request;
-  header.type = type;
+// Answers the next packet; false when none came.
+bool answer_one(const UdpSocket& socket) {
+  const auto request = socket.receive();
+  if (!request)
+    return false;
+  PacketHeader header = request->header;
+  header.type = PacketType::response;
   header.flags1 = 0;
   header.server_boot = 0x67456A12;
   header.interface_hint = header.activity_hint = 1;
-  return header;
+  socket.send(header, pattern(4), request->source);
+  return true;
 }
 
 CallTarget target_at(std::uint16_t port, unsigned level = 2) {
@@ -117,7 +74,7 @@ TEST(Invoke, RefusesTargetsThatCannotBeCalled) {
 TEST(Invoke, DeadPortEndsTheCallAtOnceEveryTime) {
   std::uint16_t dead = 0;
   {
-    const UdpSocket socket(INADDR_LOOPBACK);
+    const UdpSocket socket;
     dead = socket.port();
   }
   const Time before = Clock::now();
@@ -127,15 +84,9 @@ TEST(Invoke, DeadPortEndsTheCallAtOnceEveryTime) {
 }
 
 TEST(Invoke, PortThatDiesAfterACallEndsTheNextOneAtOnce) {
-  auto socket = std::make_unique<UdpSocket>(INADDR_LOOPBACK);
+  auto socket = std::make_unique<UdpSocket>();
   const std::uint16_t port = socket->port();
-  std::thread server([&] {
-    Bytes storage;
-    sockaddr_in client{};
-    const auto request = socket->receive(storage, client);
-    if (request)
-      socket->send(answer_to(request->header, PacketType::response), pattern(4), client);
-  });
+  std::thread server([&] { answer_one(*socket); });
   EXPECT_EQ(invoke(target_at(port), kOnce, {}, 100).body, pattern(4));
   server.join();
   socket.reset();
@@ -146,16 +97,9 @@ TEST(Invoke, PortThatDiesAfterACallEndsTheNextOneAtOnce) {
 }
 
 TEST(Invoke, ReportOfAnEarlierPacketDoesNotEndACall) {
-  auto socket = std::make_unique<UdpSocket>(INADDR_LOOPBACK);
-  const UdpSocket other(INADDR_LOOPBACK);
+  auto socket = std::make_unique<UdpSocket>();
+  const UdpSocket other;
   const std::uint16_t port = socket->port();
-  const auto answer_one = [](const UdpSocket& from) {
-    Bytes storage;
-    sockaddr_in client{};
-    const auto request = from.receive(storage, client);
-    if (request)
-      from.send(answer_to(request->header, PacketType::response), pattern(4), client);
-  };
   SystemRandom random;
   const ClientIdentity identity = ClientIdentity::make(random);
   ReceiveBuffers buffers;
@@ -183,35 +127,11 @@ TEST(Invoke, ReportOfAnEarlierPacketDoesNotEndACall) {
   EXPECT_EQ(call.status(), 0U);
 }
 
-TEST(Invoke, ReplyFromAnotherAddressAndPortIsServed) {
-  const UdpSocket called(INADDR_LOOPBACK);
-  const UdpSocket other(INADDR_LOOPBACK + 1);
-  std::thread server([&] {
-    Bytes storage;
-    sockaddr_in client{};
-    const auto request = called.receive(storage, client);
-    if (!request)
-      return;
-    other.send(answer_to(request->header, PacketType::working), {}, client);
-    // The next ping goes where the answer came from.
-    const auto ping = other.receive(storage, client);
-    if (ping && ping->header.type == PacketType::ping)
-      other.send(answer_to(ping->header, PacketType::response), pattern(10), client);
-  });
-  const Reply reply = invoke(target_at(called.port()), kOnce, {}, 100);
-  server.join();
-  EXPECT_EQ(reply.body, pattern(10));
-}
-
 TEST(Invoke, LostRequestIsRepeatedAndMuteServerGivenUp) {
-  const UdpSocket socket(INADDR_LOOPBACK);
+  const UdpSocket socket;
   std::thread server([&] {
-    Bytes storage;
-    sockaddr_in client{};
-    socket.receive(storage, client);  // as if lost
-    const auto request = socket.receive(storage, client);
-    if (request)
-      socket.send(answer_to(request->header, PacketType::response), pattern(4), client);
+    socket.receive();  // as if lost
+    answer_one(socket);
   });
   EXPECT_EQ(invoke(target_at(socket.port()), kOnce, {}, 100).body, pattern(4));
   server.join();
@@ -222,62 +142,13 @@ TEST(Invoke, LostRequestIsRepeatedAndMuteServerGivenUp) {
   EXPECT_LT(took, 1500ms);
 }
 
-TEST(Invoke, LongRequestAndLongReplyTravelInFragments) {
-  const UdpSocket socket(INADDR_LOOPBACK);
-  const Bytes body = pattern(300'000);
-  std::thread server([&] {
-    FragmentJoiner joiner;
-    FragmentJoiner::Limits limits;
-    limits.body = body.size();
-    joiner.start(limits);
-    FragmentSender sender;
-    std::uint16_t serial = 0;
-    Bytes storage;
-    Bytes joined;
-    sockaddr_in client{};
-    while (!sender.complete()) {
-      const auto packet = socket.receive(storage, client);
-      if (!packet)
-        return;
-      if (packet->header.type == PacketType::request) {
-        const auto result = joiner.accept(*packet, Clock::now());
-        if (joiner.fack_due()) {
-          PacketHeader header = answer_to(packet->header, PacketType::fack);
-          header.fragment = joiner.fack_fragment();
-          socket.send(header, encode_fack(joiner.fack(), true), client);
-        }
-        if (result != FragmentJoiner::Result::complete)
-          continue;
-        joined = Bytes(joiner.body().begin(), joiner.body().end());
-        sender.start(joined, LastFragment::acknowledged);
-      } else if (packet->header.type == PacketType::fack) {
-        sender.acknowledge(packet->header.fragment, decode_fack(packet->body, true), Clock::now());
-      }
-      while (const auto out = sender.next(Clock::now(), serial)) {
-        PacketHeader header = answer_to(packet->header, PacketType::response);
-        header.flags1 = out->flags;
-        header.fragment = out->fragment;
-        header.serial = out->serial;
-        socket.send(header, out->body, client);
-      }
-    }
-  });
-  const Reply reply = invoke(target_at(socket.port()), kOnce, body, body.size());
-  server.join();
-  EXPECT_EQ(reply.body, body);
-}
-
 TEST(Invoke, AckGoesOutWhenTheRuntimeTurnsToAnotherServerAndWhenReleased) {
-  const UdpSocket first(INADDR_LOOPBACK);
-  const UdpSocket second(INADDR_LOOPBACK);
+  const UdpSocket first;
+  const UdpSocket second;
   const auto serve_then_expect_ack = [](const UdpSocket& socket, bool& acknowledged) {
-    Bytes storage;
-    sockaddr_in client{};
-    const auto request = socket.receive(storage, client);
-    if (!request)
+    if (!answer_one(socket))
       return;
-    socket.send(answer_to(request->header, PacketType::response), {}, client);
-    const auto ack = socket.receive(storage, client);
+    const auto ack = socket.receive();
     acknowledged = ack && ack->header.type == PacketType::ack;
   };
   bool first_acknowledged = false;
