@@ -1,15 +1,12 @@
-// The stubs of the platform's own interfaces: endpoint mapper, management, conversation.
+// The stubs of the endpoint mapper. What they refuse and send beyond this, and the management call,
+// is in tests/platform/endpoint_inquiry_test.cpp.
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "conv.h"
-#include "conv_server.h"
 #include "epm.h"
 #include "epm_server.h"
-#include "mgmt.h"
-#include "mgmt_server.h"
 #include "platform/rpc/server/skeleton.h"
 #include "platform/rpc/stub.h"
 #include "tests/idl/stub_runtime.h"
@@ -105,29 +102,6 @@ TEST(EndpointMapperStub, LooksUpEntriesInBothByteOrders) {
   }
 }
 
-TEST(EndpointMapperStub, RefusesEveryTruncatedReply) {
-  const Binding binding;
-  Mapper mapper;
-  rpc::Reply whole;
-  {
-    const Answer serve = served_by(mapper, true);
-    Runtime runtime([&](const Call& call) { return whole = serve(call); });
-    Lookup lookup;
-    lookup.run(binding, nullptr, nullptr);
-    rpc::store_context(&lookup.handle, {}, {});
-  }
-  for (std::size_t size = 0; size < whole.body.size(); ++size) {
-    Runtime runtime([&](const Call&) {
-      return rpc::Reply{
-          {whole.body.begin(), whole.body.begin() + static_cast<std::ptrdiff_t>(size)},
-          whole.representation};
-    });
-    Lookup lookup;
-    EXPECT_EQ(raised_by([&] { lookup.run(binding, nullptr, nullptr); }).status, 1783u) << size;
-    EXPECT_EQ(lookup.handle, nullptr);
-  }
-}
-
 TEST(EndpointMapperStub, RefusesHostileTowers) {
   const Binding binding;
   const struct {
@@ -155,8 +129,7 @@ TEST(EndpointMapperStub, RefusesHostileTowers) {
 
 TEST(EndpointMapperStub, BoundsReplies) {
   const Binding binding;
-  Runtime runtime(
-      [](const Call&) -> rpc::Reply { throw rpc::RpcException(1722, FailureKind::communication); });
+  Runtime runtime(failing(1722));
   Lookup lookup;
   lookup.run(binding, nullptr, nullptr);
   EXPECT_EQ(lookup.status, 1722u);
@@ -174,77 +147,6 @@ TEST(EndpointMapperSkeleton, ServesOnlyTheOperationsOfAClient) {
     const rpc::server::Outcome outcome = mapper.dispatch({}, opnum, {}, {}, true);
     EXPECT_EQ(outcome.kind, rpc::server::Outcome::Kind::reject);
     EXPECT_EQ(outcome.status, rpc::server::kNcaOperationRangeError);
-  }
-}
-
-class Management : public mgmt_Server {
- public:
-  boolean32 mgmt_is_server_listening(const rpc::server::CallInfo&,
-                                     error_status_t* status) override {
-    *status = 5;
-    return 1;
-  }
-};
-
-TEST(ManagementStub, ReturnsTheValueBehindTheStatus) {
-  const Binding binding;
-  Management server;
-  for (const bool little_endian : {true, false}) {
-    Runtime runtime(served_by(server, little_endian));
-    error_status_t status = 0;
-    EXPECT_EQ(mgmt_is_server_listening(binding, &status), 1u);
-    EXPECT_EQ(status, 5u);
-    EXPECT_TRUE(runtime.last().request.empty());
-    EXPECT_TRUE(runtime.last().operation->idempotent);
-    EXPECT_EQ(runtime.last().operation->opnum, 2);
-    EXPECT_EQ(runtime.last().reply_limit, 8u);
-  }
-  EXPECT_EQ(hex_text(server.dispatch({}, 2, {}, {}, true).reply), "05000000 01000000");
-  Runtime runtime(
-      [](const Call&) -> rpc::Reply { throw rpc::RpcException(1722, FailureKind::communication); });
-  error_status_t status = 0;
-  EXPECT_EQ(raised_by([&] { mgmt_is_server_listening(binding, &status); }),
-            (Raised{1722, FailureKind::communication}));
-}
-
-class Conversation : public conv_Server {
- public:
-  void conv_who_are_you(const rpc::server::CallInfo&, const uuid_t* actuid, std::uint32_t boot_time,
-                        std::uint32_t* seq, error_status_t* status) override {
-    *seq = actuid->time_low + boot_time;
-    *status = 0;
-  }
-  void conv_who_are_you2(const rpc::server::CallInfo&, const uuid_t* actuid, std::uint32_t,
-                         std::uint32_t* seq, uuid_t* cas_uuid, error_status_t* status) override {
-    *seq = 2;
-    *cas_uuid = *actuid;
-    *status = 3;
-  }
-  void conv_are_you_there(const rpc::server::CallInfo&, const uuid_t*, std::uint32_t,
-                          error_status_t* status) override {
-    *status = 4;
-  }
-};
-
-TEST(ConversationStub, AsksWhoWeAre) {
-  const Binding binding;
-  Conversation server;
-  const uuid_t activity{1, 2, 3, 4, 5, {6, 7, 8, 9, 10, 11}};
-  for (const bool little_endian : {true, false}) {
-    Runtime runtime(served_by(server, little_endian));
-    std::uint32_t seq = 0;
-    error_status_t status = 9;
-    conv_who_are_you(binding, &activity, 0x10, &seq, &status);
-    EXPECT_EQ(seq, 0x11u);
-    EXPECT_EQ(status, 0u);
-    EXPECT_EQ(hex_text(runtime.last().request), "01000000 02000300 04050607 08090a0b 10000000");
-    EXPECT_EQ(runtime.last().reply_limit, 8u);
-    uuid_t cas{};
-    conv_who_are_you2(binding, &activity, 0, &seq, &cas, &status);
-    EXPECT_EQ(cas, activity);
-    EXPECT_EQ(status, 3u);
-    conv_are_you_there(binding, &activity, 0, &status);
-    EXPECT_EQ(status, 4u);
   }
 }
 

@@ -60,6 +60,22 @@ struct ViewEntries {
   decltype(&zt_v2_repView_Read) read;
 };
 
+// Destroys a context that the server issued as `wire`.
+std::function<std::string()> destroying(decltype(&zt_v2_repView_Destroy) destroy,
+                                        const rpc::WireContext& wire) {
+  return [destroy, wire] {
+    RPC_CONTEXT_HANDLE context = issued_context(wire);
+    error_status_t status = 0;
+    try {
+      destroy(&context, &status);
+    } catch (...) {
+      rpc::store_context(&context, {}, {});
+      throw;
+    }
+    return Results(status).add_context(context);
+  };
+}
+
 std::string read_view(decltype(&zt_v2_repView_Read) read, RPC_CONTEXT_HANDLE view) {
   std::uint32_t last_position = 0;
   std::uint32_t last_int = 0;
@@ -170,52 +186,27 @@ void Product::add_rep() {
 void Product::add_views() {
   const std::string view = kViewBytes;
   const std::string filter = kFilterBytes;
-  calls_.push_back({"repView Create", &base_view_, &base_view_,
-                    [this] {
-                      const std::uint32_t metric = 9;
-                      RPC_CONTEXT_HANDLE context = nullptr;
-                      error_status_t status = 0;
-                      zt_v2_repView_Create(binding_, 5, 0, &metric, &context, &status);
-                      return Results(status).add_context(context);
-                    },
-                    "05000000 00000000 01000000 00000000 01000000 09000000", "Create 5 0 9",
-                    "30 view"});
-  calls_.push_back({"repFilteredView Create", &filtered_view_, &filtered_view_,
-                    [this] {
-                      const std::array<std::uint32_t, 2> metrics = {9, 8};
-                      RPC_CONTEXT_HANDLE context = nullptr;
-                      error_status_t status = 0;
-                      zt_v2_repFilteredView_Create(binding_, 5, filter_, 1, metrics.data(),
-                                                   &context, &status);
-                      return Results(status).add_context(context);
-                    },
-                    "05000000 " + filter + " 01000000 02000000 00000000 02000000 09000000 08000000",
-                    "Create 5 1 9 8 filter", "30 view"});
-  calls_.push_back({"repTemporalView Create", &temporal_view_, &temporal_view_,
-                    [this] {
-                      const std::array<std::uint32_t, 2> metrics = {9, 8};
-                      const std::array<std::uint32_t, 1> instances = {7};
-                      RPC_CONTEXT_HANDLE context = nullptr;
-                      error_status_t status = 0;
-                      zt_v2_repTemporalView_Create(binding_, 5, filter_, 300, 0, instances.data(),
-                                                   1, metrics.data(), &context, &status);
-                      return Results(status).add_context(context);
-                    },
-                    "05000000 " + filter +
-                        " 2c010000 00000000 01000000 00000000 01000000 07000000"
-                        " 01000000 02000000 00000000 02000000 09000000 08000000",
-                    "Create 5 300 0 7 1 9 8 filter", "30 view"});
-  const auto number_call = [this](const ViewEntries& entries, const char* name, auto entry,
-                                  const std::string& request, const std::string& heard,
-                                  const std::string& results) {
-    calls_.push_back({std::string(entries.name) + " " + name, entries.server, entries.notes,
-                      [this, entry] {
-                        std::uint32_t value = 600;
-                        error_status_t status = 0;
-                        entry(view_, &value, &status);
-                        return Results(status).add(value);
-                      },
+  const auto add = [this](const ViewEntries& of, const char* name, const std::string& request,
+                          const std::string& heard, const std::string& results, auto run) {
+    calls_.push_back({std::string(of.name) + " " + name, of.server, of.notes, std::move(run),
                       request, heard, results});
+  };
+  const auto create = [this](auto entry, auto... values) {
+    return [this, entry, values...] {
+      RPC_CONTEXT_HANDLE context = nullptr;
+      error_status_t status = 0;
+      entry(binding_, 5, values..., &context, &status);
+      return Results(status).add_context(context);
+    };
+  };
+  // The value goes in where the operation takes one and comes back.
+  const auto number = [this](auto entry) {
+    return [this, entry] {
+      std::uint32_t value = 600;
+      error_status_t status = 0;
+      entry(view_, &value, &status);
+      return Results(status).add(value);
+    };
   };
   const ViewEntries all[] = {
       {"repView", &base_view_, &base_view_, zt_v2_repView_Destroy, zt_v2_repView_GetFirstPosition,
@@ -229,76 +220,62 @@ void Product::add_views() {
        zt_v2_repTemporalView_GetFirstPosition, zt_v2_repTemporalView_GetLastPosition,
        zt_v2_repTemporalView_GetPosition, zt_v2_repTemporalView_SetPosition,
        zt_v2_repTemporalView_GetXInterval, zt_v2_repTemporalView_Read}};
-  for (const ViewEntries& entries : all) {
-    calls_.push_back({std::string(entries.name) + " Destroy", entries.server, entries.notes,
-                      [destroy = entries.destroy] {
-                        RPC_CONTEXT_HANDLE context = issued_context(kView);
-                        error_status_t status = 0;
-                        try {
-                          destroy(&context, &status);
-                        } catch (...) {
-                          rpc::store_context(&context, {}, {});
-                          throw;
-                        }
-                        return Results(status).add_context(context);
-                      },
-                      view, "Destroy view", "31 null"});
-    number_call(entries, "GetFirstPosition", entries.get_first_position, view,
-                "GetFirstPosition 0 view", "32 1032");
-    number_call(entries, "GetLastPosition", entries.get_last_position, view,
-                "GetLastPosition 0 view", "33 1033");
-    number_call(entries, "GetPosition", entries.get_position, view, "GetPosition 0 view",
-                "34 1034");
-    number_call(entries, "SetPosition", entries.set_position, view + " 58020000",
-                "SetPosition 600 view", "35 1635");
-    number_call(entries, "GetXInterval", entries.get_interval, view, "GetXInterval 0 view",
-                "36 1036");
-    calls_.push_back({std::string(entries.name) + " Read", entries.server, entries.notes,
-                      [this, read = entries.read] { return read_view(read, view_); },
-                      view + " 03000000 07000000 0f000000", "Read 3 7 15 view",
-                      "37 1 2 4 287454020 4294967295 0 0 16909056 16909057 16909058 0 0 0 0 0 '" +
-                          std::string("ab\0c", 4) + "' 0"});
+  static constexpr std::uint32_t kMetrics[] = {9, 8};
+  static constexpr std::uint32_t kInstances[] = {7};
+  add(all[0], "Create", "05000000 00000000 01000000 00000000 01000000 09000000", "Create 5 0 9",
+      "30 view", create(zt_v2_repView_Create, 0u, kMetrics));
+  const std::string two_metrics = " 01000000 02000000 00000000 02000000 09000000 08000000";
+  add(all[1], "Create", "05000000 " + filter + two_metrics, "Create 5 1 9 8 filter", "30 view",
+      create(zt_v2_repFilteredView_Create, filter_, 1u, kMetrics));
+  add(all[2], "Create",
+      "05000000 " + filter + " 2c010000 00000000 01000000 00000000 01000000 07000000" + two_metrics,
+      "Create 5 300 0 7 1 9 8 filter", "30 view",
+      create(zt_v2_repTemporalView_Create, filter_, 300u, 0u, kInstances, 1u, kMetrics));
+  for (const ViewEntries& of : all) {
+    add(of, "Destroy", view, "Destroy view", "31 null", destroying(of.destroy, kView));
+    add(of, "GetFirstPosition", view, "GetFirstPosition 0 view", "32 1032",
+        number(of.get_first_position));
+    add(of, "GetLastPosition", view, "GetLastPosition 0 view", "33 1033",
+        number(of.get_last_position));
+    add(of, "GetPosition", view, "GetPosition 0 view", "34 1034", number(of.get_position));
+    add(of, "SetPosition", view + " 58020000", "SetPosition 600 view", "35 1635",
+        number(of.set_position));
+    add(of, "GetXInterval", view, "GetXInterval 0 view", "36 1036", number(of.get_interval));
+    add(of, "Read", view + " 03000000 07000000 0f000000", "Read 3 7 15 view",
+        "37 1 2 4 287454020 4294967295 0 0 16909056 16909057 16909058 0 0 0 0 0 '" +
+            std::string("ab\0c", 4) + "' 0",
+        [this, read = of.read] { return read_view(read, view_); });
   }
-  number_call(all[2], "SetXInterval", zt_v2_repTemporalView_SetXInterval, view + " 58020000",
-              "SetXInterval 600 view", "38 1638");
+  add(all[2], "SetXInterval", view + " 58020000", "SetXInterval 600 view", "38 1638",
+      number(zt_v2_repTemporalView_SetXInterval));
 }
 
 void Product::add_time_filter() {
   const std::string filter = kFilterBytes;
-  calls_.push_back(
-      {"repTimeFilter Create", &time_filter_, &time_filter_,
-       [this] {
-         const std::array<repTimeFilter_sShiftDescriptor, 2> shifts = {
-             {{8, 17, repTimeFilter_cShiftDaily}, {-1, 1, repTimeFilter_cShiftAbsolute}}};
-         RPC_CONTEXT_HANDLE context = nullptr;
-         error_status_t status = 0;
-         zt_v2_repTimeFilter_Create(binding_, 1, shifts.data(), &context, &status);
-         return Results(status).add_context(context);
-       },
-       // The second element begins on a boundary of 4; nothing is behind the last one.
-       "01000000 02000000 00000000 02000000 08000000 11000000 01000000 ffffffff 01000000 0000",
-       "Create 1 8 17 1 -1 1 0", "40 filter"});
-  calls_.push_back({"repTimeFilter Destroy", &time_filter_, &time_filter_,
-                    [] {
-                      RPC_CONTEXT_HANDLE context = issued_context(kFilter);
-                      error_status_t status = 0;
-                      try {
-                        zt_v2_repTimeFilter_Destroy(&context, &status);
-                      } catch (...) {
-                        rpc::store_context(&context, {}, {});
-                        throw;
-                      }
-                      return Results(status).add_context(context);
-                    },
-                    filter, "Destroy filter", "41 null"});
-  calls_.push_back({"repTimeFilter Copy", &time_filter_, &time_filter_,
-                    [this] {
-                      RPC_CONTEXT_HANDLE copy = nullptr;
-                      error_status_t status = 0;
-                      zt_v2_repTimeFilter_Copy(filter_, &copy, &status);
-                      return Results(status).add_context(copy);
-                    },
-                    filter, "Copy filter", "42 filter"});
+  const auto add = [this](const char* name, const std::string& request, const char* heard,
+                          const char* results, std::function<std::string()> run) {
+    calls_.push_back({std::string("repTimeFilter ") + name, &time_filter_, &time_filter_,
+                      std::move(run), request, heard, results});
+  };
+  // The second element begins on a boundary of 4; nothing is behind the last one.
+  add("Create",
+      "01000000 02000000 00000000 02000000 08000000 11000000 01000000 ffffffff 01000000 0000",
+      "Create 1 8 17 1 -1 1 0", "40 filter", [this] {
+        const std::array<repTimeFilter_sShiftDescriptor, 2> shifts = {
+            {{8, 17, repTimeFilter_cShiftDaily}, {-1, 1, repTimeFilter_cShiftAbsolute}}};
+        RPC_CONTEXT_HANDLE context = nullptr;
+        error_status_t status = 0;
+        zt_v2_repTimeFilter_Create(binding_, 1, shifts.data(), &context, &status);
+        return Results(status).add_context(context);
+      });
+  add("Destroy", filter, "Destroy filter", "41 null",
+      destroying(zt_v2_repTimeFilter_Destroy, kFilter));
+  add("Copy", filter, "Copy filter", "42 filter", [this] {
+    RPC_CONTEXT_HANDLE copy = nullptr;
+    error_status_t status = 0;
+    zt_v2_repTimeFilter_Copy(filter_, &copy, &status);
+    return Results(status).add_context(copy);
+  });
 }
 
 void Product::add_alarms() {

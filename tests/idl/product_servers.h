@@ -75,14 +75,8 @@ class RepServer : public rep_Server, public Notes {
     *lookupHandle = 21;
     *lastIndex = 2;
     for (std::uint32_t i = 0; i <= 2; ++i) {
+      results[i] = {{}, 100 + i, 0xFFFFFFFF, 300, -1, 1, 3, -2};
       describe(results[i].Descriptor, i, "TABLE" + std::string(i, '_'), std::string(i, 'x'));
-      results[i].TableTypeId = 100 + i;
-      results[i].DiscriminatorId = 0xFFFFFFFF;
-      results[i].fInterval = 300;
-      results[i].FirstX = -1;
-      results[i].LastX = 1;
-      results[i].Flags = 3;
-      results[i].IntervalUnits = -2;
     }
     *status = 12;
   }
@@ -93,10 +87,8 @@ class RepServer : public rep_Server, public Notes {
     note("LookupInstance", tableId, instanceId, *lookupHandle, maxIndex);
     *lookupHandle = 22;
     *lastIndex = 0;
+    results[0] = {{}, 9, 1000000, 2000000};
     describe(results[0].Descriptor, 5, "root", "");
-    results[0].TableTypeId = 9;
-    results[0].BirthTime = 1000000;
-    results[0].DeathTime = 2000000;
     *status = 13;
   }
   void rep_LookupMetric(const CallInfo&, std::uint32_t tableId, std::uint32_t metricId,
@@ -108,14 +100,8 @@ class RepServer : public rep_Server, public Notes {
     *lookupHandle = 23;
     *lastIndex = 1;
     for (std::uint32_t i = 0; i <= 1; ++i) {
+      results[i] = {{}, 77, 1, 2, 3, 4, -5, -6, 0, 0, {}, {}};
       describe(results[i].Descriptor, 40 + i, "CPU", "Processor");
-      results[i].DenominatorId = 77;
-      results[i].DataType = 1;
-      results[i].Length = 2;
-      results[i].ColumnWidth = 3;
-      results[i].SumType = 4;
-      results[i].BaseScale = -5;
-      results[i].Scale10 = -6;
       set_text(results[i].HeadOneLength, results[i].HeadingOne, i == 0 ? "" : "CPU");
       set_text(results[i].HeadTwoLength, results[i].HeadingTwo, std::string(79, '%'));
     }

@@ -43,6 +43,10 @@ Answer served_by(rpc::server::Interface& server, bool little_endian) {
   };
 }
 
+Answer failing(std::uint32_t status, rpc::FailureKind kind) {
+  return [status, kind](const Call&) -> rpc::Reply { throw rpc::RpcException(status, kind); };
+}
+
 Binding::Binding() {
   RpcBindingFromStringBindingA("ncadg_ip_udp:127.0.0.1[1045]", &handle_);
 }

@@ -47,6 +47,9 @@ class Runtime {
 // an error of the test's subject and throws std::logic_error.
 Answer served_by(rpc::server::Interface& server, bool little_endian);
 
+// Fails every call so.
+Answer failing(std::uint32_t status, rpc::FailureKind kind = rpc::FailureKind::communication);
+
 // A binding to a server that nobody calls.
 class Binding {
  public:
