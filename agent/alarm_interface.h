@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface `ag` of the alarm server: its settings and the systems that receive its alarms.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The location broker's message block: a fixed header, up to eight 16-bit words, a data area. All
 // numbers are big-endian. Bytes in, values out.
 //

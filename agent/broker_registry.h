@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a location broker knows: its version and the servers that were registered with it. Requests
 // in, replies out; no socket.
 

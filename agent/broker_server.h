@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A location broker on a TCP port, with the manners that its scenario gives it. Connections are
 // bounded in number, age and size.
 

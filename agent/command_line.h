@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hxasim's command line: one table of options that is read and printed.
 
 #pragma once

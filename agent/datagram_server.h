@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One UDP server of a system as the scenario wants it: its interfaces on a socket, with the script,
 // the bad network and the log around them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The elements of one endpoint map and the inquiries over them (C706 appendix O). No wire.
 
 #pragma once

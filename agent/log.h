@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What -v prints: one line for each packet, call and connection.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hxasim: reads a scenario, opens its sockets, says "ready", and serves until it is told to end.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The endpoint mapper's interface over an endpoint map: inquiries in batches, with entry handles
 // that belong to the client which began them.
 

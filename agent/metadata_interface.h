@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface `rep` of a repository server: what it holds.
 
 #pragma once

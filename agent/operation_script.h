@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a scenario makes of single operations: which call is late, refused, answered with other
 // bytes, or the server's last.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the interfaces of one repository server share: its data source and the views and filters
 // that clients have made on it.
 

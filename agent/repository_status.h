@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The statuses of our repository servers. Only the first has a meaning that clients know; what the
 // others say is our own choice within the servers' range.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rows of a class: at which times there are any, and what each metric says in them. Rows by
 // model are computed when they are read and take no memory.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file as a whole: sources first, then systems, with `count` applied and addresses compared.
 
 #include "agent/scenario.h"

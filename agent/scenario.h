@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the simulated agents are to be: systems with their servers, data sources with their data,
 // and everything that goes wrong. Values only; docs/formats/scenario.md describes the file.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of the scenario parser: one file per kind of section.
 
 #pragma once

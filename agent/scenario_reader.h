@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Typed reading of one TOML table: each value is checked where it stands, keys that nobody asked
 // for are reported, and every error names its place and what was expected.
 

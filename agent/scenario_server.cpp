@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all servers have: settings, registration, behaviours, a bad network; and the location
 // broker's own keys.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // [source.KEY]: a repository with its classes, metrics, instances and rows.
 
 #include <algorithm>

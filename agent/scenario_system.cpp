@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // [[system]]: its address and its servers.
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shifts of a time filter: when a row counts. All times are UTC; a shift runs from its start up to,
 // not including, its stop.
 

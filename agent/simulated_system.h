@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One system of the scenario on its address: location broker, endpoint mapper, repository servers
 // and alarm server.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All systems of a scenario in one process on one event loop.
 
 #pragma once

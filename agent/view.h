@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A view: rows of one class, some of its metrics, at a position that moves on as they are read.
 //
 // A base view has every row; a filtered view those within its shifts; a temporal view has one row

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three view interfaces and the time filters of a repository server: thin doors to the views of
 // ViewContexts. The operations of `repView` work on views of every kind, those of the other two on
 // their own.

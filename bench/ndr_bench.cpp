@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How fast replies are decoded: 500 metric descriptors by the generated code, and by the whole
 // client stub, against a copy of the decoded structures. The stub's time includes a copy of the
 // reply's body, which stands in for its arrival.

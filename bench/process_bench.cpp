@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole programs, measured from outside and compared with a baseline of the same run. Needs ports
 // 135 and 382 of loopback addresses: run it through tests/endtoend/in_namespace.sh.
 

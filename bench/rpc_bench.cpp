@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The RPC runtime over loopback against bare sockets that move the same datagrams: the time of an
 // empty call, and the rate of a long reply in fragments. Both ends are processes of their own; the
 // two ways take turns, so that a change of the machine's speed meets both.

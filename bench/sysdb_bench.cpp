@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The system database against SQLite and against plain reads of its file. Each line is a figure of
 // ours, the baseline's of the same run, and their ratio. The database files are made in the folder
 // named on the command line, by default the current one: for the insertions it should be on a disk.

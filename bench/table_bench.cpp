@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How fast the data query's cells are formatted: 256 rows of 16 metrics, against the snprintf calls
 // for the same cells.
 

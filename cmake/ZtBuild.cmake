@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Settings and helpers shared by every folder.
 
 option(ZT_BUILD_AGENT "Build hxasim, the simulated agent (needs toml++)" ON)

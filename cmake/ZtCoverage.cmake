@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The target coverage runs the tests that reach the folders which parse what strangers send,
 # platform/rpc and shared/dce, and prints line and branch coverage of these folders (needs gcovr).
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # A Debian package of what cmake --install installs.
 
 set(CPACK_GENERATOR DEB)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Generated RPC code.
 #
 # zt_zidl(TARGET file.idl [PREFIX prefix] CLIENT|SERVER ...): compiles an interface definition with

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by ./demo and ./check: installs the Debian packages they need, if any is missing.
 
 # need_packages PACKAGE...: returns once all are installed; says what to do where it cannot.

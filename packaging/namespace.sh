@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by ./demo and the end-to-end tests: a network of our own, so that ports 135 and 382 can be
 # bound by anyone, nothing on the machine is in the way, and no packet leaves it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the client remembers of one server from call to call (C706 chapter 9, activities): the
 // secret identity of its thread of calls, the next call's number, what the server told about
 // itself, and the reply that it still keeps for us. A value without I/O.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands behind a binding handle, and the protocol sequences that a binding may name.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/call_back.h"
 
 #include "platform/rpc/status.h"

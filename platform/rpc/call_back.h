@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The conversation interface's answers (C706 appendix P): a server that does not know an activity
 // asks the client who it is before it runs an operation that must not run twice.
 

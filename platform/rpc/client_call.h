@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One call from the client's side as a state machine without I/O (C706 chapter 9, CL_CLIENT):
 // datagrams and the time go in, datagrams to send, the next wake-up and at last the outcome come
 // out. The activity outlives the call; everything else is this call's.

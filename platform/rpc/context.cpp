@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server objects that a client holds. Each remembers the server that issued it, so that a call on
 // it goes there whatever became of the binding.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data representation label of a packet (C706 14.1).
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The endpoint inquiry (C706 3.1.12 and appendix O): fetches the mapper's entries in batches and
 // hands them out one by one.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one exception type of the runtime: a remote call that did not end with a reply.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cutting a body into fragments and joining fragments to a body (C706 12.5.3.4), for both ends: a
 // client sends requests and joins responses, a server the other way round. Knows no socket and no
 // clock: the time is a parameter, what to send and when to wake are results.

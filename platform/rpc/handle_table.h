@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handles of the runtime: tokens that stand for objects which the runtime owns. A token is never
 // dereferenced and never given out twice in a process, over all kinds of handles, so that null,
 // stale and foreign ones are always told from live ones.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a stub knows of its interface and operation; values that never change.
 
 #pragma once

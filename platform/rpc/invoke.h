@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One remote call over UDP, from the bytes of its in-parameters to the bytes of its out-parameters:
 // the door between binding handles and stubs above and the call machine and its transport below.
 

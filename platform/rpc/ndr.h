@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Network Data Representation (C706 chapter 14): the encoder and decoder that generated stubs and
 // skeletons call. Both know one body; alignment counts from its first byte.
 //

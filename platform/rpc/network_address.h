@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From the texts of a binding to an address to send to.
 
 #pragma once

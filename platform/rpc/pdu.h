@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connectionless packet header (C706 12.5.2) and the bodies that belong to the protocol itself:
 // fragment acknowledgements, reject and fault statuses, cancels. Bytes in, values out.
 

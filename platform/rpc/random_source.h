@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where random bits come from: the system's generator in programs, a seeded one in simulations.
 
 #pragma once

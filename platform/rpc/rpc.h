@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The runtime's calls, under the workstation's names: string bindings, binding handles, endpoint
 // inquiry, management, UUIDs and status texts. Every call returns a status of the workstation, 0
 // for success. Handles are checked: null, stale and foreign ones give 1702.

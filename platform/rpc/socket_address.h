@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An IPv4 address and a port, both in host order.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers that servers put into reject and fault packets (C706 appendix E) and the workstation's
 // number for each.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sentence for each status number that the runtime, a server or a socket can report.
 
 #pragma once

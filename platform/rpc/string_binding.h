@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text form of a binding (C706 3.1): [object@]protseq:[address]['['endpoint[,option=value]']'].
 // A backslash takes the next character as it is; the endpoint may also be an option "endpoint=".
 // Text only: whether a protocol sequence is known is the business of the binding.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What generated client stubs call besides the NDR engine: the target behind a handle, context
 // handles, and the rules for a failed call's status.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts that the runtime hands out to its callers, who free them with RpcStringFreeA.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every number of the protocol that is a time or a rate, each with its reason. All clocks are
 // monotonic; nothing here is tunable at run time except by a binding's time-out level.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Protocol towers (C706 appendices I and L): how a server's interface, protocol sequence, address
 // and endpoint are written in the endpoint map. One floor of the tower says one thing; all numbers
 // are little-endian but ports and addresses, which are in network order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One UDP socket and one clock that drive a call's state machine. Nothing of the protocol is
 // decided here. The socket is not connected, since a reply may come from another address or port
 // than the one called; what the network says of undelivered datagrams comes from the socket's error

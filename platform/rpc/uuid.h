@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The 16-byte identifier of interfaces, objects and activities, and its text form
 // (DCE 1.1: RPC, C706, appendix A).
 

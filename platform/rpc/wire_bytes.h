@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loads and stores of fixed-size values in either byte order, for the packet layer. The caller has
 // checked that the bytes are there.
 

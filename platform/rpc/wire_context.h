@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A context handle as it travels: 20 bytes, all zero is null (C706 14.3.11).
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Message catalogs (XPG), with plain numbers for descriptors.
 
 #pragma once

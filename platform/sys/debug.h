@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The workstation's debugger output; here, standard error.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The user's locale in the workstation's terms: pictures such as MM/dd/yy instead of strftime
 // forms, and three-letter language names. The process itself stays in the C locale; what the user
 // wants is read from LC_ALL, the category's variable or LANG at every call.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Paths of the workstation's form and the file calls that take them.
 //
 // Callers compose paths with backslashes and perhaps a drive letter and show them so; only where a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Binary files of the portability library: positioned reads and writes and byte-range locks that
 // hold between processes, over POSIX descriptors. It knows nothing of what the files contain.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The workstation's registry calls over a settings file.
 //
 // The file is read at the first call and again only when another file takes its place; its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file is turned into UTF-8 as a whole, cut into logical lines (a hexadecimal value goes on
 // behind a backslash), and each line is read by itself, so that a bad one costs nothing but itself.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings file: a registry export as text (.reg). Bytes in, keys and values out; docs/formats/
 // settings-file.md describes the format.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The workstation's socket calls over POSIX sockets: the same names, its error numbers, IPv4 only.
 //
 // Every call that fails stores a number for WSAGetLastError. None can end the process with SIGPIPE,

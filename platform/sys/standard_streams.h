@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three descriptors that every process expects to be open.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The strftime format of the user's short date, derived from the workstation's picture of it.
 
 #pragma once

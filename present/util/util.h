@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The general utility library's doors: points in time, and the report of a fatal error.
 
 #pragma once

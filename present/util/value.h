@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A tagged value: scaled integer, real, text or unsigned size.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "present/util/variable.h"
 
 #include "present/util/util.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A named metric value with its display description.
 
 #pragma once

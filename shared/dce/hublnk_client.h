@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client of the agent's location broker daemon (hublnkd): message blocks of a fixed header, up to
 // eight parameter words and a data area, over one TCP connection. docs/formats/location-broker.md
 // shows the bytes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "shared/dce/ncs2dce.h"
 
 #include <algorithm>

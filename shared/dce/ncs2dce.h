@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds the live servers of an interface in a host's endpoint map, in the terms of the older
 // location model: one record per server, filtered by an ignore list, by repeated endpoints and by a
 // listening probe.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages from the catalog by set and number, and the substitution of a parameter for the first
 // exclamation mark of a text. One catalog serves the whole process.
 

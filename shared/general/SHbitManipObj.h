@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unsigned bit fields of one width, packed into an array of 32-bit words: field n starts at bit
 // n * width, counted from the least significant bit of the first word, words in machine order.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The installation's settings for the whole process: directories, file names, locale formats and
 // named resources. They exist from the construction of the first control object to the destruction
 // of the last; a getter called at any other time gives a null pointer.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fixed-size records with fixed-size binary keys in one flat file, without an index in the file: a
 // keyed operation scans it from the start, and a record's location is the byte offset of its slot.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "shared/general/SHindexObj_journal.h"
 
 #include <fcntl.h>

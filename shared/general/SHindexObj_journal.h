@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What keeps the rewriting of a slot whole when its process is killed. The system looks for a fatal
 // signal between the pages of one write, so that of a slot that lies in two pages the first part
 // may be new and the second one old. Before such a write both images of the slot are noted in a

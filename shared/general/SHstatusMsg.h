@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Entries of the status log: a header that names the caller and the time, then message lines from
 // the catalog. The file they go to, if any, is supplied by the program.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System keys: a system is known by its IPv4 address, whose octets in dotted order are the key's
 // four bytes in memory (the value of inet_addr). -1 means no address, wherever it comes from.
 //

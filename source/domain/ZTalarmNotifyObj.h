@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The link to a system's alarm server (almserver): finds it anew for each operation, makes at most
 // one remote call and releases what it found. Failures are recorded and shown or logged on request.
 

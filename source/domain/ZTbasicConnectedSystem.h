@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A connected system: which servers it has and which of them is current.
 
 #pragma once

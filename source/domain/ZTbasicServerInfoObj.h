@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration of one server, as a connected system may hold it.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of a data query: two heading lines and a line for each row that was read.
 
 #pragma once

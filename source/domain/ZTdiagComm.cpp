@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztcomm: the entry. Reads the command line and runs the selected checks in their fixed order.
 
 #include <cstdio>

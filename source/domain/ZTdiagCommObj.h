@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The diagnostic object: the target, the connection to its repository servers, the pending error
 // messages, and the five checks, which write their reports to standard output.
 //

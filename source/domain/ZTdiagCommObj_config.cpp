@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration report: the first record of the collector's class CONFIGURATION.
 
 #include <algorithm>

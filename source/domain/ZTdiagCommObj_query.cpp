@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data query: the last hour of one class of a data source, as a table.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The registered-server check and the endpoint listing.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection check: one status line for every system of the system database.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trace lines of the diagnostic: entry and exit of traced operations and free-form lines between
 // them, time-stamped and indented by depth, on standard error. Silent until switched on.
 

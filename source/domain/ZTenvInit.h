@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings of remote calls taken from the environment when the diagnostic object is built.
 
 #pragma once

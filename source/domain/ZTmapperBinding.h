@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A binding to a host's endpoint mapper, freed with its owner.
 
 #pragma once

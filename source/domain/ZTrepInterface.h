@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The call layer: one wrapper for each remote operation that the product makes. A wrapper checks
 // the call record, traces, calls the version-2 stub, turns whatever the stub raises into a status
 // and pauses for the slow-network interval.

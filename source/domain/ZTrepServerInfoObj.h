@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client of one system's repository servers: the listing of its data sources, the catalogue of
 // the one it is connected to, and the views through which its data are read.
 //

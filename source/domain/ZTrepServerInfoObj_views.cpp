@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Views of the repository client: creation, position, reading.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection to a monitored system's repository servers: a probe of the agent's location
 // broker, the version check, the listing of the servers, and the binding to one of them. Failures
 // are recorded as messages and never printed here.

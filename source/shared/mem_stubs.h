@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory hooks that the interfaces' definition names for client stubs.
 
 #pragma once

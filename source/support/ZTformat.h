@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Formatting by printf's rules into a text that is as long as it needs to be.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process-wide start-up, and the settings of remote calls that it gives their first values.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts that came from the network or a file, made safe for a terminal.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fixed-width strings, case, tokens from strings and streams, and the dates and times that a user
 // types.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tokenizers of strings and streams, and the line reader.
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of the system database: records, iteration, lock and change detection. Its opening
 // and the older layout are in ZTsysInfoObj_open.cpp, the cross-reference table in
 // ZTsysInfoObj_table.cpp, the back-connect file in ZTsysInfoObj_backconnect.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The system database: the systems whose agents the console watches. Here stand the records of its
 // file, one system in memory (zt_SystemInfo_class), the manager of the file and its companions
 // (zt_SystemDBMgt_class), and the facade that everyone uses (zt_SystemDBAccess_class).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The facade over the process's one database manager.
 
 #include <algorithm>

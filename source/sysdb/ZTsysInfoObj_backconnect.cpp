@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The back-connect file: a text file that names, a line per system, the name under which the
 // system's server connects to the alarm manager. It stays open between questions and is opened
 // anew when it has changed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening a database: the version record, the change counter, and files in the older layout.
 //
 // A conversion may be interrupted at any write and is finished by the next opening; the reasoning

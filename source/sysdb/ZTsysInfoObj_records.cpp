@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System records: keys, type tables, and one system in memory.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The printed forms of a system record and of the database.
 
 #include <array>

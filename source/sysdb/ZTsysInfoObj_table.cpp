@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's cross-reference table: entry 0 belongs to the sort, entries 1 to fSystemRecCount
 // hold the systems in the order of their keys, and the entry behind them is a terminator. It is a
 // picture of the file as of one value of the change counter.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sort is a quicksort with an explicit stack that leaves short ranges to a final pass. Its
 // guarantees: n log n key comparisons in every case, since a table whose ranges split badly beyond
 // a budget is finished by a heap sort, and a stack of log2 n ranges, since the larger part is

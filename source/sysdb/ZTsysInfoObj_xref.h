@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entries of the cross-reference table of the system database, and their sort.
 
 #pragma once

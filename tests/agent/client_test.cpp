@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The generated client stubs against running agents: views of all kinds, long replies, both byte
 // orders and call-backs.
 

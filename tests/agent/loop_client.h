@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plain sockets that talk to servers of the same thread: while a client waits, the servers' loop
 // turns.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets written byte by byte, from a plain socket to running servers: what goes in and what comes
 // out is compared without any code of the two ends.
 

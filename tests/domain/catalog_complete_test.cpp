@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The catalog has a usable text for every message that can be recorded, and for no other.
 
 #include <gtest/gtest.h>

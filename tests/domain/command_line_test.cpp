@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the command line asks for, its echo, and the usage.
 
 #include <gtest/gtest.h>

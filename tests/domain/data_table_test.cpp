@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cells of the data query's table: known ones, and random ones against decimal digits made from the
 // integer alone.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checks and their reports, and the order in which pending messages are shown.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The call layer: what a wrapper makes of its stub's outcome, its trace lines, its pause and its
 // preconditions.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The repository client: the catalogue of a data source, names, views and reading.
 
 #include <gtest/gtest.h>

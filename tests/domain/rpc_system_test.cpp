@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connected system: probe, version, listing, selection of a server, and the messages that each
 // failure leaves.
 

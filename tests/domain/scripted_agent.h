@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scripted agent in place of the stubs, the location broker's client and the endpoint query,
 // which a test links instead of the real ones. Only the probe connection is real: a listener on
 // loopback.

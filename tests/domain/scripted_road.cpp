@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The road to the scripted agent: the probe's listener, the location broker and the endpoint query.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trace lines, environment settings and the text filter for terminals.
 
 #include <gtest/gtest.h>

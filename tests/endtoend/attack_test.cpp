@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an enemy on the network can try: the report stays the same, and the program small and quick.
 
 #include <gtest/gtest.h>

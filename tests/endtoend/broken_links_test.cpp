@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every link between the console and the agent, broken: each is told apart in one run.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An independent judge of what we send: a packet dissector reads a capture of whole checks.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts of the message catalog, read from its source: what a user must see for a recorded message.
 
 #pragma once

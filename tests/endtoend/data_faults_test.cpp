@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults in the middle of the configuration report and the data query, and servers that lie.
 
 #include <gtest/gtest.h>

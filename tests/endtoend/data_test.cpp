@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration report and the data query against agents that answer.
 
 #include <gtest/gtest.h>

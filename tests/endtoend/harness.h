@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starts the simulated agent and the programs under test as real processes and collects what they
 // print. Runs inside the namespace that in_namespace.sh makes.
 

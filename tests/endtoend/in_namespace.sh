@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs a test program in a network namespace of its own, with the hosts file beside this script.
 #   in_namespace.sh PROGRAM [ARG...]
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Networks that lose, double and reorder, and servers that keep the console waiting.
 
 #include <gtest/gtest.h>

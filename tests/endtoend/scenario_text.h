@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pieces of scenario files and of expected reports that several tests put together.
 
 #pragma once

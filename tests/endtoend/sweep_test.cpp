@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection check over databases that ztsys made.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plain UDP sockets between the console and a simulated server: they pass datagrams on, answer in
 // the server's place, or slip in what no server sent. For the tests of what an enemy can do.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Views of all kinds through the product's own client, in this process, against a running agent.
 
 #include <gtest/gtest.h>

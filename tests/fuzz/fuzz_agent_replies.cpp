@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies of a repository server, from their bytes through the stubs and the client to the table
 // that a user sees. The input is a list of replies: a byte for the data representation (bit 0:
 // big-endian), two bytes of length (low first), and the body. A call without a reply fails.

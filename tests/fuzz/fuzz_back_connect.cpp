@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any text as a back-connect file, and the tokenizers on the same text.
 
 #include <unistd.h>

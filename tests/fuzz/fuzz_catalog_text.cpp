@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The substitution of a parameter in a catalog's text, over any text and parameter (the input's
 // parts before and behind its first zero).
 

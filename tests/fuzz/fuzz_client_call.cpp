@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client's call machine fed with arbitrary datagrams and times. The input is a row of steps:
 // one byte that says what happens, then what it needs. Composed packets carry the running call's
 // secret activity, so that they get past the first check.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies of an endpoint mapper, through the stub, the tower reader and the inquiry. The first byte
 // says the byte order, the rest is the body of the first reply; a second lookup finds the mapper
 // silent. Stands in for the call machine.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface definitions from anywhere, through all four steps of zidl.
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ignore list's reader, and its scanners with small limits.
 
 #include <cstddef>

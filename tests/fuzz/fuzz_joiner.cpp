@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The joiner fed with arbitrary packets and times. The input is a row of fragments: flags, number,
 // length and serial in six bytes, the bodies are made of the number, so that a body joined in the
 // wrong order shows.

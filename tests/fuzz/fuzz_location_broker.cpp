@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies of a location broker, as bytes on a connection that ends behind them.
 
 #include <sys/socket.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packet header and fack codec: what decodes must encode to the same meaning again.
 
 #include <cstdint>

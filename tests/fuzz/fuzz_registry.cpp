@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings files of any content: what the parser keeps must be sound whatever it was given.
 
 #include <cstddef>

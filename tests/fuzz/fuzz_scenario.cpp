@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scenario file, of any bytes. What is accepted must be what servers can be made of.
 
 #include <cstddef>

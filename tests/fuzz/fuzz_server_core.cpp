@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A server core fed with arbitrary datagrams, times and call endings. The input is a row of steps:
 // one byte that says what happens, then what it needs. Packets that are to get far take the header
 // of the last good one and change fields of it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts of string bindings: what is read can be written, and reads the same again.
 
 #include <cstddef>

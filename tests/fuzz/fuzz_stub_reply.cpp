@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies from anywhere, through every generated client stub: the first byte chooses the operation,
 // the second the data representation, the rest is the body.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests from anywhere, through every generated skeleton: the first byte chooses the interface,
 // the second the operation, the third the data representation, the rest is the body.
 

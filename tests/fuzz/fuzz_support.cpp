@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tokenizers, the line reader and the readers of dates and times, over any text. The buffers
 // have exactly the sizes that the callers promise.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a system database: it opens or is refused untouched, and what opens keeps its
 // promises under lookups, stores and deletions.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Protocol towers: what is read can be written, and reads the same again.
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts of UUIDs: what is read is written as the same digits.
 
 #include <cstddef>

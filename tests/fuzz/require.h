@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A promise of the code under a fuzz target.
 
 #pragma once

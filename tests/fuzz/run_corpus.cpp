@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target over every file of the corpus folders named on the command line, for builds
 // without libFuzzer. A folder that is missing or empty is an error: a target without examples
 // would pass without having run.

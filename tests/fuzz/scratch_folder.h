@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A folder for fuzz targets that read their input from a file, in memory where there is one.
 
 #pragma once

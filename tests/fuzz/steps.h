@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What fuzz targets share that read their input as a row of steps.
 
 #pragma once

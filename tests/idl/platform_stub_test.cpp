@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stubs of the endpoint mapper. What they refuse and send beyond this, and the management call,
 // is in tests/platform/endpoint_inquiry_test.cpp.
 

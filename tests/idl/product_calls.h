@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every operation of the product's six interfaces, called once with fixed values.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Skeletons of the product's interfaces that note what arrives and answer with values that differ
 // from parameter to parameter. They fault when the client has no room for their results.
 

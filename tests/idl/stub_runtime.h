@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stands in for the transport below the generated client stubs: a call is answered by a function
 // of the test. Binding and context handles are the real ones.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The product's generated stubs and skeletons: every operation in both byte orders, what they send
 // to the byte, and what they refuse.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An interface for tests of the server runtime: one operation that may run twice, one that may not.
 // It answers with its own in-parameters, and counts what it runs.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Endpoint inquiries and the management call over a mapper that the test plays itself: it stands in
 // for the call machine and answers every call with bytes of its own.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bodies of endpoint mapper replies, put together byte by byte in either byte order and without the
 // code that reads them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/server/fault_injection.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes and packets for tests of the packet layer: written as hexadecimal text, as in docs/formats,
 // and as names.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One client and one server of the RPC runtime on a simulated clock and network. A world is made
 // from a setting and a seed, makes a few calls one after the other, and reports what it saw; the
 // rules that hold in every world are checked while it runs. The same seed gives the same world.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client's machine against the server's, over seeds. ZT_SIMULATION_CALLS sets how many calls
 // are made in all (10,000 by default), ZT_SIMULATION_SHIFT is added to the first seed of every test
 // for other worlds.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/server/server_core.h"
 
 #include <gtest/gtest.h>

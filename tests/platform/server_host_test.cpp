@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server host and its event loop over real sockets on loopback addresses.
 
 #include "platform/rpc/server/server_host.h"

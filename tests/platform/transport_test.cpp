@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client over real sockets, with servers of a few lines that know only the packet codec.
 
 #include "platform/rpc/transport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bound UDP socket that knows nothing but the packet codec: the other side of what is tested over
 // real sockets.
 

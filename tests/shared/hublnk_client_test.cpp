@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The location broker's client: the bytes of its packets, and its behaviour towards a toy broker on
 // a real TCP connection.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The endpoint query's filters over a scripted map, the ignore list and its scanners.
 
 #include "shared/dce/ncs2dce.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A message catalog compiled for a test, in a directory of its own.
 
 #pragma once

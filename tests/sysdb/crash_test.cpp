@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes that die while they write. This program is linked with --wrap=pwrite: every write of
 // the files under test passes here and may be the process's last.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file library, the bit fields and the change counter.
 
 #include <gtest/gtest.h>

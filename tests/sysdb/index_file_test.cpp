@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The indexed record file: its edges, and every operation against a model in memory.
 
 #include <gtest/gtest.h>

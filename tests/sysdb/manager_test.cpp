@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager and its companions on files made by hand.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System records in memory, and their printed forms.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sort of the cross-reference table.
 
 #include <gtest/gtest.h>

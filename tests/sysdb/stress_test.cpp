@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Four processes write and two read one database at the same time. ZT_STRESS_SECONDS sets how
 // long; the default is short.
 

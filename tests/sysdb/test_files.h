@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files and processes for the tests of the system database. The bytes of database files are put
 // together here by their offsets, without a word of the code that reads and writes them.
 

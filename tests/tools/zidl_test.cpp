@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // zidl on definitions that it must understand and on those that it must refuse.
 
 #include <gtest/gtest.h>

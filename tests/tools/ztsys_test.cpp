@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of ztsys, on the program as it is built.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fourth step: a checked model to C++ source.
 
 #pragma once

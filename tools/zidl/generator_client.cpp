@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // name_client.cpp: one function for each operation.
 
 #include "tools/zidl/generator_client.h"

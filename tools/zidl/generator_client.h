@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names and declarations of client stubs.
 
 #pragma once

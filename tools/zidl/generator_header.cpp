@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // name.h: what both sides see of the types, and the client's declarations.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Structures: one encode or decode function each. Fields at fixed distances are read with one
 // check of the bounds.
 

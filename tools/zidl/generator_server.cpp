@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // name_server.h and name_server.cpp: the skeleton class and its dispatch.
 
 #include <algorithm>

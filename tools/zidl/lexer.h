@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // First step: the characters of a definition to tokens.
 
 #pragma once

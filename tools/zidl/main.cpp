@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // zidl: compiles an interface definition to a client stub and a server skeleton.
 
 #include <cstdio>

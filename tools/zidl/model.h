@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Third step: a syntax tree to a checked model. What the model holds can be generated; everything
 // else has been reported. Pointers inside a model live as long as the model.
 

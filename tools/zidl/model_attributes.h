@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The attributes of one thing, looked up by name.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known at one place of a definition: the types and constants before it, and what names and
 // expressions mean there. Every member reports what is wrong.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tools/zidl/model_structure.h"
 
 #include <algorithm>

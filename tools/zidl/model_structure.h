@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checks the fields of a structure and lays it out on the wire.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Second step: tokens to a syntax tree.
 
 #pragma once

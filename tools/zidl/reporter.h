@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where errors of a definition go: each names a place in the source.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the parser makes of a definition: its grammar, with nothing looked up or checked.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys add: a new system, by a name that resolves to its address or by the address itself.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys alarms: the grid of alarm states of one system or of all.
 
 #include "tools/ztsys/database.h"

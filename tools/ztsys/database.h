@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening of the database for a sub-command, the search for one system, and what its statuses mean
 // for a user.
 

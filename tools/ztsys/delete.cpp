@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys delete: asks on a terminal, unless told not to.
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys info: the database as a whole.
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One flat JSON object (RFC 8259) on one line.
 
 #pragma once

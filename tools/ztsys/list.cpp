@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys list: all systems in the order of the file, as a table for people or a JSON object a line.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys lists and changes the systems of the system database, on a machine with or without the
 // console.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys rename: another name for a system. The name must belong to the same address, since the
 // address is what identifies the system.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ztsys show: one system's long or short report.
 
 #include "tools/ztsys/database.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the sub-commands of ztsys share: the words of the command line, the table of sub-commands,
 // and how a failure is reported.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One thread that waits for descriptors (epoll) and timers and calls what was asked for. Handlers
 // may add and remove descriptors and timers, their own included.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bad network between two ends: what becomes of each datagram on its way. Pure: bytes and the
 // time go in, deliveries come out, and the same plan and the same input always give the same.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An exported interface as generated skeletons offer it to the server runtime.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management interface that every server answers at each of its endpoints (C706 appendix Q).
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The activity table and the packets that come in. What a call does with them is in
 // server_core_call.cpp.
 

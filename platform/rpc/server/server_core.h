@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server's side of connectionless calls as a state machine: datagrams and the time go in, calls
 // that are ready to run, datagrams and the next wake-up come out. No socket, no clock, no thread,
 // and no operation is run here; who owns the core runs it and says how it ended, at once or later

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a server core remembers of one client activity. For the core's own files only.
 
 #pragma once

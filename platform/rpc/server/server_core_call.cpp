@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One call of an activity, from its first request packet to the acknowledged answer, and the
 // call-back before it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server cores on real UDP sockets: many endpoints on many local addresses in one process, one
 // event loop, with a say in each call before it runs (late, refused, silent, dying ...).
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What generated skeletons call besides the NDR engine: room for results, and the rules for what
 // becomes of a call that fails.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The control object that takes the settings from the environment, the registry and the locale.
 
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One integer that processes share: a file of 4 bytes (signed, machine order) mapped into each of
 // them. A value that one stores is seen by all at once.
 
