@@ -4,7 +4,7 @@
 #   in_namespace.sh PROGRAM [ARG...]
 set -euo pipefail
 here=$(dirname "$(readlink -f "$0")")
-. "$here/../../packaging/namespace.sh"
+. "$here/../../tools/shell/namespace.sh"
 if [ "${ZT_IN_NAMESPACE-}" != 1 ]; then
   ZT_IN_NAMESPACE=1 enter_namespace bash "$0" "$@"
 fi
