@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/rpc/socket_address.h"
+#include "platform/rpc/names/socket_address.h"
 
 namespace agent {
 

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/rpc/socket_address.h"
+#include "platform/rpc/names/socket_address.h"
 
 namespace agent {
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/wire/pdu.h"
 
 namespace agent {
 

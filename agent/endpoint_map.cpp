@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/rpc/socket_address.h"
+#include "platform/rpc/names/socket_address.h"
 
 namespace agent {
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "agent/scenario.h"
+#include "platform/rpc/names/tower.h"
 #include "platform/rpc/rpc.h"
-#include "platform/rpc/tower.h"
 
 namespace agent {
 

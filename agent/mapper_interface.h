@@ -10,7 +10,7 @@
 #include "agent/endpoint_map.h"
 #include "agent/operation_script.h"
 #include "epm_server.h"
-#include "platform/rpc/random_source.h"
+#include "platform/rpc/names/random_source.h"
 
 namespace agent {
 

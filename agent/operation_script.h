@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "agent/scenario.h"
-#include "platform/rpc/server/interface.h"
+#include "platform/rpc/server/exported_interface.h"
 #include "platform/rpc/server/server_host.h"
 
 namespace agent {

@@ -16,9 +16,9 @@
 #include "agent/scenario.h"
 #include "agent/shift.h"
 #include "agent/view.h"
-#include "platform/rpc/random_source.h"
-#include "platform/rpc/server/interface.h"
-#include "platform/rpc/wire_context.h"
+#include "platform/rpc/names/random_source.h"
+#include "platform/rpc/server/exported_interface.h"
+#include "platform/rpc/stub/wire_context.h"
 
 namespace agent {
 

@@ -11,7 +11,7 @@
 
 #include "agent/scenario_parser.h"
 #include "agent/scenario_reader.h"
-#include "platform/rpc/socket_address.h"
+#include "platform/rpc/names/socket_address.h"
 
 namespace agent {
 

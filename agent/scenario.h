@@ -14,8 +14,8 @@
 #include <variant>
 #include <vector>
 
+#include "platform/rpc/names/uuid.h"
 #include "platform/rpc/server/fault_injection.h"
-#include "platform/rpc/uuid.h"
 
 namespace agent {
 

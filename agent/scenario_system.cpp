@@ -6,8 +6,8 @@
 
 #include "agent/endpoint_map.h"
 #include "agent/scenario_parser.h"
+#include "platform/rpc/names/tower.h"
 #include "platform/rpc/rpc.h"
-#include "platform/rpc/tower.h"
 
 namespace agent {
 

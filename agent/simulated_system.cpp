@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/rpc/tower.h"
+#include "platform/rpc/names/tower.h"
 
 namespace agent {
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc/invoke.h"
-#include "platform/rpc/ndr.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/rpc.h"
+#include "platform/rpc/stub/ndr.h"
 #include "rep_server.h"
 // The decoding functions of structures are local to the stub.
 #include "rep_client.cpp"

@@ -20,10 +20,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc/invoke.h"
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/server/event_loop.h"
 #include "platform/rpc/server/server_host.h"
+#include "platform/rpc/wire/pdu.h"
 #include "tests/platform/echo_interface.h"
 
 namespace {

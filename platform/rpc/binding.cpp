@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "platform/rpc/handed_out_text.h"
 #include "platform/rpc/handle_table.h"
-#include "platform/rpc/string_binding.h"
-#include "platform/rpc/stub.h"
-#include "platform/rpc/text.h"
+#include "platform/rpc/names/string_binding.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace rpc {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/rpc/invoke.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/rpc.h"
 
 namespace rpc {

@@ -3,7 +3,7 @@
 // it goes there whatever became of the binding.
 
 #include "platform/rpc/handle_table.h"
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace rpc {
 namespace {

@@ -15,10 +15,10 @@
 
 #include "epm.h"
 #include "platform/rpc/binding.h"
+#include "platform/rpc/handed_out_text.h"
 #include "platform/rpc/handle_table.h"
-#include "platform/rpc/stub.h"
-#include "platform/rpc/text.h"
-#include "platform/rpc/tower.h"
+#include "platform/rpc/names/tower.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace rpc {
 namespace {

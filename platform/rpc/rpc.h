@@ -9,8 +9,8 @@
 #include <cstdint>
 
 #include "platform/rpc/exception.h"
-#include "platform/rpc/interface.h"
-#include "platform/rpc/uuid.h"
+#include "platform/rpc/names/uuid.h"
+#include "platform/rpc/stub/interface.h"
 
 using RPC_STATUS = std::uint32_t;
 using error_status_t = std::uint32_t;

@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/rpc/uuid.h"
+#include "platform/rpc/names/uuid.h"
 #include "platform/sys/sockets.h"
 
 inline constexpr const char* cHublnkdServiceName = "hublnkd";

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/rpc/uuid.h"
+#include "platform/rpc/names/uuid.h"
 
 inline constexpr std::uint32_t kDefaultComTimeout = 3;
 inline constexpr std::uint32_t kNoComTimeout = 10;  // this level waits without limit

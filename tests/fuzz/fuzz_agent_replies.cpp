@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/invoke.h"
+#include "platform/rpc/client/invoke.h"
 #include "scripted_agent.h"
 #include "source/domain/ZTdataTable.h"
 #include "source/domain/ZTrepServerInfoObj.h"

@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/client_call.h"
+#include "platform/rpc/client/client_call.h"
 #include "tests/fuzz/require.h"
 #include "tests/fuzz/steps.h"
 

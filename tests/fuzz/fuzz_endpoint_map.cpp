@@ -9,7 +9,7 @@
 #include <cstring>
 #include <span>
 
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace {
 

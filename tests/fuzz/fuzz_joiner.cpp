@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/fragments.h"
+#include "platform/rpc/wire/fragments.h"
 #include "tests/fuzz/require.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <span>
 
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/wire/pdu.h"
 #include "tests/fuzz/require.h"
 
 namespace {

@@ -11,9 +11,9 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/pdu.h"
-#include "platform/rpc/server/management.h"
+#include "platform/rpc/server/management_interface.h"
 #include "platform/rpc/server/server_core.h"
+#include "platform/rpc/wire/pdu.h"
 #include "tests/fuzz/require.h"
 #include "tests/fuzz/steps.h"
 #include "tests/platform/echo_interface.h"

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/rpc/binding.h"
-#include "platform/rpc/string_binding.h"
+#include "platform/rpc/names/string_binding.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);

@@ -8,7 +8,7 @@
 
 #include "epm.h"
 #include "platform/rpc/exception.h"
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 #include "tests/idl/product_calls.h"
 #include "tests/idl/stub_runtime.h"
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <span>
 
-#include "platform/rpc/tower.h"
+#include "platform/rpc/names/tower.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::optional<rpc::Tower> tower = rpc::decode_tower(std::as_bytes(std::span(data, size)));

@@ -8,8 +8,8 @@
 
 #include "epm.h"
 #include "epm_server.h"
-#include "platform/rpc/server/skeleton.h"
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/skeleton.h"
+#include "platform/rpc/stub/stub.h"
 #include "tests/idl/stub_runtime.h"
 #include "tests/platform/rpc_bytes.h"
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace stub_test {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "platform/rpc/exception.h"
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace stub_test {
 

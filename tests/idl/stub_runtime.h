@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc/invoke.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/rpc.h"
-#include "platform/rpc/server/interface.h"
-#include "platform/rpc/wire_context.h"
+#include "platform/rpc/server/exported_interface.h"
+#include "platform/rpc/stub/wire_context.h"
 
 namespace stub_test {
 

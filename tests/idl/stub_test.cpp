@@ -2,12 +2,12 @@
 // The product's generated stubs and skeletons: every operation in both byte orders, what they send
 // to the byte, and what they refuse.
 
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/rpc/ndr.h"
-#include "platform/rpc/server/skeleton.h"
+#include "platform/rpc/stub/ndr.h"
+#include "platform/rpc/stub/skeleton.h"
 #include "tests/idl/product_calls.h"
 #include "tests/platform/rpc_bytes.h"
 

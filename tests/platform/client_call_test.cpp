@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/client_call.h"
+#include "platform/rpc/client/client_call.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <utility>
 
-#include "platform/rpc/status.h"
+#include "platform/rpc/wire/status.h"
 #include "tests/platform/rpc_bytes.h"
 
 namespace rpc {

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/server/interface.h"
+#include "platform/rpc/server/exported_interface.h"
 
 namespace rpc::server {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 #include "tests/platform/endpoint_map_bytes.h"
 #include "tests/platform/rpc_bytes.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/fragments.h"
+#include "platform/rpc/wire/fragments.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/rpc/stub.h"
+#include "platform/rpc/stub/stub.h"
 
 namespace {
 

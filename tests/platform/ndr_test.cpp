@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/ndr.h"
+#include "platform/rpc/stub/ndr.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/wire/pdu.h"
 
 #include <gtest/gtest.h>
 

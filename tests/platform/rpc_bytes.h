@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/rpc/pdu.h"
+#include "platform/rpc/wire/pdu.h"
 
 namespace rpc::test {
 

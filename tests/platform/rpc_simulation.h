@@ -21,13 +21,13 @@
 #include <utility>
 #include <vector>
 
-#include "platform/rpc/activity.h"
-#include "platform/rpc/client_call.h"
-#include "platform/rpc/pdu.h"
-#include "platform/rpc/random_source.h"
+#include "platform/rpc/client/activity.h"
+#include "platform/rpc/client/client_call.h"
+#include "platform/rpc/names/random_source.h"
 #include "platform/rpc/server/fault_injection.h"
 #include "platform/rpc/server/server_core.h"
-#include "platform/rpc/time_constants.h"
+#include "platform/rpc/wire/pdu.h"
+#include "platform/rpc/wire/time_constants.h"
 #include "tests/platform/echo_interface.h"
 
 namespace rpc::simulation {

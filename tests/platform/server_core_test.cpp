@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
-#include "platform/rpc/pdu.h"
-#include "platform/rpc/server/management.h"
-#include "platform/rpc/time_constants.h"
-#include "platform/rpc/wire_bytes.h"
+#include "platform/rpc/server/management_interface.h"
+#include "platform/rpc/wire/pdu.h"
+#include "platform/rpc/wire/time_constants.h"
+#include "platform/rpc/wire/wire_bytes.h"
 #include "tests/platform/echo_interface.h"
 #include "tests/platform/rpc_bytes.h"
 

@@ -11,9 +11,9 @@
 #include <future>
 #include <thread>
 
-#include "platform/rpc/invoke.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/server/event_loop.h"
-#include "platform/rpc/wire_bytes.h"
+#include "platform/rpc/wire/wire_bytes.h"
 #include "tests/platform/echo_interface.h"
 #include "tests/platform/rpc_bytes.h"
 #include "tests/platform/udp_socket.h"

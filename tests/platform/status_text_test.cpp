@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/status_text.h"
+#include "platform/rpc/names/status_text.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "platform/rpc/rpc.h"
-#include "platform/rpc/status.h"
+#include "platform/rpc/wire/status.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/string_binding.h"
+#include "platform/rpc/names/string_binding.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/rpc/tower.h"
+#include "platform/rpc/names/tower.h"
 
 #include <gtest/gtest.h>
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // The client over real sockets, with servers of a few lines that know only the packet codec.
 
-#include "platform/rpc/transport.h"
+#include "platform/rpc/client/transport.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/exception.h"
-#include "platform/rpc/invoke.h"
-#include "platform/rpc/network_address.h"
+#include "platform/rpc/names/network_address.h"
 #include "tests/platform/rpc_bytes.h"
 #include "tests/platform/udp_socket.h"
 

@@ -13,8 +13,8 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/pdu.h"
-#include "platform/rpc/socket_address.h"
+#include "platform/rpc/names/socket_address.h"
+#include "platform/rpc/wire/pdu.h"
 
 namespace rpc::test {
 

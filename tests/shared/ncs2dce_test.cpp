@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/rpc/invoke.h"
+#include "platform/rpc/client/invoke.h"
 #include "shared/general/nt/SHderControlObj.h"
 #include "tests/shared/settings_text.h"
 

@@ -257,8 +257,8 @@ std::string generate_client(const Interface& interface, const Options& options) 
   source.line();
   source.line("#include \"" + interface.name + ".h\"");
   source.line();
-  source.line("#include \"platform/rpc/ndr.h\"");
-  source.line("#include \"platform/rpc/stub.h\"");
+  source.line("#include \"platform/rpc/stub/ndr.h\"");
+  source.line("#include \"platform/rpc/stub/stub.h\"");
   source.line();
   source.line("namespace ndr = rpc::ndr;");
   source.line();

@@ -214,8 +214,8 @@ std::string generate_server_header(const Interface& interface) {
   source.line("#pragma once");
   source.line();
   source.line("#include \"" + interface.name + ".h\"");
-  source.line("#include \"platform/rpc/server/interface.h\"");
-  source.line("#include \"platform/rpc/wire_context.h\"");
+  source.line("#include \"platform/rpc/server/exported_interface.h\"");
+  source.line("#include \"platform/rpc/stub/wire_context.h\"");
   source.line();
   source.line("class " + class_name(interface) + " : public rpc::server::Interface {");
   source.line("public:");
@@ -244,8 +244,8 @@ std::string generate_server(const Interface& interface) {
   source.line();
   source.line("#include <iterator>");
   source.line();
-  source.line("#include \"platform/rpc/ndr.h\"");
-  source.line("#include \"platform/rpc/server/skeleton.h\"");
+  source.line("#include \"platform/rpc/stub/ndr.h\"");
+  source.line("#include \"platform/rpc/stub/skeleton.h\"");
   source.line();
   source.line("namespace ndr = rpc::ndr;");
   source.line();

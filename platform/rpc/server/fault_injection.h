@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/time_constants.h"
+#include "platform/rpc/wire/time_constants.h"
 
 namespace rpc::server {
 

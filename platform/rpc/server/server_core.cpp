@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "platform/rpc/server/server_core_activity.h"
-#include "platform/rpc/wire_bytes.h"
+#include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
 namespace {

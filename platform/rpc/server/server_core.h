@@ -22,13 +22,13 @@
 #include <utility>
 #include <vector>
 
-#include "platform/rpc/data_representation.h"
-#include "platform/rpc/interface.h"
-#include "platform/rpc/pdu.h"
-#include "platform/rpc/server/interface.h"
-#include "platform/rpc/socket_address.h"
-#include "platform/rpc/time_constants.h"
-#include "platform/rpc/uuid.h"
+#include "platform/rpc/names/socket_address.h"
+#include "platform/rpc/names/uuid.h"
+#include "platform/rpc/server/exported_interface.h"
+#include "platform/rpc/stub/interface.h"
+#include "platform/rpc/wire/data_representation.h"
+#include "platform/rpc/wire/pdu.h"
+#include "platform/rpc/wire/time_constants.h"
 
 namespace rpc::server {
 

@@ -7,10 +7,10 @@
 #include <span>
 #include <vector>
 
-#include "platform/rpc/fragments.h"
-#include "platform/rpc/pdu.h"
 #include "platform/rpc/server/server_core.h"
-#include "platform/rpc/time_constants.h"
+#include "platform/rpc/wire/fragments.h"
+#include "platform/rpc/wire/pdu.h"
+#include "platform/rpc/wire/time_constants.h"
 
 namespace rpc::server {
 

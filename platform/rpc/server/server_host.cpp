@@ -14,8 +14,8 @@
 #include <ctime>
 #include <utility>
 
-#include "platform/rpc/random_source.h"
-#include "platform/rpc/server/management.h"
+#include "platform/rpc/names/random_source.h"
+#include "platform/rpc/server/management_interface.h"
 
 namespace rpc::server {
 namespace {

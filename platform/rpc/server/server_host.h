@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "platform/rpc/server/event_loop.h"
+#include "platform/rpc/server/exported_interface.h"
 #include "platform/rpc/server/fault_injection.h"
-#include "platform/rpc/server/interface.h"
 #include "platform/rpc/server/server_core.h"
 
 namespace rpc::server {

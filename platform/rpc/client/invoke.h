@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// One remote call over UDP, from the bytes of its in-parameters to the bytes of its out-parameters:
+// the door between binding handles and stubs above and the call machine and its transport below.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/rpc/names/uuid.h"
+#include "platform/rpc/stub/interface.h"
+#include "platform/rpc/wire/data_representation.h"
+
+namespace rpc {
+
+// Where a call goes. Values of a binding handle at the time of the call.
+struct CallTarget {
+  std::string protocol_sequence;  // only "ncadg_ip_udp" can be called
+  std::string network_address;    // dotted address or host name; empty: this host
+  std::string endpoint;           // UDP port in decimal; empty: status 1753
+  uuid_t object{};
+  unsigned timeout_level = 5;  // 0 to 10
+};
+
+struct Reply {
+  std::vector<std::byte> body;
+  DataRepresentation representation;
+};
+
+// Runs the call to its end. `reply_limit` is the largest body that the out-parameters can legally
+// take; a longer reply ends the call with 1783 while it arrives. Throws RpcException.
+Reply invoke(const CallTarget& target, const OperationSpec& operation,
+             std::span<const std::byte> request, std::size_t reply_limit);
+
+// What RpcLastNetworkError gives to this thread from now on; set by every call.
+void set_last_network_error(std::uint32_t number);
+
+// Acknowledges the last reply of every server that the calling thread called and that still keeps
+// it for us. Called when a binding is released; safe to call at any time, and done by itself when
+// the thread ends. The activities go on, so that no server asks a second time who we are.
+void release_activities();
+
+}  // namespace rpc

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+// An exported interface as generated skeletons offer it to the server runtime.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/rpc/names/uuid.h"
+#include "platform/rpc/stub/interface.h"
+#include "platform/rpc/wire/data_representation.h"
+
+namespace rpc::server {
+
+// Statuses of the protocol that servers send (C706 appendix E).
+inline constexpr std::uint32_t kNcaFaultContextMismatch = 0x1C00001A;
+inline constexpr std::uint32_t kNcaUnsupportedInterface = 0x1C010003;
+inline constexpr std::uint32_t kNcaOperationRangeError = 0x1C010002;
+inline constexpr std::uint32_t kNcaProtocolError = 0x1C01000B;
+inline constexpr std::uint32_t kNcaOutArgsTooBig = 0x1C010013;
+
+// Who calls, for operations that care.
+struct CallInfo {
+  uuid_t activity{};
+  uuid_t object{};
+  std::string client_address;  // dotted address of the client's host
+  std::uint16_t client_port = 0;
+};
+
+// What becomes of a call.
+struct Outcome {
+  enum class Kind { reply, fault, reject };
+  Kind kind = Kind::reply;
+  std::uint32_t status = 0;      // of a fault or reject
+  std::vector<std::byte> reply;  // out-parameters of a reply
+
+  static Outcome fault(std::uint32_t status) { return {Kind::fault, status, {}}; }
+  static Outcome reject(std::uint32_t status) { return {Kind::reject, status, {}}; }
+};
+
+// Thrown by an operation's implementation; the skeleton turns it into a fault packet.
+class Fault : public std::exception {
+ public:
+  explicit Fault(std::uint32_t status) : status_(status) {}
+  std::uint32_t status() const { return status_; }
+  const char* what() const noexcept override { return "fault"; }
+
+ private:
+  std::uint32_t status_;
+};
+
+class Interface {
+ public:
+  virtual ~Interface() = default;
+
+  virtual const InterfaceSpec& spec() const = 0;
+  // The operation of this number, or null when there is none.
+  virtual const OperationSpec* operation(std::uint16_t opnum) const = 0;
+  // Decodes the in-parameters, runs the operation, encodes the out-parameters in the byte order
+  // asked for. An unknown opnum or in-parameters that cannot be decoded give a reject or fault.
+  virtual Outcome dispatch(const CallInfo& call, std::uint16_t opnum,
+                           std::span<const std::byte> request, DataRepresentation representation,
+                           bool reply_little_endian) = 0;
+};
+
+}  // namespace rpc::server

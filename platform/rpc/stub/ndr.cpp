@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/rpc/stub/ndr.h"
+
+#include <algorithm>
+
+#include "platform/rpc/exception.h"
+
+namespace rpc::ndr {
+
+void fail_data() {
+  throw RpcException(1783, FailureKind::local);
+}
+
+void fail_characters() {
+  throw RpcException(1730, FailureKind::communication);
+}
+
+void Encoder::put_varying(std::uint32_t count) {
+  put(std::uint32_t{0});
+  put(count);
+}
+
+void Encoder::put_conformant_varying(std::uint64_t size, std::uint32_t count) {
+  const auto size_on_wire = static_cast<std::uint32_t>(size);
+  require(count <= size_on_wire);
+  put(size_on_wire);
+  put_varying(count);
+}
+
+void Encoder::put_text(const char* text, std::size_t size, std::uint32_t count) {
+  require(count != 0 && count <= size && text[count - 1] == '\0');
+  put_varying(count);
+  append(text, count);
+}
+
+void Encoder::put_string(const char* text, std::size_t size) {
+  const char* end = std::find(text, text + size, '\0');
+  require(end != text + size);
+  const auto count = static_cast<std::uint32_t>(end - text) + 1;
+  put_varying(count);
+  append(text, count);
+}
+
+bool Encoder::put_referent(const void* target, const void* type) {
+  if (target == nullptr) {
+    put(std::uint32_t{0});
+    return false;
+  }
+  const auto known = std::find_if(referents_.begin(), referents_.end(), [&](const Referent& r) {
+    return r.target == target && r.type == type;
+  });
+  const bool fresh = known == referents_.end();
+  put(static_cast<std::uint32_t>(known - referents_.begin()) + 1);
+  if (fresh)
+    referents_.push_back({target, type});
+  return fresh;
+}
+
+bool Encoder::next_deferred() {
+  return deferred_.at(next_deferred_++);
+}
+
+Decoder::ArrayHead Decoder::get_array_head() {
+  const Fields head = fields(4, 12);
+  const ArrayHead result{head.get<std::uint32_t>(0), head.get<std::uint32_t>(8)};
+  require(head.get<std::uint32_t>(4) == 0 && result.count <= result.maximum);
+  return result;
+}
+
+std::uint32_t Decoder::get_conformant_varying(std::uint64_t room, std::uint32_t expected) {
+  const ArrayHead head = get_array_head();
+  require(head.maximum <= room && head.count == expected);
+  return head.count;
+}
+
+std::uint32_t Decoder::get_exact_conformant_varying(std::uint64_t size, std::uint32_t expected,
+                                                    std::size_t element) {
+  const ArrayHead head = get_array_head();
+  require(head.maximum == static_cast<std::uint32_t>(size) && head.count == expected &&
+          head.count <= remaining() / element);
+  return head.count;
+}
+
+void Decoder::get_octets(std::vector<std::uint8_t>& octets, std::uint32_t maximum,
+                         std::uint32_t size) {
+  require(maximum == size && size <= remaining());
+  octets.resize(size);
+  get_array(octets.data(), size);
+}
+
+std::uint32_t Decoder::next_deferred() {
+  return deferred_.at(next_deferred_++);
+}
+
+}  // namespace rpc::ndr

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+// What generated skeletons call besides the NDR engine: room for results, and the rules for what
+// becomes of a call that fails.
+
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+#include "platform/rpc/exception.h"
+#include "platform/rpc/server/exported_interface.h"
+#include "platform/rpc/stub/ndr.h"
+#include "platform/rpc/stub/wire_context.h"
+
+namespace rpc::server {
+
+inline constexpr std::uint32_t kNcaFaultInvalidBound = 0x1C000007;
+inline constexpr std::uint32_t kNcaFaultRemoteNoMemory = 0x1C00001B;
+inline constexpr std::uint32_t kNcaUnsupportedType = 0x1C010017;
+
+// An array of `size` zeroed elements that an operation fills. More than ndr::kResultBytes ends the
+// call with kNcaOutArgsTooBig. Pages that are never touched cost nothing, so that a client which
+// asks for much and gets little is served cheaply.
+template <typename T>
+class Results {
+ public:
+  explicit Results(std::uint64_t size) {
+    if (size > ndr::kResultBytes / sizeof(T))
+      throw Fault(kNcaOutArgsTooBig);
+    const auto count = static_cast<std::size_t>(size) + (size == 0);
+    if constexpr (std::is_trivial_v<T>) {
+      elements_.reset(static_cast<T*>(std::calloc(count, sizeof(T))));
+      if (elements_ == nullptr)
+        throw std::bad_alloc();
+    } else {
+      elements_.reset(new T[count]());
+    }
+  }
+
+  T* data() const { return elements_.get(); }
+
+ private:
+  struct Free {
+    void operator()(T* elements) const {
+      if constexpr (std::is_trivial_v<T>)
+        std::free(elements);
+      else
+        delete[] elements;
+    }
+  };
+  std::unique_ptr<T[], Free> elements_;
+};
+
+// An operation other than one that also returns the context refuses a null one.
+inline void require_context(const WireContext& context) {
+  if (context.null())
+    throw Fault(kNcaFaultContextMismatch);
+}
+
+// Runs `operation(decoder, encoder, entered)`, which sets `entered` when the in-parameters are
+// decoded. In-parameters that cannot be decoded reject the call; everything later is a fault: what
+// the operation throws, and results that do not fit their arrays.
+template <typename Operation>
+Outcome answer(std::span<const std::byte> request, DataRepresentation representation,
+               bool reply_little_endian, Operation operation) {
+  bool entered = false;
+  try {
+    ndr::Decoder in(request, representation);
+    ndr::Encoder out(reply_little_endian);
+    operation(in, out, entered);
+    return {Outcome::Kind::reply, 0, out.take()};
+  } catch (const Fault& fault) {
+    return Outcome::fault(fault.status());
+  } catch (const RpcException& failure) {
+    if (entered)
+      return Outcome::fault(kNcaFaultInvalidBound);
+    return Outcome::reject(failure.kind() == FailureKind::communication ? kNcaUnsupportedType
+                                                                        : kNcaProtocolError);
+  } catch (const std::bad_alloc&) {
+    return Outcome::fault(kNcaFaultRemoteNoMemory);
+  }
+}
+
+}  // namespace rpc::server
