@@ -24,7 +24,7 @@
 #include "platform/rpc/server/event_loop.h"
 #include "platform/rpc/server/server_host.h"
 #include "platform/rpc/wire/pdu.h"
-#include "tests/platform/echo_interface.h"
+#include "tests/support/echo_interface.h"
 
 namespace {
 

@@ -14,7 +14,7 @@ add_custom_target(coverage
   COMMAND ${ZT_GCOVR} --root "${PROJECT_SOURCE_DIR}" --filter "${PROJECT_SOURCE_DIR}/platform/rpc/"
           --filter "${PROJECT_SOURCE_DIR}/shared/dce/"
           --exclude-throw-branches --exclude-unreachable-branches --json "${coverage_data}"
-          platform/rpc shared/dce idl tests/platform tests/shared tests/idl
+          platform/rpc shared/dce idl tests/platform tests/shared tests/source tests/idl
   COMMAND ${ZT_GCOVR} --root "${PROJECT_SOURCE_DIR}" --add-tracefile "${coverage_data}"
   COMMAND ${ZT_GCOVR} --root "${PROJECT_SOURCE_DIR}" --add-tracefile "${coverage_data}" --branches
           --print-summary

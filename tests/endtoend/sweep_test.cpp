@@ -11,7 +11,7 @@
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
 #include "tests/endtoend/scenario_text.h"
-#include "tests/shared/settings_text.h"
+#include "tests/support/settings_text.h"
 
 namespace endtoend {
 namespace {

@@ -16,7 +16,7 @@
 #include "platform/rpc/wire/pdu.h"
 #include "tests/fuzz/require.h"
 #include "tests/fuzz/steps.h"
-#include "tests/platform/echo_interface.h"
+#include "tests/support/echo_interface.h"
 
 namespace {
 

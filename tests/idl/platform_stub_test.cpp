@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The stubs of the endpoint mapper. What they refuse and send beyond this, and the management call,
-// is in tests/platform/endpoint_inquiry_test.cpp.
+// is in tests/platform/rpc/endpoint_inquiry_test.cpp.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include "platform/rpc/stub/skeleton.h"
 #include "platform/rpc/stub/stub.h"
 #include "tests/idl/stub_runtime.h"
-#include "tests/platform/rpc_bytes.h"
+#include "tests/support/rpc_bytes.h"
 
 namespace stub_test {
 namespace {

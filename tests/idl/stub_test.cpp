@@ -9,7 +9,7 @@
 #include "platform/rpc/stub/ndr.h"
 #include "platform/rpc/stub/skeleton.h"
 #include "tests/idl/product_calls.h"
-#include "tests/platform/rpc_bytes.h"
+#include "tests/support/rpc_bytes.h"
 
 namespace stub_test {
 namespace {
