@@ -22,7 +22,7 @@ string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_R
 
 add_library(zt_options INTERFACE)
 target_compile_options(zt_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 target_include_directories(zt_options INTERFACE
   "${PROJECT_SOURCE_DIR}" "${ZT_GENERATED_DIR}")
 
