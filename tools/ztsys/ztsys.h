@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sub-commands of ztsys share: the words of the command line, the table of sub-commands,
-// and how a failure is reported.
+// What the sub-commands of ztsys share: the words of the command line and how a failure is
+// reported.
 
 #pragma once
 
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace ztsys {
@@ -25,15 +23,6 @@ struct Arguments {
   bool brief = false;
   bool yes = false;
   std::vector<std::string> operands;
-};
-
-struct Command {
-  std::string_view name;
-  std::string_view synopsis;  // options and operands
-  std::string_view summary;
-  std::size_t min_operands;
-  std::size_t max_operands;
-  Status (*run)(const Arguments& arguments);
 };
 
 Status RunList(const Arguments& arguments);

@@ -324,11 +324,10 @@ TEST_F(Ztsys, WaitsForTheWritersLock) {
 }
 
 TEST_F(Ztsys, HelpAndVersionGoToStandardOutput) {
-  const Outcome help = Run({"list", "--help"});
+  const Outcome help = Run({"show", "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.err, "");
-  for (const char* word : {"list", "show", "alarms", "info", "add", "rename", "delete", "--db"})
-    EXPECT_NE(help.out.find(word), std::string::npos) << word;
+  EXPECT_NE(help.out.find("--short"), std::string::npos);
   EXPECT_EQ(Run({"--version"}).out, "ztsys " ZT_VERSION "\n");
 }
 
