@@ -1,32 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
-// hxasim's command line: one table of options that is read and printed.
+// hxasim's command line.
 
 #pragma once
 
-#include <optional>
 #include <string>
-#include <vector>
+
+#include "platform/sys/options.h"
 
 namespace agent {
 
-struct CommandLine {
-  std::string scenario;
+struct Arguments {
   bool verbose = false;
   bool check = false;
-  bool help = false;
-  bool version = false;
-  std::optional<int> ready_descriptor;
-  std::string ready_file;
+  int ready_descriptor = -1;  // none
+  std::string ready_file;     // empty: none
 };
 
-struct ParsedCommandLine {
-  CommandLine command_line;
-  std::string error;  // empty when all is well
-};
-
-// The arguments behind the program's name.
-ParsedCommandLine parse_command_line(const std::vector<std::string>& arguments);
-// What --help prints.
-std::string usage();
+// The table of hxasim's options, which go to the arguments.
+sys::Command command_line(Arguments& arguments);
 
 }  // namespace agent

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
 
 rpc::server::EventLoop* running_loop = nullptr;
 
@@ -59,45 +58,45 @@ bool write_ready_file(const std::string& path, const std::string& line) {
   return ::close(descriptor) == 0 && written && std::rename(fresh.c_str(), path.c_str()) == 0;
 }
 
-bool announce(const agent::CommandLine& line, std::size_t systems) {
+bool announce(const agent::Arguments& arguments, std::size_t systems) {
   const std::string text =
       "hxasim: ready, " + std::to_string(systems) + (systems == 1 ? " system\n" : " systems\n");
   std::fputs(text.c_str(), stdout);
   std::fflush(stdout);
-  if (line.ready_descriptor) {
-    if (!write_all(*line.ready_descriptor, text)) {
+  if (arguments.ready_descriptor >= 0) {
+    if (!write_all(arguments.ready_descriptor, text)) {
       std::perror("hxasim: --ready-fd");
       return false;
     }
-    if (*line.ready_descriptor > STDERR_FILENO)
-      ::close(*line.ready_descriptor);
+    if (arguments.ready_descriptor > STDERR_FILENO)
+      ::close(arguments.ready_descriptor);
   }
-  if (!line.ready_file.empty() && !write_ready_file(line.ready_file, text)) {
-    std::perror(("hxasim: " + line.ready_file).c_str());
+  if (!arguments.ready_file.empty() && !write_ready_file(arguments.ready_file, text)) {
+    std::perror(("hxasim: " + arguments.ready_file).c_str());
     return false;
   }
   return true;
 }
 
-int run(const agent::CommandLine& line) {
+int run(const agent::Arguments& arguments, const std::string& scenario) {
   const auto parsed =
-      agent::load_scenario(line.scenario, static_cast<std::uint32_t>(std::time(nullptr)));
+      agent::load_scenario(scenario, static_cast<std::uint32_t>(std::time(nullptr)));
   for (const agent::ScenarioError& error : parsed.errors)
-    std::fprintf(stderr, "%s\n", agent::error_text(line.scenario, error).c_str());
+    std::fprintf(stderr, "%s\n", agent::error_text(scenario, error).c_str());
   if (!parsed.errors.empty())
     return kExitFailure;
-  if (line.check)
+  if (arguments.check)
     return 0;
 
   raise_descriptor_limit();
   rpc::server::EventLoop loop;
   end_on_signals(loop);
-  const agent::Log log(line.verbose ? stdout : nullptr);
+  const agent::Log log(arguments.verbose ? stdout : nullptr);
   agent::Simulator simulator(loop, log, parsed.scenario);
   const std::vector<std::string> failures = simulator.open();
   for (const std::string& failure : failures)
     std::fprintf(stderr, "hxasim: %s\n", failure.c_str());
-  if (!failures.empty() || !announce(line, simulator.systems().size()))
+  if (!failures.empty() || !announce(arguments, simulator.systems().size()))
     return kExitFailure;
   loop.run();
   return 0;
@@ -108,19 +107,10 @@ int run(const agent::CommandLine& line) {
 int main(int argc, char** argv) {
   if (!sys::KeepStandardStreams())
     return kExitFailure;
-  const auto [line, error] =
-      agent::parse_command_line(std::vector<std::string>(argv + 1, argv + argc));
-  if (!error.empty()) {
-    std::fprintf(stderr, "hxasim: %s\n%s", error.c_str(), agent::usage().c_str());
-    return kExitUsage;
-  }
-  if (line.help) {
-    std::fputs(agent::usage().c_str(), stdout);
-    return 0;
-  }
-  if (line.version) {
-    std::puts("hxasim " ZT_VERSION);
-    return 0;
-  }
-  return run(line);
+  agent::Arguments arguments;
+  const sys::Command program = agent::command_line(arguments);
+  const sys::CommandLine line = sys::read_command_line(program, argc, argv);
+  if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
+    return *status;
+  return run(arguments, line.operands.front());
 }
