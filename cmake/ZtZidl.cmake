@@ -77,10 +77,14 @@ function(zt_zidl target definition)
   set(base "${ZT_GENERATED_DIR}/${name}")
   get_source_file_property(known "${base}.h" ZT_ZIDL)
   if(NOT known)
+    set(prefix "")
+    if(arg_PREFIX)
+      set(prefix "--prefix=${arg_PREFIX}")
+    endif()
     file(MAKE_DIRECTORY "${ZT_GENERATED_DIR}")
     add_custom_command(
       OUTPUT "${base}.h" "${base}_client.cpp" "${base}_server.h" "${base}_server.cpp"
-      COMMAND zidl --prefix "${arg_PREFIX}" --out "${ZT_GENERATED_DIR}"
+      COMMAND zidl ${prefix} --out "${ZT_GENERATED_DIR}"
               "${CMAKE_CURRENT_SOURCE_DIR}/${definition}"
       DEPENDS zidl "${CMAKE_CURRENT_SOURCE_DIR}/${definition}"
       COMMENT "Generating stubs of ${name}"

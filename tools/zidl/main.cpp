@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 
+#include "platform/sys/options.h"
 #include "tools/zidl/generator.h"
 #include "tools/zidl/lexer.h"
 #include "tools/zidl/model.h"
@@ -15,34 +16,25 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "Usage: zidl [--prefix PREFIX] [--out DIRECTORY] FILE.idl\n"
-    "Writes NAME.h, NAME_client.cpp, NAME_server.h and NAME_server.cpp for FILE's name.\n"
-    "  --prefix PREFIX  begins the names of client entries and of the interface handle\n"
-    "  --out DIRECTORY  where to write; the current directory by default\n";
-
 struct Arguments {
   zidl::Options options;
-  std::filesystem::path directory = ".";
+  std::string directory = ".";
   std::string file;
 };
 
-bool parse_arguments(int argc, char** argv, Arguments& arguments) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string word = argv[i];
-    if ((word == "--prefix" || word == "--out") && i + 1 < argc) {
-      const std::string value = argv[++i];
-      if (word == "--prefix")
-        arguments.options.prefix = value;
-      else
-        arguments.directory = value;
-    } else if (!word.starts_with('-') && arguments.file.empty()) {
-      arguments.file = word;
-    } else {
-      return false;
-    }
-  }
-  return !arguments.file.empty();
+sys::Command command_line(Arguments& arguments) {
+  return {.name = "zidl",
+          .operands = "FILE.idl",
+          .summary =
+              "write NAME.h, NAME_client.cpp, NAME_server.h and NAME_server.cpp for the "
+              "interface NAME that NAME.idl defines",
+          .least_operands = 1,
+          .most_operands = 1,
+          .options = {{"--prefix", "-p", "PREFIX",
+                       "begins the names of client entries and of the interface handle",
+                       &arguments.options.prefix},
+                      {"--out", "-o", "DIRECTORY", "where to write; default: the current directory",
+                       &arguments.directory}}};
 }
 
 bool write_file(const std::filesystem::path& path, const std::string& text) {
@@ -72,7 +64,7 @@ int compile(const Arguments& arguments) {
               << "; the file must have its name\n";
     return 1;
   }
-  const std::filesystem::path base = arguments.directory / stem;
+  const std::filesystem::path base = std::filesystem::path(arguments.directory) / stem;
   const bool written =
       write_file(base.string() + ".h", zidl::generate_header(*model, arguments.options)) &&
       write_file(base.string() + "_client.cpp", zidl::generate_client(*model, arguments.options)) &&
@@ -85,9 +77,10 @@ int compile(const Arguments& arguments) {
 
 int main(int argc, char** argv) {
   Arguments arguments;
-  if (!parse_arguments(argc, argv, arguments)) {
-    std::cerr << kUsage;
-    return 2;
-  }
+  const sys::Command program = command_line(arguments);
+  const sys::CommandLine line = sys::read_command_line(program, argc, argv);
+  if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
+    return *status;
+  arguments.file = line.operands.front();
   return compile(arguments);
 }
