@@ -99,7 +99,7 @@ void zt_rpc_log(int enter, const char* operation, const zt_RPCinfo_t& RPCinfo,
 
 void zt_apply_broker_limits() {
   hublnk_Limits limits;
-  if (const auto level = zt_timeout_limit(zt_com_timeout)) {
+  if (const auto level = rpc::silence_of_level(zt_com_timeout)) {
     limits.connect = std::min(*level, sockets::kLongestConnect);
     limits.reply = *level;
   }
@@ -374,7 +374,7 @@ int RPC_MONITORED_SYSTEM_OBJ::AllocateSocket(SystemKey system_key, unsigned char
   const sockets::Socket probe = sockets::socket(AF_INET, SOCK_STREAM, 0);
   if (probe == sockets::kInvalidSocket)
     return kProbeRefused;
-  const auto limit = zt_timeout_limit(zt_com_timeout).value_or(sockets::kLongestConnect);
+  const auto limit = rpc::silence_of_level(zt_com_timeout).value_or(sockets::kLongestConnect);
   if (sockets::connect(probe, address, limit) != 0) {
     objConnectError = sockets::WSAGetLastError();
     sockets::closesocket(probe);

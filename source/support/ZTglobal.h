@@ -3,14 +3,14 @@
 
 #pragma once
 
-#include <chrono>
 #include <cstdint>
-#include <optional>
 
+#include "platform/numbers/timeout_level.h"
 #include "platform/rpc/names/uuid.h"
 
 inline constexpr std::uint32_t kDefaultComTimeout = 3;
-inline constexpr std::uint32_t kNoComTimeout = 10;  // this level waits without limit
+// This level waits without limit.
+inline constexpr std::uint32_t kNoComTimeout = rpc::kTimeoutLevels - 1;
 
 extern uuid_t uuid_nil;
 // The time-out level of every binding, 0 (the shortest wait) to 10 (none).
@@ -20,6 +20,3 @@ extern std::uint32_t zt_com_timeout;
 void zt_globalInit();
 // Fills uuid_nil and gives the time-out level its default.
 void DCEinit();
-
-// The longest wait of a level without a sign of life; nothing for a level without limit.
-std::optional<std::chrono::seconds> zt_timeout_limit(std::uint32_t level);

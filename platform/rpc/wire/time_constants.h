@@ -4,10 +4,10 @@
 
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
-#include <optional>
+
+#include "platform/numbers/timeout_level.h"
 
 namespace rpc {
 
@@ -38,20 +38,8 @@ inline constexpr Duration kFirstWorkingRepeat = std::chrono::seconds(2);
 // lost answers and still makes a flood cheap.
 inline constexpr unsigned kCallBacksPerSecond = 32;
 
-// --- Giving up. How long a call waits without any sign of life, by the binding's level. Nothing:
-// no limit.
-inline constexpr unsigned kTimeoutLevels = 11;
-inline constexpr std::array<int, kTimeoutLevels - 1> kLevelSeconds = {1,  2,  4,   8,   15,
-                                                                      30, 60, 120, 240, 480};
-
+// --- Giving up: after the silence of the binding's level (platform/numbers/timeout_level.h).
 // The last repeat before giving up leaves this much for its answer, or a quarter of the silence.
 inline constexpr Duration kTimeForAnswer = std::chrono::seconds(1);
-
-// A level beyond the table counts as its last one, no limit.
-constexpr std::optional<Duration> silence_of_level(unsigned level) {
-  if (level >= kLevelSeconds.size())
-    return std::nullopt;
-  return std::chrono::seconds(kLevelSeconds[level]);
-}
 
 }  // namespace rpc
