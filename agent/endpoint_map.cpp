@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/socket_address.h"
 
 namespace agent {
@@ -76,8 +77,9 @@ rpc::Tower element_tower(const MapElement& element, std::uint32_t system_address
   tower.protocol_sequence = element.protocol;
   tower.network_address = element.address;
   tower.endpoint = element.endpoint;
-  const bool internet = element.protocol == "ncadg_ip_udp" || element.protocol == "ncacn_ip_tcp" ||
-                        element.protocol == "ncacn_http";
+  const bool internet = element.protocol == rpc::protseq::kUdp ||
+                        element.protocol == rpc::protseq::kTcp ||
+                        element.protocol == rpc::protseq::kHttp;
   if (internet && element.address.empty())
     tower.network_address = rpc::dotted(system_address);
   return tower;

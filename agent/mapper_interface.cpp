@@ -26,7 +26,7 @@ void put(ept_entry_t& result, const MapEntry& entry) {
 MapperInterface::Inquiries::iterator MapperInterface::find(const rpc::WireContext& handle) {
   const auto found = open_.find(handle.id);
   if (found == open_.end() || handle.attributes != 0)
-    throw rpc::server::Fault(rpc::server::kNcaFaultContextMismatch);
+    throw rpc::server::Fault(rpc::nca::kContextMismatch);
   return found;
 }
 
@@ -65,14 +65,14 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
     next = open->second.next;
   }
   if (!inquiry.sound() || max_ents == 0) {
-    *status = kMapperCannotPerform;
+    *status = rpc::ept::kCannotPerform;
     return;
   }
   const std::uint32_t most = std::min(max_ents, batch_);
   for (; *num_ents < most && next < map_.size(); next = map_.find(inquiry, next + 1))
     put(entries[(*num_ents)++], map_.entry(next));
   if (*num_ents == 0)
-    *status = kMapperNotRegistered;
+    *status = rpc::ept::kNotRegistered;
   if (next >= map_.size()) {
     if (open != open_.end())
       open_.erase(open);

@@ -14,9 +14,6 @@
 
 namespace agent {
 
-inline constexpr error_status_t kMapperCannotPerform = 0x16C9A0CD;
-inline constexpr error_status_t kMapperNotRegistered = 0x16C9A0D6;
-
 class MapperInterface : public Scripted<epm_Server> {
  public:
   // When as many inquiries are open, the one that was begun first is closed for a new one.

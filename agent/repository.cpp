@@ -93,7 +93,7 @@ std::map<uuid_t, ViewContexts::ViewObject>::iterator ViewContexts::find_view(
     const rpc::WireContext& context, std::optional<ViewKind> kind) {
   const auto found = views_.find(context.id);
   if (found == views_.end() || context.attributes != 0 || (kind && found->second.kind != *kind))
-    throw Fault(rpc::server::kNcaFaultContextMismatch);
+    throw Fault(rpc::nca::kContextMismatch);
   return found;
 }
 
@@ -104,7 +104,7 @@ View& ViewContexts::view(const rpc::WireContext& context, std::optional<ViewKind
 const std::vector<Shift>& ViewContexts::filter(const rpc::WireContext& context) const {
   const auto found = filters_.find(context.id);
   if (found == filters_.end() || context.attributes != 0)
-    throw Fault(rpc::server::kNcaFaultContextMismatch);
+    throw Fault(rpc::nca::kContextMismatch);
   return found->second.shifts;
 }
 

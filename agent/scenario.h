@@ -14,6 +14,7 @@
 #include <variant>
 #include <vector>
 
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/uuid.h"
 #include "platform/rpc/server/fault_injection.h"
 
@@ -244,7 +245,7 @@ struct MapElement {
   uuid_t interface_id{};
   std::uint16_t major = 2;
   std::uint16_t minor = 0;
-  std::string protocol = "ncadg_ip_udp";
+  std::string protocol = rpc::protseq::kUdp;
   std::string address;   // empty: the system's own
   std::string endpoint;  // a port, or a pipe's name
   uuid_t object{};

@@ -116,13 +116,13 @@ MapElement parse_element(const toml::table& table, ErrorList& errors) {
     parse_interface(reader, result.interface_id);
     reader.version("version", result.major, result.minor);
     reader.choice<std::string>("protocol", result.protocol,
-                               {{"ncadg_ip_udp", "ncadg_ip_udp"},
-                                {"ncacn_ip_tcp", "ncacn_ip_tcp"},
-                                {"ncacn_np", "ncacn_np"},
-                                {"ncalrpc", "ncalrpc"},
-                                {"ncacn_http", "ncacn_http"},
-                                {"ncadg_ipx", "ncadg_ipx"},
-                                {"ncacn_spx", "ncacn_spx"}});
+                               {{rpc::protseq::kUdp, rpc::protseq::kUdp},
+                                {rpc::protseq::kTcp, rpc::protseq::kTcp},
+                                {rpc::protseq::kNamedPipe, rpc::protseq::kNamedPipe},
+                                {rpc::protseq::kLocal, rpc::protseq::kLocal},
+                                {rpc::protseq::kHttp, rpc::protseq::kHttp},
+                                {rpc::protseq::kIpx, rpc::protseq::kIpx},
+                                {rpc::protseq::kSpx, rpc::protseq::kSpx}});
     reader.text("address", result.address, 255);
     reader.required_text("endpoint", result.endpoint, 255);
     if (reader.has_text("endpoint") && !rpc::encode_tower(element_tower(result, kAnyLoopback)))

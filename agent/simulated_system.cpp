@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/tower.h"
 
 namespace agent {
@@ -127,7 +128,7 @@ void SimulatedSystem::register_server(const Registration& registration, std::uin
     for (const Interface* interface : interfaces) {
       const rpc::InterfaceSpec& spec = interface->spec();
       map_.add(rpc::Tower{{spec.id, spec.major, spec.minor},
-                          "ncadg_ip_udp",
+                          rpc::protseq::kUdp,
                           rpc::dotted(system_.address),
                           std::to_string(port)},
                registration.object, registration.annotation);

@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "platform/numbers/timeout_level.h"
 #include "platform/rpc/handed_out_text.h"
 #include "platform/rpc/handle_table.h"
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/string_binding.h"
 #include "platform/rpc/stub/stub.h"
 
@@ -13,10 +15,13 @@ namespace rpc {
 namespace {
 
 constexpr ProtocolSequence kProtocolSequences[] = {
-    {"ncadg_ip_udp", EndpointForm::port, true},    {"ncacn_ip_tcp", EndpointForm::port, true},
-    {"ncacn_np", EndpointForm::named_pipe, false}, {"ncalrpc", EndpointForm::name, false},
-    {"ncacn_http", EndpointForm::port, true},      {"ncadg_ipx", EndpointForm::port, false},
-    {"ncacn_spx", EndpointForm::port, false},
+    {protseq::kUdp, EndpointForm::port, true},
+    {protseq::kTcp, EndpointForm::port, true},
+    {protseq::kNamedPipe, EndpointForm::named_pipe, false},
+    {protseq::kLocal, EndpointForm::name, false},
+    {protseq::kHttp, EndpointForm::port, true},
+    {protseq::kIpx, EndpointForm::port, false},
+    {protseq::kSpx, EndpointForm::port, false},
 };
 
 // The longest name of the domain name system (RFC 1035 2.3.4); other networks' are shorter.
@@ -194,7 +199,7 @@ RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level)
   const std::shared_ptr<rpc::Binding> found = rpc::bindings().find(binding);
   if (found == nullptr)
     return RPC_S_INVALID_BINDING;
-  if (level > rpc::kMaxTimeoutLevel)
+  if (level >= rpc::kTimeoutLevels)
     return RPC_S_INVALID_TIMEOUT;
   found->target.timeout_level = level;
   return RPC_S_OK;

@@ -12,7 +12,6 @@
 namespace rpc {
 
 inline constexpr unsigned kDefaultTimeoutLevel = 5;
-inline constexpr unsigned kMaxTimeoutLevel = 10;
 
 struct Binding {
   CallTarget target;

@@ -17,6 +17,7 @@
 #include "platform/rpc/binding.h"
 #include "platform/rpc/handed_out_text.h"
 #include "platform/rpc/handle_table.h"
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/tower.h"
 #include "platform/rpc/stub/stub.h"
 
@@ -27,10 +28,6 @@ constexpr std::uint32_t kBatchSize = 64;
 constexpr std::size_t kMaxEntries = 16384;
 constexpr unsigned kMaxEmptyBatches = 16;
 
-// The mapper's own statuses (C706 appendix O).
-constexpr std::uint32_t kMapperNotRegistered = 0x16C9A0D6;
-
-constexpr char kMapperProtocol[] = "ncadg_ip_udp";
 constexpr char kMapperPort[] = "135";
 constexpr char kThisHost[] = "127.0.0.1";
 constexpr char kAnyAddress[] = "0.0.0.0";
@@ -140,9 +137,9 @@ class Inquiry {
       return;
     }
     entries.resize(std::min<std::size_t>(count, entries.size()));
-    if (status == RPC_S_OK || status == kMapperNotRegistered)
+    if (status == RPC_S_OK || status == ept::kNotRegistered)
       take(entries);
-    if (status == kMapperNotRegistered || (status == RPC_S_OK && cursor_ == nullptr)) {
+    if (status == ept::kNotRegistered || (status == RPC_S_OK && cursor_ == nullptr)) {
       end_ = RPC_X_NO_MORE_ENTRIES;
     } else if (status != RPC_S_OK) {
       end_ = inquiry_status(status);
@@ -210,7 +207,7 @@ std::optional<CallTarget> mapper_target(RPC_BINDING_HANDLE mapper) {
       return std::nullopt;
     }
   } else {
-    target.protocol_sequence = kMapperProtocol;
+    target.protocol_sequence = protseq::kUdp;
   }
   if (target.network_address.empty())
     target.network_address = kThisHost;

@@ -8,12 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/exception.h"
 #include "platform/rpc/names/uuid.h"
 #include "platform/rpc/stub/interface.h"
-
-using RPC_STATUS = std::uint32_t;
-using error_status_t = std::uint32_t;
 
 struct rpc_if_id_t {
   uuid_t uuid;
@@ -33,37 +31,6 @@ struct RpcContext;
 using RPC_CONTEXT_HANDLE = RpcContext*;
 // An interface as its generated header names it (zt_v2_rep_v2_0_c_ifspec).
 using RPC_IF_HANDLE = const rpc::InterfaceSpec*;
-
-inline constexpr RPC_STATUS RPC_S_OK = 0;
-inline constexpr RPC_STATUS RPC_S_OUT_OF_MEMORY = 8;
-inline constexpr RPC_STATUS RPC_S_INVALID_ARG = 87;
-inline constexpr RPC_STATUS RPC_S_INVALID_STRING_BINDING = 1700;
-inline constexpr RPC_STATUS RPC_S_WRONG_KIND_OF_BINDING = 1701;
-inline constexpr RPC_STATUS RPC_S_INVALID_BINDING = 1702;
-inline constexpr RPC_STATUS RPC_S_PROTSEQ_NOT_SUPPORTED = 1703;
-inline constexpr RPC_STATUS RPC_S_INVALID_RPC_PROTSEQ = 1704;
-inline constexpr RPC_STATUS RPC_S_INVALID_STRING_UUID = 1705;
-inline constexpr RPC_STATUS RPC_S_INVALID_ENDPOINT_FORMAT = 1706;
-inline constexpr RPC_STATUS RPC_S_INVALID_NET_ADDR = 1707;
-inline constexpr RPC_STATUS RPC_S_NO_ENDPOINT_FOUND = 1708;
-inline constexpr RPC_STATUS RPC_S_INVALID_TIMEOUT = 1709;
-inline constexpr RPC_STATUS RPC_S_NOT_LISTENING = 1715;
-inline constexpr RPC_STATUS RPC_S_UNKNOWN_IF = 1717;
-inline constexpr RPC_STATUS RPC_S_SERVER_UNAVAILABLE = 1722;
-inline constexpr RPC_STATUS RPC_S_SERVER_TOO_BUSY = 1723;
-inline constexpr RPC_STATUS RPC_S_CALL_FAILED = 1726;
-inline constexpr RPC_STATUS RPC_S_CALL_FAILED_DNE = 1727;
-inline constexpr RPC_STATUS RPC_S_PROTOCOL_ERROR = 1728;
-inline constexpr RPC_STATUS RPC_S_UNSUPPORTED_TRANS_SYN = 1730;
-inline constexpr RPC_STATUS RPC_S_UNSUPPORTED_TYPE = 1732;
-inline constexpr RPC_STATUS RPC_S_PROCNUM_OUT_OF_RANGE = 1745;
-inline constexpr RPC_STATUS EPT_S_NOT_REGISTERED = 1753;
-inline constexpr RPC_STATUS RPC_S_CANNOT_SUPPORT = 1764;
-inline constexpr RPC_STATUS RPC_X_NO_MORE_ENTRIES = 1772;
-inline constexpr RPC_STATUS RPC_X_SS_IN_NULL_CONTEXT = 1775;
-inline constexpr RPC_STATUS RPC_X_NULL_REF_POINTER = 1780;
-inline constexpr RPC_STATUS RPC_X_BAD_STUB_DATA = 1783;
-inline constexpr RPC_STATUS RPC_S_COMM_FAILURE = 1820;
 
 inline constexpr std::uint32_t RPC_C_EP_ALL_ELTS = 0;
 inline constexpr std::uint32_t RPC_C_EP_MATCH_BY_IF = 1;

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/numbers/network_error.h"
+
 // The C library may define these as macros too; callers write sockets::htons.
 #undef htons
 #undef ntohs
@@ -33,43 +35,6 @@ inline constexpr Socket kInvalidSocket = -1;
 
 // What inet_addr gives for a text that is no address.
 inline constexpr std::uint32_t kNoAddress = 0xFFFFFFFFU;
-
-// Error numbers of the workstation.
-enum ErrorNumber : int {
-  WSAEINTR = 10004,
-  WSAEBADF = 10009,
-  WSAEACCES = 10013,
-  WSAEFAULT = 10014,
-  WSAEINVAL = 10022,
-  WSAEMFILE = 10024,
-  WSAEWOULDBLOCK = 10035,
-  WSAEALREADY = 10037,
-  WSAENOTSOCK = 10038,
-  WSAEMSGSIZE = 10040,
-  WSAEPROTONOSUPPORT = 10043,
-  WSAEAFNOSUPPORT = 10047,
-  WSAEADDRINUSE = 10048,
-  WSAEADDRNOTAVAIL = 10049,
-  WSAENETDOWN = 10050,
-  WSAENETUNREACH = 10051,
-  WSAENETRESET = 10052,
-  WSAECONNABORTED = 10053,
-  WSAECONNRESET = 10054,
-  WSAENOBUFS = 10055,
-  WSAEISCONN = 10056,
-  WSAENOTCONN = 10057,
-  WSAESHUTDOWN = 10058,
-  WSAETIMEDOUT = 10060,
-  WSAECONNREFUSED = 10061,
-  WSAEHOSTDOWN = 10064,
-  WSAEHOSTUNREACH = 10065,
-  WSASYSNOTREADY = 10091,
-  WSAVERNOTSUPPORTED = 10092,
-  WSAHOST_NOT_FOUND = 11001,
-  WSATRY_AGAIN = 11002,
-  WSANO_RECOVERY = 11003,
-  WSANO_DATA = 11004,
-};
 
 // The workstation's own limit of a connect: its handshake packets go unanswered for so long.
 inline constexpr std::chrono::seconds kLongestConnect{21};

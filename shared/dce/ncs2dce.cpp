@@ -10,6 +10,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/numbers/network_error.h"
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/sys/native_path.h"
 #include "shared/general/SHcontrolObj.h"
 #include "shared/general/SHsysNameConv.h"
@@ -17,7 +19,6 @@
 namespace {
 
 constexpr std::uint16_t kOldMajorVersion = 1;
-constexpr const char* kProtocolSequence = "ncadg_ip_udp";
 constexpr const char* kIgnoreListName = "ignoreip.txt";
 // Elements read of one map at most, so that a mapper which never ends its list cannot hold us.
 constexpr int kMostElements = 4096;
@@ -27,7 +28,6 @@ constexpr int kMostElements = 4096;
 constexpr int kPatientProbes = 8;
 constexpr std::uint32_t kLevelsLess = 3;
 constexpr int kMostSilent = 64;
-constexpr error_status_t kTimedOut = 10060;
 
 // A text of the runtime that frees itself.
 class RpcText {
@@ -98,7 +98,7 @@ class Query {
                                     endpoint.out(), nullptr);
     if (status != RPC_S_OK)
       return status;
-    const bool datagram = std::strcmp(sequence.get(), kProtocolSequence) == 0;
+    const bool datagram = std::strcmp(sequence.get(), rpc::protseq::kUdp) == 0;
     // The name in another sequence's address is a stranger's text that no resolver need see.
     const bool ignored = datagram && is_ignored(address.get());
     const bool valid =
@@ -144,7 +144,7 @@ class Query {
     const error_status_t cause = cause_of(status);
     if (datagram)
       losses_.server = cause;
-    if (cause == kTimedOut || cause == RPC_S_CALL_FAILED)
+    if (cause == sockets::WSAETIMEDOUT || cause == RPC_S_CALL_FAILED)
       ++silent_;
     return false;
   }

@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr error_status_t kBadParameter = 87;
-
 const char* shift_type_name(std::int16_t type) {
   switch (type) {
     case repTimeFilter_cShiftAbsolute:
@@ -71,7 +69,7 @@ int zt_RepServerInfo_class::CreateBaseView(int class_index, const std::uint32_t*
                                            int num_metrics) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateBaseView");
   if (num_metrics < 0)
-    return Fail(kBadParameter);
+    return Fail(RPC_S_INVALID_ARG);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   trace_ids("Metric ID  ", metric_ids, num_metrics);
@@ -89,7 +87,7 @@ int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint3
                                                int num_shifts) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateFilteredView");
   if (num_metrics < 0 || num_shifts < 1)
-    return Fail(kBadParameter);
+    return Fail(RPC_S_INVALID_ARG);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index = %d", class_index);
@@ -114,7 +112,7 @@ int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint3
                                                std::uint32_t summarization_interval) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateTemporalView");
   if (num_metrics < 0 || num_instances < 1 || num_shifts < 1)
-    return Fail(kBadParameter);
+    return Fail(RPC_S_INVALID_ARG);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index   = %d", class_index);
@@ -155,7 +153,7 @@ int zt_RepServerInfo_class::FinishView(error_status_t status) {
 int zt_RepServerInfo_class::SetPosition(int class_index, std::uint32_t start_time) {
   const TracedOperation traced("zt_RepServerInfo_class::SetPosition");
   if (!fViewCreated)
-    return Fail(kBadParameter);
+    return Fail(RPC_S_INVALID_ARG);
   const rep_sTableDescriptor& table = FindClass(class_index)->ClassInfo;
   gTraceObj.LogMsg("Class is %s", printable(table.Descriptor.fName).c_str());
   gTraceObj.LogMsg("start_time = %d", signed_number(start_time));
@@ -175,7 +173,7 @@ int zt_RepServerInfo_class::ReadData() {
   // Without a metric no row has a value, and more metrics than integers fit into no row.
   if (!fViewCreated || fNumMetrics < 1 ||
       static_cast<std::size_t>(fNumMetrics) > fIntResults.size())
-    return Fail(kBadParameter);
+    return Fail(RPC_S_INVALID_ARG);
   const std::uint32_t most_time_stamps = MaxTimeStamps();
   gTraceObj.LogMsg("calling zt_repView_Read with MaxTimeStamps = %d",
                    signed_number(most_time_stamps));

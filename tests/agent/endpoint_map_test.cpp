@@ -117,15 +117,15 @@ TEST_F(Batches, GoOnUntilTheMapIsAtItsEnd) {
 TEST_F(Batches, AnEmptyMapHasNothingRegistered) {
   const EndpointMap empty;
   MapperInterface mapper(script_, empty, 4);
-  EXPECT_EQ(ask(mapper, 64).status, kMapperNotRegistered);
+  EXPECT_EQ(ask(mapper, 64).status, rpc::ept::kNotRegistered);
   EXPECT_TRUE(handle_.null());
 }
 
 TEST_F(Batches, CannotPerformWithoutRoomOrInterface) {
   MapperInterface mapper(script_, map_, 4);
-  EXPECT_EQ(ask(mapper, 0).status, kMapperCannotPerform);
-  EXPECT_EQ(ask(mapper, 9, 1, RPC_C_EP_MATCH_BY_IF).status, kMapperCannotPerform);
-  EXPECT_EQ(ask(mapper, 9, 1, 77).status, kMapperCannotPerform);
+  EXPECT_EQ(ask(mapper, 0).status, rpc::ept::kCannotPerform);
+  EXPECT_EQ(ask(mapper, 9, 1, RPC_C_EP_MATCH_BY_IF).status, rpc::ept::kCannotPerform);
+  EXPECT_EQ(ask(mapper, 9, 1, 77).status, rpc::ept::kCannotPerform);
 }
 
 TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {

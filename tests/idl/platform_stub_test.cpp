@@ -147,7 +147,7 @@ TEST(EndpointMapperSkeleton, ServesOnlyTheOperationsOfAClient) {
     EXPECT_EQ(mapper.operation(opnum), nullptr);
     const rpc::server::Outcome outcome = mapper.dispatch({}, opnum, {}, {}, true);
     EXPECT_EQ(outcome.kind, rpc::server::Outcome::Kind::reject);
-    EXPECT_EQ(outcome.status, rpc::server::kNcaOperationRangeError);
+    EXPECT_EQ(outcome.status, rpc::nca::kOperationRange);
   }
 }
 

@@ -52,7 +52,7 @@ inline void describe(rep_sDescriptor& descriptor, std::uint32_t id, const std::s
 
 inline void require_room(bool enough) {
   if (!enough)
-    throw rpc::server::Fault(rpc::server::kNcaOutArgsTooBig);
+    throw rpc::server::Fault(rpc::nca::kOutArgumentsTooBig);
 }
 
 class RepServer : public rep_Server, public Notes {

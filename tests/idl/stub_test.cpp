@@ -360,8 +360,7 @@ TEST(ProductSkeletons, RejectTruncatedRequestsAndUnknownOperations) {
                                                     {.little_endian = true}, true);
       EXPECT_EQ(outcome.kind, Outcome::Kind::reject) << call.name << " of " << size;
     }
-    expect_end(dispatch(*call.server, 200, ""), Outcome::Kind::reject,
-               rpc::server::kNcaOperationRangeError);
+    expect_end(dispatch(*call.server, 200, ""), Outcome::Kind::reject, rpc::nca::kOperationRange);
   }
 }
 
@@ -375,21 +374,20 @@ TEST(ProductSkeletons, RefuseHostileCounts) {
       "05000000 00000000 ffffffff 00000000 01000000 09000000",
   };
   for (const char* request : creates)
-    expect_end(dispatch(views, 0, request), Outcome::Kind::reject, rpc::server::kNcaProtocolError);
+    expect_end(dispatch(views, 0, request), Outcome::Kind::reject, rpc::nca::kProtocolError);
   // A view of no metric is for the server to judge.
   EXPECT_EQ(dispatch(views, 0, "05000000 ffffffff 00000000 00000000 00000000").kind,
             Outcome::Kind::reply);
   RepServer rep;
   for (const char* most : {"ffffffff", "00000001"})
     expect_end(dispatch(rep, 1, std::string("00000000 00000000 ") + most), Outcome::Kind::fault,
-               rpc::server::kNcaOutArgsTooBig);
+               rpc::nca::kOutArgumentsTooBig);
 }
 
 TEST(ProductSkeletons, FaultOnNullContextsButLetDestroyHaveThem) {
   ViewServer views;
   const std::string null_context(40, '0');
-  expect_end(dispatch(views, 4, null_context), Outcome::Kind::fault,
-             rpc::server::kNcaFaultContextMismatch);
+  expect_end(dispatch(views, 4, null_context), Outcome::Kind::fault, rpc::nca::kContextMismatch);
   EXPECT_EQ(dispatch(views, 1, null_context).kind, Outcome::Kind::reply);
   EXPECT_EQ(views.heard(), "Destroy unknown");
 }
@@ -425,10 +423,10 @@ TEST(ProductSkeletons, FaultWhenAnOperationFails) {
     BrokenRep::Fault fault;
     std::uint32_t status;
   } cases[] = {
-      {BrokenRep::Fault::last_index, rpc::server::kNcaFaultInvalidBound},
-      {BrokenRep::Fault::text, rpc::server::kNcaFaultInvalidBound},
+      {BrokenRep::Fault::last_index, rpc::nca::kInvalidBound},
+      {BrokenRep::Fault::text, rpc::nca::kInvalidBound},
       {BrokenRep::Fault::thrown, 0x1C000012},
-      {BrokenRep::Fault::memory, rpc::server::kNcaFaultRemoteNoMemory},
+      {BrokenRep::Fault::memory, rpc::nca::kRemoteNoMemory},
   };
   for (const auto& c : cases) {
     BrokenRep server(c.fault);

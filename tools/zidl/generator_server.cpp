@@ -196,7 +196,7 @@ void write_members(Source& source, const Interface& interface) {
                "bool reply_little_endian"},
               " {");
   source.line("if (operation(opnum) == nullptr)");
-  source.line("  return rpc::server::Outcome::reject(rpc::server::kNcaOperationRangeError);");
+  source.line("  return rpc::server::Outcome::reject(rpc::nca::kOperationRange);");
   source.line("return rpc::server::answer(");
   source.line("    request, representation, reply_little_endian,");
   source.line("    [&](ndr::Decoder& in, ndr::Encoder& out, bool& entered) {");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/client/call_back.h"
 
-#include "platform/rpc/wire/status.h"
+#include "platform/numbers/status.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc {

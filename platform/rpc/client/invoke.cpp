@@ -8,25 +8,25 @@
 #include <utility>
 #include <vector>
 
+#include "platform/numbers/network_error.h"
 #include "platform/rpc/client/activity.h"
 #include "platform/rpc/client/client_call.h"
 #include "platform/rpc/client/transport.h"
 #include "platform/rpc/exception.h"
 #include "platform/rpc/names/network_address.h"
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/rpc.h"
 
 namespace rpc {
 namespace {
 
-constexpr char kUdp[] = "ncadg_ip_udp";
 // Sockets kept open; a sweep over many hosts must not use up the process's descriptors.
 constexpr std::size_t kMostSockets = 32;
 // Host names remembered, so that one name's calls do not each ask the resolver.
 constexpr std::size_t kMostNames = 1024;
 // Memory of the last reply that is kept for the next one; a longer one is given back.
 constexpr std::size_t kKeptReplyMemory = 2 * 1024 * 1024;
-constexpr RPC_STATUS kOutOfMemory = 8;
 
 // A server and the activity of our calls to it. The activity lives as long as the thread, so that
 // the server asks only once who we are; the socket only while it is among the last used.
@@ -77,12 +77,9 @@ class Caller {
 
 // The socket number of a call that nothing answered.
 RPC_STATUS network_error(int undelivered_reason) {
-  constexpr RPC_STATUS kTimedOut = 10060;
-  constexpr RPC_STATUS kRefused = 10061;
-  constexpr RPC_STATUS kHostUnreachable = 10065;
   if (undelivered_reason == 0)
-    return kTimedOut;
-  return undelivered_reason == ECONNREFUSED ? kRefused : kHostUnreachable;
+    return sockets::WSAETIMEDOUT;
+  return undelivered_reason == ECONNREFUSED ? sockets::WSAECONNREFUSED : sockets::WSAEHOSTUNREACH;
 }
 
 [[noreturn]] void fail(RPC_STATUS status) {
@@ -90,7 +87,7 @@ RPC_STATUS network_error(int undelivered_reason) {
 }
 
 SocketAddress Caller::resolve(const CallTarget& target) {
-  if (target.protocol_sequence != kUdp)
+  if (target.protocol_sequence != protseq::kUdp)
     fail(RPC_S_PROTSEQ_NOT_SUPPORTED);
   if (target.endpoint.empty())
     fail(EPT_S_NOT_REGISTERED);
@@ -130,7 +127,7 @@ void Caller::turn_to(Server& server) {
   }
   if (!server.transport->open()) {
     server.transport.reset();
-    fail(kOutOfMemory);
+    fail(RPC_S_OUT_OF_MEMORY);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc {
@@ -32,13 +33,13 @@ struct Profile {
 };
 
 constexpr Profile kProfiles[] = {
-    {"ncadg_ip_udp", floor_id::kConnectionless, floor_id::kUdp, Layout::internet},
-    {"ncacn_ip_tcp", floor_id::kConnectionOriented, floor_id::kTcp, Layout::internet},
-    {"ncacn_http", floor_id::kConnectionOriented, floor_id::kHttp, Layout::internet},
-    {"ncacn_np", floor_id::kConnectionOriented, floor_id::kNamedPipe, Layout::pipe},
-    {"ncalrpc", floor_id::kLocal, floor_id::kLocalPipe, Layout::local},
-    {"ncadg_ipx", floor_id::kConnectionless, floor_id::kIpx, Layout::netware},
-    {"ncacn_spx", floor_id::kConnectionOriented, floor_id::kSpx, Layout::netware},
+    {protseq::kUdp, floor_id::kConnectionless, floor_id::kUdp, Layout::internet},
+    {protseq::kTcp, floor_id::kConnectionOriented, floor_id::kTcp, Layout::internet},
+    {protseq::kHttp, floor_id::kConnectionOriented, floor_id::kHttp, Layout::internet},
+    {protseq::kNamedPipe, floor_id::kConnectionOriented, floor_id::kNamedPipe, Layout::pipe},
+    {protseq::kLocal, floor_id::kLocal, floor_id::kLocalPipe, Layout::local},
+    {protseq::kIpx, floor_id::kConnectionless, floor_id::kIpx, Layout::netware},
+    {protseq::kSpx, floor_id::kConnectionOriented, floor_id::kSpx, Layout::netware},
 };
 
 constexpr std::size_t kCountSize = 2;

@@ -10,18 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/names/uuid.h"
 #include "platform/rpc/stub/interface.h"
 #include "platform/rpc/wire/data_representation.h"
 
 namespace rpc::server {
-
-// Statuses of the protocol that servers send (C706 appendix E).
-inline constexpr std::uint32_t kNcaFaultContextMismatch = 0x1C00001A;
-inline constexpr std::uint32_t kNcaUnsupportedInterface = 0x1C010003;
-inline constexpr std::uint32_t kNcaOperationRangeError = 0x1C010002;
-inline constexpr std::uint32_t kNcaProtocolError = 0x1C01000B;
-inline constexpr std::uint32_t kNcaOutArgsTooBig = 0x1C010013;
 
 // Who calls, for operations that care.
 struct CallInfo {

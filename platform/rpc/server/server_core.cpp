@@ -14,9 +14,6 @@
 namespace rpc::server {
 namespace {
 
-constexpr std::uint32_t kNcaWrongBootTime = 0x1C010006;
-constexpr std::uint32_t kNcaServerTooBusy = 0x1C010014;
-
 // How far `a` is ahead of `b` among sequence numbers, which wrap at 32 bits.
 std::int32_t ahead(std::uint32_t a, std::uint32_t b) {
   return static_cast<std::int32_t>(a - b);
@@ -89,7 +86,7 @@ void ServerCore::on_request(const Packet& packet, const SocketAddress& source, T
   const bool first = header.fragment == 0;
   if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
     if (first)
-      send_reject(header, source, kNcaWrongBootTime);
+      send_reject(header, source, nca::kWrongBootTime);
     return;
   }
 
@@ -121,14 +118,14 @@ void ServerCore::on_request(const Packet& packet, const SocketAddress& source, T
   if (operation == nullptr) {
     if (first)
       send_reject(header, source,
-                  interface == nullptr ? kNcaUnsupportedInterface : kNcaOperationRangeError);
+                  interface == nullptr ? nca::kUnknownInterface : nca::kOperationRange);
     return;
   }
   if (activity == nullptr)
     activity = find_or_make_activity(header.activity, now);
   if (activity == nullptr) {
     if (first)
-      send_reject(header, source, kNcaServerTooBusy);
+      send_reject(header, source, nca::kServerTooBusy);
     return;
   }
   activity->peer = source;
@@ -150,7 +147,7 @@ void ServerCore::on_repeated_request(Activity& activity, Time now) {
 void ServerCore::on_ping(const Packet& packet, const SocketAddress& source, Time now) {
   const PacketHeader& header = packet.header;
   if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
-    send_reject(header, source, kNcaWrongBootTime);
+    send_reject(header, source, nca::kWrongBootTime);
     return;
   }
   Activity* const activity = find_activity(header.activity);

@@ -12,9 +12,6 @@
 namespace rpc::server {
 namespace {
 
-constexpr std::uint32_t kNcaWhoAreYouFailed = 0x1C00000B;
-constexpr std::uint32_t kNcaRemoteNoMemory = 0x1C00001B;
-
 // The conversation interface of clients (C706 appendix P).
 constexpr uuid_t kConversation{0x333a2276, 0x0000, 0x0000,
                                0x0d,       0x00,   {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}};
@@ -74,7 +71,7 @@ void ServerCore::take_request_packet(const Packet& packet, Activity& activity, T
   }
   switch (activity.joiner.accept(packet, now)) {
     case FragmentJoiner::Result::too_long:
-      send_reject(activity.request, activity.peer, kNcaRemoteNoMemory);
+      send_reject(activity.request, activity.peer, nca::kRemoteNoMemory);
       release_call(activity);
       return;
     case FragmentJoiner::Result::dropped:
@@ -154,7 +151,7 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
     return;
   }
   if (!make_room(0, outcome.reply.size(), &activity))
-    outcome = Outcome::fault(kNcaRemoteNoMemory);
+    outcome = Outcome::fault(nca::kRemoteNoMemory);
   const bool reply = outcome.kind == Outcome::Kind::reply;
   activity.answer_type =
       reply ? PacketType::response
@@ -286,7 +283,7 @@ void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, T
   const bool little = packet.header.representation.little_endian;
   const bool second = activity.call_back == CallBack::who_are_you2;
   if (packet.header.type == PacketType::reject && second &&
-      decode_status_body(packet.body, little) == kNcaOperationRangeError) {
+      decode_status_body(packet.body, little) == nca::kOperationRange) {
     activity.call_back = CallBack::who_are_you;
     activity.call_back_clock.start(now, kCallBackRepeat);
     call_back(activity);
@@ -332,7 +329,7 @@ void ServerCore::fail_call_back(Activity& activity, Time now) {
   end_call_back(activity);
   statistics_.bytes_held -= std::exchange(activity.bytes, 0);
   activity.in_parameters = {};
-  answer(activity, Outcome::reject(kNcaWhoAreYouFailed), now);
+  answer(activity, Outcome::reject(nca::kWhoAreYouFailed), now);
 }
 
 }  // namespace rpc::server

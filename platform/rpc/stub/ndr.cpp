@@ -3,16 +3,17 @@
 
 #include <algorithm>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/exception.h"
 
 namespace rpc::ndr {
 
 void fail_data() {
-  throw RpcException(1783, FailureKind::local);
+  throw RpcException(RPC_X_BAD_STUB_DATA, FailureKind::local);
 }
 
 void fail_characters() {
-  throw RpcException(1730, FailureKind::communication);
+  throw RpcException(RPC_S_UNSUPPORTED_TRANS_SYN, FailureKind::communication);
 }
 
 void Encoder::put_varying(std::uint32_t count) {

@@ -16,19 +16,15 @@
 
 namespace rpc::server {
 
-inline constexpr std::uint32_t kNcaFaultInvalidBound = 0x1C000007;
-inline constexpr std::uint32_t kNcaFaultRemoteNoMemory = 0x1C00001B;
-inline constexpr std::uint32_t kNcaUnsupportedType = 0x1C010017;
-
 // An array of `size` zeroed elements that an operation fills. More than ndr::kResultBytes ends the
-// call with kNcaOutArgsTooBig. Pages that are never touched cost nothing, so that a client which
-// asks for much and gets little is served cheaply.
+// call with nca::kOutArgumentsTooBig. Pages that are never touched cost nothing, so that a client
+// which asks for much and gets little is served cheaply.
 template <typename T>
 class Results {
  public:
   explicit Results(std::uint64_t size) {
     if (size > ndr::kResultBytes / sizeof(T))
-      throw Fault(kNcaOutArgsTooBig);
+      throw Fault(nca::kOutArgumentsTooBig);
     const auto count = static_cast<std::size_t>(size) + (size == 0);
     if constexpr (std::is_trivial_v<T>) {
       elements_.reset(static_cast<T*>(std::calloc(count, sizeof(T))));
@@ -56,7 +52,7 @@ class Results {
 // An operation other than one that also returns the context refuses a null one.
 inline void require_context(const WireContext& context) {
   if (context.null())
-    throw Fault(kNcaFaultContextMismatch);
+    throw Fault(nca::kContextMismatch);
 }
 
 // Runs `operation(decoder, encoder, entered)`, which sets `entered` when the in-parameters are
@@ -75,11 +71,11 @@ Outcome answer(std::span<const std::byte> request, DataRepresentation representa
     return Outcome::fault(fault.status());
   } catch (const RpcException& failure) {
     if (entered)
-      return Outcome::fault(kNcaFaultInvalidBound);
-    return Outcome::reject(failure.kind() == FailureKind::communication ? kNcaUnsupportedType
-                                                                        : kNcaProtocolError);
+      return Outcome::fault(nca::kInvalidBound);
+    return Outcome::reject(failure.kind() == FailureKind::communication ? nca::kUnsupportedType
+                                                                        : nca::kProtocolError);
   } catch (const std::bad_alloc&) {
-    return Outcome::fault(kNcaFaultRemoteNoMemory);
+    return Outcome::fault(nca::kRemoteNoMemory);
   }
 }
 

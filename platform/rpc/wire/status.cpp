@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/wire/status.h"
 
-#include "platform/rpc/rpc.h"
-
 namespace rpc {
 namespace {
 
@@ -14,31 +12,28 @@ struct Mapping {
   std::uint32_t status;
 };
 
-constexpr std::uint32_t kOutOfServerMemory = 1130;
-constexpr std::uint32_t kInvalidHandle = 6;
-
 constexpr Mapping kMappings[] = {
-    {nca::kZeroDivide, Carrier::fault_only, 1767},
-    {nca::kAddressError, Carrier::fault_only, 1768},
-    {nca::kFloatZeroDivide, Carrier::fault_only, 1769},
-    {nca::kFloatUnderflow, Carrier::fault_only, 1770},
-    {nca::kFloatOverflow, Carrier::fault_only, 1771},
-    {nca::kInvalidTag, Carrier::fault_only, 1733},
-    {nca::kInvalidBound, Carrier::fault_only, 1734},
+    {nca::kZeroDivide, Carrier::fault_only, RPC_S_ZERO_DIVIDE},
+    {nca::kAddressError, Carrier::fault_only, RPC_S_ADDRESS_ERROR},
+    {nca::kFloatZeroDivide, Carrier::fault_only, RPC_S_FP_DIV_ZERO},
+    {nca::kFloatUnderflow, Carrier::fault_only, RPC_S_FP_UNDERFLOW},
+    {nca::kFloatOverflow, Carrier::fault_only, RPC_S_FP_OVERFLOW},
+    {nca::kInvalidTag, Carrier::fault_only, RPC_S_INVALID_TAG},
+    {nca::kInvalidBound, Carrier::fault_only, RPC_S_INVALID_BOUND},
     {nca::kVersionMismatch, Carrier::both, RPC_S_PROTOCOL_ERROR},
     {nca::kBadActivity, Carrier::both, RPC_S_CALL_FAILED_DNE},
     {nca::kManagerNotEntered, Carrier::both, RPC_S_CALL_FAILED_DNE},
-    {nca::kCancelled, Carrier::fault_only, 1818},
-    {nca::kFloatError, Carrier::fault_only, 1771},
-    {nca::kIntegerOverflow, Carrier::fault_only, 1767},
-    {nca::kContextMismatch, Carrier::fault_only, kInvalidHandle},
-    {nca::kRemoteNoMemory, Carrier::both, kOutOfServerMemory},
+    {nca::kCancelled, Carrier::fault_only, RPC_S_CALL_CANCELLED},
+    {nca::kFloatError, Carrier::fault_only, RPC_S_FP_OVERFLOW},
+    {nca::kIntegerOverflow, Carrier::fault_only, RPC_S_ZERO_DIVIDE},
+    {nca::kContextMismatch, Carrier::fault_only, RPC_X_INVALID_HANDLE},
+    {nca::kRemoteNoMemory, Carrier::both, RPC_S_SERVER_OUT_OF_MEMORY},
     {nca::kCommunicationFailure, Carrier::both, RPC_S_COMM_FAILURE},
     {nca::kOperationRange, Carrier::both, RPC_S_PROCNUM_OUT_OF_RANGE},
     {nca::kUnknownInterface, Carrier::both, RPC_S_UNKNOWN_IF},
     {nca::kWrongBootTime, Carrier::both, RPC_S_CALL_FAILED_DNE},
     {nca::kProtocolError, Carrier::both, RPC_S_PROTOCOL_ERROR},
-    {nca::kOutArgumentsTooBig, Carrier::both, kOutOfServerMemory},
+    {nca::kOutArgumentsTooBig, Carrier::both, RPC_S_SERVER_OUT_OF_MEMORY},
     {nca::kServerTooBusy, Carrier::both, RPC_S_SERVER_TOO_BUSY},
     {nca::kUnsupportedType, Carrier::both, RPC_S_UNSUPPORTED_TYPE},
 };
