@@ -33,18 +33,18 @@ void put(ag_SystemInfo_struct& result, const RegisteredSystem& system) {
   std::memcpy(result.SocketString, text.data(), text.size());
 }
 
-bool RegisteredSystem::*registration_of(ag_eSystemType type) {
-  if (type == ag_cSystemZT)
-    return &RegisteredSystem::console;
-  return type == ag_cSystemSNMP ? &RegisteredSystem::snmp : nullptr;
-}
-
 }  // namespace
 
 AlarmInterface::AlarmInterface(OperationScript& script, const AlarmServer& settings)
     : Scripted(script), state_(settings) {
   for (const RegisteredSystem& system : settings.systems)
     systems_[system.address] = system;
+}
+
+AlarmInterface::Registration AlarmInterface::registration_of(ag_eSystemType type) {
+  if (type == ag_cSystemZT)
+    return &RegisteredSystem::console;
+  return type == ag_cSystemSNMP ? &RegisteredSystem::snmp : nullptr;
 }
 
 RegisteredSystem* AlarmInterface::find(std::int32_t key) {
@@ -86,68 +86,8 @@ error_status_t AlarmInterface::set_error(std::int32_t key, ErrorValue error, std
   return 0;
 }
 
-void AlarmInterface::set(Setting setting, std::uint32_t value, error_status_t* status) {
-  if (refused(status))
-    return;
-  state_.*setting = value;
-  changed_ = true;
-}
-
-void AlarmInterface::get(Setting setting, std::uint32_t* value, error_status_t* status) const {
-  if (!refused(status))
-    *value = state_.*setting;
-}
-
-void AlarmInterface::ag_Register(const CallInfo&, std::int32_t system_key,
-                                 ag_eSystemType system_type, error_status_t* status) {
-  if (!refused(status))
-    *status = add(system_key, registration_of(system_type));
-}
-
-void AlarmInterface::ag_Unregister(const CallInfo&, std::int32_t system_key,
-                                   ag_eSystemType system_type, error_status_t* status) {
-  if (!refused(status))
-    *status = remove(system_key, registration_of(system_type));
-}
-
-void AlarmInterface::ag_SetEvCFlag(const CallInfo&, std::uint32_t flag, error_status_t* status) {
-  set(&AlarmServer::evc_flag, flag, status);
-}
-
-void AlarmInterface::ag_GetEvCFlag(const CallInfo&, std::uint32_t* flag, error_status_t* status) {
-  get(&AlarmServer::evc_flag, flag, status);
-}
-
-void AlarmInterface::ag_SetExecFlag(const CallInfo&, std::uint32_t _flag, error_status_t* status) {
-  set(&AlarmServer::exec_flag, _flag, status);
-}
-
-void AlarmInterface::ag_GetExecFlag(const CallInfo&, std::uint32_t* flag, error_status_t* status) {
-  get(&AlarmServer::exec_flag, flag, status);
-}
-
-void AlarmInterface::ag_SetInterval(const CallInfo&, std::uint32_t Interval,
-                                    error_status_t* status) {
-  set(&AlarmServer::interval, Interval, status);
-}
-
-void AlarmInterface::ag_GetInterval(const CallInfo&, std::uint32_t* Interval,
-                                    error_status_t* status) {
-  get(&AlarmServer::interval, Interval, status);
-}
-
-void AlarmInterface::ag_SetEvCError(const CallInfo&, std::uint32_t error, error_status_t* status) {
-  set(&AlarmServer::evc_error, error, status);
-}
-
-void AlarmInterface::ag_GetEvCError(const CallInfo&, std::uint32_t* error, error_status_t* status) {
-  get(&AlarmServer::evc_error, error, status);
-}
-
-void AlarmInterface::ag_GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* general_info,
-                                       error_status_t* status) {
-  if (refused(status))
-    return;
+void AlarmInterface::GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* general_info,
+                                    error_status_t*) {
   general_info->Version = state_.version;
   general_info->ObjectId = state_.object;
   general_info->EvC = state_.evc_flag;
@@ -156,61 +96,10 @@ void AlarmInterface::ag_GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* g
   general_info->EvCError = state_.evc_error;
 }
 
-void AlarmInterface::ag_RegisterZT(const CallInfo&, std::int32_t system_key,
-                                   error_status_t* status) {
-  if (!refused(status))
-    *status = add(system_key, &RegisteredSystem::console);
-}
-
-void AlarmInterface::ag_UnregisterZT(const CallInfo&, std::int32_t system_key,
-                                     error_status_t* status) {
-  if (!refused(status))
-    *status = remove(system_key, &RegisteredSystem::console);
-}
-
-void AlarmInterface::ag_RegisterSNMP(const CallInfo&, std::int32_t system_key,
-                                     error_status_t* status) {
-  if (!refused(status))
-    *status = add(system_key, &RegisteredSystem::snmp);
-}
-
-void AlarmInterface::ag_UnregisterSNMP(const CallInfo&, std::int32_t system_key,
-                                       error_status_t* status) {
-  if (!refused(status))
-    *status = remove(system_key, &RegisteredSystem::snmp);
-}
-
-void AlarmInterface::ag_SetZTError(const CallInfo&, std::int32_t system_key, std::uint32_t error,
-                                   error_status_t* status) {
-  if (!refused(status))
-    *status = set_error(system_key, &RegisteredSystem::console_error, error);
-}
-
-// The error value is an in-parameter, so all that the caller learns is whether the system is known.
-void AlarmInterface::ag_GetZTError(const CallInfo&, std::int32_t system_key, const std::uint32_t*,
-                                   error_status_t* status) {
-  if (!refused(status))
-    *status = find(system_key) != nullptr ? 0 : kAlarmUnknownSystem;
-}
-
-void AlarmInterface::ag_SetSNMPError(const CallInfo&, std::int32_t system_key, std::uint32_t error,
-                                     error_status_t* status) {
-  if (!refused(status))
-    *status = set_error(system_key, &RegisteredSystem::snmp_error, error);
-}
-
-void AlarmInterface::ag_GetSNMPError(const CallInfo&, std::int32_t system_key, const std::uint32_t*,
-                                     error_status_t* status) {
-  if (!refused(status))
-    *status = find(system_key) != nullptr ? 0 : kAlarmUnknownSystem;
-}
-
-void AlarmInterface::ag_GetSystems(const CallInfo&, std::int32_t system_key,
-                                   std::uint16_t* lookup_handle, std::uint16_t max_index,
-                                   std::uint16_t* last_index, std::uint16_t* num_results,
-                                   ag_SystemInfo_struct* results, error_status_t* status) {
-  if (refused(status))
-    return;
+void AlarmInterface::GetSystems(const CallInfo&, std::int32_t system_key,
+                                std::uint16_t* lookup_handle, std::uint16_t max_index,
+                                std::uint16_t* last_index, std::uint16_t* num_results,
+                                ag_SystemInfo_struct* results, error_status_t* status) {
   // num_results has 16 bits as well: it cannot say 65,536.
   const std::size_t room = std::min<std::size_t>(std::size_t{max_index} + 1, 0xFFFF);
   const std::size_t first = *lookup_handle;
@@ -235,22 +124,13 @@ void AlarmInterface::ag_GetSystems(const CallInfo&, std::int32_t system_key,
     *last_index = static_cast<std::uint16_t>(filled - 1);
 }
 
-void AlarmInterface::ag_Ping(const CallInfo&, error_status_t* status) {
-  refused(status);
-}
-
-void AlarmInterface::ag_DBChanged(const CallInfo&, std::int32_t* db_changed,
-                                  error_status_t* status) {
-  if (refused(status))
-    return;
+void AlarmInterface::DBChanged(const CallInfo&, std::int32_t* db_changed, error_status_t*) {
   *db_changed = changed_ ? 1 : 0;
   changed_ = false;
 }
 
 // Unlike Unregister, takes the console off the list however it stands there.
-void AlarmInterface::ag_DeleteZT(const CallInfo&, std::int32_t system_key, error_status_t* status) {
-  if (refused(status))
-    return;
+void AlarmInterface::DeleteZT(const CallInfo&, std::int32_t system_key, error_status_t* status) {
   RegisteredSystem* system = find(system_key);
   if (system == nullptr) {
     *status = kAlarmUnknownSystem;

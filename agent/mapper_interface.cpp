@@ -45,8 +45,6 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
                                  std::uint32_t vers_option, rpc::WireContext* entry_handle,
                                  std::uint32_t max_ents, std::uint32_t* num_ents,
                                  ept_entry_t* entries, error_status_t* status) {
-  if (refused(status))
-    return;
   MapInquiry inquiry;
   std::size_t next = 0;
   auto open = open_.end();
@@ -85,8 +83,8 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
 }
 
 void MapperInterface::ept_lookup_handle_free(const CallInfo&, rpc::WireContext* entry_handle,
-                                             error_status_t* status) {
-  if (refused(status) || entry_handle->null())
+                                             error_status_t*) {
+  if (entry_handle->null())
     return;
   open_.erase(find(*entry_handle));
   *entry_handle = {};

@@ -76,33 +76,26 @@ error_status_t lookup(const std::vector<Element>& elements, std::uint32_t id, st
 
 }  // namespace
 
-void MetadataInterface::rep_LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
-                                             error_status_t* status) {
-  if (refused(status))
-    return;
+void MetadataInterface::LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
+                                         error_status_t*) {
   const DataSource& source = repository_.source();
   put_head(result->Descriptor, source);
   result->Version = source.version;
   result->PathNameLength = put_text(result->PathName, source.path);
 }
 
-void MetadataInterface::rep_LookupTable(const CallInfo&, std::uint32_t tableId,
-                                        std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                                        std::uint32_t* lastIndex, rep_sTableDescriptor* results,
-                                        error_status_t* status) {
-  if (refused(status))
-    return;
+void MetadataInterface::LookupTable(const CallInfo&, std::uint32_t tableId,
+                                    std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                                    std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                                    error_status_t* status) {
   *status =
       lookup(repository_.source().classes, tableId, lookupHandle, maxIndex, lastIndex, results);
 }
 
-void MetadataInterface::rep_LookupInstance(const CallInfo&, std::uint32_t tableId,
-                                           std::uint32_t instanceId, std::uint32_t* lookupHandle,
-                                           std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                                           rep_sInstanceDescriptor* results,
-                                           error_status_t* status) {
-  if (refused(status))
-    return;
+void MetadataInterface::LookupInstance(const CallInfo&, std::uint32_t tableId,
+                                       std::uint32_t instanceId, std::uint32_t* lookupHandle,
+                                       std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                                       rep_sInstanceDescriptor* results, error_status_t* status) {
   const RowTable* table = repository_.table(tableId);
   if (table == nullptr) {
     *status = static_cast<error_status_t>(RepositoryStatus::nothing_found);
@@ -114,12 +107,10 @@ void MetadataInterface::rep_LookupInstance(const CallInfo&, std::uint32_t tableI
       results[i].TableTypeId = table->data().type_id;
 }
 
-void MetadataInterface::rep_LookupMetric(const CallInfo&, std::uint32_t tableId,
-                                         std::uint32_t metricId, std::uint32_t* lookupHandle,
-                                         std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                                         rep_sMetricDescriptor* results, error_status_t* status) {
-  if (refused(status))
-    return;
+void MetadataInterface::LookupMetric(const CallInfo&, std::uint32_t tableId, std::uint32_t metricId,
+                                     std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                                     std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+                                     error_status_t* status) {
   const RowTable* table = repository_.table(tableId);
   if (table == nullptr)
     *status = static_cast<error_status_t>(RepositoryStatus::nothing_found);

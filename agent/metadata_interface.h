@@ -18,20 +18,19 @@ class MetadataInterface : public Scripted<rep_Server> {
   MetadataInterface(OperationScript& script, const Repository& repository)
       : Scripted(script), repository_(repository) {}
 
-  void rep_LookupRepository(const rpc::server::CallInfo& call, rep_sRepositoryDescriptor* result,
-                            error_status_t* status) override;
-  void rep_LookupTable(const rpc::server::CallInfo& call, std::uint32_t tableId,
-                       std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                       std::uint32_t* lastIndex, rep_sTableDescriptor* results,
-                       error_status_t* status) override;
-  void rep_LookupInstance(const rpc::server::CallInfo& call, std::uint32_t tableId,
-                          std::uint32_t instanceId, std::uint32_t* lookupHandle,
-                          std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                          rep_sInstanceDescriptor* results, error_status_t* status) override;
-  void rep_LookupMetric(const rpc::server::CallInfo& call, std::uint32_t tableId,
-                        std::uint32_t metricId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                        std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+  void LookupRepository(const rpc::server::CallInfo& call, rep_sRepositoryDescriptor* result,
                         error_status_t* status) override;
+  void LookupTable(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                   std::uint32_t* lookupHandle, std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                   rep_sTableDescriptor* results, error_status_t* status) override;
+  void LookupInstance(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                      std::uint32_t instanceId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                      std::uint32_t* lastIndex, rep_sInstanceDescriptor* results,
+                      error_status_t* status) override;
+  void LookupMetric(const rpc::server::CallInfo& call, std::uint32_t tableId,
+                    std::uint32_t metricId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
+                    std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+                    error_status_t* status) override;
 
  private:
   const Repository& repository_;

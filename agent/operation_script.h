@@ -33,7 +33,7 @@ class OperationScript {
   std::map<uuid_t, const OperationBehaviour*> chosen_;  // one call runs in an activity at a time
 };
 
-// An interface whose operations ask the script first. `Skeleton` is a generated server class.
+// An interface whose operations do what the script says. `Skeleton` is a generated server class.
 template <typename Skeleton>
 class Scripted : public Skeleton {
  public:
@@ -50,9 +50,7 @@ class Scripted : public Skeleton {
     return Skeleton::dispatch(call, opnum, request, representation, reply_little_endian);
   }
 
- protected:
-  // The first line of every operation: true when the script has set its status.
-  bool refused(std::uint32_t* status) const {
+  bool refuse(const rpc::server::CallInfo&, std::uint32_t* status) override {
     if (forced_)
       *status = *forced_;
     return forced_.has_value();

@@ -29,16 +29,16 @@ void set_text(std::uint16_t& length, char* text, const std::string& value) {
 
 class Metrics : public rep_Server {
  public:
-  void rep_LookupRepository(const rpc::server::CallInfo&, rep_sRepositoryDescriptor*,
-                            error_status_t*) override {}
-  void rep_LookupTable(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t,
-                       std::uint32_t*, rep_sTableDescriptor*, error_status_t*) override {}
-  void rep_LookupInstance(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t,
-                          std::uint32_t*, std::uint32_t, std::uint32_t*, rep_sInstanceDescriptor*,
-                          error_status_t*) override {}
-  void rep_LookupMetric(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t, std::uint32_t*,
-                        std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                        rep_sMetricDescriptor* results, error_status_t*) override {
+  void LookupRepository(const rpc::server::CallInfo&, rep_sRepositoryDescriptor*,
+                        error_status_t*) override {}
+  void LookupTable(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t,
+                   std::uint32_t*, rep_sTableDescriptor*, error_status_t*) override {}
+  void LookupInstance(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t, std::uint32_t*,
+                      std::uint32_t, std::uint32_t*, rep_sInstanceDescriptor*,
+                      error_status_t*) override {}
+  void LookupMetric(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t, std::uint32_t*,
+                    std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                    rep_sMetricDescriptor* results, error_status_t*) override {
     *lastIndex = maxIndex;
     for (std::uint32_t i = 0; i <= maxIndex; ++i) {
       rep_sMetricDescriptor& metric = results[i];

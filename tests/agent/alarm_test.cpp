@@ -25,7 +25,7 @@ class Alarms : public testing::Test {
     std::vector<ag_SystemInfo_struct> results(std::size_t{max_index} + 1);
     std::uint16_t last = 0;
     std::uint16_t count = 0;
-    alarms_.ag_GetSystems({}, key, &handle_, max_index, &last, &count, results.data(), &status_);
+    alarms_.GetSystems({}, key, &handle_, max_index, &last, &count, results.data(), &status_);
     std::string text;
     for (std::size_t i = 0; i < count; ++i)
       text += std::string(results[i].SocketString, results[i].SocketStrLen) + " " +
@@ -40,29 +40,29 @@ class Alarms : public testing::Test {
 };
 
 TEST_F(Alarms, SystemsComeAndGoByBothWays) {
-  alarms_.ag_RegisterZT({}, kKey, &status_);
-  alarms_.ag_Register({}, kKey, ag_cSystemSNMP, &status_);
+  alarms_.RegisterZT({}, kKey, &status_);
+  alarms_.Register({}, kKey, ag_cSystemSNMP, &status_);
   EXPECT_EQ(list(0, 9), "#10.0.0.1 10;#10.1.2.3 11;");
   EXPECT_EQ(list(kKey, 9), "#10.1.2.3 11;");
-  alarms_.ag_Unregister({}, kKey, ag_cSystemZT, &status_);
+  alarms_.Unregister({}, kKey, ag_cSystemZT, &status_);
   EXPECT_EQ(list(0, 9), "#10.0.0.1 10;#10.1.2.3 01;");
   EXPECT_EQ(status_, 0u);
-  alarms_.ag_UnregisterZT({}, kKey, &status_);
+  alarms_.UnregisterZT({}, kKey, &status_);
   EXPECT_EQ(status_, kAlarmUnknownSystem);
   status_ = 0;
-  alarms_.ag_DeleteZT({}, kKey, &status_);
+  alarms_.DeleteZT({}, kKey, &status_);
   EXPECT_EQ(list(kKey, 9), "#10.1.2.3 01;");
-  alarms_.ag_UnregisterSNMP({}, kKey, &status_);
+  alarms_.UnregisterSNMP({}, kKey, &status_);
   EXPECT_EQ(status_, 0u);
   EXPECT_EQ(list(kKey, 9), "");
   EXPECT_EQ(status_, kAlarmUnknownSystem);
-  alarms_.ag_Register({}, kKey, static_cast<ag_eSystemType>(2), &status_);
+  alarms_.Register({}, kKey, static_cast<ag_eSystemType>(2), &status_);
   EXPECT_EQ(status_, kAlarmUnknownType);
 }
 
 TEST_F(Alarms, ListsGoOnWhereTheyEnded) {
   for (int i = 0; i < 4; ++i)
-    alarms_.ag_RegisterZT({}, kKey + (i << 24), &status_);
+    alarms_.RegisterZT({}, kKey + (i << 24), &status_);
   EXPECT_EQ(list(0, 1), "#10.0.0.1 10;#10.1.2.3 10;");
   EXPECT_EQ(handle_, 2);
   EXPECT_EQ(list(0, 1), "#10.1.2.4 10;#10.1.2.5 10;");
@@ -75,34 +75,34 @@ TEST_F(Alarms, ListsGoOnWhereTheyEnded) {
 
 TEST_F(Alarms, SettingsAreKeptAndChangesTold) {
   std::int32_t changed = -1;
-  alarms_.ag_DBChanged({}, &changed, &status_);
+  alarms_.DBChanged({}, &changed, &status_);
   EXPECT_EQ(changed, 0);
-  alarms_.ag_SetEvCFlag({}, 1, &status_);
-  alarms_.ag_SetExecFlag({}, 2, &status_);
-  alarms_.ag_SetInterval({}, 3, &status_);
-  alarms_.ag_SetEvCError({}, 4, &status_);
+  alarms_.SetEvCFlag({}, 1, &status_);
+  alarms_.SetExecFlag({}, 2, &status_);
+  alarms_.SetInterval({}, 3, &status_);
+  alarms_.SetEvCError({}, 4, &status_);
   ag_GeneralInfo_struct info{};
-  alarms_.ag_GetGeneralInfo({}, &info, &status_);
+  alarms_.GetGeneralInfo({}, &info, &status_);
   EXPECT_EQ(info.EvC, 1u);
   EXPECT_EQ(info.Exec, 2u);
   EXPECT_EQ(info.Interval, 3u);
   EXPECT_EQ(info.EvCError, 4u);
-  alarms_.ag_DBChanged({}, &changed, &status_);
+  alarms_.DBChanged({}, &changed, &status_);
   EXPECT_EQ(changed, 1);
-  alarms_.ag_DBChanged({}, &changed, &status_);
+  alarms_.DBChanged({}, &changed, &status_);
   EXPECT_EQ(changed, 0);
 }
 
 TEST_F(Alarms, ErrorsBelongToKnownSystems) {
   const std::uint32_t sent = 5;
-  alarms_.ag_SetZTError({}, kKey, 9, &status_);
+  alarms_.SetZTError({}, kKey, 9, &status_);
   EXPECT_EQ(status_, kAlarmUnknownSystem);
-  alarms_.ag_GetSNMPError({}, kKey, &sent, &status_);
+  alarms_.GetSNMPError({}, kKey, &sent, &status_);
   EXPECT_EQ(status_, kAlarmUnknownSystem);
-  alarms_.ag_RegisterZT({}, kKey, &status_);
+  alarms_.RegisterZT({}, kKey, &status_);
   status_ = 0;
-  alarms_.ag_SetZTError({}, kKey, 9, &status_);
-  alarms_.ag_GetZTError({}, kKey, &sent, &status_);
+  alarms_.SetZTError({}, kKey, 9, &status_);
+  alarms_.GetZTError({}, kKey, &sent, &status_);
   EXPECT_EQ(status_, 0u);
 }
 

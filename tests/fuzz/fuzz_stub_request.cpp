@@ -36,21 +36,20 @@ class Mapper : public epm_Server {
 
 class Conversation : public conv_Server {
  public:
-  void conv_who_are_you(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t* seq,
-                        error_status_t*) override {
+  void who_are_you(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t* seq,
+                   error_status_t*) override {
     *seq = actuid->time_low;
   }
-  void conv_who_are_you2(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t*,
-                         uuid_t* cas_uuid, error_status_t*) override {
+  void who_are_you2(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t*,
+                    uuid_t* cas_uuid, error_status_t*) override {
     *cas_uuid = *actuid;
   }
-  void conv_are_you_there(const CallInfo&, const uuid_t*, std::uint32_t, error_status_t*) override {
-  }
+  void are_you_there(const CallInfo&, const uuid_t*, std::uint32_t, error_status_t*) override {}
 };
 
 class Management : public mgmt_Server {
  public:
-  boolean32 mgmt_is_server_listening(const CallInfo&, error_status_t*) override { return 1; }
+  boolean32 is_server_listening(const CallInfo&, error_status_t*) override { return 1; }
 };
 
 }  // namespace

@@ -59,8 +59,8 @@ class RepServer : public rep_Server, public Notes {
  public:
   using CallInfo = rpc::server::CallInfo;
 
-  void rep_LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
-                            error_status_t* status) override {
+  void LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
+                        error_status_t* status) override {
     note("LookupRepository");
     // Texts as long as they can be.
     describe(result->Descriptor, 7, std::string(255, 'n'), std::string(63, 'l'));
@@ -68,9 +68,9 @@ class RepServer : public rep_Server, public Notes {
     set_text(result->PathNameLength, result->PathName, std::string(1023, 'p'));
     *status = 11;
   }
-  void rep_LookupTable(const CallInfo&, std::uint32_t tableId, std::uint32_t* lookupHandle,
-                       std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                       rep_sTableDescriptor* results, error_status_t* status) override {
+  void LookupTable(const CallInfo&, std::uint32_t tableId, std::uint32_t* lookupHandle,
+                   std::uint32_t maxIndex, std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                   error_status_t* status) override {
     require_room(maxIndex >= 2);
     note("LookupTable", tableId, *lookupHandle, maxIndex);
     *lookupHandle = 21;
@@ -81,10 +81,9 @@ class RepServer : public rep_Server, public Notes {
     }
     *status = 12;
   }
-  void rep_LookupInstance(const CallInfo&, std::uint32_t tableId, std::uint32_t instanceId,
-                          std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                          std::uint32_t* lastIndex, rep_sInstanceDescriptor* results,
-                          error_status_t* status) override {
+  void LookupInstance(const CallInfo&, std::uint32_t tableId, std::uint32_t instanceId,
+                      std::uint32_t* lookupHandle, std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                      rep_sInstanceDescriptor* results, error_status_t* status) override {
     note("LookupInstance", tableId, instanceId, *lookupHandle, maxIndex);
     *lookupHandle = 22;
     *lastIndex = 0;
@@ -92,10 +91,9 @@ class RepServer : public rep_Server, public Notes {
     describe(results[0].Descriptor, 5, "root", "");
     *status = 13;
   }
-  void rep_LookupMetric(const CallInfo&, std::uint32_t tableId, std::uint32_t metricId,
-                        std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                        std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
-                        error_status_t* status) override {
+  void LookupMetric(const CallInfo&, std::uint32_t tableId, std::uint32_t metricId,
+                    std::uint32_t* lookupHandle, std::uint32_t maxIndex, std::uint32_t* lastIndex,
+                    rep_sMetricDescriptor* results, error_status_t* status) override {
     require_room(maxIndex >= 1);
     note("LookupMetric", tableId, metricId, *lookupHandle, maxIndex);
     *lookupHandle = 23;
@@ -111,54 +109,52 @@ class RepServer : public rep_Server, public Notes {
 };
 
 // The operations that the three view interfaces share.
-#define DEFINE_VIEW_OPERATIONS(interface)                                                          \
-  void interface##_Destroy(const rpc::server::CallInfo&, rpc::WireContext* viewContext,            \
-                           error_status_t* status) override {                                      \
-    note("Destroy");                                                                               \
-    note_context(*viewContext);                                                                    \
-    *viewContext = {};                                                                             \
-    *status = 31;                                                                                  \
-  }                                                                                                \
-  void interface##_GetFirstPosition(const rpc::server::CallInfo&,                                  \
-                                    const rpc::WireContext& viewContext, std::uint32_t* where,     \
-                                    error_status_t* status) override {                             \
-    answer("GetFirstPosition", viewContext, where, status, 32);                                    \
-  }                                                                                                \
-  void interface##_GetLastPosition(const rpc::server::CallInfo&,                                   \
-                                   const rpc::WireContext& viewContext, std::uint32_t* where,      \
-                                   error_status_t* status) override {                              \
-    answer("GetLastPosition", viewContext, where, status, 33);                                     \
-  }                                                                                                \
-  void interface##_GetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,  \
-                               std::uint32_t* where, error_status_t* status) override {            \
-    answer("GetPosition", viewContext, where, status, 34);                                         \
-  }                                                                                                \
-  void interface##_SetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,  \
-                               std::uint32_t* where, error_status_t* status) override {            \
-    answer("SetPosition", viewContext, where, status, 35);                                         \
-  }                                                                                                \
-  void interface##_GetXInterval(const rpc::server::CallInfo&, const rpc::WireContext& viewContext, \
-                                std::uint32_t* interval, error_status_t* status) override {        \
-    answer("GetXInterval", viewContext, interval, status, 36);                                     \
-  }                                                                                                \
-  void interface##_Read(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,         \
-                        std::uint32_t maxPositionIndex, std::uint32_t* lastPositionIndex,          \
-                        std::uint32_t maxIntResultsIndex, std::uint32_t* lastIntResultsIndex,      \
-                        std::uint32_t maxCharResultsIndex, std::uint32_t* lastCharResultsIndex,    \
-                        std::uint32_t* positions, std::uint32_t* intResults, char* charResults,    \
-                        error_status_t* status) override {                                         \
-    require_room(maxPositionIndex >= 1 && maxIntResultsIndex >= 2 && maxCharResultsIndex >= 4);    \
-    note("Read", maxPositionIndex, maxIntResultsIndex, maxCharResultsIndex);                       \
-    note_context(viewContext);                                                                     \
-    *lastPositionIndex = 1;                                                                        \
-    *lastIntResultsIndex = 2;                                                                      \
-    *lastCharResultsIndex = 4;                                                                     \
-    positions[0] = 0x11223344;                                                                     \
-    positions[1] = 0xFFFFFFFF;                                                                     \
-    for (std::uint32_t i = 0; i < 3; ++i)                                                          \
-      intResults[i] = 0x01020300 + i;                                                              \
-    std::memcpy(charResults, "ab\0c", 5);                                                          \
-    *status = 37;                                                                                  \
+#define DEFINE_VIEW_OPERATIONS(interface)                                                       \
+  void Destroy(const rpc::server::CallInfo&, rpc::WireContext* viewContext,                     \
+               error_status_t* status) override {                                               \
+    note("Destroy");                                                                            \
+    note_context(*viewContext);                                                                 \
+    *viewContext = {};                                                                          \
+    *status = 31;                                                                               \
+  }                                                                                             \
+  void GetFirstPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,      \
+                        std::uint32_t* where, error_status_t* status) override {                \
+    answer("GetFirstPosition", viewContext, where, status, 32);                                 \
+  }                                                                                             \
+  void GetLastPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,       \
+                       std::uint32_t* where, error_status_t* status) override {                 \
+    answer("GetLastPosition", viewContext, where, status, 33);                                  \
+  }                                                                                             \
+  void GetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,           \
+                   std::uint32_t* where, error_status_t* status) override {                     \
+    answer("GetPosition", viewContext, where, status, 34);                                      \
+  }                                                                                             \
+  void SetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,           \
+                   std::uint32_t* where, error_status_t* status) override {                     \
+    answer("SetPosition", viewContext, where, status, 35);                                      \
+  }                                                                                             \
+  void GetXInterval(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,          \
+                    std::uint32_t* interval, error_status_t* status) override {                 \
+    answer("GetXInterval", viewContext, interval, status, 36);                                  \
+  }                                                                                             \
+  void Read(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,                  \
+            std::uint32_t maxPositionIndex, std::uint32_t* lastPositionIndex,                   \
+            std::uint32_t maxIntResultsIndex, std::uint32_t* lastIntResultsIndex,               \
+            std::uint32_t maxCharResultsIndex, std::uint32_t* lastCharResultsIndex,             \
+            std::uint32_t* positions, std::uint32_t* intResults, char* charResults,             \
+            error_status_t* status) override {                                                  \
+    require_room(maxPositionIndex >= 1 && maxIntResultsIndex >= 2 && maxCharResultsIndex >= 4); \
+    note("Read", maxPositionIndex, maxIntResultsIndex, maxCharResultsIndex);                    \
+    note_context(viewContext);                                                                  \
+    *lastPositionIndex = 1;                                                                     \
+    *lastIntResultsIndex = 2;                                                                   \
+    *lastCharResultsIndex = 4;                                                                  \
+    positions[0] = 0x11223344;                                                                  \
+    positions[1] = 0xFFFFFFFF;                                                                  \
+    for (std::uint32_t i = 0; i < 3; ++i)                                                       \
+      intResults[i] = 0x01020300 + i;                                                           \
+    std::memcpy(charResults, "ab\0c", 5);                                                       \
+    *status = 37;                                                                               \
   }
 
 class ViewNotes : public Notes {
@@ -178,9 +174,9 @@ class ViewNotes : public Notes {
 
 class ViewServer : public repView_Server, public ViewNotes {
  public:
-  void repView_Create(const rpc::server::CallInfo&, std::uint32_t tableId,
-                      std::uint32_t lastMetricIndex, const std::uint32_t* metricIds,
-                      rpc::WireContext* viewContext, error_status_t* status) override {
+  void Create(const rpc::server::CallInfo&, std::uint32_t tableId, std::uint32_t lastMetricIndex,
+              const std::uint32_t* metricIds, rpc::WireContext* viewContext,
+              error_status_t* status) override {
     note("Create", tableId, lastMetricIndex);
     note_ids(lastMetricIndex, metricIds);
     *viewContext = kView;
@@ -191,10 +187,10 @@ class ViewServer : public repView_Server, public ViewNotes {
 
 class FilteredViewServer : public repFilteredView_Server, public ViewNotes {
  public:
-  void repFilteredView_Create(const rpc::server::CallInfo&, std::uint32_t tableId,
-                              const rpc::WireContext& filterObjId, std::uint32_t lastMetricIndex,
-                              const std::uint32_t* metricIds, rpc::WireContext* viewContext,
-                              error_status_t* status) override {
+  void Create(const rpc::server::CallInfo&, std::uint32_t tableId,
+              const rpc::WireContext& filterObjId, std::uint32_t lastMetricIndex,
+              const std::uint32_t* metricIds, rpc::WireContext* viewContext,
+              error_status_t* status) override {
     note("Create", tableId, lastMetricIndex);
     note_ids(lastMetricIndex, metricIds);
     note_context(filterObjId);
@@ -206,11 +202,11 @@ class FilteredViewServer : public repFilteredView_Server, public ViewNotes {
 
 class TemporalViewServer : public repTemporalView_Server, public ViewNotes {
  public:
-  void repTemporalView_Create(const rpc::server::CallInfo&, std::uint32_t tableId,
-                              const rpc::WireContext& filterContext, std::uint32_t interval,
-                              std::uint32_t lastInstanceIndex, const std::uint32_t* instanceIds,
-                              std::uint32_t lastMetricIndex, const std::uint32_t* metricIds,
-                              rpc::WireContext* viewContext, error_status_t* status) override {
+  void Create(const rpc::server::CallInfo&, std::uint32_t tableId,
+              const rpc::WireContext& filterContext, std::uint32_t interval,
+              std::uint32_t lastInstanceIndex, const std::uint32_t* instanceIds,
+              std::uint32_t lastMetricIndex, const std::uint32_t* metricIds,
+              rpc::WireContext* viewContext, error_status_t* status) override {
     note("Create", tableId, interval, lastInstanceIndex);
     note_ids(lastInstanceIndex, instanceIds);
     note_more(lastMetricIndex);
@@ -219,9 +215,8 @@ class TemporalViewServer : public repTemporalView_Server, public ViewNotes {
     *viewContext = kView;
     *status = 30;
   }
-  void repTemporalView_SetXInterval(const rpc::server::CallInfo&,
-                                    const rpc::WireContext& viewContext, std::uint32_t* interval,
-                                    error_status_t* status) override {
+  void SetXInterval(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,
+                    std::uint32_t* interval, error_status_t* status) override {
     answer("SetXInterval", viewContext, interval, status, 38);
   }
   DEFINE_VIEW_OPERATIONS(repTemporalView)
@@ -231,9 +226,9 @@ class TemporalViewServer : public repTemporalView_Server, public ViewNotes {
 
 class TimeFilterServer : public repTimeFilter_Server, public ViewNotes {
  public:
-  void repTimeFilter_Create(const rpc::server::CallInfo&, std::uint32_t lastShiftIndex,
-                            const repTimeFilter_sShiftDescriptor* shifts,
-                            rpc::WireContext* filterContext, error_status_t* status) override {
+  void Create(const rpc::server::CallInfo&, std::uint32_t lastShiftIndex,
+              const repTimeFilter_sShiftDescriptor* shifts, rpc::WireContext* filterContext,
+              error_status_t* status) override {
     note("Create", lastShiftIndex);
     for (std::uint32_t i = 0; i != lastShiftIndex + 1; ++i) {
       note_more(shifts[i].fStart);
@@ -243,15 +238,15 @@ class TimeFilterServer : public repTimeFilter_Server, public ViewNotes {
     *filterContext = kFilter;
     *status = 40;
   }
-  void repTimeFilter_Destroy(const rpc::server::CallInfo&, rpc::WireContext* filterContext,
-                             error_status_t* status) override {
+  void Destroy(const rpc::server::CallInfo&, rpc::WireContext* filterContext,
+               error_status_t* status) override {
     note("Destroy");
     note_context(*filterContext);
     *filterContext = {};
     *status = 41;
   }
-  void repTimeFilter_Copy(const rpc::server::CallInfo&, const rpc::WireContext& fromFilterContext,
-                          rpc::WireContext* toFilterContext, error_status_t* status) override {
+  void Copy(const rpc::server::CallInfo&, const rpc::WireContext& fromFilterContext,
+            rpc::WireContext* toFilterContext, error_status_t* status) override {
     note("Copy");
     note_context(fromFilterContext);
     *toFilterContext = kFilter;
@@ -265,71 +260,71 @@ class AlarmServer : public ag_Server, public Notes {
   using Key = std::int32_t;
   using Number = std::uint32_t;
 
-  void ag_Register(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
+  void Register(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
     end(s, 50, "Register", key, type);
   }
-  void ag_Unregister(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
+  void Unregister(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
     end(s, 51, "Unregister", key, type);
   }
-  void ag_SetEvCFlag(const CallInfo&, Number flag, error_status_t* s) override {
+  void SetEvCFlag(const CallInfo&, Number flag, error_status_t* s) override {
     end(s, 52, "SetEvCFlag", flag);
   }
-  void ag_GetEvCFlag(const CallInfo&, Number* flag, error_status_t* s) override {
+  void GetEvCFlag(const CallInfo&, Number* flag, error_status_t* s) override {
     *flag = 153;
     end(s, 53, "GetEvCFlag");
   }
-  void ag_SetExecFlag(const CallInfo&, Number flag, error_status_t* s) override {
+  void SetExecFlag(const CallInfo&, Number flag, error_status_t* s) override {
     end(s, 54, "SetExecFlag", flag);
   }
-  void ag_GetExecFlag(const CallInfo&, Number* flag, error_status_t* s) override {
+  void GetExecFlag(const CallInfo&, Number* flag, error_status_t* s) override {
     *flag = 155;
     end(s, 55, "GetExecFlag");
   }
-  void ag_SetInterval(const CallInfo&, Number interval, error_status_t* s) override {
+  void SetInterval(const CallInfo&, Number interval, error_status_t* s) override {
     end(s, 56, "SetInterval", interval);
   }
-  void ag_GetInterval(const CallInfo&, Number* interval, error_status_t* s) override {
+  void GetInterval(const CallInfo&, Number* interval, error_status_t* s) override {
     *interval = 157;
     end(s, 57, "GetInterval");
   }
-  void ag_SetEvCError(const CallInfo&, Number error, error_status_t* s) override {
+  void SetEvCError(const CallInfo&, Number error, error_status_t* s) override {
     end(s, 58, "SetEvCError", error);
   }
-  void ag_GetEvCError(const CallInfo&, Number* error, error_status_t* s) override {
+  void GetEvCError(const CallInfo&, Number* error, error_status_t* s) override {
     *error = 159;
     end(s, 59, "GetEvCError");
   }
-  void ag_GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* info, error_status_t* s) override {
+  void GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* info, error_status_t* s) override {
     *info = {1, {0x01020304, 0x0506, 0x0708, 9, 10, {11, 12, 13, 14, 15, 16}}, 2, 3, 4, 5};
     end(s, 60, "GetGeneralInfo");
   }
-  void ag_RegisterZT(const CallInfo&, Key key, error_status_t* s) override {
+  void RegisterZT(const CallInfo&, Key key, error_status_t* s) override {
     end(s, 61, "RegisterZT", key);
   }
-  void ag_UnregisterZT(const CallInfo&, Key key, error_status_t* s) override {
+  void UnregisterZT(const CallInfo&, Key key, error_status_t* s) override {
     end(s, 62, "UnregisterZT", key);
   }
-  void ag_RegisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
+  void RegisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
     end(s, 63, "RegisterSNMP", key);
   }
-  void ag_UnregisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
+  void UnregisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
     end(s, 64, "UnregisterSNMP", key);
   }
-  void ag_SetZTError(const CallInfo&, Key key, Number error, error_status_t* s) override {
+  void SetZTError(const CallInfo&, Key key, Number error, error_status_t* s) override {
     end(s, 65, "SetZTError", key, error);
   }
-  void ag_GetZTError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
+  void GetZTError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
     end(s, 66, "GetZTError", key, *error);
   }
-  void ag_SetSNMPError(const CallInfo&, Key key, Number error, error_status_t* s) override {
+  void SetSNMPError(const CallInfo&, Key key, Number error, error_status_t* s) override {
     end(s, 67, "SetSNMPError", key, error);
   }
-  void ag_GetSNMPError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
+  void GetSNMPError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
     end(s, 68, "GetSNMPError", key, *error);
   }
-  void ag_GetSystems(const CallInfo&, Key key, std::uint16_t* lookup_handle,
-                     std::uint16_t max_index, std::uint16_t* last_index, std::uint16_t* num_results,
-                     ag_SystemInfo_struct* results, error_status_t* s) override {
+  void GetSystems(const CallInfo&, Key key, std::uint16_t* lookup_handle, std::uint16_t max_index,
+                  std::uint16_t* last_index, std::uint16_t* num_results,
+                  ag_SystemInfo_struct* results, error_status_t* s) override {
     require_room(max_index >= 1);
     end(s, 69, "GetSystems", key, *lookup_handle, max_index, *last_index);
     *lookup_handle = 169;
@@ -341,12 +336,12 @@ class AlarmServer : public ag_Server, public Notes {
                i == 0 ? "10.0.0.1:9" : std::string(19, 's'));
     }
   }
-  void ag_Ping(const CallInfo&, error_status_t* s) override { end(s, 70, "Ping"); }
-  void ag_DBChanged(const CallInfo&, std::int32_t* db_changed, error_status_t* s) override {
+  void Ping(const CallInfo&, error_status_t* s) override { end(s, 70, "Ping"); }
+  void DBChanged(const CallInfo&, std::int32_t* db_changed, error_status_t* s) override {
     *db_changed = -171;
     end(s, 71, "DBChanged");
   }
-  void ag_DeleteZT(const CallInfo&, Key key, error_status_t* s) override {
+  void DeleteZT(const CallInfo&, Key key, error_status_t* s) override {
     end(s, 72, "DeleteZT", key);
   }
 

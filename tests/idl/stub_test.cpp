@@ -397,9 +397,9 @@ class BrokenRep : public RepServer {
  public:
   enum class Fault { last_index, text, thrown, memory };
   explicit BrokenRep(Fault fault) : fault_(fault) {}
-  void rep_LookupTable(const CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t maxIndex,
-                       std::uint32_t* lastIndex, rep_sTableDescriptor* results,
-                       error_status_t*) override {
+  void LookupTable(const CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t maxIndex,
+                   std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                   error_status_t*) override {
     switch (fault_) {
       case Fault::last_index:
         *lastIndex = maxIndex + 1;
@@ -437,8 +437,8 @@ TEST(ProductSkeletons, FaultWhenAnOperationFails) {
 // The descriptor of a three-character name and an empty label takes 29 bytes.
 TEST(ProductSkeletons, SendShortTextsShort) {
   class ShortRep : public RepServer {
-    void rep_LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
-                              error_status_t*) override {
+    void LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
+                          error_status_t*) override {
       describe(result->Descriptor, 7, "CPU", "");
     }
   } server;

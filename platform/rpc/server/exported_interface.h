@@ -59,6 +59,9 @@ class Interface {
   virtual Outcome dispatch(const CallInfo& call, std::uint16_t opnum,
                            std::span<const std::byte> request, DataRepresentation representation,
                            bool reply_little_endian) = 0;
+  // Asked by dispatch() before it runs an operation that has a comm_status parameter. True when it
+  // has set the status and the operation is not to run: the other out-parameters are zero.
+  virtual bool refuse(const CallInfo&, std::uint32_t* /*status*/) { return false; }
 };
 
 }  // namespace rpc::server

@@ -35,7 +35,7 @@ ManagementInterface::ManagementInterface(std::vector<Interface*> interfaces)
     : interfaces_(std::move(interfaces)),
       inquire_interfaces_{&spec(), 0, true, "mgmt_inq_if_ids"} {}
 
-boolean32 ManagementInterface::mgmt_is_server_listening(const CallInfo&, error_status_t*) {
+boolean32 ManagementInterface::is_server_listening(const CallInfo&, error_status_t*) {
   return listening_ ? 1 : 0;
 }
 

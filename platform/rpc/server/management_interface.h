@@ -23,7 +23,7 @@ class ManagementInterface : public mgmt_Server {
   // What is_server_listening says; true at first.
   void set_listening(bool listening) { listening_ = listening; }
 
-  boolean32 mgmt_is_server_listening(const CallInfo& call, error_status_t* status) override;
+  boolean32 is_server_listening(const CallInfo& call, error_status_t* status) override;
   const OperationSpec* operation(std::uint16_t opnum) const override;
   Outcome dispatch(const CallInfo& call, std::uint16_t opnum, std::span<const std::byte> request,
                    DataRepresentation representation, bool reply_little_endian) override;
