@@ -88,9 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::uint32_t sequence = 0;
     const auto drain = [&] {
       std::size_t packets = 0;
-      while (const auto packet = call.next_packet(now)) {
+      while (const auto sent = call.next_datagram(now)) {
         fuzz::require(++packets <= kMostPacketsOfAStep);
-        const auto header = decode_header(packet->header);
+        const auto header = decode_header(sent->header);
         fuzz::require(header.has_value());
         if (header->activity == activity.id())
           sequence = header->sequence;

@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       case 2:
         now += std::chrono::milliseconds(steps.octet() * 40);
-        core.tick(now);
+        core.on_time(now);
         break;
       case 3:
         if (!running.empty()) {
@@ -106,11 +106,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     for (const ReadyCall& call : core.take_calls())
       running.push_back(call.number);
-    for (const OutgoingDatagram& sent : core.take_output()) {
-      fuzz::require(decode_packet(sent.bytes).has_value() &&
-                    sent.bytes.size() <= kLeastMaxFragment);
-      if (sent.call_back)
-        call_back = sent.bytes;
+    while (const auto sent = core.next_datagram()) {
+      const std::vector<std::byte> bytes = sent->bytes();
+      fuzz::require(decode_packet(bytes).has_value() && bytes.size() <= kLeastMaxFragment);
+      if (sent->call_back)
+        call_back = bytes;
     }
     core.take_gone_clients();
     const auto statistics = core.statistics();
@@ -123,13 +123,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Left alone, a core comes to rest and forgets everybody: no clock runs for ever.
   for (const CallNumber number : running)
     core.complete(number, {}, now);
-  for (int turn = 0; core.next_wake_up(); ++turn) {
+  for (int turn = 0; core.wakeup(); ++turn) {
     fuzz::require(turn < 10'000);
-    now = std::max(now, *core.next_wake_up());
-    core.tick(now);
+    now = std::max(now, *core.wakeup());
+    core.on_time(now);
     for (const ReadyCall& call : core.take_calls())
       core.complete(call.number, {}, now);
-    core.take_output();
+    while (core.next_datagram()) {
+    }
   }
   fuzz::require(core.statistics().activities == 0 && core.statistics().bytes_held == 0);
   return 0;

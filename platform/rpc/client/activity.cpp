@@ -48,7 +48,7 @@ void Activity::owe_ack(const PacketHeader& call, const SocketAddress& server) {
   owed_ = Owed{call, server};
 }
 
-std::optional<OutgoingPacket> Activity::take_ack() {
+std::optional<OutgoingDatagram> Activity::take_ack() {
   if (!owed_)
     return std::nullopt;
   PacketHeader header = owed_->call;
@@ -57,10 +57,10 @@ std::optional<OutgoingPacket> Activity::take_ack() {
   header.fragment = 0;
   header.serial = next_serial();
   header.server_boot = server_boot_;
-  OutgoingPacket packet{owed_->server, {}, {}};
-  encode_header(header, 0, packet.header);
+  OutgoingDatagram datagram{owed_->server, {}, {}};
+  encode_header(header, 0, datagram.header);
   owed_.reset();
-  return packet;
+  return datagram;
 }
 
 }  // namespace rpc

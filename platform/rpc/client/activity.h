@@ -5,15 +5,14 @@
 
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/stub/interface.h"
+#include "platform/rpc/wire/datagram.h"
 #include "platform/rpc/wire/pdu.h"
 
 namespace rpc {
@@ -24,14 +23,6 @@ struct ClientIdentity {
   std::uint32_t boot_time = 0;  // not 0
 
   static ClientIdentity make(RandomSource& random);
-};
-
-// One datagram to send: the header's bytes and the body behind it. The body is valid until the
-// object that handed it out is used again.
-struct OutgoingPacket {
-  SocketAddress to;
-  std::array<std::byte, kHeaderSize> header;
-  std::span<const std::byte> body;
 };
 
 class Activity {
@@ -67,7 +58,7 @@ class Activity {
   void owe_ack(const PacketHeader& call, const SocketAddress& server);
   bool owes_ack() const { return owed_.has_value(); }
   // The ack, once; nothing when none is owed.
-  std::optional<OutgoingPacket> take_ack();
+  std::optional<OutgoingDatagram> take_ack();
 
  private:
   struct Hint {

@@ -13,7 +13,7 @@ namespace {
 constexpr std::uint32_t kCancelId = 1;
 // Packets of our own that wait to be taken; a caller that takes them after every input never has
 // more than one or two.
-constexpr std::size_t kMostControls = 64;
+constexpr std::size_t kMostWaiting = 64;
 // After so many "no such call" in a row the server has lost what it had acknowledged.
 constexpr unsigned kNocallsUntilRestart = 3;
 // Requests repeated to a server that was never heard before pings take turns with them.
@@ -49,8 +49,7 @@ void ClientCall::begin(Time now, std::vector<std::byte> buffer) {
 void ClientCall::begin_again(Time now) {
   begun_again_ = true;
   activity_.forget(random_);
-  controls_.clear();
-  next_control_ = 0;
+  outbox_.clear();
   acknowledged_ = entered_ = pinged_ = asking_ = working_ = false;
   nocalls_ = tries_ = 0;
   next_try_.reset();
@@ -79,19 +78,9 @@ PacketHeader ClientCall::header(PacketType type) const {
   return header;
 }
 
-std::optional<OutgoingPacket> ClientCall::next_packet(Time now) {
-  if (next_control_ < controls_.size()) {
-    Control control = std::move(controls_[next_control_++]);
-    if (next_control_ == controls_.size()) {
-      controls_.clear();
-      next_control_ = 0;
-    }
-    control.header.serial = activity_.next_serial();
-    control_body_ = std::move(control.body);
-    OutgoingPacket packet{control.to, {}, control_body_};
-    encode_header(control.header, control_body_.size(), packet.header);
-    return packet;
-  }
+std::optional<OutgoingDatagram> ClientCall::next_datagram(Time now) {
+  if (const auto waiting = outbox_.next())
+    return waiting;
   if (done_)
     return std::nullopt;
   const auto fragment = sender_.next(now, activity_.serial());
@@ -101,29 +90,31 @@ std::optional<OutgoingPacket> ClientCall::next_packet(Time now) {
   request.flags1 = static_cast<std::uint8_t>(fragment->flags | idempotent_flag());
   request.fragment = fragment->fragment;
   request.serial = fragment->serial;
-  OutgoingPacket packet{peer_, {}, fragment->body};
-  encode_header(request, fragment->body.size(), packet.header);
+  OutgoingDatagram datagram{peer_, {}, fragment->body};
+  encode_header(request, fragment->body.size(), datagram.header);
   if (!asking_ && sender_.all_sent())
     start_asking(now);
-  return packet;
+  return datagram;
 }
 
-void ClientCall::send_control(Control control) {
-  if (controls_.size() < kMostControls)
-    controls_.push_back(std::move(control));
+void ClientCall::send(PacketHeader header, const SocketAddress& to, std::vector<std::byte> body) {
+  if (outbox_.waiting() >= kMostWaiting)
+    return;
+  header.serial = activity_.next_serial();
+  outbox_.put(to, header, std::move(body));
 }
 
 void ClientCall::send_ping() {
   pinged_ = true;
   PacketHeader ping = header(PacketType::ping);
   ping.flags1 = idempotent_flag();
-  send_control({ping, peer_, {}});
+  send(ping, peer_);
 }
 
 void ClientCall::send_response_fack() {
   PacketHeader fack = header(PacketType::fack);
   fack.fragment = joiner_.fack_fragment();
-  send_control({fack, peer_, encode_fack(joiner_.fack(), fack.representation.little_endian)});
+  send(fack, peer_, encode_fack(joiner_.fack(), fack.representation.little_endian));
 }
 
 // --- The clock
@@ -222,6 +213,20 @@ bool ClientCall::ours(const PacketHeader& header) const {
   return header.activity == activity_.id() && header.sequence == sequence_;
 }
 
+const ClientCall::Handler ClientCall::kHandlers[] = {
+    nullptr,  // request: of call-backs only
+    nullptr,  // ping: only clients send it
+    &ClientCall::on_response,
+    &ClientCall::on_fault,
+    &ClientCall::on_working,
+    &ClientCall::on_nocall,
+    &ClientCall::on_reject,
+    nullptr,  // ack: only clients send it
+    nullptr,  // cancel: likewise
+    &ClientCall::on_fack,
+    nullptr,  // cancel_ack: nobody waits for it
+};
+
 void ClientCall::receive(std::span<const std::byte> datagram, const SocketAddress& source,
                          Time now) {
   if (done_)
@@ -229,54 +234,26 @@ void ClientCall::receive(std::span<const std::byte> datagram, const SocketAddres
   const auto packet = decode_packet(datagram);
   if (!packet)
     return;
-  if (packet->header.type == PacketType::request) {
-    on_call_back(*packet, source, now);
+  const Arrival arrival{*packet, source, now};
+  const PacketType type = arrival.header().type;
+  if (type == PacketType::request) {
+    on_call_back(arrival);
     return;
   }
-  if (!ours(packet->header))
+  const Handler handler = kHandlers[static_cast<std::size_t>(type)];
+  if (handler == nullptr || !ours(arrival.header()))
     return;
-  switch (packet->header.type) {
-    case PacketType::response:
-    case PacketType::fault:
-    case PacketType::working:
-    case PacketType::nocall:
-    case PacketType::reject:
-    case PacketType::fack:
-      break;
-    default:  // what only clients send, and cancel_ack: nobody waits for it
-      return;
-  }
   peer_ = source;
   received_ = true;
-  if (packet->header.type != PacketType::reject) {
-    if (server_restarted(packet->header)) {
-      entered_ = entered_ || packet->header.type == PacketType::response ||
-                 packet->header.type == PacketType::fault;
+  if (type != PacketType::reject) {
+    if (server_restarted(arrival.header())) {
+      entered_ = entered_ || type == PacketType::response || type == PacketType::fault;
       on_restarted_server(RPC_S_CALL_FAILED, now);
       return;
     }
-    learn(packet->header);
+    learn(arrival.header());
   }
-  switch (packet->header.type) {
-    case PacketType::response:
-      on_response(*packet, now);
-      break;
-    case PacketType::fault:
-      on_fault(*packet);
-      break;
-    case PacketType::working:
-      on_working(now);
-      break;
-    case PacketType::nocall:
-      on_nocall(*packet, now);
-      break;
-    case PacketType::reject:
-      on_reject(*packet, now);
-      break;
-    default:
-      on_fack(*packet, now);
-      break;
-  }
+  (this->*handler)(arrival);
 }
 
 // Whether the operation may have been run, as far as this call can know: the server showed it, or
@@ -322,13 +299,14 @@ void ClientCall::sign_of_life(Time now) {
     plan_next_try(wait_, now);
 }
 
-void ClientCall::on_call_back(const Packet& packet, const SocketAddress& source, Time now) {
+void ClientCall::on_call_back(const Arrival& arrival) {
+  const Time now = arrival.now;
   const RunningCall running{activity_.id(), sequence_, activity_.server_boot()};
-  CallBackAnswer answer = answer_call_back(packet, running, identity_);
+  CallBackAnswer answer = answer_call_back(arrival.packet, running, identity_);
   // Counted apart, so that a flood of strangers' requests cannot crowd out our server's question.
   if (!(answer.known ? call_backs_ : strangers_).allow(now))
     return;
-  send_control({answer.header, source, std::move(answer.body)});
+  send(answer.header, arrival.source, std::move(answer.body));
   if (!answer.known)
     return;
   received_ = entered_ = true;
@@ -341,42 +319,44 @@ void ClientCall::on_call_back(const Packet& packet, const SocketAddress& source,
     start_asking(now);
 }
 
-void ClientCall::on_response(const Packet& packet, Time now) {
+void ClientCall::on_response(const Arrival& arrival) {
+  const Time now = arrival.now;
   acknowledged_ = entered_ = true;
   sender_.acknowledge_all();
-  const bool fragmented = (packet.header.flags1 & kFlagFragment) != 0;
-  const FragmentJoiner::Result result = joiner_.accept(packet, now);
+  const bool fragmented = (arrival.header().flags1 & kFlagFragment) != 0;
+  const FragmentJoiner::Result result = joiner_.accept(arrival.packet, now);
   // A server that can send nothing but what is here already must not hold the call for ever.
   if (result == FragmentJoiner::Result::accepted)
     sign_of_life(now);
   if (joiner_.fack_due())
     send_response_fack();
   if (result == FragmentJoiner::Result::complete) {
-    representation_ = packet.header.representation;
+    representation_ = arrival.header().representation;
     if (fragmented || !request_.operation->idempotent)
       activity_.owe_ack(header(PacketType::ack), peer_);
     end(0, FailureKind::communication);
   } else if (result == FragmentJoiner::Result::too_long) {
     // The ack makes the server drop the rest; a cancel would come too late for the operation.
-    send_control({header(PacketType::ack), peer_, {}});
+    send(header(PacketType::ack), peer_);
     end(RPC_X_BAD_STUB_DATA, FailureKind::local);
   } else if (!joiner_.receiving()) {
     start_waiting(now);
   }
 }
 
-void ClientCall::on_working(Time now) {
+void ClientCall::on_working(const Arrival& arrival) {
   acknowledged_ = entered_ = true;
   // A server may forget an idempotent request that it runs and ask for it again.
   if (!request_.operation->idempotent)
     sender_.acknowledge_all();
-  sign_of_life(now);
-  start_waiting(now);
+  sign_of_life(arrival.now);
+  start_waiting(arrival.now);
 }
 
-void ClientCall::on_nocall(const Packet& packet, Time now) {
-  const auto fack = decode_fack(packet.body, packet.header.representation.little_endian);
-  if (fack && sender_.acknowledge(packet.header.fragment, fack, now))
+void ClientCall::on_nocall(const Arrival& arrival) {
+  const Time now = arrival.now;
+  const auto fack = decode_fack(arrival.packet.body, arrival.little_endian());
+  if (fack && sender_.acknowledge(arrival.header().fragment, fack, now))
     sign_of_life(now);
   // The first of a row counts as a sign of life, the others do not; waiting without limit is for
   // servers that work, not for one that does not know the call.
@@ -400,25 +380,26 @@ void ClientCall::on_nocall(const Packet& packet, Time now) {
   plan_next_try(wait_, now);
 }
 
-void ClientCall::on_fack(const Packet& packet, Time now) {
+void ClientCall::on_fack(const Arrival& arrival) {
+  const Time now = arrival.now;
   sign_of_life(now);
-  const auto fack = decode_fack(packet.body, packet.header.representation.little_endian);
-  if (sender_.acknowledge(packet.header.fragment, fack, now) && sender_.all_sent() && !working_)
+  const auto fack = decode_fack(arrival.packet.body, arrival.little_endian());
+  if (sender_.acknowledge(arrival.header().fragment, fack, now) && sender_.all_sent() && !working_)
     start_asking(now);
 }
 
-void ClientCall::on_fault(const Packet& packet) {
-  const auto number = decode_status_body(packet.body, packet.header.representation.little_endian);
+void ClientCall::on_fault(const Arrival& arrival) {
+  const auto number = decode_status_body(arrival.packet.body, arrival.little_endian());
   if (!request_.operation->idempotent)
     activity_.owe_ack(header(PacketType::ack), peer_);
   end(from_fault(number.value_or(nca::kUnspecifiedFault)), FailureKind::fault);
 }
 
-void ClientCall::on_reject(const Packet& packet, Time now) {
-  const auto number = decode_status_body(packet.body, packet.header.representation.little_endian)
+void ClientCall::on_reject(const Arrival& arrival) {
+  const auto number = decode_status_body(arrival.packet.body, arrival.little_endian())
                           .value_or(nca::kUnspecifiedReject);
   if (number == nca::kWrongBootTime)
-    on_restarted_server(from_reject(number), now);
+    on_restarted_server(from_reject(number), arrival.now);
   else
     end(from_reject(number), FailureKind::communication);
 }
@@ -443,7 +424,7 @@ void ClientCall::unreachable(std::span<const std::byte> quoted, const SocketAddr
 
 void ClientCall::give_up() {
   PacketHeader cancel = header(PacketType::cancel);
-  send_control({cancel, peer_, encode_cancel_body(kCancelId, cancel.representation.little_endian)});
+  send(cancel, peer_, encode_cancel_body(kCancelId, cancel.representation.little_endian));
   end(received_ ? RPC_S_CALL_FAILED : RPC_S_SERVER_UNAVAILABLE, FailureKind::communication);
 }
 

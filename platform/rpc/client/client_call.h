@@ -24,6 +24,7 @@
 #include "platform/rpc/exception.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/stub/interface.h"
+#include "platform/rpc/wire/datagram.h"
 #include "platform/rpc/wire/fragments.h"
 #include "platform/rpc/wire/pdu.h"
 #include "platform/rpc/wire/time_constants.h"
@@ -61,8 +62,8 @@ class ClientCall {
   void on_time(Time now);
 
   // The next datagram to send, or nothing. To be called until it gives nothing, after every input
-  // and after the call is done as well. The body is valid until the next call of any member.
-  std::optional<OutgoingPacket> next_packet(Time now);
+  // and after the call is done as well.
+  std::optional<OutgoingDatagram> next_datagram(Time now);
 
   // When on_time is to be called at the latest. Nothing when the call is done, or when only a
   // packet can move it.
@@ -82,11 +83,9 @@ class ClientCall {
   const SocketAddress& peer() const { return peer_; }
 
  private:
-  struct Control {
-    PacketHeader header;
-    SocketAddress to;
-    std::vector<std::byte> body;
-  };
+  // What becomes of a packet of this call, by its type.
+  using Handler = void (ClientCall::*)(const Arrival& arrival);
+  static const Handler kHandlers[];
 
   void begin(Time now, std::vector<std::byte> buffer);
   PacketHeader header(PacketType type) const;
@@ -97,13 +96,13 @@ class ClientCall {
   void on_restarted_server(std::uint32_t status_if_not_run, Time now);
   void learn(const PacketHeader& header);
   void sign_of_life(Time now);
-  void on_call_back(const Packet& packet, const SocketAddress& source, Time now);
-  void on_response(const Packet& packet, Time now);
-  void on_working(Time now);
-  void on_nocall(const Packet& packet, Time now);
-  void on_fack(const Packet& packet, Time now);
-  void on_fault(const Packet& packet);
-  void on_reject(const Packet& packet, Time now);
+  void on_call_back(const Arrival& arrival);
+  void on_response(const Arrival& arrival);
+  void on_fault(const Arrival& arrival);
+  void on_working(const Arrival& arrival);
+  void on_nocall(const Arrival& arrival);
+  void on_reject(const Arrival& arrival);
+  void on_fack(const Arrival& arrival);
   void begin_again(Time now);
 
   void ask_again(Time now);
@@ -115,7 +114,7 @@ class ClientCall {
 
   void send_ping();
   void send_response_fack();
-  void send_control(Control control);
+  void send(PacketHeader header, const SocketAddress& to, std::vector<std::byte> body = {});
   void give_up();
   void end(std::uint32_t status, FailureKind kind);
   bool may_have_run() const;
@@ -131,9 +130,7 @@ class ClientCall {
   SocketAddress peer_;
   FragmentSender sender_;
   FragmentJoiner joiner_;
-  std::vector<Control> controls_;  // those before next_control_ were taken
-  std::size_t next_control_ = 0;
-  std::vector<std::byte> control_body_;  // of the packet handed out last
+  Outbox outbox_;  // of everything but the request
 
   // --- What the server has shown of this call.
   bool received_ = false;      // a valid packet of the call

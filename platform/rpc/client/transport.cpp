@@ -105,7 +105,7 @@ void Transport::run(ClientCall& call, ReceiveBuffers& buffers) {
 
 void Transport::flush(ClientCall& call) {
   const Time now = Clock::now();
-  while (const auto packet = call.next_packet(now)) {
+  while (const auto packet = call.next_datagram(now)) {
     int error = send_once(*packet);
     if (error == 0)
       continue;
@@ -127,14 +127,14 @@ void Transport::undelivered(ClientCall& call, int reason, std::span<const std::b
   call.unreachable(quoted, destination, Clock::now());
 }
 
-void Transport::send(const OutgoingPacket& packet) {
+void Transport::send(const OutgoingDatagram& packet) {
   if (send_once(packet) == 0)
     return;
   read_errors(nullptr);
   send_once(packet);
 }
 
-int Transport::send_once(const OutgoingPacket& packet) {
+int Transport::send_once(const OutgoingDatagram& packet) {
   sockaddr_in to = to_sockaddr(packet.to);
   std::array<iovec, 2> parts = {
       iovec{const_cast<std::byte*>(packet.header.data()), packet.header.size()},

@@ -52,12 +52,12 @@ class Transport {
   // none did.
   int undelivered_reason() const { return undelivered_reason_; }
   // Sends one packet and forgets it.
-  void send(const OutgoingPacket& packet);
+  void send(const OutgoingDatagram& packet);
 
  private:
   void flush(ClientCall& call);
   void receive(ClientCall& call, ReceiveBuffers& buffers, Duration longest);
-  int send_once(const OutgoingPacket& packet);
+  int send_once(const OutgoingDatagram& packet);
   void read_errors(ClientCall* call);
   bool read_error(ClientCall* call);
   void wait_at_most(Duration longest);

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The activity table and the packets that come in. What a call does with them is in
+// The packets that come in, and those that go out. What a call does with them is in
 // server_core_call.cpp.
 
 #include "platform/rpc/server/server_core.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
-#include "platform/rpc/server/server_core_activity.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
@@ -21,118 +19,122 @@ std::int32_t ahead(std::uint32_t a, std::uint32_t b) {
 
 }  // namespace
 
-// Activities are random; mixing both halves keeps it so for those that differ in one half only.
-std::size_t ServerCore::UuidHash::operator()(const uuid_t& uuid) const noexcept {
-  std::uint64_t halves[2];
-  std::memcpy(halves, &uuid, sizeof halves);
-  return (halves[0] ^ (halves[1] << 1)) * 0x9E3779B97F4A7C15U;
-}
-
 ServerCore::ServerCore(const CoreOptions& options, std::vector<Interface*> interfaces)
     : options_(options),
       interfaces_(std::move(interfaces)),
+      activities_({options.max_activities, options.max_bytes, options.client_silence}),
       next_activity_hint_(options.first_activity_hint) {}
 
-ServerCore::~ServerCore() = default;
+const ServerCore::PacketRule ServerCore::kPacketRules[] = {
+    {&ServerCore::on_request, false},
+    {&ServerCore::on_ping, false},
+    {},  // response: of call-backs only
+    {},  // fault
+    {},  // working
+    {},  // nocall
+    {},  // reject
+    {&ServerCore::on_ack, true},
+    {&ServerCore::on_cancel, true},
+    {&ServerCore::on_fack, true},
+    {},  // cancel_ack
+};
+
+// Whether the packet is meant for this server before or after its life.
+bool ServerCore::other_life(const PacketHeader& header) const {
+  return header.server_boot != 0 && header.server_boot != options_.boot_time;
+}
+
+bool ServerCore::of_current_call(const PacketHeader& header, const Activity* activity) const {
+  return activity != nullptr && activity->state != CallState::none &&
+         activity->request.sequence == header.sequence && !other_life(header);
+}
 
 void ServerCore::receive(std::span<const std::byte> datagram, const SocketAddress& source,
                          Time now) {
   ++statistics_.packets_received;
-  tick(now);
+  on_time(now);
   const std::optional<Packet> packet = decode_packet(datagram);
   if (!packet) {
     ++statistics_.packets_dropped;
     return;
   }
+  const Arrival arrival{*packet, source, now};
   const PacketHeader& header = packet->header;
-  const auto call_back = call_backs_.find(header.activity);
-  if (call_back != call_backs_.end()) {
-    Activity& activity = *call_back->second;
-    on_call_back_answer(*packet, activity, now);
-    reschedule(activity);
+  if (Activity* const asked = activities_.of_call_back(header.activity)) {
+    on_call_back_answer(arrival, *asked);
+    activities_.schedule(*asked);
     return;
   }
-  if (header.type == PacketType::request) {
-    on_request(*packet, source, now);
-    return;
-  }
-  if (header.type == PacketType::ping) {
-    on_ping(*packet, source, now);
-    return;
-  }
-
-  Activity* const activity = find_activity(header.activity);
-  if (activity == nullptr || activity->state == CallState::none ||
-      activity->request.sequence != header.sequence ||
-      (header.server_boot != 0 && header.server_boot != options_.boot_time)) {
+  const PacketRule& rule = kPacketRules[static_cast<std::size_t>(header.type)];
+  Activity* const activity = activities_.find(header.activity);
+  if (rule.handler == nullptr || (rule.of_known_call && !of_current_call(header, activity))) {
     ++statistics_.packets_dropped;
     return;
   }
-  activity->peer = source;
-  activity->last_heard = now;
-  if (header.type == PacketType::fack)
-    on_fack(*packet, *activity, now);
-  else if (header.type == PacketType::cancel)
-    on_cancel(*packet, *activity);
-  else if (header.type == PacketType::ack && activity->state == CallState::answering)
-    release_call(*activity);
-  else
-    ++statistics_.packets_dropped;
-  reschedule(*activity);
+  if (rule.of_known_call)
+    hear(*activity, arrival);
+  (this->*rule.handler)(arrival, activity);
+  if (rule.of_known_call)
+    activities_.schedule(*activity);
 }
 
-void ServerCore::on_request(const Packet& packet, const SocketAddress& source, Time now) {
-  const PacketHeader& header = packet.header;
-  const bool first = header.fragment == 0;
-  if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
-    if (first)
-      send_reject(header, source, nca::kWrongBootTime);
+void ServerCore::hear(Activity& activity, const Arrival& arrival) {
+  activity.peer = arrival.source;
+  activity.last_heard = arrival.now;
+}
+
+void ServerCore::on_request(const Arrival& arrival, Activity* activity) {
+  const PacketHeader& header = arrival.header();
+  if (other_life(header)) {
+    if (header.fragment == 0)
+      send_reject(header, arrival.source, nca::kWrongBootTime);
     return;
   }
-
-  Activity* activity = find_activity(header.activity);
   if (activity != nullptr && activity->state != CallState::none) {
     const std::int32_t newer = ahead(header.sequence, activity->request.sequence);
     if (newer < 0) {
       ++statistics_.packets_dropped;
       return;
     }
-    activity->peer = source;
-    activity->last_heard = now;
+    hear(*activity, arrival);
     if (newer == 0 && activity->state != CallState::unremembered) {
       if (activity->state == CallState::receiving)
-        take_request_packet(packet, *activity, now);
+        take_request_packet(arrival, *activity);
       else
-        on_repeated_request(*activity, now);
-      reschedule(*activity);
+        on_repeated_request(*activity, arrival.now);
+      activities_.schedule(*activity);
       return;
     }
     // A new call says that the last one's answer has arrived.
     release_call(*activity);
-    reschedule(*activity);
+    activities_.schedule(*activity);
   }
+  on_new_call(arrival, activity);
+}
 
+void ServerCore::on_new_call(const Arrival& arrival, Activity* activity) {
+  const PacketHeader& header = arrival.header();
+  const bool first = header.fragment == 0;
   Interface* const interface = find_interface(header);
   const OperationSpec* const operation =
       interface == nullptr ? nullptr : interface->operation(header.opnum);
   if (operation == nullptr) {
     if (first)
-      send_reject(header, source,
+      send_reject(header, arrival.source,
                   interface == nullptr ? nca::kUnknownInterface : nca::kOperationRange);
     return;
   }
   if (activity == nullptr)
-    activity = find_or_make_activity(header.activity, now);
+    activity = make_activity(header.activity, arrival.now);
   if (activity == nullptr) {
     if (first)
-      send_reject(header, source, nca::kServerTooBusy);
+      send_reject(header, arrival.source, nca::kServerTooBusy);
     return;
   }
-  activity->peer = source;
-  activity->last_heard = now;
+  hear(*activity, arrival);
   begin_call(*activity, header, *interface, *operation);
-  take_request_packet(packet, *activity, now);
-  reschedule(*activity);
+  take_request_packet(arrival, *activity);
+  activities_.schedule(*activity);
 }
 
 void ServerCore::on_repeated_request(Activity& activity, Time now) {
@@ -141,16 +143,15 @@ void ServerCore::on_repeated_request(Activity& activity, Time now) {
     answer_again(activity, now);
   else if ((activity.state == CallState::running || activity.state == CallState::calling_back) &&
            options_.working_on_repeat)
-    send_for(activity, PacketType::working, {});
+    send_for(activity, PacketType::working);
 }
 
-void ServerCore::on_ping(const Packet& packet, const SocketAddress& source, Time now) {
-  const PacketHeader& header = packet.header;
-  if (header.server_boot != 0 && header.server_boot != options_.boot_time) {
-    send_reject(header, source, nca::kWrongBootTime);
+void ServerCore::on_ping(const Arrival& arrival, Activity* activity) {
+  const PacketHeader& header = arrival.header();
+  if (other_life(header)) {
+    send_reject(header, arrival.source, nca::kWrongBootTime);
     return;
   }
-  Activity* const activity = find_activity(header.activity);
   const std::int32_t newer = activity == nullptr || activity->state == CallState::none
                                  ? 1
                                  : ahead(header.sequence, activity->request.sequence);
@@ -159,28 +160,26 @@ void ServerCore::on_ping(const Packet& packet, const SocketAddress& source, Time
     return;
   }
   if (newer > 0 || activity->state == CallState::unremembered) {
-    send(header_for(header, PacketType::nocall), {}, source);
+    send(header_for(header, PacketType::nocall), arrival.source);
     return;
   }
-  activity->peer = source;
-  activity->last_heard = now;
+  hear(*activity, arrival);
   switch (activity->state) {
     case CallState::receiving: {
       PacketHeader nocall = header_for(activity->request, PacketType::nocall);
       nocall.fragment = activity->joiner.fack_fragment();
       const bool tells = options_.nocall_with_fack && activity->joiner.receiving();
-      send(nocall,
+      send(nocall, arrival.source,
            tells ? encode_fack(activity->joiner.fack(), options_.little_endian)
-                 : std::vector<std::byte>(),
-           source);
+                 : std::vector<std::byte>());
       break;
     }
     case CallState::calling_back:
     case CallState::running:
-      send_for(*activity, PacketType::working, {});
+      send_for(*activity, PacketType::working);
       break;
     case CallState::answering:
-      answer_again(*activity, now);
+      answer_again(*activity, arrival.now);
       break;
     case CallState::none:
     case CallState::abandoned:
@@ -188,20 +187,28 @@ void ServerCore::on_ping(const Packet& packet, const SocketAddress& source, Time
     case CallState::unremembered:
       break;
   }
-  reschedule(*activity);
+  activities_.schedule(*activity);
+}
+
+void ServerCore::on_ack(const Arrival&, Activity* activity) {
+  if (activity->state == CallState::answering)
+    release_call(*activity);
+  else
+    ++statistics_.packets_dropped;
 }
 
 // Version 0, the cancel's number, and whether the call can still be cancelled (C706 12.5.3.2).
-void ServerCore::on_cancel(const Packet& packet, Activity& activity) {
-  const bool little = packet.header.representation.little_endian;
-  if (packet.body.size() < 8 || activity.state == CallState::abandoned) {
+void ServerCore::on_cancel(const Arrival& arrival, Activity* activity) {
+  const std::span<const std::byte> cancel = arrival.packet.body;
+  if (cancel.size() < 8 || activity->state == CallState::abandoned) {
     ++statistics_.packets_dropped;
     return;
   }
   std::vector<std::byte> body(9);
-  store32(body.data() + 4, load32(packet.body.data() + 4, little), options_.little_endian);
-  body[8] = static_cast<std::byte>(activity.state == CallState::running ? 1 : 0);
-  send_for(activity, PacketType::cancel_ack, body);
+  store32(body.data() + 4, load32(cancel.data() + 4, arrival.little_endian()),
+          options_.little_endian);
+  body[8] = static_cast<std::byte>(activity->state == CallState::running ? 1 : 0);
+  send_for(*activity, PacketType::cancel_ack, std::move(body));
 }
 
 // Same interface, same major version, a minor version that we have. A hint that names another of
@@ -220,126 +227,28 @@ Interface* ServerCore::find_interface(const PacketHeader& request) const {
   return found == interfaces_.end() ? nullptr : *found;
 }
 
-ServerCore::Activity* ServerCore::find_activity(const uuid_t& id) const {
-  const auto found = activities_.find(id);
-  return found == activities_.end() ? nullptr : found->second.get();
-}
-
-ServerCore::Activity* ServerCore::find_or_make_activity(const uuid_t& id, Time now) {
-  if (Activity* const found = find_activity(id))
-    return found;
-  if (!make_room(1, 0, nullptr))
+Activity* ServerCore::make_activity(const uuid_t& id, Time now) {
+  Activity* const activity = activities_.make(id, now);
+  if (activity == nullptr)
     return nullptr;
-  auto made = std::make_unique<Activity>();
-  Activity* const activity = made.get();
-  activity->id = id;
   activity->hint = next_activity_hint_++;
   if (next_activity_hint_ == kNoHint)
     next_activity_hint_ = options_.first_activity_hint;
   activity->known = options_.call_back == CallBack::none;
-  activity->last_heard = now;
-  activities_.emplace(id, std::move(made));
   return activity;
 }
 
-// Forgets activities until `activities` more of them and `bytes` more of bodies fit. Those that
-// nobody vouched for go first, so that a flood of invented ones cannot push out real clients; one
-// that runs a call or is being answered never goes, and `keep` neither.
-bool ServerCore::make_room(std::size_t activities, std::size_t bytes, const Activity* keep) {
-  if (bytes > options_.max_bytes || activities > options_.max_activities)
-    return false;
-  while (activities_.size() > options_.max_activities - activities ||
-         statistics_.bytes_held > options_.max_bytes - bytes) {
-    Activity* victim = nullptr;
-    for (const auto& [id, activity] : activities_) {
-      const bool unproven = !activity->known && activity->state == CallState::receiving;
-      if (activity.get() == keep || (!activity->idle() && !unproven) ||
-          (activities == 0 && activity->bytes == 0))
-        continue;
-      if (victim == nullptr || std::pair(activity->known, activity->last_heard) <
-                                   std::pair(victim->known, victim->last_heard))
-        victim = activity.get();
-    }
-    if (victim == nullptr)
-      return false;
-    forget(*victim);
+void ServerCore::on_time(Time now) {
+  while (Activity* const activity = activities_.next_due(now)) {
+    look_at(*activity, now);
+    activities_.schedule(*activity);
   }
-  return true;
-}
-
-void ServerCore::forget(Activity& activity) {
-  release_call(activity);
-  if (activity.has_run)
-    gone_.push_back(activity.id);
-  if (activity.due)
-    due_.erase({*activity.due, &activity});
-  activities_.erase(uuid_t(activity.id));
-}
-
-void ServerCore::tick(Time now) {
-  while (!due_.empty() && due_.begin()->first <= now) {
-    Activity& activity = *due_.begin()->second;
-    due_.erase(due_.begin());
-    activity.due.reset();
-    if (activity.idle() && activity.last_heard + options_.client_silence <= now) {
-      forget(activity);
-      continue;
-    }
-    on_time(activity, now);
-    reschedule(activity);
-  }
-}
-
-std::optional<Time> ServerCore::next_wake_up() const {
-  if (due_.empty())
-    return std::nullopt;
-  return due_.begin()->first;
-}
-
-// An entry that is too early only costs a look at the activity, so the list is not touched when the
-// time moves on.
-void ServerCore::reschedule(Activity& activity) {
-  std::optional<Time> due;
-  const auto earlier = [&due](const std::optional<Time>& time) {
-    if (time && (!due || *time < *due))
-      due = time;
-  };
-  if (activity.idle()) {
-    due = activity.last_heard + options_.client_silence;
-  } else {
-    earlier(activity.keep_until);
-    if (activity.state == CallState::receiving)
-      earlier(activity.joiner.wakeup());
-    if (activity.state == CallState::calling_back) {
-      earlier(activity.call_back_clock.next());
-      earlier(activity.call_back_deadline);
-    }
-    if (activity.state == CallState::answering) {
-      earlier(activity.answer_clock.next());
-      earlier(activity.sender.wakeup());
-    }
-  }
-  if (!due || (activity.due && *activity.due <= *due))
-    return;
-  if (activity.due)
-    due_.erase({*activity.due, &activity});
-  activity.due = due;
-  due_.emplace(*due, &activity);
-}
-
-std::vector<OutgoingDatagram> ServerCore::take_output() {
-  return std::exchange(output_, {});
-}
-std::vector<ReadyCall> ServerCore::take_calls() {
-  return std::exchange(calls_, {});
-}
-std::vector<uuid_t> ServerCore::take_gone_clients() {
-  return std::exchange(gone_, {});
 }
 
 ServerCore::Statistics ServerCore::statistics() const {
   Statistics result = statistics_;
   result.activities = activities_.size();
+  result.bytes_held = activities_.bytes_held();
   return result;
 }
 
@@ -354,7 +263,7 @@ PacketHeader ServerCore::header_for(const PacketHeader& request, PacketType type
   header.interface_version = request.interface_version;
   header.sequence = request.sequence;
   header.opnum = request.opnum;
-  if (const Activity* const activity = find_activity(request.activity))
+  if (const Activity* const activity = activities_.find(request.activity))
     header.activity_hint = activity->hint;
   const auto found =
       std::find_if(interfaces_.begin(), interfaces_.end(), [&request](const Interface* interface) {
@@ -366,25 +275,23 @@ PacketHeader ServerCore::header_for(const PacketHeader& request, PacketType type
   return header;
 }
 
-void ServerCore::send_for(Activity& activity, PacketType type, std::span<const std::byte> body) {
-  send(header_for(activity.request, type), body, activity.peer);
+void ServerCore::send_for(Activity& activity, PacketType type, std::vector<std::byte> body) {
+  send(header_for(activity.request, type), activity.peer, std::move(body));
 }
 
 // A reject of a call of which nothing is kept.
 void ServerCore::send_reject(const PacketHeader& request, const SocketAddress& destination,
                              std::uint32_t status) {
-  if ((request.flags1 & kFlagMaybe) != 0)
-    return;
-  send(header_for(request, PacketType::reject), encode_status_body(status, options_.little_endian),
-       destination);
+  if ((request.flags1 & kFlagMaybe) == 0)
+    send(header_for(request, PacketType::reject), destination,
+         encode_status_body(status, options_.little_endian));
 }
 
-void ServerCore::send(const PacketHeader& header, std::span<const std::byte> body,
-                      const SocketAddress& destination) {
+void ServerCore::send(PacketHeader header, const SocketAddress& destination,
+                      std::vector<std::byte> body) {
   ++statistics_.packets_sent;
-  PacketHeader numbered = header;
-  numbered.serial = serial_++;
-  output_.push_back({destination, false, encode_packet(numbered, body)});
+  header.serial = serial_++;
+  outbox_.put(destination, header, std::move(body));
 }
 
 }  // namespace rpc::server

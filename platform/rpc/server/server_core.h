@@ -13,28 +13,23 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/names/uuid.h"
+#include "platform/rpc/server/activity_table.h"
 #include "platform/rpc/server/exported_interface.h"
 #include "platform/rpc/stub/interface.h"
 #include "platform/rpc/wire/data_representation.h"
+#include "platform/rpc/wire/datagram.h"
 #include "platform/rpc/wire/pdu.h"
 #include "platform/rpc/wire/time_constants.h"
 
 namespace rpc::server {
-
-// What a server asks of a client whose activity it does not know, before it runs an operation that
-// is not idempotent (the conversation interface).
-enum class CallBack { none, who_are_you, who_are_you2 };
 
 struct CoreOptions {
   bool little_endian = true;    // byte order of everything that this server sends
@@ -62,9 +57,6 @@ struct CoreOptions {
   std::chrono::seconds client_silence{600};
 };
 
-// The core's own number of a call; never used again.
-using CallNumber = std::uint64_t;
-
 // A call whose request is complete and whose operation is to be run now.
 struct ReadyCall {
   CallNumber number = 0;
@@ -76,27 +68,22 @@ struct ReadyCall {
   bool reply_little_endian = true;
 };
 
-struct OutgoingDatagram {
-  SocketAddress destination;
-  bool call_back = false;  // a call-back; may leave from another port than the server's
-  std::vector<std::byte> bytes;
-};
-
 class ServerCore {
  public:
   // The interfaces are not owned and must outlive the core. Where two have the same identifier and
   // major version, the first is used.
   ServerCore(const CoreOptions& options, std::vector<Interface*> interfaces);
-  ~ServerCore();
   ServerCore(const ServerCore&) = delete;
   ServerCore& operator=(const ServerCore&) = delete;
 
   // A datagram that has come in. `now` never goes back between calls of the core.
   void receive(std::span<const std::byte> datagram, const SocketAddress& source, Time now);
   // Does what is due; harmless when nothing is.
-  void tick(Time now);
-  // When tick() must be called, unless something else happens first.
-  std::optional<Time> next_wake_up() const;
+  void on_time(Time now);
+  // When on_time() must be called, unless something else happens first.
+  std::optional<Time> wakeup() const { return activities_.wakeup(); }
+  // The next datagram to send, or nothing. To be called until it gives nothing, after every input.
+  std::optional<OutgoingDatagram> next_datagram() { return outbox_.next(); }
 
   // The end of a call that was handed out. A number that is not running (any more) is ignored, so a
   // late answer to a forgotten client does no harm.
@@ -105,10 +92,9 @@ class ServerCore {
   void abandon(CallNumber number);
 
   // What has come out since the last call of each; the caller owns it.
-  std::vector<OutgoingDatagram> take_output();
-  std::vector<ReadyCall> take_calls();
+  std::vector<ReadyCall> take_calls() { return std::exchange(calls_, {}); }
   // Activities that were forgotten after long silence, or to make room, after they had run a call.
-  std::vector<uuid_t> take_gone_clients();
+  std::vector<uuid_t> take_gone_clients() { return activities_.take_gone(); }
 
   struct Statistics {
     std::size_t activities = 0;
@@ -123,34 +109,39 @@ class ServerCore {
   const CoreOptions& options() const { return options_; }
 
  private:
-  struct Activity;
-  struct UuidHash {
-    std::size_t operator()(const uuid_t& uuid) const noexcept;
+  // What becomes of a packet, by its type: who handles it, and whether it must belong to a call
+  // that is known, in the life of the server that the client means. `activity` is that of the
+  // packet, or null.
+  struct PacketRule {
+    void (ServerCore::*handler)(const Arrival& arrival, Activity* activity) = nullptr;
+    bool of_known_call = false;
   };
+  static const PacketRule kPacketRules[];
 
-  void on_request(const Packet& packet, const SocketAddress& source, Time now);
-  void on_ping(const Packet& packet, const SocketAddress& source, Time now);
-  void on_fack(const Packet& packet, Activity& activity, Time now);
-  void on_cancel(const Packet& packet, Activity& activity);
-  void on_call_back_answer(const Packet& packet, Activity& activity, Time now);
+  void on_request(const Arrival& arrival, Activity* activity);
+  void on_ping(const Arrival& arrival, Activity* activity);
+  void on_ack(const Arrival& arrival, Activity* activity);
+  void on_cancel(const Arrival& arrival, Activity* activity);
+  void on_fack(const Arrival& arrival, Activity* activity);
+  void on_call_back_answer(const Arrival& arrival, Activity& activity);
   void on_repeated_request(Activity& activity, Time now);
+  void on_new_call(const Arrival& arrival, Activity* activity);
 
+  static void hear(Activity& activity, const Arrival& arrival);
+  bool other_life(const PacketHeader& header) const;
+  bool of_current_call(const PacketHeader& header, const Activity* activity) const;
   Interface* find_interface(const PacketHeader& request) const;
-  Activity* find_activity(const uuid_t& id) const;
-  Activity* find_or_make_activity(const uuid_t& id, Time now);
-  bool make_room(std::size_t activities, std::size_t bytes, const Activity* keep);
-  void forget(Activity& activity);
-  void reschedule(Activity& activity);
+  Activity* make_activity(const uuid_t& id, Time now);
 
   void begin_call(Activity& activity, const PacketHeader& request, Interface& interface,
                   const OperationSpec& operation);
   void release_call(Activity& activity);
-  void take_request_packet(const Packet& packet, Activity& activity, Time now);
+  void take_request_packet(const Arrival& arrival, Activity& activity);
   void request_complete(Activity& activity, Time now);
   void hand_out(Activity& activity);
   void answer(Activity& activity, Outcome outcome, Time now);
   void answer_again(Activity& activity, Time now);
-  void on_time(Activity& activity, Time now);
+  void look_at(Activity& activity, Time now);
 
   void call_back(Activity& activity);
   void end_call_back(Activity& activity);
@@ -158,26 +149,22 @@ class ServerCore {
 
   void send_response_packets(Activity& activity, Time now);
   void send_request_fack(Activity& activity);
-  void send_for(Activity& activity, PacketType type, std::span<const std::byte> body);
+  void send_for(Activity& activity, PacketType type, std::vector<std::byte> body = {});
   void send_reject(const PacketHeader& request, const SocketAddress& destination,
                    std::uint32_t status);
-  void send(const PacketHeader& header, std::span<const std::byte> body,
-            const SocketAddress& destination);
+  void send(PacketHeader header, const SocketAddress& destination,
+            std::vector<std::byte> body = {});
   PacketHeader header_for(const PacketHeader& request, PacketType type) const;
 
   CoreOptions options_;
   std::vector<Interface*> interfaces_;
-  std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;
-  std::unordered_map<uuid_t, Activity*, UuidHash> call_backs_;
-  std::unordered_map<CallNumber, Activity*> running_;
-  std::set<std::pair<Time, Activity*>> due_;
+  ActivityTable activities_;
   CallNumber last_call_ = 0;
   std::uint32_t call_backs_begun_ = 0;
   std::uint16_t next_activity_hint_;
   std::uint16_t serial_ = 0;
-  std::vector<OutgoingDatagram> output_;
+  Outbox outbox_;
   std::vector<ReadyCall> calls_;
-  std::vector<uuid_t> gone_;
   Statistics statistics_;
 };
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/rpc/server/server_core.h"
-#include "platform/rpc/server/server_core_activity.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
@@ -50,9 +49,9 @@ void ServerCore::begin_call(Activity& activity, const PacketHeader& request, Int
 // Forgets everything of the call but that it was there.
 void ServerCore::release_call(Activity& activity) {
   if (activity.state == CallState::running || activity.state == CallState::abandoned)
-    running_.erase(activity.number);
+    activities_.end_call(activity);
   end_call_back(activity);
-  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+  activities_.release_bytes(activity);
   activity.joiner = FragmentJoiner();
   activity.in_parameters = {};
   activity.sender = FragmentSender();
@@ -63,13 +62,13 @@ void ServerCore::release_call(Activity& activity) {
     activity.state = CallState::finished;
 }
 
-void ServerCore::take_request_packet(const Packet& packet, Activity& activity, Time now) {
-  const std::size_t size = packet.body.size();
-  if (!make_room(0, size, &activity)) {
+void ServerCore::take_request_packet(const Arrival& arrival, Activity& activity) {
+  const std::size_t size = arrival.packet.body.size();
+  if (!activities_.make_room(size, activity)) {
     ++statistics_.packets_dropped;
     return;
   }
-  switch (activity.joiner.accept(packet, now)) {
+  switch (activity.joiner.accept(arrival.packet, arrival.now)) {
     case FragmentJoiner::Result::too_long:
       send_reject(activity.request, activity.peer, nca::kRemoteNoMemory);
       release_call(activity);
@@ -82,15 +81,14 @@ void ServerCore::take_request_packet(const Packet& packet, Activity& activity, T
       break;
     case FragmentJoiner::Result::accepted:
     case FragmentJoiner::Result::complete:
-      activity.bytes += size;
-      statistics_.bytes_held += size;
+      activities_.hold(activity, size);
       break;
   }
-  activity.keep_until = now + kPartKept;
+  activity.keep_until = arrival.now + kPartKept;
   if (activity.joiner.fack_due())
     send_request_fack(activity);
   if (activity.joiner.complete())
-    request_complete(activity, now);
+    request_complete(activity, arrival.now);
 }
 
 void ServerCore::request_complete(Activity& activity, Time now) {
@@ -102,9 +100,9 @@ void ServerCore::request_complete(Activity& activity, Time now) {
   }
   activity.state = CallState::calling_back;
   activity.call_back = options_.call_back;
-  activity.call_back_id = options_.call_back_activity;
-  activity.call_back_id.time_low += ++call_backs_begun_;
-  call_backs_[activity.call_back_id] = &activity;
+  uuid_t id = options_.call_back_activity;
+  id.time_low += ++call_backs_begun_;
+  activities_.begin_call_back(activity, id);
   activity.call_back_deadline = now + kCallBackLimit;
   activity.call_back_clock.start(now, kCallBackRepeat);
   call_back(activity);
@@ -114,7 +112,7 @@ void ServerCore::hand_out(Activity& activity) {
   activity.state = CallState::running;
   activity.has_run = true;
   activity.number = ++last_call_;
-  running_[activity.number] = &activity;
+  activities_.begin_call(activity);
   ++statistics_.calls_handed_out;
   calls_.push_back({activity.number, activity.interface, activity.operation,
                     CallInfo{activity.id, activity.request.object, dotted(activity.peer.host),
@@ -122,27 +120,26 @@ void ServerCore::hand_out(Activity& activity) {
                     std::move(activity.in_parameters), activity.request.representation,
                     options_.little_endian});
   activity.in_parameters = {};
-  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+  activities_.release_bytes(activity);
 }
 
 void ServerCore::complete(CallNumber number, Outcome outcome, Time now) {
-  const auto found = running_.find(number);
-  if (found == running_.end())
+  Activity* const activity = activities_.of_call(number);
+  if (activity == nullptr)
     return;
-  Activity& activity = *found->second;
-  running_.erase(found);
-  if (activity.state == CallState::abandoned)
+  activities_.end_call(*activity);
+  if (activity->state == CallState::abandoned)
     return;
-  answer(activity, std::move(outcome), now);
-  reschedule(activity);
+  answer(*activity, std::move(outcome), now);
+  activities_.schedule(*activity);
 }
 
 void ServerCore::abandon(CallNumber number) {
-  const auto found = running_.find(number);
-  if (found == running_.end())
+  Activity* const activity = activities_.of_call(number);
+  if (activity == nullptr)
     return;
-  found->second->state = CallState::abandoned;
-  reschedule(*found->second);
+  activity->state = CallState::abandoned;
+  activities_.schedule(*activity);
 }
 
 void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
@@ -150,7 +147,7 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
     activity.state = CallState::finished;
     return;
   }
-  if (!make_room(0, outcome.reply.size(), &activity))
+  if (!activities_.make_room(outcome.reply.size(), activity))
     outcome = Outcome::fault(nca::kRemoteNoMemory);
   const bool reply = outcome.kind == Outcome::Kind::reply;
   activity.answer_type =
@@ -170,8 +167,8 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
     activity.state = CallState::unremembered;
     return;
   }
-  activity.bytes = reply ? activity.answer.size() : 0;
-  statistics_.bytes_held += activity.bytes;
+  if (reply)
+    activities_.hold(activity, activity.answer.size());
   activity.keep_until = now + kAnswerRepeated;
   // What the client need not acknowledge is not repeated unasked.
   if (reply && activity.sender.single() && !activity.idempotent())
@@ -187,13 +184,15 @@ void ServerCore::answer_again(Activity& activity, Time now) {
   send_response_packets(activity, now);
 }
 
-void ServerCore::on_fack(const Packet& packet, Activity& activity, Time now) {
+void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
+  Activity& activity = *of_packet;
   if (activity.state != CallState::answering) {
     ++statistics_.packets_dropped;
     return;
   }
-  const bool little = packet.header.representation.little_endian;
-  activity.sender.acknowledge(packet.header.fragment, decode_fack(packet.body, little), now);
+  const Time now = arrival.now;
+  activity.sender.acknowledge(arrival.header().fragment,
+                              decode_fack(arrival.packet.body, arrival.little_endian()), now);
   if (activity.sender.complete()) {
     release_call(activity);
     return;
@@ -202,7 +201,7 @@ void ServerCore::on_fack(const Packet& packet, Activity& activity, Time now) {
   send_response_packets(activity, now);
 }
 
-void ServerCore::on_time(Activity& activity, Time now) {
+void ServerCore::look_at(Activity& activity, Time now) {
   if (activity.keep_until && *activity.keep_until <= now) {
     activity.keep_until.reset();
     if (activity.state == CallState::answering)
@@ -251,14 +250,14 @@ void ServerCore::send_response_packets(Activity& activity, Time now) {
     header.fragment = packet->fragment;
     header.serial = packet->serial;
     ++statistics_.packets_sent;
-    output_.push_back({activity.peer, false, encode_packet(header, packet->body)});
+    outbox_.put(activity.peer, header, {packet->body.begin(), packet->body.end()});
   }
 }
 
 void ServerCore::send_request_fack(Activity& activity) {
   PacketHeader header = header_for(activity.request, PacketType::fack);
   header.fragment = activity.joiner.fack_fragment();
-  send(header, encode_fack(activity.joiner.fack(), options_.little_endian), activity.peer);
+  send(header, activity.peer, encode_fack(activity.joiner.fack(), options_.little_endian));
 }
 
 // who_are_you and who_are_you2 take the same: the activity in question and our boot time.
@@ -276,11 +275,13 @@ void ServerCore::call_back(Activity& activity) {
   store_uuid(body.data(), activity.id, options_.little_endian);
   store32(body.data() + 16, options_.boot_time, options_.little_endian);
   ++statistics_.packets_sent;
-  output_.push_back({activity.peer, true, encode_packet(header, body)});
+  outbox_.put(activity.peer, header, std::move(body), true);
 }
 
-void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, Time now) {
-  const bool little = packet.header.representation.little_endian;
+void ServerCore::on_call_back_answer(const Arrival& arrival, Activity& activity) {
+  const Packet& packet = arrival.packet;
+  const Time now = arrival.now;
+  const bool little = arrival.little_endian();
   const bool second = activity.call_back == CallBack::who_are_you2;
   if (packet.header.type == PacketType::reject && second &&
       decode_status_body(packet.body, little) == nca::kOperationRange) {
@@ -318,7 +319,7 @@ void ServerCore::on_call_back_answer(const Packet& packet, Activity& activity, T
 
 void ServerCore::end_call_back(Activity& activity) {
   if (activity.call_back_deadline)
-    call_backs_.erase(activity.call_back_id);
+    activities_.end_call_back(activity);
   activity.call_back_deadline.reset();
   activity.call_back_clock.stop();
 }
@@ -327,7 +328,7 @@ void ServerCore::end_call_back(Activity& activity) {
 // was told "working" meanwhile must hear of it, so the reject is kept like an answer.
 void ServerCore::fail_call_back(Activity& activity, Time now) {
   end_call_back(activity);
-  statistics_.bytes_held -= std::exchange(activity.bytes, 0);
+  activities_.release_bytes(activity);
   activity.in_parameters = {};
   answer(activity, Outcome::reject(nca::kWhoAreYouFailed), now);
 }

@@ -89,19 +89,22 @@ class Batch {
   std::array<mmsghdr, kDatagramsPerTurn> messages_;
 };
 
-// At most kDatagramsPerTurn.
+// At most kDatagramsPerTurn. One that the system does not take is lost like one that the network
+// loses.
 void send_batch(int descriptor, std::span<OutgoingDatagram> batch) {
   std::array<sockaddr_in, kDatagramsPerTurn> destinations;
-  std::array<iovec, kDatagramsPerTurn> parts;
+  std::array<std::array<iovec, 2>, kDatagramsPerTurn> parts;
   std::array<mmsghdr, kDatagramsPerTurn> messages;
   for (std::size_t i = 0; i < batch.size(); ++i) {
-    destinations[i] = to_sockaddr(batch[i].destination);
-    parts[i] = {batch[i].bytes.data(), batch[i].bytes.size()};
+    const std::span<const std::byte> body = batch[i].body;
+    destinations[i] = to_sockaddr(batch[i].to);
+    parts[i] = {iovec{batch[i].header.data(), batch[i].header.size()},
+                iovec{const_cast<std::byte*>(body.data()), body.size()}};
     messages[i] = {};
     messages[i].msg_hdr.msg_name = &destinations[i];
     messages[i].msg_hdr.msg_namelen = sizeof destinations[i];
-    messages[i].msg_hdr.msg_iov = &parts[i];
-    messages[i].msg_hdr.msg_iovlen = 1;
+    messages[i].msg_hdr.msg_iov = parts[i].data();
+    messages[i].msg_hdr.msg_iovlen = body.empty() ? 1 : 2;
   }
   for (std::size_t sent = 0; sent < batch.size();) {
     const int count = sendmmsg(descriptor, messages.data() + sent,
@@ -159,8 +162,12 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   void start_call(ReadyCall call);
   void finish_call(const ReadyCall& call, const Verdict& verdict);
   static Outcome run(const ReadyCall& call, const Verdict& verdict);
-  void send(std::span<OutgoingDatagram> output);
+  bool flush();
+  void send_badly(const OutgoingDatagram& datagram);
   void transmit(std::span<OutgoingDatagram> output);
+  const Socket& socket_for(bool call_back) const {
+    return call_back && call_back_socket_ ? call_back_socket_ : socket_;
+  }
   void later(Time time, std::function<void()> action);
   void set_wake_up();
 
@@ -265,10 +272,8 @@ void ServerHost::UdpEndpoint::settle() {
   const std::weak_ptr<const int> life = life_;
   for (;;) {
     std::vector<ReadyCall> calls = core_->take_calls();
-    std::vector<OutgoingDatagram> output = core_->take_output();
-    if (calls.empty() && output.empty())
+    if (!flush() && calls.empty())
       break;
-    send(output);
     for (ReadyCall& call : calls) {
       if (!life.expired())
         start_call(std::move(call));
@@ -337,21 +342,34 @@ Outcome ServerHost::UdpEndpoint::run(const ReadyCall& call, const Verdict& verdi
                                   call.representation, call.reply_little_endian);
 }
 
-void ServerHost::UdpEndpoint::send(std::span<OutgoingDatagram> output) {
-  if (!send_faults_) {
+// Sends what the core has to send; false when that is nothing.
+bool ServerHost::UdpEndpoint::flush() {
+  std::vector<OutgoingDatagram> output;
+  while (const auto datagram = core_->next_datagram())
+    output.push_back(*datagram);
+  if (!send_faults_)
     transmit(output);
-    return;
-  }
-  for (const OutgoingDatagram& datagram : output) {
-    for (FaultInjector::Delivery& delivery : send_faults_->pass(datagram.bytes, Clock::now())) {
-      later(delivery.time, [this, one = std::vector<OutgoingDatagram>{
-                                      {datagram.destination, datagram.call_back,
-                                       std::move(delivery.bytes)}}]() mutable { transmit(one); });
-    }
+  else
+    std::for_each(output.begin(), output.end(), [this](const auto& each) { send_badly(each); });
+  return !output.empty();
+}
+
+// Through the bad network; what is left of the datagram may not even be a header.
+void ServerHost::UdpEndpoint::send_badly(const OutgoingDatagram& datagram) {
+  for (FaultInjector::Delivery& delivery : send_faults_->pass(datagram.bytes(), Clock::now())) {
+    later(delivery.time, [this, to = datagram.to, call_back = datagram.call_back,
+                          bytes = std::move(delivery.bytes)] {
+      if (!socket_)
+        return;
+      const sockaddr_in address = to_sockaddr(to);
+      sendto(socket_for(call_back).get(), bytes.data(), bytes.size(), MSG_NOSIGNAL,
+             reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      if (options_.on_datagram)
+        options_.on_datagram(Direction::sent, to, bytes);
+    });
   }
 }
 
-// A datagram that the system does not take is lost like one that the network loses.
 void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
   while (!output.empty() && socket_) {
     const bool call_back = output.front().call_back;
@@ -360,10 +378,10 @@ void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
     });
     const auto batch =
         output.first(std::min(static_cast<std::size_t>(same - output.begin()), kDatagramsPerTurn));
-    send_batch(call_back && call_back_socket_ ? call_back_socket_.get() : socket_.get(), batch);
+    send_batch(socket_for(call_back).get(), batch);
     if (options_.on_datagram) {
       for (const OutgoingDatagram& datagram : batch)
-        options_.on_datagram(Direction::sent, datagram.destination, datagram.bytes);
+        options_.on_datagram(Direction::sent, datagram.to, datagram.bytes());
     }
     output = output.subspan(batch.size());
   }
@@ -383,14 +401,14 @@ void ServerHost::UdpEndpoint::later(Time time, std::function<void()> action) {
 
 // A timer that fires too early does no harm, so one is only replaced by an earlier one.
 void ServerHost::UdpEndpoint::set_wake_up() {
-  const std::optional<Time> due = core_->next_wake_up();
+  const std::optional<Time> due = core_->wakeup();
   if (!due || (wake_timer_ != 0 && wake_time_ <= *due))
     return;
   loop_.cancel(wake_timer_);
   wake_time_ = *due;
   wake_timer_ = loop_.at(*due, [this] {
     wake_timer_ = 0;
-    core_->tick(Clock::now());
+    core_->on_time(Clock::now());
     settle();
   });
 }

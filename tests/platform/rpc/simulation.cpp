@@ -111,7 +111,7 @@ void World::settle() {
   const Time begun = now_;
   packets_of_call_ = 0;
   while (tally_.broken.empty() && (!events_.empty() || core_->statistics().bytes_held > 0)) {
-    if (events_.empty() && !core_->next_wake_up())
+    if (events_.empty() && !core_->wakeup())
       return fail("the server holds bodies and no clock runs");
     step(std::nullopt);
     if (now_ - begun > setting_.longest_operation + setting_.server.client_silence + seconds(100) ||
@@ -159,7 +159,7 @@ void World::one_call() {
   const Duration slack = repeat + repeat * kSpreadPercent / 100;
   while (!call.done() && tally_.broken.empty()) {
     const std::optional<Time> wake_up = call.wakeup();
-    if (!wake_up && events_.empty() && !core_->next_wake_up())
+    if (!wake_up && events_.empty() && !core_->wakeup())
       fail("nothing can move the call any more");
     else
       step(wake_up);
@@ -196,7 +196,7 @@ void World::step(std::optional<Time> client_wake_up) {
   };
   if (!events_.empty())
     earlier(events_.top().time);
-  earlier(core_->next_wake_up());
+  earlier(core_->wakeup());
   if (!next)
     return;
   now_ = std::max(now_, *next);
@@ -205,7 +205,7 @@ void World::step(std::optional<Time> client_wake_up) {
     events_.pop();
     happen(event);
   }
-  core_->tick(now_);
+  core_->on_time(now_);
   if (call_ != nullptr)
     call_->on_time(now_);
   pump();
@@ -248,24 +248,24 @@ void World::pump() {
   for (;;) {
     bool moved = false;
     if (call_ != nullptr) {
-      while (const auto packet = call_->next_packet(now_)) {
+      while (const auto sent = call_->next_datagram(now_)) {
         moved = true;
-        std::vector<std::byte> datagram(packet->header.begin(), packet->header.end());
-        datagram.insert(datagram.end(), packet->body.begin(), packet->body.end());
+        const auto datagram = sent->bytes();
         note_sent(datagram, true);
         pass_on(To::server, datagram, kClient);
         if (packets_of_call_ > 10'000'000)
           return fail("packets without end");
       }
     }
-    for (const server::OutgoingDatagram& sent : core_->take_output()) {
+    while (const auto sent = core_->next_datagram()) {
       moved = true;
-      note_sent(sent.bytes, false);
-      if (sent.call_back && random_.chance(setting_.call_back_loss))
+      const auto datagram = sent->bytes();
+      note_sent(datagram, false);
+      if (sent->call_back && random_.chance(setting_.call_back_loss))
         continue;
-      pass_on(To::client, sent.bytes,
-              sent.call_back ? kCallBackPort
-                             : (setting_.answers_from_elsewhere ? kServerElsewhere : kServer));
+      pass_on(To::client, datagram,
+              sent->call_back ? kCallBackPort
+                              : (setting_.answers_from_elsewhere ? kServerElsewhere : kServer));
     }
     for (server::ReadyCall& ready : core_->take_calls()) {
       moved = true;

@@ -73,12 +73,11 @@ class ClientCallTest : public testing::Test {
   // What the call wants to send now.
   std::vector<Sent> sent() {
     std::vector<Sent> result;
-    while (const auto packet = call_->next_packet(now_)) {
-      Bytes datagram(packet->header.begin(), packet->header.end());
-      datagram.insert(datagram.end(), packet->body.begin(), packet->body.end());
-      const auto decoded = decode_packet(datagram);
+    while (const auto datagram = call_->next_datagram(now_)) {
+      const Bytes bytes = datagram->bytes();
+      const auto decoded = decode_packet(bytes);
       EXPECT_TRUE(decoded);
-      result.push_back({now_ - began_, packet->to, decoded->header,
+      result.push_back({now_ - began_, datagram->to, decoded->header,
                         Bytes(decoded->body.begin(), decoded->body.end())});
     }
     return result;
@@ -235,7 +234,7 @@ TEST_F(ClientCallTest, EveryLevelEndsAfterItsSilence) {
     expect_end(1722);
     ASSERT_EQ(names(last), "cancel") << level;
     EXPECT_EQ(last[0].body, encode_cancel_body(1, true));
-    EXPECT_FALSE(call_->next_packet(now_));
+    EXPECT_FALSE(call_->next_datagram(now_));
   }
   begin(kOnce, 10);
   EXPECT_LT(pass(24h).size(), 11'000U);

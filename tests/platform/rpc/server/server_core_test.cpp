@@ -82,9 +82,9 @@ class Server {
   std::vector<Sent> after(Duration duration) {
     const Time end = now + duration;
     std::vector<Sent> all;
-    while (core.next_wake_up() && *core.next_wake_up() <= end) {
-      now = std::max(now, *core.next_wake_up());
-      core.tick(now);
+    while (core.wakeup() && *core.wakeup() <= end) {
+      now = std::max(now, *core.wakeup());
+      core.on_time(now);
       for (Sent& sent : out())
         all.push_back(std::move(sent));
     }
@@ -93,16 +93,17 @@ class Server {
   }
   std::vector<Sent> out() {
     std::vector<Sent> result;
-    for (const OutgoingDatagram& datagram : core.take_output()) {
-      const auto packet = decode_packet(datagram.bytes);
+    while (const auto datagram = core.next_datagram()) {
+      const auto bytes = datagram->bytes();
+      const auto packet = decode_packet(bytes);
       if (!packet) {
         ADD_FAILURE() << "the server sent something that is no packet";
         continue;
       }
       result.push_back({packet->header,
                         {packet->body.begin(), packet->body.end()},
-                        datagram.destination,
-                        datagram.call_back});
+                        datagram->to,
+                        datagram->call_back});
     }
     return result;
   }
@@ -564,7 +565,7 @@ TEST(ServerCoreTest, ForgetsASilentClientAndTellsItsOwner) {
   server.after(seconds(2));
   EXPECT_EQ(server.core.take_gone_clients(), (std::vector<uuid_t>{kActivity}));
   EXPECT_EQ(server.core.statistics().activities, 0u);
-  EXPECT_EQ(server.core.next_wake_up(), std::nullopt);
+  EXPECT_EQ(server.core.wakeup(), std::nullopt);
 }
 
 TEST(ServerCoreTest, MakesRoomForNewClientsButNeverDropsABusyOne) {
