@@ -8,14 +8,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <fstream>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/measure.h"
 #include "source/domain/ZTdataTable.h"
 #include "source/domain/ZTrepServerInfoObj.h"
 #include "tests/endtoend/harness.h"
@@ -25,32 +24,26 @@ namespace {
 
 using endtoend::Agent;
 using endtoend::Result;
-using Clock = std::chrono::steady_clock;
+using endtoend::SourceText;
 
-double milliseconds(Clock::duration duration) {
-  return std::chrono::duration<double, std::milli>(duration).count();
+double kilobytes(long count) {
+  return static_cast<double>(count) * 1024;
 }
 
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                   values.end());
-  return values[values.size() / 2];
-}
-
-// Wall time of a program in milliseconds, without the harness's own polling.
-double wall_of(const std::string& program, const std::vector<std::string>& arguments) {
-  return endtoend::run(program, arguments).seconds * 1000;
-}
-
-// Runs both in turn, so that a change of the machine's speed meets both.
-std::pair<double, double> medians(int rounds, const std::function<double()>& a,
-                                  const std::function<double()>& b) {
-  std::vector<double> of_a, of_b;
-  for (int i = 0; i < rounds; ++i) {
-    of_a.push_back(a());
-    of_b.push_back(b());
+// The median wall time of so many runs of a program, in seconds.
+double wall_of(int runs, const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<double> times;
+  for (int run = 0; run < runs; ++run) {
+    const Result result = endtoend::run(program, arguments);
+    bench::require(result.status == 0 || arguments == std::vector<std::string>{"-unknown"},
+                   program + " failed: " + result.err);
+    times.push_back(result.seconds);
   }
-  return {median(of_a), median(of_b)};
+  return bench::median(times);
+}
+
+double empty_program(int runs) {
+  return wall_of(runs, "empty_program", {});
 }
 
 // The median time of one UDP exchange of 100 bytes over loopback with another thread.
@@ -78,24 +71,26 @@ double bare_round_trip() {
   std::vector<double> times;
   char buffer[100] = {};
   for (int i = 0; i < kRounds; ++i) {
-    const auto begin = Clock::now();
-    ::sendto(client, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&address),
-             sizeof address);
-    ::recv(client, buffer, sizeof buffer, 0);
-    times.push_back(milliseconds(Clock::now() - begin));
+    times.push_back(bench::seconds_of([&] {
+      ::sendto(client, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&address),
+               sizeof address);
+      ::recv(client, buffer, sizeof buffer, 0);
+    }));
   }
   echo.join();
   ::close(client);
   ::close(server);
-  return median(times);
+  return bench::median(times);
 }
 
 void usage() {
-  const auto [ours, empty] = medians(
-      200, [] { return wall_of("ztcomm", {"-unknown"}); },
-      [] { return wall_of("empty_program", {}); });
-  std::printf("usage                   %8.2f ms   empty program %8.2f ms   difference %.2f ms\n",
-              ours, empty, ours - empty);
+  bench::report({.what = "`ztcomm` with its usage",
+                 .ours = [] { return wall_of(100, "ztcomm", {"-unknown"}); },
+                 .against = "an empty program",
+                 .baseline = [] { return empty_program(100); },
+                 .unit = bench::kMilliseconds,
+                 .goal = "2 or less",
+                 .compared = bench::Compared::difference});
 }
 
 // Exchanges of a default check with three servers: two broker negotiations and a probe, each with
@@ -104,24 +99,23 @@ void usage() {
 constexpr int kExchanges = 3 + 2 + 2 + 4 * 3;
 
 void default_check() {
-  const Agent agent(endtoend::SourceText("ONE").text() + endtoend::SourceText("TWO").text() +
-                    endtoend::SourceText("THREE").text() +
-                    endtoend::system_alpha({"ONE", "TWO", "THREE"}));
-  long peak = 0;
-  const auto [ours, empty] = medians(
-      50,
-      [&peak] {
-        const Result result = endtoend::ztcomm({"-s", "alpha"});
-        if (result.status != 0 || !result.err.empty())
-          std::printf("default check failed: %s\n", result.err.c_str());
-        peak = std::max(peak, result.peak_kilobytes);
-        return result.seconds * 1000;
-      },
-      [] { return wall_of("empty_program", {}); });
-  const double bare = kExchanges * bare_round_trip();
-  std::printf("default check           %8.2f ms   bare exchanges %7.2f ms   over them %.2f ms\n",
-              ours, bare, ours - empty - bare);
-  std::printf("default check, memory   %8.1f MiB\n", static_cast<double>(peak) / 1024);
+  const Agent agent(SourceText("ONE").text() + SourceText("TWO").text() +
+                    SourceText("THREE").text() + endtoend::system_alpha({"ONE", "TWO", "THREE"}));
+  bench::report({.what = "default check with three servers",
+                 .ours =
+                     [] {
+                       return wall_of(50, "ztcomm", {"-s", "alpha"});
+                     },
+                 .against = "an empty program and " + std::to_string(kExchanges) +
+                            " bare exchanges of 100 octets",
+                 .baseline = [] { return empty_program(50) + kExchanges * bare_round_trip(); },
+                 .unit = bench::kMilliseconds,
+                 .goal = "5 or less",
+                 .compared = bench::Compared::difference});
+  bench::report("default check, peak memory", bench::measure([] {
+                  return kilobytes(endtoend::ztcomm({"-s", "alpha"}).peak_kilobytes);
+                }),
+                bench::kMebibytes, "12 or less");
 }
 
 // --- Reading data, by the product's classes in this process.
@@ -129,8 +123,8 @@ void default_check() {
 constexpr SystemKey kAlpha = 0x0101007F;  // 127.0.1.1
 
 // A data source of such classes, with 300 rows each; every fourth metric is a text.
-endtoend::SourceText source_of(int classes, int metrics) {
-  endtoend::SourceText source("DATA");
+SourceText source_of(int classes, int metrics) {
+  SourceText source("DATA");
   source.with_class("CLASS", "rows = 300\ninterval = 60\ncount = " + std::to_string(classes));
   for (int i = 1; i <= metrics; ++i) {
     source.metric("METRIC_" + std::to_string(i),
@@ -141,17 +135,16 @@ endtoend::SourceText source_of(int classes, int metrics) {
   return source;
 }
 
-double processor_milliseconds() {
+double processor_seconds() {
   timespec time{};
   ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 // One query of 256 rows by 16 metrics, from the connection to the table.
 void query() {
   zt_RepServerInfo_class client(kAlpha, "alpha");
-  if (client.ConnectToServer("DATA") == 0)
-    std::printf("the query's connection failed\n");
+  bench::require(client.ConnectToServer("DATA") != 0, "the query's connection failed");
   std::vector<std::uint32_t> ids;
   std::vector<const rep_sMetricDescriptor*> columns;
   for (int i = 0; i < client.ReturnNumMetrics(0); ++i) {
@@ -162,98 +155,149 @@ void query() {
   client.SetPosition(0, 0);
   client.ReadData();
   const auto table = format_data_table(client, columns);
-  if (!table || client.ReturnRowCount() != 256 || ids.size() != 16)
-    std::printf("the query failed\n");
+  bench::require(table && client.ReturnRowCount() == 256 && ids.size() == 16, "the query failed");
   client.DisconnectFromClass();
 }
 
-void queries_over(const char* road, const std::string& network) {
+void queries_over(const std::string& road, const std::string& network, const std::string& goal) {
   const Agent agent(source_of(1, 16).text() + endtoend::system_alpha({"DATA"}, network));
-  std::vector<double> wall, busy;
-  for (int i = 0; i < 50; ++i) {
-    const auto begin = Clock::now();
-    const double before = processor_milliseconds();
-    query();
-    busy.push_back(processor_milliseconds() - before);
-    wall.push_back(milliseconds(Clock::now() - begin));
-  }
-  const double all = median(wall);
-  const double own = median(busy);
-  std::printf("query of 256 x 16, %-12s %6.2f ms   own processor time %.2f ms   waiting %.0f %%\n",
-              road, all, own, 100 * (all - own) / all);
+  std::vector<double> wall, waiting;
+  const auto round = [&] {
+    std::vector<double> times, shares;
+    for (int i = 0; i < 10; ++i) {
+      const double before = processor_seconds();
+      times.push_back(bench::seconds_of(query));
+      shares.push_back(100 * (1 - (processor_seconds() - before) / times.back()));
+    }
+    wall.push_back(bench::median(times));
+    return bench::median(shares);
+  };
+  const bench::Figure share = bench::measure(round);
+  wall.erase(wall.begin());  // the round that warms
+  bench::report("query of 256 rows by 16 metrics over " + road, bench::figure_of(wall),
+                bench::kMilliseconds, "");
+  bench::report("its share of waiting", share, {"%", 1, 0}, goal);
 }
 
 void data_query() {
-  queries_over("loopback", "");
-  queries_over("5 ms network", "network = {outgoing = {delay_ms = 5}}\n");
+  queries_over("loopback", "", "");
+  queries_over("a network of 5 ms", "network = {outgoing = {delay_ms = 5}}\n", "90 or more");
+}
+
+// --- How it grows.
+
+// Processor time of this process for each class of a connection to a catalogue of so many.
+double per_class(int classes) {
+  const Agent agent(source_of(classes, 500).text() + endtoend::system_alpha({"DATA"}));
+  zt_RepServerInfo_class client(kAlpha, "alpha");
+  const double before = processor_seconds();
+  bench::require(client.ConnectToServer("DATA") != 0 && client.ReturnNumClasses() == classes,
+                 "the catalogue failed");
+  return (processor_seconds() - before) / classes;
 }
 
 void large_catalogue() {
-  double each[2];
-  const int classes[] = {25, 251};
-  for (int i = 0; i < 2; ++i) {
-    const Agent agent(source_of(classes[i], 500).text() + endtoend::system_alpha({"DATA"}));
-    zt_RepServerInfo_class client(kAlpha, "alpha");
-    const double before = processor_milliseconds();
-    if (client.ConnectToServer("DATA") == 0 || client.ReturnNumClasses() != classes[i])
-      std::printf("the catalogue failed\n");
-    each[i] = (processor_milliseconds() - before) / classes[i];
-  }
-  std::printf("catalogue, 500 metrics a class: %.2f ms a class of 251, %.2f of 25   ratio %.2f\n",
-              each[1], each[0], each[1] / each[0]);
+  bench::report({.what = "a class of 500 metrics in a catalogue of 251 classes",
+                 .ours = [] { return per_class(251); },
+                 .against = "in one of 25",
+                 .baseline = [] { return per_class(25); },
+                 .unit = bench::kMilliseconds,
+                 .goal = "about 1"});
 }
 
-void many_systems() {
-  std::string scenario = R"(
+// Points of wall time and peak memory of a program over a number of things.
+void points(const std::string& series, int x, const std::function<Result()>& work) {
+  std::vector<double> memory;
+  const bench::Figure time = bench::measure([&] {
+    const Result result = work();
+    memory.push_back(kilobytes(result.peak_kilobytes));
+    return result.seconds;
+  });
+  bench::report_point(series + ", time", x, time, bench::kMilliseconds);
+  bench::report_point(series + ", memory", x, bench::figure_of(memory), bench::kMebibytes);
+}
+
+void many_classes() {
+  for (const int classes : {1, 10, 50, 100, 250}) {
+    const Agent agent(source_of(classes, 100).text() + endtoend::system_alpha({"DATA"}));
+    points("data query by classes", classes, [] {
+      const Result result = endtoend::ztcomm({"-s", "alpha", "-ds", "DATA"});
+      bench::require(result.status == 0 && result.err.empty(), "the query failed: " + result.err);
+      return result;
+    });
+  }
+}
+
+// A database folder with so many systems, and the settings that name it.
+class Console {
+ public:
+  explicit Console(int systems) {
+    std::filesystem::create_directory(folder_.path() / "datafiles");
+    settings_ = folder_.write("zentrace.reg",
+                              "Windows Registry Editor Version 5.00\n\n"
+                              "[HKEY_LOCAL_MACHINE\\Software\\Moraine\\Zentrace Analyzer\\"
+                              "CurrentVersion]\n\"CommonDataPath\"=\"" +
+                                  folder_.path().string() + "\"\n");
+    std::vector<std::string> add{"add"};
+    for (int host = kFirstHost; host < kFirstHost + systems; ++host)
+      add.push_back("127.0." + std::to_string(host / 256) + "." + std::to_string(host % 256));
+    bench::require(endtoend::run("ztsys", add, {{"ZT_REGISTRY", settings_}}, 300).status == 0,
+                   "the systems were not added");
+  }
+
+  Result sweep() const {
+    const Result result = endtoend::ztcomm({"-zt"}, {{"ZT_REGISTRY", settings_}}, 300);
+    bench::require(result.status == 0 && result.out.find("Failed") == std::string::npos &&
+                       result.out.find("Succeeded") != std::string::npos,
+                   "the sweep failed: " + result.err);
+    return result;
+  }
+
+ private:
+  static constexpr int kFirstHost = 10 * 256 + 1;
+  endtoend::TemporaryFolder folder_;
+  std::string settings_;
+};
+
+std::string systems_text(int systems) {
+  return R"(
 [source.ONE]
 id = 1
 path = "/one"
 [[system]]
 name = "many"
 address = "127.0.10.1"
-count = 500
+count = )" +
+         std::to_string(systems) + R"(
 [[system.repository]]
 source = "ONE"
 [system.alarm]
 )";
-  auto begin = Clock::now();
-  const Agent agent(scenario);
-  std::printf("hxasim, 500 systems     %8.0f ms to be ready\n", milliseconds(Clock::now() - begin));
+}
 
-  const endtoend::TemporaryFolder data;
-  const std::string settings =
-      data.write("zentrace.reg",
-                 "Windows Registry Editor Version 5.00\n\n"
-                 "[HKEY_LOCAL_MACHINE\\Software\\Moraine\\Zentrace Analyzer\\CurrentVersion]\n"
-                 "\"CommonDataPath\"=\"" +
-                     data.path().string() + "\"\n");
-  std::filesystem::create_directory(data.path() / "datafiles");
-  for (int i = 0; i < 500; ++i) {
-    const int host = 10 * 256 + 1 + i;
-    const std::string address =
-        "127.0." + std::to_string(host / 256) + "." + std::to_string(host % 256);
-    endtoend::run("ztsys", {"add", address}, {{"ZT_REGISTRY", settings}});
+void many_systems() {
+  bench::report("hxasim with 500 systems, ready after", bench::measure([] {
+                  return bench::seconds_of([] { const Agent agent(systems_text(500)); });
+                }),
+                bench::kMilliseconds, "2000 or less");
+  for (const int systems : {1, 10, 100, 300, 1000}) {
+    const Agent agent(systems_text(systems));
+    const Console console(systems);
+    points("sweep by systems", systems, [&] { return console.sweep(); });
   }
-  begin = Clock::now();
-  const Result sweep = endtoend::ztcomm({"-zt"}, {{"ZT_REGISTRY", settings}}, 300);
-  std::size_t succeeded = 0;
-  for (std::size_t at = 0; (at = sweep.out.find("Succeeded", at)) != std::string::npos; ++at)
-    ++succeeded;
-  std::printf("sweep of 500 systems    %8.0f ms   %zu succeeded\n",
-              milliseconds(Clock::now() - begin), succeeded);
 }
 
 }  // namespace
 
 // All of them, or those that are named on the command line.
 int main(int argc, char** argv) {
-  const std::pair<const char*, void (*)()> benches[] = {{"usage", usage},
-                                                        {"check", default_check},
-                                                        {"query", data_query},
-                                                        {"catalogue", large_catalogue},
-                                                        {"systems", many_systems}};
+  const std::pair<std::string, void (*)()> benches[] = {
+      {"usage", usage},          {"check", default_check},
+      {"query", data_query},     {"catalogue", large_catalogue},
+      {"classes", many_classes}, {"systems", many_systems}};
+  const std::vector<std::string> wanted(argv + 1, argv + argc);
   for (const auto& [name, bench] : benches) {
-    if (argc == 1 || std::find(argv + 1, argv + argc, std::string_view(name)) != argv + argc)
+    if (wanted.empty() || std::find(wanted.begin(), wanted.end(), name) != wanted.end())
       bench();
   }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The RPC runtime over loopback against bare sockets that move the same datagrams: the time of an
-// empty call, and the rate of a long reply in fragments. Both ends are processes of their own; the
-// two ways take turns, so that a change of the machine's speed meets both.
+// The RPC runtime over loopback against bare sockets that move the same datagrams, batched where
+// ours are: the time of an empty call, and of a long reply in fragments. Both ends are processes of
+// their own.
 
 #include <netinet/in.h>
 #include <sched.h>
@@ -12,14 +12,15 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "bench/measure.h"
 #include "platform/rpc/client/invoke.h"
 #include "platform/rpc/server/event_loop.h"
 #include "platform/rpc/server/server_host.h"
@@ -28,30 +29,26 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using rpc::server::kChangeOperation;
 using rpc::server::kReadOperation;
 
-constexpr int kPings = 20'000;
-constexpr int kPingsPerTurn = 200;
+constexpr int kPings = 4'000;
 constexpr std::size_t kLongReply = 1024 * 1024;
-constexpr int kLongReplies = 300;
+constexpr int kLongReplies = 60;
+// As many as the runtime gives to one system call.
+constexpr unsigned kBatch = 32;
 
 [[noreturn]] void fail(const char* what) {
   std::perror(what);
   std::exit(1);
 }
 
-double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-double microseconds_of(const std::function<void()>& work) {
-  const auto begun = Clock::now();
-  work();
-  return std::chrono::duration<double, std::micro>(Clock::now() - begun).count();
+// The median time of so many runs.
+double each(int runs, const std::function<void()>& work) {
+  std::vector<double> times;
+  for (int run = 0; run < runs; ++run)
+    times.push_back(bench::seconds_of(work));
+  return bench::median(times);
 }
 
 struct BareSocket {
@@ -161,19 +158,13 @@ void bench_empty_call(const RpcServer& server) {
     recv(client.descriptor, buffer.data(), buffer.size(), 0);
   };
   const auto call = [&] { rpc::invoke(server.target, kChangeOperation, {}, 4); };
-  call();  // the server asks once who we are
-  std::vector<double> of_call, of_bare;
-  for (int turn = 0; turn < kPings / kPingsPerTurn; ++turn) {
-    for (int i = 0; i < kPingsPerTurn; ++i)
-      of_call.push_back(microseconds_of(call));
-    for (int i = 0; i < kPingsPerTurn; ++i)
-      of_bare.push_back(microseconds_of(bare));
-  }
+  bench::report({.what = "call without parameters over loopback",
+                 .ours = [&] { return each(kPings, call); },
+                 .against = "bare echo of the same sizes",
+                 .baseline = [&] { return each(kPings, bare); },
+                 .unit = bench::kMicroseconds,
+                 .goal = "1.3 or less"});
   end(echoing);
-  const double call_median = median(of_call);
-  const double bare_median = median(of_bare);
-  std::printf("empty call       %8.2f us   bare echo   %8.2f us   ratio %.2f (goal 1.30)\n",
-              call_median, bare_median, call_median / bare_median);
 }
 
 // --- A long reply against bare datagrams of the same sizes with the same acknowledgements.
@@ -220,48 +211,111 @@ Pattern watch_long_reply() {
   return pattern;
 }
 
+// Room for a batch of datagrams, and the system calls' view of it.
+class Batch {
+ public:
+  Batch() : bytes_(kBatch * kRoom) {
+    for (unsigned i = 0; i < kBatch; ++i) {
+      parts_[i] = {at(i), kRoom};
+      messages_[i] = {};
+      messages_[i].msg_hdr.msg_iov = &parts_[i];
+      messages_[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
+  std::byte* at(unsigned i) { return bytes_.data() + i * kRoom; }
+  unsigned size_of(unsigned i) const { return messages_[i].msg_len; }
+
+  // Waits for one, takes what is there.
+  unsigned receive(int descriptor) {
+    for (unsigned i = 0; i < kBatch; ++i)
+      parts_[i].iov_len = kRoom;
+    const int count = recvmmsg(descriptor, messages_.data(), kBatch, MSG_WAITFORONE, nullptr);
+    if (count <= 0)
+      fail("recvmmsg");
+    return static_cast<unsigned>(count);
+  }
+  void send(int descriptor, unsigned count, std::size_t size, sockaddr_in to) {
+    for (unsigned i = 0; i < count; ++i) {
+      parts_[i].iov_len = size;
+      messages_[i].msg_hdr.msg_name = &to;
+      messages_[i].msg_hdr.msg_namelen = sizeof to;
+    }
+    if (sendmmsg(descriptor, messages_.data(), count, 0) != static_cast<int>(count))
+      fail("sendmmsg");
+    for (unsigned i = 0; i < count; ++i)
+      messages_[i].msg_hdr.msg_name = nullptr;
+  }
+
+ private:
+  static constexpr std::size_t kRoom = 9000;
+  std::vector<std::byte> bytes_;
+  std::array<iovec, kBatch> parts_;
+  std::array<mmsghdr, kBatch> messages_;
+};
+
+constexpr std::size_t kQuestionSize = rpc::kHeaderSize;
+constexpr std::size_t kFackSize = rpc::kHeaderSize + 16;
+
+// The number that a bare acknowledgement carries.
+std::uint32_t number_in(const std::byte* bytes) {
+  std::uint32_t number = 0;
+  std::memcpy(&number, bytes, sizeof number);
+  return number;
+}
+
 // Sends the fragments of one reply whenever it is asked to, at most a window ahead of what is
 // acknowledged.
-[[noreturn]] void bare_sender(const BareSocket& socket, const Pattern& pattern) {
-  std::vector<std::byte> buffer(65'536);
-  for (;;) {
-    sockaddr_in from{};
-    socklen_t size = sizeof from;
-    recvfrom(socket.descriptor, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&from),
-             &size);
-    std::uint32_t acknowledged = 0;
-    for (std::uint32_t sent = 0; sent < pattern.fragments; ++sent) {
-      while (sent - acknowledged >= pattern.most_in_flight) {
-        recv(socket.descriptor, buffer.data(), buffer.size(), 0);
-        std::copy_n(buffer.data(), sizeof acknowledged,
-                    reinterpret_cast<std::byte*>(&acknowledged));
-      }
-      sendto(socket.descriptor, buffer.data(), pattern.fragment_size, 0,
-             reinterpret_cast<const sockaddr*>(&from), size);
+[[noreturn]] void bare_sender(const BareSocket& socket, const sockaddr_in& client,
+                              const Pattern& pattern) {
+  Batch in, out;
+  std::uint32_t acknowledged = 0;
+  bool asked = false;
+  // The last acknowledgement and the next question may come together.
+  const auto receive = [&] {
+    const unsigned count = in.receive(socket.descriptor);
+    for (unsigned i = 0; i < count; ++i) {
+      if (in.size_of(i) == kQuestionSize)
+        asked = true;
+      else
+        acknowledged = number_in(in.at(i));
     }
-    while (acknowledged < pattern.fragments) {
-      recv(socket.descriptor, buffer.data(), buffer.size(), 0);
-      std::copy_n(buffer.data(), sizeof acknowledged, reinterpret_cast<std::byte*>(&acknowledged));
+  };
+  for (;;) {
+    while (!asked)
+      receive();
+    asked = false;
+    acknowledged = 0;
+    for (std::uint32_t sent = 0; acknowledged < pattern.fragments;) {
+      const std::size_t window = pattern.most_in_flight - (sent - acknowledged);
+      const unsigned count =
+          static_cast<unsigned>(std::min<std::size_t>({kBatch, window, pattern.fragments - sent}));
+      if (count == 0) {
+        receive();
+        continue;
+      }
+      out.send(socket.descriptor, count, pattern.fragment_size, client);
+      sent += count;
     }
   }
 }
 
 void bare_reply(const BareSocket& client, const BareSocket& server, const Pattern& pattern,
-                std::vector<std::byte>& body) {
-  constexpr std::size_t kFackSize = rpc::kHeaderSize + 16;
+                Batch& batch, std::vector<std::byte>& body) {
   const std::size_t each_fack = std::max<std::size_t>(1, pattern.fragments / pattern.facks);
-  std::vector<std::byte> buffer(65'536);
-  body.clear();
+  std::array<std::byte, kFackSize> fack{};
   const auto* const to = reinterpret_cast<const sockaddr*>(&server.address);
-  sendto(client.descriptor, buffer.data(), rpc::kHeaderSize, 0, to, sizeof server.address);
-  for (std::uint32_t received = 0; received < pattern.fragments;) {
-    const ssize_t size = recv(client.descriptor, buffer.data(), buffer.size(), 0);
-    body.insert(body.end(), buffer.begin() + rpc::kHeaderSize, buffer.begin() + size);
-    ++received;
-    if (received % each_fack == 0 || received == pattern.fragments) {
-      std::copy_n(reinterpret_cast<const std::byte*>(&received), sizeof received, buffer.data());
-      sendto(client.descriptor, buffer.data(), kFackSize, 0, to, sizeof server.address);
-    }
+  body.clear();
+  sendto(client.descriptor, fack.data(), kQuestionSize, 0, to, sizeof server.address);
+  for (std::uint32_t received = 0, answered = 0; received < pattern.fragments;) {
+    const unsigned count = batch.receive(client.descriptor);
+    for (unsigned i = 0; i < count; ++i)
+      body.insert(body.end(), batch.at(i) + rpc::kHeaderSize, batch.at(i) + batch.size_of(i));
+    received += count;
+    if (received - answered < each_fack && received < pattern.fragments)
+      continue;
+    answered = received;
+    std::memcpy(fack.data(), &received, sizeof received);
+    sendto(client.descriptor, fack.data(), fack.size(), 0, to, sizeof server.address);
   }
 }
 
@@ -269,22 +323,26 @@ void bench_long_reply(const RpcServer& server) {
   const Pattern pattern = watch_long_reply();
   const BareSocket sender = bare_socket();
   const BareSocket client = bare_socket();
-  const pid_t sending = child([&] { bare_sender(sender, pattern); });
+  const pid_t sending = child([&] { bare_sender(sender, client.address, pattern); });
+  Batch batch;
   std::vector<std::byte> body;
-  std::vector<double> of_call, of_bare;
-  for (int i = 0; i < kLongReplies; ++i) {
-    of_call.push_back(
-        microseconds_of([&] { rpc::invoke(server.target, kReadOperation, {}, kLongReply); }));
-    of_bare.push_back(microseconds_of([&] { bare_reply(client, sender, pattern, body); }));
-  }
+  bench::report(
+      {.what = "reply of 1 MiB in " + std::to_string(pattern.fragments) + " fragments with " +
+               std::to_string(pattern.facks) + " acknowledgements",
+       .ours =
+           [&] {
+             return each(kLongReplies,
+                         [&] { rpc::invoke(server.target, kReadOperation, {}, kLongReply); });
+           },
+       .against = "bare sockets moving the same datagrams in batches",
+       .baseline =
+           [&] {
+             return each(kLongReplies, [&] { bare_reply(client, sender, pattern, batch, body); });
+           },
+       .unit = bench::kMicroseconds,
+       .goal = "1.67 or less"});
+  bench::require(body.size() >= kLongReply, "the bare reply is too short");
   end(sending);
-  const double call_median = median(of_call);
-  const double bare_median = median(of_bare);
-  std::printf(
-      "reply of 1 MiB   %8.1f us   bare        %8.1f us   rate %.0f %% of bare (goal 60 %%); "
-      "%zu fragments of %zu, %zu facks, window %zu\n",
-      call_median, bare_median, 100 * bare_median / call_median, pattern.fragments,
-      pattern.fragment_size, pattern.facks, pattern.most_in_flight);
 }
 
 }  // namespace

@@ -2,13 +2,11 @@
 // How fast the data query's cells are formatted: 256 rows of 16 metrics, against the snprintf calls
 // for the same cells.
 
-#include <benchmark/benchmark.h>
-
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "bench/measure.h"
 #include "source/domain/ZTdataTable.h"
 
 namespace {
@@ -33,41 +31,55 @@ std::vector<rep_sMetricDescriptor> metrics() {
   return result;
 }
 
-void FormatCells(benchmark::State& state) {
-  const auto columns = metrics();
-  for (auto _ : state) {
-    std::string table;
-    for (std::int32_t row = 0; row < kRows; ++row) {
-      for (const auto& metric : columns)
-        append_data_value(table, metric, row * 137, "/dev/dsk1");
-      table += '\n';
-    }
-    benchmark::DoNotOptimize(table.data());
+std::string format_cells(const std::vector<rep_sMetricDescriptor>& columns) {
+  std::string table;
+  for (std::int32_t row = 0; row < kRows; ++row) {
+    for (const auto& metric : columns)
+      append_data_value(table, metric, row * 137, "/dev/dsk1");
+    table += '\n';
   }
+  return table;
 }
-BENCHMARK(FormatCells);
 
-void SnprintfCells(benchmark::State& state) {
-  for (auto _ : state) {
-    std::string table;
-    char cell[64];
-    for (std::int32_t row = 0; row < kRows; ++row) {
-      for (std::size_t i = 0; i < kColumns; ++i) {
-        double value = row * 137;
-        for (std::size_t place = 0; place < i % 3; ++place)
-          value /= 10;
-        const int length = is_text(i) ? std::snprintf(cell, sizeof cell, " %-*s", 10, "/dev/dsk1")
-                                      : std::snprintf(cell, sizeof cell, " %-*.*f", 10,
-                                                      static_cast<int>(i % 3), value);
-        table.append(cell, static_cast<std::size_t>(length));
-      }
-      table += '\n';
+std::string snprintf_cells() {
+  std::string table;
+  char cell[64];
+  for (std::int32_t row = 0; row < kRows; ++row) {
+    for (std::size_t i = 0; i < kColumns; ++i) {
+      double value = row * 137;
+      for (std::size_t place = 0; place < i % 3; ++place)
+        value /= 10;
+      const int length = is_text(i) ? std::snprintf(cell, sizeof cell, " %-*s", 10, "/dev/dsk1")
+                                    : std::snprintf(cell, sizeof cell, " %-*.*f", 10,
+                                                    static_cast<int>(i % 3), value);
+      table.append(cell, static_cast<std::size_t>(length));
     }
-    benchmark::DoNotOptimize(table.data());
+    table += '\n';
   }
+  return table;
 }
-BENCHMARK(SnprintfCells);
+
+// The time of one of many runs.
+double each(const std::function<std::string()>& work) {
+  constexpr int kRuns = 300;
+  return bench::seconds_of([&] {
+           for (int run = 0; run < kRuns; ++run) {
+             const std::string table = work();
+             bench::keep(table);
+           }
+         }) /
+         kRuns;
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main() {
+  const auto columns = metrics();
+  bench::require(format_cells(columns) == snprintf_cells(), "the two tables differ");
+  bench::report({.what = "formatting a table of 256 rows by 16 metrics",
+                 .ours = [&] { return each([&] { return format_cells(columns); }); },
+                 .against = "the snprintf calls of its cells",
+                 .baseline = [] { return each(snprintf_cells); },
+                 .unit = bench::kMicroseconds,
+                 .goal = "2 or less"});
+}

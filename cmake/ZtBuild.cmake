@@ -2,7 +2,7 @@
 # Settings and helpers shared by every folder.
 
 option(ZT_BUILD_AGENT "Build hxasim, the simulated agent (needs toml++)" ON)
-option(ZT_BUILD_BENCH "Build the benchmarks (needs Google Benchmark)" OFF)
+option(ZT_BUILD_BENCH "Build the benchmarks (needs SQLite)" OFF)
 option(ZT_FUZZ "Build the fuzz targets with clang's libFuzzer" OFF)
 option(ZT_COVERAGE "Add the target coverage, which runs the tests and prints what they cover" OFF)
 set(ZT_SANITIZE "" CACHE STRING "Sanitizers for all code, as -fsanitize= takes them")
