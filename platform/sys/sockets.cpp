@@ -14,13 +14,15 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/sys/fiber.h"
+
 namespace sockets {
 namespace {
 
-thread_local int last_error = 0;
+sys::FiberLocal<int> last_error;
 
 int fail(int error_number) {
-  last_error = error_number;
+  *last_error = error_number;
   return -1;
 }
 
@@ -66,27 +68,12 @@ constexpr ErrorPair kErrors[] = {
     {EHOSTUNREACH, WSAEHOSTUNREACH},
 };
 
-// The time left as poll takes it, rounded up so that a wait never ends just before its deadline.
-int milliseconds_left(const Deadline& deadline) {
-  if (!deadline)
-    return -1;
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
-  return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, INT_MAX));
-}
-
 // Waits until the socket is ready for the events. 0, or -1 with the error number stored.
 int wait_for(Socket socket, short events, const Deadline& deadline) {
-  for (;;) {
-    pollfd entry{socket, events, 0};
-    const int ready = ::poll(&entry, 1, milliseconds_left(deadline));
-    if (ready > 0)
-      return (entry.revents & POLLNVAL) != 0 ? fail(WSAENOTSOCK) : 0;
-    if (ready == 0)
-      return fail(WSAETIMEDOUT);
-    if (errno != EINTR)
-      return fail_posix();
-  }
+  const int ready = sys::wait_ready(socket, events, deadline);
+  if (ready > 0)
+    return 0;
+  return ready == 0 ? fail(WSAETIMEDOUT) : fail_posix();
 }
 
 // The result of a connect that was begun without waiting.
@@ -122,9 +109,11 @@ std::optional<HostEntry> look_up_host(Lookup lookup) {
   hostent entry{};
   hostent* found = nullptr;
   int h_error = NO_RECOVERY;
-  while (lookup(&entry, buffer.data(), buffer.size(), &found, &h_error) == ERANGE &&
-         buffer.size() < kLargestEntry)
-    buffer.resize(buffer.size() * 2);
+  sys::run_beside([&] {
+    while (lookup(&entry, buffer.data(), buffer.size(), &found, &h_error) == ERANGE &&
+           buffer.size() < kLargestEntry)
+      buffer.resize(buffer.size() * 2);
+  });
   if (found == nullptr) {
     fail(resolver_error(h_error));
     return std::nullopt;
@@ -186,7 +175,7 @@ int WSAStartup(std::uint16_t version) {
 }
 
 int WSAGetLastError() {
-  return last_error;
+  return *last_error;
 }
 
 int workstation_error(int posix_error) {

@@ -2,7 +2,8 @@
 // The workstation's socket calls over POSIX sockets: the same names, its error numbers, IPv4 only.
 //
 // Every call that fails stores a number for WSAGetLastError. None can end the process with SIGPIPE,
-// and interrupted system calls are resumed inside. Always qualify the calls (sockets::connect).
+// and interrupted system calls are resumed inside. A call that waits lets other jobs of its loop
+// run (platform/sys/fiber.h). Always qualify the calls (sockets::connect).
 
 #pragma once
 
@@ -59,7 +60,8 @@ struct ServiceEntry {
 // than 1 and 2. POSIX sockets need no start-up; nothing else depends on the call.
 int WSAStartup(std::uint16_t version);
 
-// The number of this thread's last failed call; 0 when none has failed.
+// The number of this job's (outside fibers, this thread's) last failed call; 0 when none has
+// failed.
 int WSAGetLastError();
 
 // The number that the workstation has for an errno value; WSAEINVAL for one that it lacks.

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "platform/rpc/rpc.h"
+#include "platform/sys/fiber.h"
 
 namespace rpc {
 namespace {
@@ -53,7 +54,9 @@ ResolvedHost resolve_host(const std::string& text) {
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_DGRAM;
   addrinfo* found = nullptr;
-  if (getaddrinfo(text.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+  int failure = 0;
+  sys::run_beside([&] { failure = getaddrinfo(text.c_str(), nullptr, &hints, &found); });
+  if (failure != 0 || found == nullptr)
     return {RPC_S_SERVER_UNAVAILABLE, 0};
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> guard(found, freeaddrinfo);
   const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
