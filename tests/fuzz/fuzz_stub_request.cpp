@@ -7,7 +7,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "conv_server.h"
 #include "epm_server.h"
 #include "mgmt_server.h"
 #include "tests/idl/product_servers.h"
@@ -34,19 +33,6 @@ class Mapper : public epm_Server {
   }
 };
 
-class Conversation : public conv_Server {
- public:
-  void who_are_you(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t* seq,
-                   error_status_t*) override {
-    *seq = actuid->time_low;
-  }
-  void who_are_you2(const CallInfo&, const uuid_t* actuid, std::uint32_t, std::uint32_t*,
-                    uuid_t* cas_uuid, error_status_t*) override {
-    *cas_uuid = *actuid;
-  }
-  void are_you_there(const CallInfo&, const uuid_t*, std::uint32_t, error_status_t*) override {}
-};
-
 class Management : public mgmt_Server {
  public:
   boolean32 is_server_listening(const CallInfo&, error_status_t*) override { return 1; }
@@ -63,10 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static stub_test::AlarmServer alarms;
   static Mapper mapper;
   static Management management;
-  static Conversation conversation;
-  static rpc::server::Interface* const servers[] = {&rep,           &view,        &filtered_view,
-                                                    &temporal_view, &time_filter, &alarms,
-                                                    &mapper,        &management,  &conversation};
+  static rpc::server::Interface* const servers[] = {
+      &rep, &view, &filtered_view, &temporal_view, &time_filter, &alarms, &mapper, &management};
   if (size < 3)
     return 0;
   rpc::server::Interface& server = *servers[data[0] % std::size(servers)];

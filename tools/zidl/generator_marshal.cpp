@@ -42,6 +42,20 @@ struct Run {
   std::vector<std::string> statements;
 };
 
+// Empty when every value of the type is in the range: compilers warn of what is always true.
+std::string range_check(const Field& field) {
+  if (!field.range)
+    return "";
+  const auto [low, high] = *field.range;
+  const std::string value = "value." + field.name;
+  std::string text;
+  if (low != 0)
+    text = value + " >= " + std::to_string(low) + "u";
+  if (high >> (8 * field.type.greatest_size - 1) != 1 || (high & (high + 1)) != 0)
+    text += (text.empty() ? "" : " && ") + value + " <= " + std::to_string(high) + "u";
+  return text.empty() ? "" : "ndr::require(" + text + ");";
+}
+
 class DecoderWriter {
  public:
   DecoderWriter(Source& source, const Structure& structure)
@@ -131,17 +145,8 @@ class DecoderWriter {
     }
     const std::string value = take(field.type.cpp, field.type.alignment, field.type.greatest_size);
     run_.statements.push_back(target + " = " + value + ";");
-    if (field.range)
-      run_.statements.push_back(range_check(field));
-  }
-
-  static std::string range_check(const Field& field) {
-    const std::string value = "value." + field.name;
-    const std::string high = value + " <= " + std::to_string(field.range->second) + "u";
-    if (field.range->first == 0)
-      return "ndr::require(" + high + ");";
-    return "ndr::require(" + value + " >= " + std::to_string(field.range->first) + "u && " + high +
-           ");";
+    if (const std::string check = range_check(field); !check.empty())
+      run_.statements.push_back(check);
   }
 
   void write_targets() {
@@ -164,13 +169,6 @@ class DecoderWriter {
   std::string maximum_;
 };
 
-void write_range(Source& source, const Field& field) {
-  const std::string value = "value." + field.name;
-  const std::string low =
-      field.range->first == 0 ? "" : value + " >= " + std::to_string(field.range->first) + "u && ";
-  source.line("ndr::require(" + low + value + " <= " + std::to_string(field.range->second) + "u);");
-}
-
 void write_encoder(Source& source, const Structure& structure) {
   source.line();
   source.line("void encode(ndr::Encoder& out, const " + structure.name + "& value) {");
@@ -185,8 +183,8 @@ void write_encoder(Source& source, const Structure& structure) {
     const std::string value = "value." + field.name;
     switch (field.shape) {
       case Field::Shape::value:
-        if (field.range)
-          write_range(source, field);
+        if (const std::string check = range_check(field); !check.empty())
+          source.line(check);
         write_put(source, field.type, value);
         break;
       case Field::Shape::text:

@@ -24,28 +24,21 @@ std::string parameter_text(const Parameter& p) {
   return (p.out ? "" : "const ") + p.type.cpp + "* " + p.name;
 }
 
-// An operation's name within the class, whose own name says the interface already.
-std::string method_name(const Interface& interface, const Operation& operation) {
-  const std::string prefix = interface.name + "_";
-  return operation.name.substr(operation.name.starts_with(prefix) ? prefix.size() : 0);
-}
-
-void write_method(Source& source, const Interface& interface, const Operation& operation) {
+void write_method(Source& source, const Operation& operation) {
   std::vector<std::string> parameters = {"const rpc::server::CallInfo& call"};
   for (const Parameter& p : operation.parameters) {
     if (p.shape != Shape::binding)
       parameters.push_back(parameter_text(p));
   }
   const std::string result = operation.result ? operation.result->cpp : "void";
-  source.call("virtual " + result + " " + method_name(interface, operation), parameters, " = 0;");
+  source.call("virtual " + result + " " + operation.method, parameters, " = 0;");
 }
 
 class HandlerWriter {
  public:
-  HandlerWriter(Source& source, const Interface& interface, const Operation& operation)
-      : source_(source), interface_(interface), op_(operation) {}
+  HandlerWriter(Source& source, const Operation& operation) : source_(source), op_(operation) {}
 
-  void write() {
+  void write(const std::string& server) {
     const bool reads =
         std::any_of(op_.parameters.begin(), op_.parameters.end(),
                     [](const Parameter& p) { return p.in && p.shape != Shape::binding; });
@@ -53,7 +46,7 @@ class HandlerWriter {
                                                   [](const Parameter& p) { return p.out; });
     source_.line();
     source_.call("void serve_" + op_.name,
-                 {class_name(interface_) + "& server", "const rpc::server::CallInfo& call",
+                 {server + "& server", "const rpc::server::CallInfo& call",
                   std::string("ndr::Decoder&") + (reads ? " in" : ""),
                   std::string("ndr::Encoder&") + (writes ? " out" : ""), "bool& entered"},
                  " {");
@@ -156,7 +149,7 @@ class HandlerWriter {
         source_.line("if (!server.refuse(call, &" + p.name + "))");
     }
     source_.line((op_.result ? "const " + op_.result->cpp + " returned = " : std::string()) +
-                 "server." + method_name(interface_, op_) + "(" + arguments + ");");
+                 "server." + op_.method + "(" + arguments + ");");
   }
 
   void write_out(const Parameter& p) {
@@ -174,7 +167,6 @@ class HandlerWriter {
   }
 
   Source& source_;
-  const Interface& interface_;
   const Operation& op_;
 };
 
@@ -234,7 +226,7 @@ std::string generate_server_header(const Interface& interface) {
   for (const Operation& operation : interface.operations) {
     if (operation.nocode)
       continue;
-    write_method(source, interface, operation);
+    write_method(source, operation);
     source.line();
   }
   source.line("const rpc::InterfaceSpec& spec() const override;");
@@ -269,7 +261,7 @@ std::string generate_server(const Interface& interface) {
   write_encoders(local, interface, false);
   for (const Operation& operation : interface.operations) {
     if (!operation.nocode)
-      HandlerWriter(local, interface, operation).write();
+      HandlerWriter(local, operation).write(class_name(interface));
   }
   write_handlers(local, interface);
   text += local.take() + "\n}  // namespace\n";

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // zidl: compiles an interface definition to a client stub and a server skeleton.
 
-#include <cstdio>
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 #include "platform/sys/options.h"
 #include "tools/zidl/generator.h"
@@ -37,33 +41,41 @@ sys::Command command_line(Arguments& arguments) {
                        &arguments.directory}}};
 }
 
+bool is_name_character(unsigned char character) {
+  return std::isalnum(character) != 0 || character == '_';
+}
+
+int fail(const std::string& message) {
+  std::cerr << "zidl: " << message << '\n';
+  return 1;
+}
+
 bool write_file(const std::filesystem::path& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary);
   file << text;
   file.close();
   if (!file)
-    std::cerr << "zidl: cannot write " << path.string() << "\n";
+    fail("cannot write " + path.string() + ": " + std::strerror(errno));
   return static_cast<bool>(file);
 }
 
 int compile(const Arguments& arguments) {
+  // A directory opens like a file and reads like an empty one.
+  if (std::error_code ignored; std::filesystem::is_directory(arguments.file, ignored))
+    return fail(arguments.file + " is a directory");
   std::ifstream file(arguments.file, std::ios::binary);
   const std::string source{std::istreambuf_iterator<char>(file), {}};
-  if (!file) {
-    std::cerr << "zidl: cannot read " << arguments.file << "\n";
-    return 1;
-  }
-  zidl::SourceReporter reporter(arguments.file, source, std::cerr);
+  if (!file)
+    return fail("cannot read " + arguments.file + ": " + std::strerror(errno));
+  zidl::SourceReporter reporter(arguments.file, source);
   const auto tree = zidl::parse(zidl::tokenize(source, reporter), reporter);
   const auto model = tree ? zidl::check(*tree, reporter) : nullptr;
-  if (model == nullptr || reporter.errors() != 0)
+  if (reporter.print(std::cerr) != 0 || model == nullptr)
     return 1;
   const std::string stem = std::filesystem::path(arguments.file).stem().string();
-  if (model->name != stem) {
-    std::cerr << "zidl: " << arguments.file << " defines the interface " << model->name
-              << "; the file must have its name\n";
-    return 1;
-  }
+  if (model->name != stem)
+    return fail(arguments.file + " defines the interface " + model->name +
+                "; the file must have its name");
   const std::filesystem::path base = std::filesystem::path(arguments.directory) / stem;
   const bool written =
       write_file(base.string() + ".h", zidl::generate_header(*model, arguments.options)) &&
@@ -81,6 +93,12 @@ int main(int argc, char** argv) {
   const sys::CommandLine line = sys::read_command_line(program, argc, argv);
   if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
     return *status;
+  const std::string& prefix = arguments.options.prefix;
+  if (!std::all_of(prefix.begin(), prefix.end(), is_name_character) ||
+      (!prefix.empty() && std::isdigit(static_cast<unsigned char>(prefix[0])) != 0)) {
+    fail("the prefix '" + prefix + "' cannot begin a name; see zidl --help");
+    return sys::kExitUsage;
+  }
   arguments.file = line.operands.front();
   return compile(arguments);
 }

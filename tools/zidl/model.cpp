@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zidl/model.h"
 
+#include <set>
+
 #include "tools/zidl/model_attributes.h"
 #include "tools/zidl/model_operation.h"
 #include "tools/zidl/model_scope.h"
@@ -18,6 +20,7 @@ class Checker {
     check_header(tree);
     for (const syntax::Definition& definition : tree.definitions)
       std::visit([this](const auto& d) { add(d); }, definition);
+    check_methods();
     if (result_->operations.empty())
       scope_.error(tree.name.at, "the interface has no operations");
     return scope_.errors() == 0 ? std::move(result_) : nullptr;
@@ -111,7 +114,27 @@ class Checker {
     const std::size_t opnum = result_->operations.size();
     if (opnum > 0xFFFF)
       scope_.error(tree.name.at, "an interface has at most 65536 operations");
-    result_->operations.push_back(check_operation(tree, static_cast<std::uint16_t>(opnum), scope_));
+    Operation operation = check_operation(tree, static_cast<std::uint16_t>(opnum), scope_);
+    const std::string prefix = result_->name + "_";
+    operation.method =
+        operation.name.substr(operation.name.starts_with(prefix) ? prefix.size() : 0);
+    result_->operations.push_back(std::move(operation));
+  }
+
+  // Skeletons call operations by names that the definition does not have.
+  void check_methods() {
+    std::set<std::string> methods;
+    for (const Operation& operation : result_->operations) {
+      const std::string& method = operation.method;
+      const bool renamed = method != operation.name;
+      if (renamed && (method.empty() || (method[0] >= '0' && method[0] <= '9') ||
+                      !Scope::objection(method).empty() || scope_.declared(method)))
+        scope_.error(scope_.place(operation.name),
+                     quoted(method) + " cannot be the operation's name in the skeleton");
+      else if (!methods.insert(method).second)
+        scope_.error(scope_.place(operation.name),
+                     "another operation is " + quoted(method) + " in the skeleton, too");
+    }
   }
 
   Scope scope_;

@@ -108,6 +108,7 @@ struct Parameter {
 
 struct Operation {
   std::string name;
+  std::string method;  // its name in the skeleton: without that of the interface in front
   std::uint16_t opnum = 0;
   bool idempotent = false;
   bool nocode = false;         // keeps its number, has neither stub nor skeleton

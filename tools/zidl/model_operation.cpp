@@ -41,7 +41,7 @@ class OperationChecker {
     std::set<std::string> names;
     for (const syntax::Member& member : tree.parameters) {
       const syntax::Name& name = member.declarator.name;
-      scope_.check_name(name);
+      scope_.check_member(name);
       if (!names.insert(name.text).second)
         error(name.at, quoted(name.text) + " is a parameter already");
       if (std::optional<Parameter> parameter = check_parameter(member))

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "tools/zidl/model_attributes.h"
 
@@ -39,24 +40,88 @@ constexpr std::array<BasicType, 17> kBasicTypes = {{
     {"unsigned", "", 0, Type::Kind::scalar, false, false},
 }};
 
-constexpr std::array<std::string_view, 78> kCppKeywords = {
-    "alignas",   "alignof",   "and",        "asm",      "auto",     "bool",      "break",
-    "case",      "catch",     "char",       "class",    "concept",  "const",     "consteval",
-    "constexpr", "constinit", "const_cast", "continue", "co_await", "co_return", "co_yield",
-    "decltype",  "default",   "delete",     "do",       "double",   "else",      "enum",
-    "explicit",  "export",    "extern",     "false",    "float",    "for",       "friend",
-    "goto",      "if",        "inline",     "int",      "long",     "mutable",   "namespace",
-    "new",       "noexcept",  "not",        "nullptr",  "operator", "or",        "private",
-    "protected", "public",    "register",   "requires", "return",   "short",     "signed",
-    "sizeof",    "static",    "struct",     "switch",   "template", "this",      "throw",
-    "true",      "try",       "typedef",    "typeid",   "typename", "union",     "unsigned",
-    "using",     "virtual",   "void",       "volatile", "wchar_t",  "while",     "xor",
-    "std"};
+constexpr std::string_view kCppKeywords[] = {"alignas",       "alignof",      "and",
+                                             "and_eq",        "asm",          "auto",
+                                             "bitand",        "bitor",        "bool",
+                                             "break",         "case",         "catch",
+                                             "char",          "char16_t",     "char32_t",
+                                             "char8_t",       "class",        "co_await",
+                                             "co_return",     "co_yield",     "compl",
+                                             "concept",       "const",        "const_cast",
+                                             "consteval",     "constexpr",    "constinit",
+                                             "continue",      "decltype",     "default",
+                                             "delete",        "do",           "double",
+                                             "dynamic_cast",  "else",         "enum",
+                                             "explicit",      "export",       "extern",
+                                             "false",         "float",        "for",
+                                             "friend",        "goto",         "if",
+                                             "inline",        "int",          "long",
+                                             "mutable",       "namespace",    "new",
+                                             "noexcept",      "not",          "not_eq",
+                                             "nullptr",       "operator",     "or",
+                                             "or_eq",         "private",      "protected",
+                                             "public",        "register",     "reinterpret_cast",
+                                             "requires",      "return",       "short",
+                                             "signed",        "sizeof",       "static",
+                                             "static_assert", "static_cast",  "std",
+                                             "struct",        "switch",       "template",
+                                             "this",          "thread_local", "throw",
+                                             "true",          "try",          "typedef",
+                                             "typeid",        "typename",     "union",
+                                             "unsigned",      "using",        "virtual",
+                                             "void",          "volatile",     "wchar_t",
+                                             "while",         "xor",          "xor_eq"};
 
-// Names of variables in generated functions.
-constexpr std::array<std::string_view, 12> kGeneratedNames = {
-    "call", "entered", "failure",  "i",      "in",     "limit",
-    "out",  "reply",   "returned", "server", "target", "value"};
+// Names that generated files and skeletons have for themselves.
+constexpr std::string_view kGeneratedNames[] = {"Handler",
+                                                "call",
+                                                "decode",
+                                                "decode_targets",
+                                                "dispatch",
+                                                "encode",
+                                                "encode_targets",
+                                                "entered",
+                                                "failure",
+                                                "i",
+                                                "in",
+                                                "kHandlers",
+                                                "kInterface",
+                                                "kOperations",
+                                                "limit",
+                                                "ndr",
+                                                "operation",
+                                                "out",
+                                                "refuse",
+                                                "reply",
+                                                "returned",
+                                                "rpc",
+                                                "server",
+                                                "spec",
+                                                "target",
+                                                "value"};
+
+// Types and macros of the headers that generated files include.
+constexpr std::string_view kLibraryNames[] = {
+    "FILE",     "alloca", "assert",   "errno",     "int16_t",  "int32_t", "int64_t",   "int8_t",
+    "intptr_t", "linux",  "offsetof", "ptrdiff_t", "size_t",   "ssize_t", "stderr",    "stdin",
+    "stdout",   "time_t", "uint16_t", "uint32_t",  "uint64_t", "uint8_t", "uintptr_t", "unix"};
+
+template <typename Table>
+bool holds(const Table& table, std::string_view name) {
+  return std::find(std::begin(table), std::end(table), name) != std::end(table);
+}
+
+// "part1": what is read at one distance.
+bool is_part(std::string_view name) {
+  return name.starts_with("part") &&
+         name.find_first_not_of("0123456789", 4) == std::string_view::npos;
+}
+
+// The library's macros are written in capitals, which is more than a list could hold.
+bool may_be_macro(std::string_view name) {
+  return name.size() > 1 &&
+         name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") == std::string_view::npos;
+}
 
 const BasicType* basic(std::string_view name) {
   const auto found = std::find_if(kBasicTypes.begin(), kBasicTypes.end(),
@@ -86,23 +151,36 @@ void Scope::error(Location at, const std::string& message) {
   reporter_.error(at, message);
 }
 
+std::string Scope::objection(std::string_view name) {
+  if (holds(kCppKeywords, name))
+    return "is a word of C++ and cannot be a name";
+  if (name.find("__") != std::string_view::npos || holds(kGeneratedNames, name) || is_part(name) ||
+      name.starts_with("serve_") || name.ends_with("_Server") || name.ends_with("_c_ifspec"))
+    return "is a name that generated code keeps for itself";
+  if (holds(kLibraryNames, name) || may_be_macro(name) ||
+      (name.size() > 1 && name[0] == '_' && name[1] >= 'A' && name[1] <= 'Z'))
+    return "may be a type or macro of the C library and cannot be a name";
+  if (basic(name) != nullptr)
+    return "is a name of the language";
+  return "";
+}
+
 void Scope::check_name(const syntax::Name& name) {
-  const std::string& text = name.text;
-  if (std::find(kCppKeywords.begin(), kCppKeywords.end(), text) != kCppKeywords.end())
-    error(name.at, quoted(text) + " is a word of C++ and cannot be a name");
-  else if (text.find("__") != std::string::npos ||
-           std::find(kGeneratedNames.begin(), kGeneratedNames.end(), text) != kGeneratedNames.end())
-    error(name.at, quoted(text) + " is a name that generated code keeps for itself");
+  const std::string wrong = objection(name.text);
+  if (!wrong.empty())
+    error(name.at, quoted(name.text) + " " + wrong);
+}
+
+void Scope::check_member(const syntax::Name& name) {
+  check_name(name);
+  if (const auto known = declared_.find(name.text); known != declared_.end())
+    error(name.at, quoted(name.text) + " was declared before, in line " +
+                       std::to_string(known->second.line));
 }
 
 void Scope::declare(const syntax::Name& name) {
-  check_name(name);
-  const auto [known, fresh] = declared_.emplace(name.text, name.at);
-  if (!fresh)
-    error(name.at, quoted(name.text) + " was declared before, in line " +
-                       std::to_string(known->second.line));
-  else if (basic(name.text) != nullptr || name.text == "rpc" || name.text == "ndr")
-    error(name.at, quoted(name.text) + " is a name of the language");
+  check_member(name);
+  declared_.emplace(name.text, name.at);
 }
 
 std::optional<Type> Scope::value_type(const syntax::Name& name) {

@@ -26,10 +26,14 @@ class Scope : public Reporter {
   void error(Location at, const std::string& message) override;
   unsigned errors() const { return errors_; }
 
-  // Refuses names that generated code could not carry.
+  // Why generated code could not carry a name; empty when it can.
+  static std::string objection(std::string_view name);
   void check_name(const syntax::Name& name);
+  // The name of a field or parameter, which hides nothing of the interface.
+  void check_member(const syntax::Name& name);
   // A name of the interface, which stands for one thing only.
   void declare(const syntax::Name& name);
+  bool declared(const std::string& name) const { return declared_.contains(name); }
   // Where a declared name stands.
   Location place(const std::string& name) const { return declared_.at(name); }
 

@@ -23,7 +23,7 @@ class StructureChecker {
     std::set<std::string> names;
     for (const syntax::Member& member : tree.fields) {
       const syntax::Name& name = member.declarator.name;
-      scope_.check_name(name);
+      scope_.check_member(name);
       if (!names.insert(name.text).second)
         error(name.at, quoted(name.text) + " is a field already");
       if (structure_.conformant)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/zidl/reporter.h"
 
+#include <algorithm>
+
 namespace zidl {
 
 namespace {
@@ -18,13 +20,22 @@ std::string_view line_of(std::string_view source, unsigned line) {
 }  // namespace
 
 void SourceReporter::error(Location at, const std::string& message) {
-  ++errors_;
-  stream_ << file_ << ':' << at.line << ':' << at.column << ": error: " << message << '\n';
-  const std::string_view line = line_of(source_, at.line);
-  std::string caret;
-  for (unsigned column = 1; column < at.column; ++column)
-    caret += column <= line.size() && line[column - 1] == '\t' ? '\t' : ' ';
-  stream_ << line << '\n' << caret << "^\n";
+  errors_.emplace_back(at, message);
+}
+
+std::size_t SourceReporter::print(std::ostream& stream) {
+  std::stable_sort(errors_.begin(), errors_.end(), [](const auto& a, const auto& b) {
+    return std::pair(a.first.line, a.first.column) < std::pair(b.first.line, b.first.column);
+  });
+  for (const auto& [at, message] : errors_) {
+    stream << file_ << ':' << at.line << ':' << at.column << ": error: " << message << '\n';
+    const std::string_view line = line_of(source_, at.line);
+    std::string caret;
+    for (unsigned column = 1; column < at.column; ++column)
+      caret += column <= line.size() && line[column - 1] == '\t' ? '\t' : ' ';
+    stream << line << '\n' << caret << "^\n";
+  }
+  return errors_.size();
 }
 
 }  // namespace zidl

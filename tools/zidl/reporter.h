@@ -3,9 +3,12 @@
 
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zidl {
 
@@ -21,21 +24,22 @@ class Reporter {
   virtual void error(Location at, const std::string& message) = 0;
 };
 
-// Writes "file:line:column: error: message", the line and a caret below the column. `source` must
-// outlive the reporter.
+// Keeps the errors of a file, which its steps find in an order of their own. `source` must outlive
+// the reporter.
 class SourceReporter : public Reporter {
  public:
-  SourceReporter(std::string file, std::string_view source, std::ostream& stream)
-      : file_(std::move(file)), source_(source), stream_(stream) {}
+  SourceReporter(std::string file, std::string_view source)
+      : file_(std::move(file)), source_(source) {}
 
   void error(Location at, const std::string& message) override;
-  unsigned errors() const { return errors_; }
+  // Writes "file:line:column: error: message", the line and a caret below the column for each, in
+  // the order of the source. How many there are.
+  std::size_t print(std::ostream& stream);
 
  private:
   std::string file_;
   std::string_view source_;
-  std::ostream& stream_;
-  unsigned errors_ = 0;
+  std::vector<std::pair<Location, std::string>> errors_;
 };
 
 }  // namespace zidl

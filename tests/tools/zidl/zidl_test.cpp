@@ -152,6 +152,25 @@ TEST(ZidlRefuses, WhatItDoesNotTranslate) {
       {"typedef nothing x;", "2:9: unknown type 'nothing'"},
       {"typedef unsigned x;", "2:9: 'unsigned' is not a type"},
       {"typedef long long x;", "2:9: 'long long' is not a type"},
+      {"const long kOperations = 1;",
+       "2:12: 'kOperations' is a name that generated code keeps for itself"},
+      {"const long part7 = 1;", "2:12: 'part7' is a name that generated code keeps for itself"},
+      {"typedef long t_Server;", "2:14: 't_Server' is a name that generated code keeps for itself"},
+      {"typedef enum { NULL } e;",
+       "2:16: 'NULL' may be a type or macro of the C library and cannot be a name"},
+      {"typedef long size_t;",
+       "2:14: 'size_t' may be a type or macro of the C library and cannot be a name"},
+      {"typedef long reinterpret_cast;",
+       "2:14: 'reinterpret_cast' is a word of C++ and cannot be a name"},
+      {"typedef long s; void f([in] handle_t h, [in] s s);",
+       "2:48: 's' was declared before, in line 2"},
+      {"void t_delete([in] handle_t h);",
+       "2:6: 'delete' cannot be the operation's name in the skeleton"},
+      {"void t_1([in] handle_t h);", "2:6: '1' cannot be the operation's name in the skeleton"},
+      {"typedef long s; void t_s([in] handle_t h);",
+       "2:22: 's' cannot be the operation's name in the skeleton"},
+      {"void t_ping([in] handle_t h);",
+       "2:6: 'ping' cannot be the operation's name in the skeleton"},
       // constants
       {"const unsigned short a = 65536;", "2:26: the value does not fit 'unsigned short'"},
       {"const short a = 32768;", "2:17: the value does not fit 'short'"},
@@ -279,23 +298,29 @@ TEST(ZidlReporter, FindsSeveralErrorsInOneRunAndGoesOnBehindThem) {
   EXPECT_EQ(compiled.errors, expected);
 }
 
-TEST(ZidlReporter, ShowsTheLineAndACaret) {
+TEST(ZidlReporter, ShowsLinesWithCaretsInTheOrderOfTheSource) {
   const std::string source = "one\n\ttwo three\n";
   std::ostringstream stream;
-  SourceReporter reporter("x.idl", source, stream);
+  SourceReporter reporter("x.idl", source);
   reporter.error({2, 6}, "wrong");
-  EXPECT_EQ(stream.str(), "x.idl:2:6: error: wrong\n\ttwo three\n\t    ^\n");
-  EXPECT_EQ(reporter.errors(), 1u);
+  reporter.error({1, 2}, "earlier");
+  EXPECT_EQ(reporter.print(stream), 2u);
+  EXPECT_EQ(stream.str(),
+            "x.idl:1:2: error: earlier\none\n ^\n"
+            "x.idl:2:6: error: wrong\n\ttwo three\n\t    ^\n");
 }
 
 TEST(ZidlGenerator, WritesPrefixesOnClientNamesOnly) {
-  const Compiled compiled = compile_body("typedef struct { long a; } s;");
+  const Compiled compiled =
+      compile_body("typedef struct { long a; } s;\nvoid t_pong([in] handle_t h);");
   ASSERT_NE(compiled.model, nullptr);
   const std::string header = generate_header(*compiled.model, {"p_"});
   EXPECT_NE(header.find("extern const RPC_IF_HANDLE p_t_v2_1_c_ifspec;"), std::string::npos);
   EXPECT_NE(header.find("void p_ping(\n    handle_t h);"), std::string::npos);
   EXPECT_NE(header.find("struct s {\n  std::int32_t a;\n};"), std::string::npos);
-  EXPECT_NE(generate_server_header(*compiled.model).find("virtual void ping("), std::string::npos);
+  const std::string server = generate_server_header(*compiled.model);
+  EXPECT_NE(server.find("virtual void ping("), std::string::npos);
+  EXPECT_NE(server.find("virtual void pong("), std::string::npos);
 }
 
 // A field that needs a greater alignment than its run began with begins a new run.
