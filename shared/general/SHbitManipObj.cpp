@@ -39,22 +39,6 @@ BIT_MANIPULATION_OBJECT::Place BIT_MANIPULATION_OBJECT::PlaceOf(int bitfieldnumb
   return {static_cast<std::size_t>(bit / kBitsInWord), static_cast<unsigned>(bit % kBitsInWord)};
 }
 
-int BIT_MANIPULATION_OBJECT::SetBitField(int bitfieldnumber, int fieldvalue) {
-  if (!InRange(bitfieldnumber))
-    return -1;
-  const auto value = static_cast<std::uint32_t>(fieldvalue);
-  if (value > MaxFieldValue)
-    return -2;
-  const Place place = PlaceOf(bitfieldnumber);
-  BitArray[place.word] &= ~(MaxFieldValue << place.shift);
-  BitArray[place.word] |= value << place.shift;
-  return 0;
-}
-
-int BIT_MANIPULATION_OBJECT::ClearBitField(int bitfieldnumber) {
-  return SetBitField(bitfieldnumber, 0);
-}
-
 int BIT_MANIPULATION_OBJECT::GetBitField(int bitfieldnumber) const {
   if (!InRange(bitfieldnumber))
     return -1;
@@ -65,9 +49,4 @@ int BIT_MANIPULATION_OBJECT::GetBitField(int bitfieldnumber) const {
 void BIT_MANIPULATION_OBJECT::GetBitArray(int* bitarray) const {
   for (int field = 0; field < MaxFieldsInArray; ++field)
     bitarray[field] = GetBitField(field);
-}
-
-void BIT_MANIPULATION_OBJECT::GetBitArray(void* bitarray) const {
-  if (MaxFieldsInArray > 0)
-    std::memcpy(bitarray, BitArray.data(), static_cast<std::size_t>(NumberOfCharacterToMove));
 }

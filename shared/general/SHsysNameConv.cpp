@@ -31,25 +31,6 @@ void SystemKeyToIPAddr(SystemKey key, char* output) {
   SHformatSystemKey(Conversion(key), output, myFalse);
 }
 
-void SystemKeyToSocketString(SystemKey key, char* output) {
-  SHformatSystemKey(Conversion(key), output, myTrue);
-}
-
-int GetSocketString(const char* host_name, char* output) {
-  const SystemKey key = FirstKey(sockets::gethostbyname(host_name));
-  if (key == kNoSystemKey)
-    return -2;
-  SystemKeyToSocketString(key, output);
-  return 0;
-}
-
-int GetLocalSocketString(char* output) {
-  char name[kHostNameSize];
-  if (sockets::gethostname(name, sizeof(name)) < 0)
-    return -1;
-  return GetSocketString(name, output);
-}
-
 int ARPANameToSystemKey(char* name, SystemKey& key) {
   std::size_t length = std::strlen(name);
   while (length > 0 && name[length - 1] == ' ')

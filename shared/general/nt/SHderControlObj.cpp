@@ -96,11 +96,6 @@ CONTROL_OBJ::CONTROL_OBJ(const char* product_directory_name, const char* program
     BuildObject(product_directory_name, program_name);
 }
 
-CONTROL_OBJ::CONTROL_OBJ() {
-  if (++UseCount == 1)
-    SetDirectory(GetApplDir().c_str());
-}
-
 CONTROL_OBJ::~CONTROL_OBJ() {
   if (UseCount > 1)
     return;

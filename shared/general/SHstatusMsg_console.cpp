@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "shared/general/SHstatusMsg.h"
+// What the console calls and no program of ours does (docs/console-surface.md): the status log.
 
 #include <sys/stat.h>
 
 #include <string_view>
 
 #include "platform/sys/native_path.h"
+#include "shared/general/SHstatusMsg.h"
 
 int STATUS_FILE_OBJ::fStatusLogID = -1;
 std::FILE* STATUS_FILE_OBJ::fStatusLogFP = nullptr;
