@@ -319,6 +319,13 @@ TEST(TemporalView, LimitsOfIntervalAndSum) {
   EXPECT_EQ(View(definition).x_interval(), 60u);
 }
 
+TEST(TemporalView, RoundsAveragesBelowZeroAwayFromIt) {
+  ClassData data = counting(2);
+  data.metrics = {metric(1, ValuesModel{{-3, -4}})};
+  const RowTable table(data);
+  EXPECT_EQ(View(temporal_view(table, 120)).read(plenty()).integers, (Numbers{0xFFFFFFFC}));
+}
+
 class Contexts : public testing::Test {
  protected:
   static std::shared_ptr<const DataSource> source() {

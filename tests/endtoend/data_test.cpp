@@ -122,8 +122,8 @@ TEST(Configuration, SaysWhatIsMissing) {
 
 // --- Data query.
 
-Result query(const std::string& source, const std::string& time_zone = "UTC") {
-  return ztcomm({"-s", "alpha", "-ds", source}, {{"TZ", time_zone}});
+Result query(const std::string& source) {
+  return ztcomm({"-s", "alpha", "-ds", source}, kUtc);
 }
 
 std::string query_heading(const std::string& source) {
@@ -214,94 +214,6 @@ TEST(DataQuery, PushesLongTextsAndHeadingsToTheRight) {
                             "01/15/24 12:00 ?[2J       6  \n"
                             "\n");
   EXPECT_EQ(result.err, "");
-}
-
-TEST(DataQuery, StartsExactlyAnHourBeforeTheNewestRow) {
-  SourceText source("ORDERS");
-  source.with_class("C", rows_at({{kNoon - 7200, "0, 1"},
-                                  {kNoon - 3601, "0, 2"},
-                                  {kNoon - 3600, "0, 3"},
-                                  {kNoon - 1, "0, 4"},
-                                  {kNoon, "0, 5"}}));
-  source.metric("M1").metric("M2", "width = 2");
-  const Agent agent(source.text() + system_alpha({"ORDERS"}));
-  EXPECT_EQ(query("ORDERS").out, query_heading("ORDERS") +
-                                     "Data source ORDERS, class C\n"
-                                     "                 \n"
-                                     "Date     Time    \n"
-                                     "01/15/24 11:00 3 \n"
-                                     "01/15/24 11:59 4 \n"
-                                     "01/15/24 12:00 5 \n"
-                                     "\n");
-}
-
-TEST(DataQuery, ShowsTheClockOfTheLocalTimeZoneAcrossBothChanges) {
-  const struct {
-    std::string name;
-    long change;  // UTC
-    std::string before, after;
-  } cases[] = {
-      {"spring", 1711846800, "03/31/24 01:59", "03/31/24 03:00"},
-      {"autumn", 1729990800, "10/27/24 02:59", "10/27/24 02:00"},
-  };
-  for (const auto& each : cases) {
-    SourceText source("ORDERS");
-    source.with_class("C", rows_at({{each.change - 60, "0, 1"}, {each.change, "0, 2"}}));
-    source.metric("M1").metric("M2", "width = 1");
-    const Agent agent(source.text() + system_alpha({"ORDERS"}));
-    for (const std::string zone : {"CET-1CEST,M3.5.0,M10.5.0/3", "Europe/Berlin"}) {
-      SCOPED_TRACE(each.name + " " + zone);
-      const Result result = query("ORDERS", zone);
-      EXPECT_EQ(result.out, query_heading("ORDERS") +
-                                "Data source ORDERS, class C\n                \n"
-                                "Date     Time   \n" +
-                                each.before + " 1\n" + each.after + " 2\n\n");
-    }
-  }
-}
-
-// Rows of the last hour, `seconds` apart, with a number and two texts each.
-std::string wide_source(int seconds) {
-  SourceText source("WIDE");
-  source.with_class("C", "rows = 1000\ninterval = " + std::to_string(seconds) +
-                             "\nlast = " + std::to_string(kNoon));
-  source.metric("M1");
-  source.metric("M2", "width = 5\nramp = {from = 0, to = 99999}");
-  for (const std::string name : {"M3", "M4"})
-    source.metric(name, "type = \"text\"\nwidth = 60\ntexts = [\"" + std::string(60, 'a') +
-                            "\", \"" + std::string(58, 'b') + "\"]");
-  return source.text();
-}
-
-TEST(DataQuery, ReadsRepliesOfManyFragments) {
-  // The rows of the last hour, or as many as one read holds.
-  const struct {
-    int seconds;
-    int expected_rows;
-  } cases[] = {{60, 61}, {15, 241}, {12, 256}};
-  for (const auto& each : cases) {
-    for (const std::string& order : kByteOrders) {
-      SCOPED_TRACE(std::to_string(each.seconds) + order);
-      const Agent agent(wide_source(each.seconds) + system_alpha({"WIDE"}, order));
-      const Result result = query("WIDE");
-      std::string expected = query_heading("WIDE") + "Data source WIDE, class C\n" +
-                             std::string(14 + 6 + 61 + 61, ' ') + "\nDate     Time " +
-                             std::string(6 + 61 + 61, ' ') + "\n";
-      const int first = 999 - 3600 / each.seconds;
-      for (int row = first; row < first + each.expected_rows; ++row) {
-        const int minute = (3600 - (999 - row) * each.seconds) / 60;
-        std::string clock = "11:" + std::string(minute < 10 ? "0" : "") + std::to_string(minute);
-        if (minute == 60)
-          clock = "12:00";
-        std::string number = std::to_string(row);
-        number.resize(5, ' ');
-        const std::string text = row % 2 == 0 ? std::string(60, 'a') : std::string(58, 'b') + "  ";
-        expected += "01/15/24 " + clock + " " + number + " " + text + " " + text + "\n";
-      }
-      EXPECT_EQ(result.out, expected + "\n");
-      EXPECT_EQ(result.err, "");
-    }
-  }
 }
 
 TEST(DataQuery, SaysWhatIsMissing) {

@@ -126,8 +126,6 @@ void ToyServer::from_server() {
   if (length < static_cast<ssize_t>(Header::kSize))
     return;
   std::string datagram(buffer.data(), static_cast<std::size_t>(length));
-  if (settings_.alter)
-    settings_.alter(datagram);
   const auto found = consoles_.find(datagram.substr(Header::kActivity, 16));
   // A call-back has an activity of its own; it concerns the call that was passed on last.
   send_to_console(datagram, found != consoles_.end() ? found->second : last_console_);

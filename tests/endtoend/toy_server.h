@@ -52,8 +52,6 @@ class ToyServer {
     // True for passing the datagram on.
     std::function<bool(const std::string& datagram, std::vector<std::string>& answers)> receive =
         {};
-    // Changes a datagram of the real server on its way to the console.
-    std::function<void(std::string& datagram)> alter = {};
   };
 
   // Serves until it goes.

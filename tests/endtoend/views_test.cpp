@@ -121,18 +121,6 @@ TEST_P(Views, OfIntervalsSumTheChosenInstancesUp) {
   client_.DisconnectFromClass();
 }
 
-TEST_P(Views, ThatAreRefusedLeaveTheConnectionUsable) {
-  const std::uint32_t unknown = 77;
-  const repTimeFilter_sShiftDescriptor empty{100, 100, repTimeFilter_cShiftDaily};
-  EXPECT_EQ(0, client_.CreateBaseView(long_, &unknown, 1));
-  EXPECT_EQ(0, client_.CreateFilteredView(long_, &kMetric, 1, &empty, 1));
-  ASSERT_EQ(1, client_.CreateBaseView(long_, &kMetric, 1));
-  ASSERT_EQ(1, client_.SetPosition(long_, kHour));
-  ASSERT_EQ(1, client_.ReadData());
-  EXPECT_EQ((Numbers{598, 599}), integers());
-  client_.DisconnectFromClass();
-}
-
 INSTANTIATE_TEST_SUITE_P(ByteOrders, Views, testing::Values("little", "big"));
 
 }  // namespace

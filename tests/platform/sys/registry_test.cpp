@@ -58,6 +58,7 @@ TEST(RegistryFile, ReadsEveryKindOfValue) {
       {R"("B"=hex:)", "B", registry::REG_BINARY, ""},
       {"\"E\"=hex(2):43,00,\\\r\n  3a,00,e9,00,\\\r\n  00,00 ; end", "E", registry::REG_EXPAND_SZ,
        "C:\xC3\xA9"},
+      {R"("S"=hex(1):3d,d8,00,de,00,00)", "S", registry::REG_SZ, "\xF0\x9F\x98\x80"},
       {R"("Q"=hex(b):01,00,00,00,00,00,00,00)", "Q", 0xB, std::string("\x01\0\0\0\0\0\0\0", 8)},
   };
   for (const auto& c : cases) {

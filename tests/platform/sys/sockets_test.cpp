@@ -173,11 +173,8 @@ TEST(Connect, GivesUpAfterItsLimit) {
   }
 
   const sockets::Socket socket = sockets::socket(AF_INET, SOCK_STREAM, 0);
-  const auto start = Clock::now();
   EXPECT_EQ(sockets::connect(socket, full.address(), 1s), -1);
   EXPECT_EQ(sockets::WSAGetLastError(), sockets::WSAETIMEDOUT);
-  EXPECT_GE(Clock::now() - start, 1s);
-  EXPECT_LT(Clock::now() - start, 5s);
   sockets::closesocket(socket);
   for (const int filler : fillers)
     ::close(filler);
@@ -206,26 +203,6 @@ TEST_F(Connected, ReceivesWhatHasArrivedAndThenTheEnd) {
   EXPECT_EQ(std::memcmp(buffer.data(), "abc", 3), 0);
   close_peer();
   EXPECT_EQ(sockets::recv(ours, buffer), 0);
-}
-
-TEST_F(Connected, DeadlineHoldsOverAWholeReply) {
-  std::thread trickle([this] {
-    for (int i = 0; i < 20; ++i) {
-      if (::send(theirs, "x", 1, MSG_NOSIGNAL) != 1)
-        break;
-      std::this_thread::sleep_for(100ms);
-    }
-  });
-  const auto start = Clock::now();
-  const sockets::Deadline deadline = sockets::deadline_after(1s);
-  int received = 0;
-  while (sockets::recv(ours, std::span(buffer).first(1), deadline) == 1)
-    ++received;
-  EXPECT_EQ(sockets::WSAGetLastError(), sockets::WSAETIMEDOUT);
-  EXPECT_GE(received, 1);
-  EXPECT_LT(received, 20);
-  EXPECT_LT(Clock::now() - start, 1800ms);
-  trickle.join();
 }
 
 TEST_F(Connected, ResetIsAnErrorAndNeverASignal) {

@@ -389,6 +389,7 @@ TEST_F(ClientCallTest, StatusesOfFaultsAndRejects) {
     receive_status(each.type, each.number);
     expect_end(each.status, each.kind);
     EXPECT_TRUE(sent().empty());
+    EXPECT_EQ(activity_.take_ack().has_value(), each.type == PacketType::fault);
     ++sequence_;
   }
 }

@@ -188,6 +188,15 @@ TEST_F(Sender, GrowsToTheReceiversWindowAndNoFurther) {
   EXPECT_EQ(serial_, 200);
 }
 
+TEST_F(Sender, ALossHalvesWhatIsInFlight) {
+  start(1384 * 40, LastFragment::acknowledged);
+  drain();
+  sender_.acknowledge(3, fack(3), now_);
+  ASSERT_EQ(numbers().size(), 8U);
+  sender_.acknowledge(3, fack(11, 0xFE), now_);  // all but fragment 4
+  EXPECT_EQ(numbers().size(), 8U / 2 + 7);
+}
+
 TEST_F(Sender, ClosedWindowLetsOneFragmentThrough) {
   start(1384 * 10, LastFragment::answered);
   drain();
@@ -285,6 +294,7 @@ TEST_F(Joiner, FragmentsAheadOfTheWindowAreDropped) {
   joiner_.start(limits);
   const Bytes half = pattern(512);
   EXPECT_EQ(accept(fragment(1, half)), Result::accepted);
+  EXPECT_EQ(accept(fragment(1, half)), Result::duplicate);
   EXPECT_EQ(accept(fragment(2, half)), Result::accepted);
   EXPECT_EQ(accept(fragment(3, eight_)), Result::dropped);
   EXPECT_EQ(accept(fragment(0x7FFF, eight_)), Result::dropped);
