@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/broker_server.h"
 
-#include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <vector>
 
 #include "platform/rpc/names/socket_address.h"
@@ -23,7 +21,6 @@ using namespace std::chrono_literals;
 using rpc::server::EventLoop;
 
 constexpr auto kLongestConnection = 10min;
-constexpr auto kPauseWithoutDescriptors = 100ms;
 
 void put_word(std::vector<std::byte>& bytes, std::size_t offset, std::size_t value) {
   bytes[offset] = static_cast<std::byte>(value >> 8 & 0xFF);
@@ -86,18 +83,34 @@ class BrokerServer::Connection {
   Connection(BrokerServer& owner, int descriptor, std::string peer)
       : owner_(owner), descriptor_(descriptor), peer_(std::move(peer)) {
     deadline_ = owner_.loop_.after(kLongestConnection, [this] { finish("is closed for its age"); });
+    wait_for_request();
     owner_.loop_.watch(descriptor_, EPOLLIN, [this](std::uint32_t events) { handle(events); });
   }
   ~Connection() {
-    owner_.loop_.cancel(deadline_);
-    owner_.loop_.cancel(pacing_);
+    for (const EventLoop::TimerNumber timer : {deadline_, idle_, pacing_})
+      owner_.loop_.cancel(timer);
     owner_.loop_.unwatch(descriptor_);
     ::close(descriptor_);
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
+  // When it last waited for a request; nothing while it is being answered.
+  std::optional<EventLoop::Clock::time_point> idle_since() const { return idle_since_; }
+  void make_way() { finish("is closed to make room for another"); }
+
  private:
+  void wait_for_request() {
+    owner_.loop_.cancel(idle_);
+    idle_since_ = EventLoop::Clock::now();
+    idle_ = owner_.loop_.after(std::chrono::seconds(owner_.settings_.idle_seconds),
+                               [this] { finish("is closed, it says nothing"); });
+  }
+  void stop_waiting() {
+    owner_.loop_.cancel(idle_);
+    idle_since_.reset();
+  }
+
   void handle(std::uint32_t events) {
     if ((events & (EPOLLERR | EPOLLHUP)) != 0)
       return finish("is lost");
@@ -113,8 +126,9 @@ class BrokerServer::Connection {
       return;
     if (got <= 0)
       return finish("is closed by the client");
+    wait_for_request();
     if (owner_.settings_.mode == BrokerMode::silent)
-      return;
+      return stop_waiting();
     input_.insert(input_.end(), block.begin(), block.begin() + got);
     answer();
   }
@@ -146,6 +160,7 @@ class BrokerServer::Connection {
   }
 
   void start(std::vector<std::byte> reply) {
+    stop_waiting();
     if (owner_.settings_.mode == BrokerMode::malformed) {
       BadReply bad = spoil(std::move(reply), owner_.settings_.malformation);
       reply = std::move(bad.bytes);
@@ -201,6 +216,7 @@ class BrokerServer::Connection {
     if (last_)
       return finish("is closed");
     owner_.loop_.change(descriptor_, EPOLLIN);
+    wait_for_request();
     answer();
   }
 
@@ -220,7 +236,9 @@ class BrokerServer::Connection {
   const int descriptor_;
   const std::string peer_;
   EventLoop::TimerNumber deadline_ = 0;
+  EventLoop::TimerNumber idle_ = 0;
   EventLoop::TimerNumber pacing_ = 0;
+  std::optional<EventLoop::Clock::time_point> idle_since_;
   std::vector<std::byte> input_;
   std::vector<std::byte> output_;
   std::size_t sent_ = 0;
@@ -230,13 +248,13 @@ class BrokerServer::Connection {
 };
 
 BrokerServer::BrokerServer(EventLoop& loop, const Log& log, std::string name, std::uint32_t address,
-                           const LocationBroker& settings)
+                           const LocationBroker& settings, SharedListeners* shared)
     : loop_(loop),
       log_(log),
       name_(std::move(name)),
       address_(address),
+      shared_(shared),
       settings_(settings),
-      port_(settings.port),
       registry_(settings) {}
 
 BrokerServer::~BrokerServer() {
@@ -244,42 +262,28 @@ BrokerServer::~BrokerServer() {
 }
 
 std::string BrokerServer::open() {
-  const auto failed = [&](const char* what) {
-    std::string text = "TCP " + rpc::dotted(address_) + " port " + std::to_string(port_) + ": " +
-                       what + ": " + std::strerror(errno);
-    close_listener();
-    return text;
+  const auto receiver = [this](int descriptor, const rpc::SocketAddress& client) {
+    accepted(descriptor, client);
   };
-  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (listener_ < 0)
-    return failed("no socket");
-  const int yes = 1;
-  ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  sockaddr_in name = rpc::to_sockaddr({address_, port_});
-  if (::bind(listener_, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0)
-    return failed("cannot bind");
-  socklen_t size = sizeof name;
-  if (::getsockname(listener_, reinterpret_cast<sockaddr*>(&name), &size) == 0)
-    port_ = ntohs(name.sin_port);
-  if (::listen(listener_, 32) != 0)
-    return failed("cannot listen");
-  if (!loop_.watch(listener_, EPOLLIN, [this](std::uint32_t) { accept_one(); }))
-    return failed("cannot wait for connections");
-  return {};
+  const rpc::SocketAddress local{address_, settings_.port};
+  BrokerListener::Opened opened;
+  if (shared_ != nullptr) {
+    opened = shared_->attach(local, receiver);
+  } else {
+    const bool unanswered = settings_.mode == BrokerMode::unanswered;
+    opened = BrokerListener::open(
+        loop_, local,
+        unanswered ? BrokerListener::Manner::unanswering : BrokerListener::Manner::accepting);
+    if (opened.listener != nullptr)
+      opened.listener->attach(address_, receiver);
+  }
+  listener_ = std::move(opened.listener);
+  return opened.error;
 }
 
-void BrokerServer::accept_one() {
-  sockaddr_in peer{};
-  socklen_t size = sizeof peer;
-  const int descriptor =
-      ::accept4(listener_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (descriptor < 0) {
-    if (errno == EMFILE || errno == ENFILE)
-      pause_listening();
-    return;
-  }
-  const std::string text = rpc::to_text(rpc::from_sockaddr(peer));
-  if (connections_.size() == kMostConnections) {
+void BrokerServer::accepted(int descriptor, const rpc::SocketAddress& client) {
+  const std::string text = rpc::to_text(client);
+  if (connections_.size() == kMostConnections && !make_room()) {
     log_.line(name_, "connection of " + text + " is one too many");
     ::close(descriptor);
     return;
@@ -288,19 +292,21 @@ void BrokerServer::accept_one() {
   connections_.push_back(std::make_unique<Connection>(*this, descriptor, text));
 }
 
-// Without descriptors the waiting client would wake the loop again at once, for ever.
-void BrokerServer::pause_listening() {
-  loop_.change(listener_, 0);
-  resuming_ = loop_.after(kPauseWithoutDescriptors, [this] { loop_.change(listener_, EPOLLIN); });
+// Idle connections must not keep clients out that have something to ask: the longest idle goes.
+bool BrokerServer::make_room() {
+  Connection* longest = nullptr;
+  for (const auto& one : connections_)
+    if (one->idle_since() && (longest == nullptr || *one->idle_since() < *longest->idle_since()))
+      longest = one.get();
+  if (longest != nullptr)
+    longest->make_way();
+  return longest != nullptr;
 }
 
 void BrokerServer::close_listener() {
-  if (listener_ < 0)
-    return;
-  loop_.cancel(resuming_);
-  loop_.unwatch(listener_);
-  ::close(listener_);
-  listener_ = -1;
+  if (listener_ != nullptr)
+    listener_->detach(address_);
+  listener_.reset();
 }
 
 void BrokerServer::remove(Connection* connection) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "agent/broker_listener.h"
 #include "agent/broker_registry.h"
 #include "agent/log.h"
 #include "agent/scenario.h"
@@ -20,16 +21,18 @@ class BrokerServer {
  public:
   static constexpr std::size_t kMostConnections = 64;
 
-  // `address` in host order; a port of 0 takes any free one. The loop and the log are not owned.
+  // `address` in host order; a port of 0 takes any free one. The loop, the log and the listeners
+  // (null: it opens one of its own) are not owned.
   BrokerServer(rpc::server::EventLoop& loop, const Log& log, std::string name,
-               std::uint32_t address, const LocationBroker& settings);
+               std::uint32_t address, const LocationBroker& settings,
+               SharedListeners* shared = nullptr);
   ~BrokerServer();
   BrokerServer(const BrokerServer&) = delete;
   BrokerServer& operator=(const BrokerServer&) = delete;
 
   // Binds and listens. An empty text, or what failed: address, port and reason.
   std::string open();
-  std::uint16_t port() const { return port_; }
+  std::uint16_t port() const { return listener_ != nullptr ? listener_->port() : settings_.port; }
   std::size_t connections() const { return connections_.size(); }
   const BrokerRegistry& registry() const { return registry_; }
 
@@ -37,8 +40,8 @@ class BrokerServer {
   class Connection;
   using Connections = std::list<std::unique_ptr<Connection>>;
 
-  void accept_one();
-  void pause_listening();
+  void accepted(int descriptor, const rpc::SocketAddress& client);
+  bool make_room();
   void close_listener();
   void remove(Connection* connection);
 
@@ -46,11 +49,10 @@ class BrokerServer {
   const Log& log_;
   const std::string name_;
   const std::uint32_t address_;
+  SharedListeners* const shared_;
   const LocationBroker settings_;
-  std::uint16_t port_;
   BrokerRegistry registry_;
-  int listener_ = -1;
-  rpc::server::EventLoop::TimerNumber resuming_ = 0;
+  std::shared_ptr<BrokerListener> listener_;
   Connections connections_;
 };
 

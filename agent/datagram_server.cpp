@@ -64,11 +64,12 @@ std::string hexadecimal(std::uint32_t number) {
 }  // namespace
 
 DatagramServer::DatagramServer(rpc::server::ServerHost& host, const Log& log, std::string name,
-                               const ServerSettings& settings)
+                               const ServerSettings& settings, bool shared_socket)
     : host_(host),
       log_(log),
       name_(std::move(name)),
       settings_(settings),
+      shared_socket_(shared_socket),
       script_(settings.behaviours) {}
 
 DatagramServer::~DatagramServer() {
@@ -80,6 +81,7 @@ rpc::server::EndpointOptions DatagramServer::options(std::uint32_t address) {
   rpc::server::EndpointOptions result;
   result.address = address;
   result.port = settings_.port;
+  result.shared_socket = shared_socket_;
   result.core.boot_time = 0;
   result.core.little_endian = settings_.little_endian;
   result.core.call_back = call_back(settings_.call_back);
@@ -157,6 +159,9 @@ void DatagramServer::log_call(const rpc::server::CallInfo& call,
       break;
     case Outcome::Kind::reject:
       text += " rejected with " + hexadecimal(outcome.status);
+      break;
+    case Outcome::Kind::none:
+      text += " is not answered";
       break;
   }
   log_.line(name_, text);

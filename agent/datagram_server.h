@@ -18,9 +18,10 @@ namespace agent {
 
 class DatagramServer {
  public:
-  // `name` is how the log calls the server. The host and the log are not owned.
+  // `name` is how the log calls the server. The host and the log are not owned. With a shared
+  // socket its port is that of servers on other addresses too.
   DatagramServer(rpc::server::ServerHost& host, const Log& log, std::string name,
-                 const ServerSettings& settings);
+                 const ServerSettings& settings, bool shared_socket);
   ~DatagramServer();
   DatagramServer(const DatagramServer&) = delete;
   DatagramServer& operator=(const DatagramServer&) = delete;
@@ -45,6 +46,7 @@ class DatagramServer {
   const Log& log_;
   const std::string name_;
   const ServerSettings settings_;
+  const bool shared_socket_;
   OperationScript script_;
   std::uint16_t port_ = 0;
   rpc::server::Endpoint* endpoint_ = nullptr;  // belongs to the host

@@ -37,7 +37,7 @@ MapperInterface::Inquiries::iterator MapperInterface::begin(const uuid_t& client
     open_.erase(std::min_element(open_.begin(), open_.end(), [](const auto& a, const auto& b) {
       return a.second.number < b.second.number;
     }));
-  return open_.emplace(random_.uuid(), OpenInquiry{client, ++begun_, inquiry, first}).first;
+  return open_.emplace(random_.uuid(), OpenInquiry{client, ++begun_, inquiry, first, 0}).first;
 }
 
 void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_type,
@@ -66,8 +66,11 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
     *status = rpc::ept::kCannotPerform;
     return;
   }
-  const std::uint32_t most = std::min(max_ents, batch_);
-  for (; *num_ents < most && next < map_.size(); next = map_.find(inquiry, next + 1))
+  const std::uint32_t given = open != open_.end() ? open->second.given : 0;
+  const std::optional<std::uint32_t> most = room(given, max_ents);
+  if (!most)
+    return fail(status);
+  for (; *num_ents < *most && next < map_.size(); next = map_.find(inquiry, next + 1))
     put(entries[(*num_ents)++], map_.entry(next));
   if (*num_ents == 0)
     *status = rpc::ept::kNotRegistered;
@@ -75,11 +78,31 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
     if (open != open_.end())
       open_.erase(open);
     *entry_handle = {};
-  } else if (open != open_.end()) {
-    open->second.next = next;
-  } else {
-    entry_handle->id = begin(call.activity, inquiry, next)->first;
+    return;
   }
+  if (open == open_.end()) {
+    open = begin(call.activity, inquiry, next);
+    entry_handle->id = open->first;
+  }
+  open->second.next = next;
+  open->second.given = given + *num_ents;
+}
+
+std::optional<std::uint32_t> MapperInterface::room(std::uint32_t given,
+                                                   std::uint32_t max_ents) const {
+  const std::uint32_t most = std::min(max_ents, batch_);
+  if (!fail_after_)
+    return most;
+  if (given >= *fail_after_)
+    return std::nullopt;
+  return std::min(most, *fail_after_ - given);
+}
+
+void MapperInterface::fail(error_status_t* status) {
+  if (failure_ == MapperFailure::silent)
+    stay_silent();
+  else
+    *status = rpc::ept::kCannotPerform;
 }
 
 void MapperInterface::ept_lookup_handle_free(const CallInfo&, rpc::WireContext* entry_handle,

@@ -19,9 +19,13 @@ class MapperInterface : public Scripted<epm_Server> {
   // When as many inquiries are open, the one that was begun first is closed for a new one.
   static constexpr std::size_t kMostInquiries = 256;
 
-  // The script and the map are not owned. A reply holds at most `batch` elements.
-  MapperInterface(OperationScript& script, const EndpointMap& map, std::uint32_t batch)
-      : Scripted(script), map_(map), batch_(batch) {}
+  // The script and the map are not owned.
+  MapperInterface(OperationScript& script, const EndpointMap& map, const EndpointMapper& settings)
+      : Scripted(script),
+        map_(map),
+        batch_(settings.batch),
+        fail_after_(settings.fail_after),
+        failure_(settings.failure) {}
 
   // The handle stays open while more elements follow; with the last one it becomes null.
   void ept_lookup(const rpc::server::CallInfo& call, std::uint32_t inquiry_type,
@@ -39,7 +43,8 @@ class MapperInterface : public Scripted<epm_Server> {
     uuid_t client;
     std::uint64_t number;  // rises with each inquiry that is begun
     MapInquiry inquiry;
-    std::size_t next;  // index of its next match
+    std::size_t next;         // index of its next match
+    std::uint32_t given = 0;  // elements so far
   };
   using Inquiries = std::map<uuid_t, OpenInquiry>;
 
@@ -48,7 +53,13 @@ class MapperInterface : public Scripted<epm_Server> {
   Inquiries::iterator begin(const uuid_t& client, const MapInquiry& inquiry, std::size_t first);
 
   const EndpointMap& map_;
+  // How many elements the listing may still give in one reply; nothing when it is to fail now.
+  std::optional<std::uint32_t> room(std::uint32_t given, std::uint32_t max_ents) const;
+  void fail(error_status_t* status);
+
   const std::uint32_t batch_;
+  const std::optional<std::uint32_t> fail_after_;
+  const MapperFailure failure_;
   rpc::SystemRandom random_;
   std::uint64_t begun_ = 0;
   Inquiries open_;

@@ -47,7 +47,10 @@ class Scripted : public Skeleton {
     if (behaviour != nullptr && behaviour->reply)
       return {rpc::server::Outcome::Kind::reply, 0, *behaviour->reply};
     forced_ = behaviour != nullptr ? behaviour->status : std::nullopt;
-    return Skeleton::dispatch(call, opnum, request, representation, reply_little_endian);
+    silent_ = false;
+    rpc::server::Outcome outcome =
+        Skeleton::dispatch(call, opnum, request, representation, reply_little_endian);
+    return silent_ ? rpc::server::Outcome::none() : std::move(outcome);
   }
 
   bool refuse(const rpc::server::CallInfo&, std::uint32_t* status) override {
@@ -56,9 +59,14 @@ class Scripted : public Skeleton {
     return forced_.has_value();
   }
 
+ protected:
+  // The call that runs is never answered, whatever the operation returns.
+  void stay_silent() { silent_ = true; }
+
  private:
   OperationScript& script_;
   std::optional<std::uint32_t> forced_;
+  bool silent_ = false;
 };
 
 }  // namespace agent

@@ -202,12 +202,13 @@ struct AlarmServer {
 
 enum class BrokerMode {
   normal,
-  refused,    // nobody listens
-  closing,    // closes at the first request
-  reset,      // resets the connection at the first request
-  silent,     // accepts and never answers
-  slow,       // answers some bytes a second
-  malformed,  // answers what no daemon should
+  refused,     // nobody listens
+  unanswered,  // neither accepts nor refuses
+  closing,     // closes at the first request
+  reset,       // resets the connection at the first request
+  silent,      // accepts and never answers
+  slow,        // answers some bytes a second
+  malformed,   // answers what no daemon should
 };
 
 enum class Malformation {
@@ -237,6 +238,7 @@ struct LocationBroker {
   std::uint16_t status = 0;  // of every reply
   std::uint32_t bytes_per_second = 1;
   Malformation malformation = Malformation::garbage;
+  std::uint32_t idle_seconds = 60;   // a connection that says nothing for so long is closed
   std::vector<BrokerEntry> servers;  // registered from the start
 };
 
@@ -257,10 +259,15 @@ struct MapElement {
 
 inline constexpr std::uint16_t kEndpointMapperPort = 135;
 
+// How a mapper that fails within a listing does so.
+enum class MapperFailure { status, silent };
+
 struct EndpointMapper {
   ServerSettings server;
-  bool rejecting = false;    // does not know the endpoint mapper's interface
-  std::uint32_t batch = 64;  // most elements of one reply
+  bool rejecting = false;                   // does not know the endpoint mapper's interface
+  std::uint32_t batch = 64;                 // most elements of one reply
+  std::optional<std::uint32_t> fail_after;  // elements of a listing, then it fails
+  MapperFailure failure = MapperFailure::status;
   std::vector<MapElement> elements;
 };
 

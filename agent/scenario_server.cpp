@@ -208,6 +208,7 @@ LocationBroker parse_broker(TableReader& reader) {
   reader.choice<BrokerMode>("mode", broker.mode,
                             {{"normal", BrokerMode::normal},
                              {"refused", BrokerMode::refused},
+                             {"unanswered", BrokerMode::unanswered},
                              {"closing", BrokerMode::closing},
                              {"reset", BrokerMode::reset},
                              {"silent", BrokerMode::silent},
@@ -216,6 +217,7 @@ LocationBroker parse_broker(TableReader& reader) {
   reader.version("version", broker.major, broker.minor);
   reader.integer("status", broker.status);
   reader.integer("bytes_per_second", broker.bytes_per_second, {1, 1'000'000});
+  reader.integer("idle_broker_s", broker.idle_seconds, {1, 86'400});
   reader.choice<Malformation>("malformation", broker.malformation,
                               {{"identifier", Malformation::identifier},
                                {"length_zero", Malformation::length_zero},

@@ -158,6 +158,13 @@ EndpointMapper parse_mapper(const toml::table* table, const ServerSettings& defa
   else if (mode == Mode::silent)
     result.server.state = ServerState::mute;
   reader.integer("batch", result.batch, {1, 100'000});
+  if (reader.has("fail_after"))
+    reader.integer("fail_after", result.fail_after.emplace());
+  reader.choice<MapperFailure>(
+      "fail", result.failure,
+      {{"status", MapperFailure::status}, {"silent", MapperFailure::silent}});
+  if (reader.has("fail") && !result.fail_after)
+    reader.refuse("fail", "expected \"fail_after\" beside it: without a number it never fails");
   parse_server(reader, result.server);
   std::size_t elements = 0;
   for (const toml::table* one : reader.tables("element", kMostElements)) {

@@ -24,11 +24,12 @@ std::shared_ptr<const Repository> repository_of(Repositories& all,
 
 struct SimulatedSystem::RepositoryNode {
   RepositoryNode(rpc::server::ServerHost& host, const Log& log, const std::string& name,
-                 const RepositoryServer& settings, std::shared_ptr<const Repository> shared)
+                 const RepositoryServer& settings, bool shared_socket,
+                 std::shared_ptr<const Repository> shared)
       : registration(settings.registration),
         repository(std::move(shared)),
         contexts(*repository),
-        server(host, log, name, settings.server),
+        server(host, log, name, settings.server, shared_socket),
         metadata(server.script(), *repository),
         views(view_interfaces(server.script(), contexts)) {}
 
@@ -49,9 +50,9 @@ struct SimulatedSystem::RepositoryNode {
 
 struct SimulatedSystem::AlarmNode {
   AlarmNode(rpc::server::ServerHost& host, const Log& log, const std::string& name,
-            const AlarmServer& settings)
+            const AlarmServer& settings, bool shared_socket)
       : registration(settings.registration),
-        server(host, log, name, settings.server),
+        server(host, log, name, settings.server, shared_socket),
         alarms(server.script(), settings) {}
 
   const Registration registration;
@@ -59,18 +60,21 @@ struct SimulatedSystem::AlarmNode {
   AlarmInterface alarms;
 };
 
-SimulatedSystem::SimulatedSystem(rpc::server::EventLoop& loop, rpc::server::ServerHost& host,
-                                 const Log& log, Repositories& repositories, const System& system)
+SimulatedSystem::SimulatedSystem(const SystemSurroundings& around, const System& system)
     : system_(system),
-      broker_(loop, log, system.name + "/broker", system.address, system.broker),
-      mapper_server_(host, log, system.name + "/mapper", system.mapper.server),
-      mapper_(mapper_server_.script(), map_, system.mapper.batch) {
+      broker_(around.loop, around.log, system.name + "/broker", system.address, system.broker,
+              around.sharing.broker(system) ? &around.listeners : nullptr),
+      mapper_server_(around.host, around.log, system.name + "/mapper", system.mapper.server,
+                     around.sharing.server(system, system.mapper.server)),
+      mapper_(mapper_server_.script(), map_, system.mapper) {
   for (const RepositoryServer& one : system.repositories)
-    repositories_.push_back(
-        std::make_unique<RepositoryNode>(host, log, system.name + "/" + one.source->label, one,
-                                         repository_of(repositories, one.source)));
+    repositories_.push_back(std::make_unique<RepositoryNode>(
+        around.host, around.log, system.name + "/" + one.source->label, one,
+        around.sharing.server(system, one.server), repository_of(around.repositories, one.source)));
   if (system.alarm)
-    alarm_ = std::make_unique<AlarmNode>(host, log, system.name + "/alarm", *system.alarm);
+    alarm_ =
+        std::make_unique<AlarmNode>(around.host, around.log, system.name + "/alarm", *system.alarm,
+                                    around.sharing.server(system, system.alarm->server));
 }
 
 SimulatedSystem::~SimulatedSystem() = default;

@@ -17,6 +17,7 @@
 #include "agent/mapper_interface.h"
 #include "agent/metadata_interface.h"
 #include "agent/repository.h"
+#include "agent/socket_sharing.h"
 #include "agent/view_interfaces.h"
 
 namespace agent {
@@ -24,11 +25,20 @@ namespace agent {
 // Repositories are the same for every server of a data source.
 using Repositories = std::map<const DataSource*, std::shared_ptr<const Repository>>;
 
+// What the systems of one process have in common.
+struct SystemSurroundings {
+  rpc::server::EventLoop& loop;
+  rpc::server::ServerHost& host;
+  const Log& log;
+  SharedListeners& listeners;
+  const SocketSharing& sharing;
+  Repositories& repositories;
+};
+
 class SimulatedSystem {
  public:
-  // All but the scenario's values is not owned and must outlive the system.
-  SimulatedSystem(rpc::server::EventLoop& loop, rpc::server::ServerHost& host, const Log& log,
-                  Repositories& repositories, const System& system);
+  // What the surroundings name is not owned and must outlive the system.
+  SimulatedSystem(const SystemSurroundings& surroundings, const System& system);
   ~SimulatedSystem();
 
   // Opens every socket. An empty text, or what failed first: address, port and reason.

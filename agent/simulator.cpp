@@ -4,9 +4,10 @@
 namespace agent {
 
 Simulator::Simulator(rpc::server::EventLoop& loop, const Log& log, const Scenario& scenario)
-    : host_(loop) {
+    : host_(loop), listeners_(loop), sharing_(scenario) {
+  const SystemSurroundings around{loop, host_, log, listeners_, sharing_, repositories_};
   for (const System& system : scenario.systems)
-    systems_.push_back(std::make_unique<SimulatedSystem>(loop, host_, log, repositories_, system));
+    systems_.push_back(std::make_unique<SimulatedSystem>(around, system));
 }
 
 std::vector<std::string> Simulator::open() {

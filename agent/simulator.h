@@ -29,6 +29,8 @@ class Simulator {
 
  private:
   rpc::server::ServerHost host_;
+  SharedListeners listeners_;
+  const SocketSharing sharing_;
   Repositories repositories_;
   std::vector<std::unique_ptr<SimulatedSystem>> systems_;
 };

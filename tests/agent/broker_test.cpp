@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <algorithm>
 
 #include "agent/broker_message.h"
 #include "agent/broker_registry.h"
 #include "agent/broker_server.h"
+#include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/rpc.h"
 #include "tests/agent/loop_client.h"
 
@@ -292,18 +294,30 @@ TEST_F(BrokerSocket, MalformedRepliesAreWhatTheySay) {
   EXPECT_GE(client.receive_all(200'000).size(), 200'000u);
 }
 
-TEST_F(BrokerSocket, BoundsItsConnections) {
+TEST_F(BrokerSocket, IdleConnectionsGiveWayToANewClient) {
   start({});
-  std::vector<std::unique_ptr<LoopClient>> clients;
-  for (std::size_t i = 0; i < BrokerServer::kMostConnections + 3; ++i) {
-    clients.push_back(std::make_unique<LoopClient>(loop_, SOCK_STREAM, kLoopback, broker_->port()));
+  std::vector<std::unique_ptr<LoopClient>> idle;
+  for (std::size_t i = 0; i < BrokerServer::kMostConnections; ++i)
+    idle.push_back(std::make_unique<LoopClient>(loop_, SOCK_STREAM, kLoopback, broker_->port()));
+  while (broker_->connections() < BrokerServer::kMostConnections)
     loop_.run_once(std::chrono::milliseconds(50));
-  }
+  LoopClient client = connect();
+  client.send(kNegotiate);
+  EXPECT_EQ(client.receive_all(1).size(), 32u);
   EXPECT_EQ(broker_->connections(), BrokerServer::kMostConnections);
-  clients.clear();
-  for (int i = 0; i < 200 && broker_->connections() > 0; ++i)
-    loop_.run_once(std::chrono::milliseconds(10));
-  EXPECT_EQ(broker_->connections(), 0u);
+  EXPECT_EQ(idle.front()->receive(), Bytes{});
+}
+
+TEST_F(BrokerSocket, MayNeitherAcceptNorRefuse) {
+  LocationBroker settings;
+  settings.mode = BrokerMode::unanswered;
+  start(settings);
+  const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const sockaddr_in name = rpc::to_sockaddr({kLoopback, broker_->port()});
+  EXPECT_NE(::connect(descriptor, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+  pollfd waiting{descriptor, POLLOUT, 0};
+  EXPECT_EQ(::poll(&waiting, 1, 300), 0);
+  ::close(descriptor);
 }
 
 TEST_F(BrokerSocket, ATakenPortIsNamed) {

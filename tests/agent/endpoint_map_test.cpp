@@ -95,12 +95,18 @@ class Batches : public Inquiries {
     return answer;
   }
 
+  static EndpointMapper batches_of(std::uint32_t most) {
+    EndpointMapper settings;
+    settings.batch = most;
+    return settings;
+  }
+
   OperationScript script_{{}};
   rpc::WireContext handle_;
 };
 
 TEST_F(Batches, GoOnUntilTheMapIsAtItsEnd) {
-  MapperInterface mapper(script_, map_, 4);
+  MapperInterface mapper(script_, map_, batches_of(4));
   Answer answer = ask(mapper, 64);
   EXPECT_EQ(answer.entries, 4u);
   EXPECT_FALSE(handle_.null());
@@ -116,20 +122,31 @@ TEST_F(Batches, GoOnUntilTheMapIsAtItsEnd) {
 
 TEST_F(Batches, AnEmptyMapHasNothingRegistered) {
   const EndpointMap empty;
-  MapperInterface mapper(script_, empty, 4);
+  MapperInterface mapper(script_, empty, batches_of(4));
   EXPECT_EQ(ask(mapper, 64).status, rpc::ept::kNotRegistered);
   EXPECT_TRUE(handle_.null());
 }
 
 TEST_F(Batches, CannotPerformWithoutRoomOrInterface) {
-  MapperInterface mapper(script_, map_, 4);
+  MapperInterface mapper(script_, map_, batches_of(4));
   EXPECT_EQ(ask(mapper, 0).status, rpc::ept::kCannotPerform);
   EXPECT_EQ(ask(mapper, 9, 1, RPC_C_EP_MATCH_BY_IF).status, rpc::ept::kCannotPerform);
   EXPECT_EQ(ask(mapper, 9, 1, 77).status, rpc::ept::kCannotPerform);
 }
 
+TEST_F(Batches, FailAfterSoManyElementsOfTheListing) {
+  EndpointMapper settings = batches_of(2);
+  settings.fail_after = 3;
+  MapperInterface mapper(script_, map_, settings);
+  EXPECT_EQ(ask(mapper, 9).entries, 2u);
+  EXPECT_EQ(ask(mapper, 9).entries, 1u);
+  const Answer failed = ask(mapper, 9);
+  EXPECT_EQ(failed.entries, 0u);
+  EXPECT_EQ(failed.status, rpc::ept::kCannotPerform);
+}
+
 TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {
-  MapperInterface mapper(script_, map_, 1);
+  MapperInterface mapper(script_, map_, batches_of(1));
   ask(mapper, 1);
   const rpc::WireContext open = handle_;
   error_status_t status = 1;
@@ -145,7 +162,7 @@ TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {
 }
 
 TEST_F(Batches, TheOldestInquiryGivesWay) {
-  MapperInterface mapper(script_, map_, 1);
+  MapperInterface mapper(script_, map_, batches_of(1));
   ask(mapper, 1);
   const rpc::WireContext oldest = handle_;
   for (std::size_t i = 0; i < MapperInterface::kMostInquiries; ++i) {

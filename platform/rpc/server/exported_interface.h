@@ -27,13 +27,19 @@ struct CallInfo {
 
 // What becomes of a call.
 struct Outcome {
-  enum class Kind { reply, fault, reject };
+  enum class Kind {
+    reply,
+    fault,
+    reject,
+    none,  // the call is never answered, not even its pings
+  };
   Kind kind = Kind::reply;
   std::uint32_t status = 0;      // of a fault or reject
   std::vector<std::byte> reply;  // out-parameters of a reply
 
   static Outcome fault(std::uint32_t status) { return {Kind::fault, status, {}}; }
   static Outcome reject(std::uint32_t status) { return {Kind::reject, status, {}}; }
+  static Outcome none() { return {Kind::none, 0, {}}; }
 };
 
 // Thrown by an operation's implementation; the skeleton turns it into a fault packet.

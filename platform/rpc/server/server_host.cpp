@@ -1,132 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/server/server_host.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <utility>
 
 #include "platform/rpc/names/random_source.h"
+#include "platform/rpc/server/datagram_socket.h"
 #include "platform/rpc/server/management_interface.h"
 
 namespace rpc::server {
 namespace {
 
 using Clock = EventLoop::Clock;
-
-// Datagrams taken from one socket before the others get their turn.
-constexpr std::size_t kDatagramsPerTurn = 32;
-constexpr std::size_t kLargestDatagram = 65'536;
-// Room for a full window of fragments from several clients; the system may grant less.
-constexpr int kSocketBuffer = 1024 * 1024;
-
-class Socket {
- public:
-  Socket() = default;
-  explicit Socket(int descriptor) : descriptor_(descriptor) {}
-  Socket(Socket&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Socket& operator=(Socket&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-  }
-  ~Socket() {
-    if (descriptor_ >= 0)
-      ::close(descriptor_);
-  }
-  int get() const { return descriptor_; }
-  explicit operator bool() const { return descriptor_ >= 0; }
-
- private:
-  int descriptor_ = -1;
-};
-
-// A bound socket; without one errno says why.
-Socket bound_socket(const SocketAddress& local) {
-  Socket socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (!socket)
-    return socket;
-  setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kSocketBuffer, sizeof kSocketBuffer);
-  setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
-  const sockaddr_in address = to_sockaddr(local);
-  if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    return Socket();
-  return socket;
-}
-
-// The datagrams that waited in one socket. Pages that no datagram ever filled take no memory.
-class Batch {
- public:
-  // How many there are; the batch before is gone.
-  int receive(int descriptor) {
-    for (std::size_t i = 0; i < kDatagramsPerTurn; ++i) {
-      parts_[i] = {bytes_.get() + i * kLargestDatagram, kLargestDatagram};
-      messages_[i] = {};
-      messages_[i].msg_hdr.msg_name = &sources_[i];
-      messages_[i].msg_hdr.msg_namelen = sizeof sources_[i];
-      messages_[i].msg_hdr.msg_iov = &parts_[i];
-      messages_[i].msg_hdr.msg_iovlen = 1;
-    }
-    return recvmmsg(descriptor, messages_.data(), kDatagramsPerTurn, MSG_DONTWAIT, nullptr);
-  }
-  std::pair<SocketAddress, std::span<const std::byte>> at(std::size_t index) const {
-    return {from_sockaddr(sources_[index]),
-            {bytes_.get() + index * kLargestDatagram, messages_[index].msg_len}};
-  }
-
- private:
-  std::unique_ptr<std::byte[]> bytes_ =
-      std::make_unique_for_overwrite<std::byte[]>(kDatagramsPerTurn * kLargestDatagram);
-  std::array<sockaddr_in, kDatagramsPerTurn> sources_;
-  std::array<iovec, kDatagramsPerTurn> parts_;
-  std::array<mmsghdr, kDatagramsPerTurn> messages_;
-};
-
-// At most kDatagramsPerTurn. One that the system does not take is lost like one that the network
-// loses.
-void send_batch(int descriptor, std::span<OutgoingDatagram> batch) {
-  std::array<sockaddr_in, kDatagramsPerTurn> destinations;
-  std::array<std::array<iovec, 2>, kDatagramsPerTurn> parts;
-  std::array<mmsghdr, kDatagramsPerTurn> messages;
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    const std::span<const std::byte> body = batch[i].body;
-    destinations[i] = to_sockaddr(batch[i].to);
-    parts[i] = {iovec{batch[i].header.data(), batch[i].header.size()},
-                iovec{const_cast<std::byte*>(body.data()), body.size()}};
-    messages[i] = {};
-    messages[i].msg_hdr.msg_name = &destinations[i];
-    messages[i].msg_hdr.msg_namelen = sizeof destinations[i];
-    messages[i].msg_hdr.msg_iov = parts[i].data();
-    messages[i].msg_hdr.msg_iovlen = body.empty() ? 1 : 2;
-  }
-  for (std::size_t sent = 0; sent < batch.size();) {
-    const int count = sendmmsg(descriptor, messages.data() + sent,
-                               static_cast<unsigned>(batch.size() - sent), MSG_NOSIGNAL);
-    sent += count > 0 ? static_cast<std::size_t>(count) : 1;
-  }
-}
-
-std::uint16_t local_port(const Socket& socket) {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  if (getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0)
-    return 0;
-  return ntohs(address.sin_port);
-}
+using SocketPointer = std::shared_ptr<DatagramSocket>;
 
 }  // namespace
 
+// The sockets of all loopback addresses, each there as long as an endpoint uses it.
+class ServerHost::SharedSockets {
+ public:
+  explicit SharedSockets(EventLoop& loop) : loop_(loop) {}
+
+  // Attaches the receiver to the port's socket; port 0 is that of the first socket whose port was
+  // free to choose and that has no receiver at the address yet.
+  DatagramSocket::Opened attach(SocketAddress local, const DatagramSocket::Receiver& receiver) {
+    std::erase_if(sockets_, [](const Shared& each) { return each.socket.expired(); });
+    for (const Shared& each : sockets_) {
+      const SocketPointer socket = each.socket.lock();
+      const bool fits = local.port == 0 ? each.any_port : socket->port() == local.port;
+      if (fits && socket->attach(local.host, receiver))
+        return {socket, {}};
+    }
+    auto opened = DatagramSocket::open(loop_, {DatagramSocket::kEveryLoopbackAddress, local.port});
+    if (opened.socket != nullptr) {
+      sockets_.push_back({opened.socket, local.port == 0});
+      opened.socket->attach(local.host, receiver);
+    }
+    return opened;
+  }
+
+ private:
+  struct Shared {
+    std::weak_ptr<DatagramSocket> socket;
+    bool any_port;
+  };
+  EventLoop& loop_;
+  std::vector<Shared> sockets_;
+};
+
 class ServerHost::UdpEndpoint final : public Endpoint {
  public:
-  UdpEndpoint(EventLoop& loop, EndpointOptions options)
+  UdpEndpoint(EventLoop& loop, SharedSockets& shared, EndpointOptions options)
       : loop_(loop),
+        shared_(shared),
         options_(std::move(options)),
         management_(options_.interfaces),
         random_boot_time_(options_.core.boot_time == 0),
@@ -144,19 +71,18 @@ class ServerHost::UdpEndpoint final : public Endpoint {
 
   std::uint32_t address() const override { return options_.address; }
   std::uint16_t port() const override { return options_.port; }
-  bool alive() const override { return static_cast<bool>(socket_); }
+  bool alive() const override { return socket_ != nullptr; }
   ServerCore::Statistics statistics() const override {
     return core_ ? core_->statistics() : ServerCore::Statistics{};
   }
   void kill() override;
-  bool restart() override {
-    kill();
-    return start().empty();
-  }
+  bool restart() override;
 
  private:
-  bool watch(const Socket& socket, const Socket& place);
-  void on_readable(const Socket& socket);
+  std::string open_sockets();
+  void begin_life();
+  void end_life();
+  void received(const SocketAddress& source, std::span<const std::byte> datagram);
   void arrived(std::span<const std::byte> datagram, const SocketAddress& source);
   void settle();
   void start_call(ReadyCall call);
@@ -165,21 +91,22 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   bool flush();
   void send_badly(const OutgoingDatagram& datagram);
   void transmit(std::span<OutgoingDatagram> output);
-  const Socket& socket_for(bool call_back) const {
+  const SocketPointer& socket_for(bool call_back) const {
     return call_back && call_back_socket_ ? call_back_socket_ : socket_;
   }
   void later(Time time, std::function<void()> action);
   void set_wake_up();
 
   EventLoop& loop_;
+  SharedSockets& shared_;
   EndpointOptions options_;
   ManagementInterface management_;
   bool random_boot_time_;
   bool random_activity_;
   std::optional<FaultInjector> receive_faults_;
   std::optional<FaultInjector> send_faults_;
-  Socket socket_;
-  Socket call_back_socket_;
+  SocketPointer socket_;
+  SocketPointer call_back_socket_;
   std::unique_ptr<ServerCore> core_;
   // Replaced with each life of the endpoint, so that what an earlier one planned does not happen in
   // a later one.
@@ -190,22 +117,40 @@ class ServerHost::UdpEndpoint final : public Endpoint {
 };
 
 std::string ServerHost::UdpEndpoint::start() {
-  const SocketAddress local{options_.address, options_.port};
-  const std::string name = to_text(local);
-  Socket socket = bound_socket(local);
-  Socket second =
-      options_.call_back_from_other_port ? bound_socket({options_.address, 0}) : Socket();
-  if (!socket || (options_.call_back_from_other_port && !second))
-    return name + ": " + std::strerror(errno);
-  if (!watch(socket, socket_) || (second && !watch(second, call_back_socket_))) {
-    std::string error = name + ": " + std::strerror(errno);
-    loop_.unwatch(socket.get());
-    return error;
-  }
-  options_.port = local_port(socket);
-  socket_ = std::move(socket);
-  call_back_socket_ = std::move(second);
+  std::string error = open_sockets();
+  if (error.empty())
+    begin_life();
+  return error;
+}
 
+std::string ServerHost::UdpEndpoint::open_sockets() {
+  const SocketAddress local{options_.address, options_.port};
+  const auto receiver = [this](const SocketAddress& source, std::span<const std::byte> datagram) {
+    received(source, datagram);
+  };
+  DatagramSocket::Opened main;
+  if (options_.shared_socket) {
+    main = shared_.attach(local, receiver);
+  } else {
+    main = DatagramSocket::open(loop_, local);
+    if (main.socket != nullptr)
+      main.socket->attach(local.host, receiver);
+  }
+  if (main.socket == nullptr)
+    return main.error;
+  socket_ = std::move(main.socket);
+  if (options_.call_back_from_other_port) {
+    DatagramSocket::Opened second = DatagramSocket::open(loop_, {local.host, 0});
+    if (second.socket == nullptr)
+      return second.error;
+    second.socket->attach(local.host, receiver);
+    call_back_socket_ = std::move(second.socket);
+  }
+  options_.port = socket_->port();
+  return {};
+}
+
+void ServerHost::UdpEndpoint::begin_life() {
   if (random_boot_time_)
     options_.core.boot_time =
         std::max(options_.core.boot_time + 1, static_cast<std::uint32_t>(std::time(nullptr)));
@@ -218,42 +163,43 @@ std::string ServerHost::UdpEndpoint::start() {
     interfaces.push_back(&management_);
   core_ = std::make_unique<ServerCore>(options_.core, std::move(interfaces));
   life_ = std::make_shared<const int>();
-  return {};
 }
 
-// `place` is where the socket will stand when it is readable.
-bool ServerHost::UdpEndpoint::watch(const Socket& socket, const Socket& place) {
-  return loop_.watch(socket.get(), EPOLLIN, [this, &place](auto) { on_readable(place); });
-}
-
-void ServerHost::UdpEndpoint::kill() {
-  for (Socket* socket : {&socket_, &call_back_socket_}) {
-    if (*socket)
-      loop_.unwatch(socket->get());
-    *socket = Socket();
-  }
+// What the life has planned does not happen any more.
+void ServerHost::UdpEndpoint::end_life() {
   loop_.cancel(wake_timer_);
   wake_timer_ = 0;
   life_ = std::make_shared<const int>();
 }
 
-void ServerHost::UdpEndpoint::on_readable(const Socket& socket) {
-  // One system call for all that waits, and none to learn that nothing more does.
-  static thread_local Batch batch;
-  const std::weak_ptr<const int> life = life_;
-  const int count = batch.receive(socket.get());
-  for (int i = 0; i < count && !life.expired(); ++i) {
-    const auto [source, datagram] = batch.at(static_cast<std::size_t>(i));
-    if (options_.on_datagram)
-      options_.on_datagram(Direction::received, source, datagram);
-    if (!receive_faults_) {
-      arrived(datagram, source);
-      continue;
-    }
-    for (FaultInjector::Delivery& delivery : receive_faults_->pass(datagram, Clock::now()))
-      later(delivery.time,
-            [this, source = source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
+void ServerHost::UdpEndpoint::kill() {
+  for (SocketPointer* socket : {&socket_, &call_back_socket_}) {
+    if (*socket != nullptr)
+      (*socket)->detach(options_.address);
+    socket->reset();
   }
+  end_life();
+}
+
+bool ServerHost::UdpEndpoint::restart() {
+  if (socket_ == nullptr)
+    return start().empty();
+  end_life();
+  begin_life();
+  return true;
+}
+
+void ServerHost::UdpEndpoint::received(const SocketAddress& source,
+                                       std::span<const std::byte> datagram) {
+  if (options_.on_datagram)
+    options_.on_datagram(Direction::received, source, datagram);
+  if (!receive_faults_) {
+    arrived(datagram, source);
+    return;
+  }
+  for (FaultInjector::Delivery& delivery : receive_faults_->pass(datagram, Clock::now()))
+    later(delivery.time,
+          [this, source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
 }
 
 void ServerHost::UdpEndpoint::arrived(std::span<const std::byte> datagram,
@@ -329,7 +275,10 @@ void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& 
     options_.after_dispatch(call.info, *call.operation, outcome);
   if (life.expired())
     return;
-  core_->complete(call.number, std::move(outcome), Clock::now());
+  if (outcome.kind == Outcome::Kind::none)
+    core_->abandon(call.number);
+  else
+    core_->complete(call.number, std::move(outcome), Clock::now());
   settle();
 }
 
@@ -361,9 +310,7 @@ void ServerHost::UdpEndpoint::send_badly(const OutgoingDatagram& datagram) {
                           bytes = std::move(delivery.bytes)] {
       if (!socket_)
         return;
-      const sockaddr_in address = to_sockaddr(to);
-      sendto(socket_for(call_back).get(), bytes.data(), bytes.size(), MSG_NOSIGNAL,
-             reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      socket_for(call_back)->send(options_.address, to, bytes);
       if (options_.on_datagram)
         options_.on_datagram(Direction::sent, to, bytes);
     });
@@ -376,9 +323,8 @@ void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
     const auto same = std::find_if(output.begin(), output.end(), [&](const auto& datagram) {
       return datagram.call_back != call_back;
     });
-    const auto batch =
-        output.first(std::min(static_cast<std::size_t>(same - output.begin()), kDatagramsPerTurn));
-    send_batch(socket_for(call_back).get(), batch);
+    const auto batch = output.first(static_cast<std::size_t>(same - output.begin()));
+    socket_for(call_back)->send(options_.address, batch);
     if (options_.on_datagram) {
       for (const OutgoingDatagram& datagram : batch)
         options_.on_datagram(Direction::sent, datagram.to, datagram.bytes());
@@ -413,21 +359,23 @@ void ServerHost::UdpEndpoint::set_wake_up() {
   });
 }
 
-ServerHost::ServerHost(EventLoop& loop) : loop_(loop) {}
+ServerHost::ServerHost(EventLoop& loop)
+    : loop_(loop), shared_(std::make_unique<SharedSockets>(loop)) {}
 
 ServerHost::~ServerHost() = default;
 
 ServerHost::Opened ServerHost::open(EndpointOptions options) {
-  auto endpoint = std::make_unique<UdpEndpoint>(loop_, std::move(options));
+  auto endpoint = std::make_unique<UdpEndpoint>(loop_, *shared_, std::move(options));
   std::string error = endpoint->start();
   if (!error.empty())
     return {nullptr, std::move(error)};
-  endpoints_.push_back(std::move(endpoint));
-  return {endpoints_.back().get(), {}};
+  Endpoint* const opened = endpoint.get();
+  endpoints_.emplace(opened, std::move(endpoint));
+  return {opened, {}};
 }
 
 void ServerHost::close(Endpoint* endpoint) {
-  std::erase_if(endpoints_, [endpoint](const auto& each) { return each.get() == endpoint; });
+  endpoints_.erase(endpoint);
 }
 
 }  // namespace rpc::server

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/rpc/server/event_loop.h"
@@ -53,6 +54,9 @@ enum class Management {
 struct EndpointOptions {
   std::uint32_t address = 0x7F000001;  // host order
   std::uint16_t port = 0;              // 0: any free one
+  // One socket serves the port at every loopback address. While it is open an address of its port
+  // without an endpoint, or with one that was killed, is silent instead of unreachable.
+  bool shared_socket = false;
   CoreOptions core;                    // boot time 0 and a nil call-back activity are filled in
   std::vector<Interface*> interfaces;  // not owned, must outlive the endpoint
   Management management = Management::listening;
@@ -105,9 +109,11 @@ class ServerHost {
   void close(Endpoint* endpoint);
 
  private:
+  class SharedSockets;
   class UdpEndpoint;
   EventLoop& loop_;
-  std::vector<std::unique_ptr<UdpEndpoint>> endpoints_;
+  std::unique_ptr<SharedSockets> shared_;
+  std::unordered_map<Endpoint*, std::unique_ptr<UdpEndpoint>> endpoints_;
 };
 
 }  // namespace rpc::server
