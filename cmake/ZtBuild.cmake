@@ -5,6 +5,7 @@ option(ZT_BUILD_AGENT "Build hxasim, the simulated agent (needs toml++)" ON)
 option(ZT_BUILD_BENCH "Build the benchmarks (needs SQLite)" OFF)
 option(ZT_FUZZ "Build the fuzz targets with clang's libFuzzer" OFF)
 option(ZT_COVERAGE "Add the target coverage, which runs the tests and prints what they cover" OFF)
+option(ZT_HARDEN "Harden what is shipped, and keep the folders of the build out of it" OFF)
 set(ZT_SANITIZE "" CACHE STRING "Sanitizers for all code, as -fsanitize= takes them")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -32,6 +33,12 @@ if(ZT_SANITIZE)
   # GCC 12 takes instrumented standard library code (std::function, std::regex) for uninitialized.
   target_compile_options(zt_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+endif()
+
+if(ZT_HARDEN)
+  add_compile_options(-fPIE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=." "-ffile-prefix-map=${PROJECT_BINARY_DIR}=build")
+  add_link_options(-pie -Wl,-z,relro,-z,now)
 endif()
 
 # zt_library(NAME SOURCES a.cpp ... LINKS other ...): a static library of our own code.

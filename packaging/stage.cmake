@@ -1,0 +1,10 @@
+# SPDX-License-Identifier: Apache-2.0
+# Run by cpack on the staged files, whose folders have the modes of the caller's umask. A Debian
+# package holds manual pages and change logs compressed.
+execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -type d -exec chmod 0755 {} +
+  COMMAND_ERROR_IS_FATAL ANY)
+file(GLOB_RECURSE texts "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
+list(FILTER texts INCLUDE REGEX "/share/(man/.*[1-9]|doc/[^/]*/changelog)$")
+foreach(text IN LISTS texts)
+  execute_process(COMMAND gzip -9n "${text}" COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
