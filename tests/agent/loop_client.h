@@ -15,45 +15,16 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/rpc/server/event_loop.h"
+#include "tests/support/rpc_bytes.h"
 
 namespace agent::test {
 
-using Bytes = std::vector<std::byte>;
-
-// Hexadecimal digits, blanks ignored; "00*16" repeats a byte.
-inline Bytes hex(std::string_view text) {
-  Bytes bytes;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    if (text[i] == ' ') {
-      ++i;
-    } else if (text[i] == '*') {
-      std::size_t length = 0;
-      const int count = std::stoi(std::string(text.substr(i + 1, 6)), &length);
-      bytes.insert(bytes.end(), static_cast<std::size_t>(count - 1), bytes.back());
-      i += 1 + length;
-    } else {
-      bytes.push_back(
-          static_cast<std::byte>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
-      i += 2;
-    }
-  }
-  return bytes;
-}
-
-inline std::string to_hex(const Bytes& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::byte byte : bytes) {
-    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
-    text += kDigits[std::to_integer<unsigned>(byte) & 15];
-  }
-  return text;
-}
+using rpc::test::Bytes;
+using rpc::test::hex;
+using rpc::test::hex_text;
 
 class LoopClient {
  public:

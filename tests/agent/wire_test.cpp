@@ -61,7 +61,7 @@ std::string part(const Bytes& bytes, std::size_t from, std::size_t size) {
   if (bytes.size() < from + size)
     return "only " + std::to_string(bytes.size()) + " bytes";
   const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(from);
-  return to_hex(Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
+  return hex_text(Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
 }
 
 const Bytes kPing =
@@ -98,7 +98,7 @@ class BigEndianAlarmServer : public testing::Test {
 TEST_F(BigEndianAlarmServer, AnswersThePing) {
   LoopClient client(loop_, SOCK_DGRAM, kLoopback, start(rpc::server::CallBack::none));
   client.send(kPing);
-  EXPECT_EQ(to_hex(client.receive().value_or(Bytes{})), to_hex(kPingAnswer));
+  EXPECT_EQ(hex_text(client.receive().value_or(Bytes{})), hex_text(kPingAnswer));
 }
 
 TEST_F(BigEndianAlarmServer, AsksWhoIsThereFirst) {
@@ -125,7 +125,7 @@ TEST_F(BigEndianAlarmServer, AsksWhoIsThereFirst) {
   client.send(answer);
   Bytes reply = client.receive().value_or(Bytes(84));
   reply[79] = std::byte{0};  // its serial number: the question may have had the first
-  EXPECT_EQ(to_hex(reply), to_hex(kPingAnswer));
+  EXPECT_EQ(hex_text(reply), hex_text(kPingAnswer));
 }
 
 // A system of a scenario, on any free ports.
@@ -179,16 +179,16 @@ TEST_F(RunningSystem, GivesTheTowerThatWasAskedFor) {
   ASSERT_GE(reply.size(), 80u);
   EXPECT_EQ(reply[1], std::byte{2});
   // A null handle; one entry of at most 64: nil object, a tower, the annotation "hi".
-  EXPECT_EQ(part(reply, 80, 20 + 4 + 12 + 16), to_hex(hex("00*20 01 00 00 00 40 00 00 00"
-                                                          "00 00 00 00 01 00 00 00 00*16")));
+  EXPECT_EQ(part(reply, 80, 20 + 4 + 12 + 16), hex_text(hex("00*20 01 00 00 00 40 00 00 00"
+                                                            "00 00 00 00 01 00 00 00 00*16")));
   EXPECT_NE(word(reply, 132), 0u);
-  EXPECT_EQ(part(reply, 136, 11), to_hex(hex("00 00 00 00 03 00 00 00 68 69 00")));
-  EXPECT_EQ(part(reply, 148, 8), to_hex(hex("4b 00 00 00 4b 00 00 00")));
+  EXPECT_EQ(part(reply, 136, 11), hex_text(hex("00 00 00 00 03 00 00 00 68 69 00")));
+  EXPECT_EQ(part(reply, 148, 8), hex_text(hex("4b 00 00 00 4b 00 00 00")));
   EXPECT_EQ(part(reply, 156, 75),
-            to_hex(hex("05 00  13 00 0d a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00 02 00"
-                       "02 00 00 00  13 00 0d 04 5d 88 8a eb 1c c9 11 9f e8 08 00 2b 10 48 60"
-                       "02 00  02 00 00 00  01 00 0a 02 00 00 00  01 00 08 02 00 04 15"
-                       "01 00 09 04 00 0a 01 02 03")));
+            hex_text(hex("05 00  13 00 0d a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00 02 00"
+                         "02 00 00 00  13 00 0d 04 5d 88 8a eb 1c c9 11 9f e8 08 00 2b 10 48 60"
+                         "02 00  02 00 00 00  01 00 0a 02 00 00 00  01 00 08 02 00 04 15"
+                         "01 00 09 04 00 0a 01 02 03")));
   EXPECT_EQ(part(reply, 232, 4), "00000000");
   EXPECT_EQ(reply.size(), 236u);
 }
@@ -206,17 +206,18 @@ TEST_F(RunningSystem, DescribesItsRepository) {
   const Bytes reply = ask(first_port(), {"00", kRepInterface, "02 00 00 00", "00 00"}, {});
   ASSERT_GE(reply.size(), 109u);
   EXPECT_EQ(part(reply, 80, 29),
-            to_hex(hex("07 00 00 00 03 00 00 00 00 00 00 00 04 00 00 00 43 50 55 00 00 00 00 00"
-                       "01 00 00 00 00")));
-  EXPECT_EQ(part(reply, 112, reply.size() - 112),
-            to_hex(hex("01 00 00 00 02 00 00 00 00 00 00 00 03 00 00 00 2f 61 00 00 00 00 00 00")));
+            hex_text(hex("07 00 00 00 03 00 00 00 00 00 00 00 04 00 00 00 43 50 55 00 00 00 00 00"
+                         "01 00 00 00 00")));
+  EXPECT_EQ(
+      part(reply, 112, reply.size() - 112),
+      hex_text(hex("01 00 00 00 02 00 00 00 00 00 00 00 03 00 00 00 2f 61 00 00 00 00 00 00")));
 }
 
 TEST_F(RunningSystem, ListensAtEveryEndpoint) {
   start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
   for (const std::uint16_t port : {first_port(), simulator_->systems()[0]->mapper_port()}) {
     const Bytes reply = ask(port, {"20", kManagement, "01 00 00 00", "02 00"}, {});
-    EXPECT_EQ(part(reply, 80, 8), to_hex(hex("00 00 00 00 01 00 00 00")));
+    EXPECT_EQ(part(reply, 80, 8), hex_text(hex("00 00 00 00 01 00 00 00")));
   }
 }
 
@@ -240,15 +241,15 @@ TEST_F(RunningSystem, ReadsAView) {
   read.insert(read.end(), limits.begin(), limits.end());
   const Bytes data = ask_next("07 00", "01 00 00 00", read);
   EXPECT_EQ(part(data, 80, data.size() - 80),
-            to_hex(hex("02 00 00 00 03 00 00 00 05 00 00 00"
-                       "00 01 00 00 00 00 00 00 03 00 00 00 58 02 00 00 94 02 00 00 ff ff ff ff"
-                       "00 10 00 00 00 00 00 00 04 00 00 00"
-                       "00 00 00 00 fe ff ff ff 03 00 00 00 09 00 00 00"
-                       "00 80 00 00 00 00 00 00 06 00 00 00 61 62 00 61 62 00 00 00"
-                       "00 00 00 00")));
+            hex_text(hex("02 00 00 00 03 00 00 00 05 00 00 00"
+                         "00 01 00 00 00 00 00 00 03 00 00 00 58 02 00 00 94 02 00 00 ff ff ff ff"
+                         "00 10 00 00 00 00 00 00 04 00 00 00"
+                         "00 00 00 00 fe ff ff ff 03 00 00 00 09 00 00 00"
+                         "00 80 00 00 00 00 00 00 06 00 00 00 61 62 00 61 62 00 00 00"
+                         "00 00 00 00")));
 
   const Bytes destroyed = ask_next("01 00", "02 00 00 00", context);
-  EXPECT_EQ(part(destroyed, 80, 24), to_hex(Bytes(24)));
+  EXPECT_EQ(part(destroyed, 80, 24), hex_text(Bytes(24)));
   const Bytes again = ask_next("04 00", "03 00 00 00", context);
   ASSERT_EQ(again.size(), 84u);
   EXPECT_EQ(again[1], std::byte{3});
@@ -317,13 +318,13 @@ TEST_F(RunningSystem, LivesThroughRandomRequests) {
   LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
   for (std::size_t round = 0; round < 3000; ++round) {
     const auto& id = map.entry(round % map.size()).tower;
-    const std::string interface_id = to_hex(Bytes(id.begin() + 5, id.begin() + 21));
+    const std::string interface_id = hex_text(Bytes(id.begin() + 5, id.begin() + 21));
     Bytes body(random() % 80);
     for (std::byte& byte : body)
       byte = random() % 3 == 0 ? static_cast<std::byte>(random()) : std::byte{0};
-    const std::string sequence = to_hex(
+    const std::string sequence = hex_text(
         Bytes{static_cast<std::byte>(round & 0xFF), static_cast<std::byte>(round >> 8), {}, {}});
-    const std::string opnum = to_hex(Bytes{static_cast<std::byte>(random() % 24), {}});
+    const std::string opnum = hex_text(Bytes{static_cast<std::byte>(random() % 24), {}});
     client.send(
         packet({"00", interface_id.c_str(), "02 00 00 00", opnum.c_str(), sequence.c_str()}, body));
     loop_.run_once(std::chrono::milliseconds(0));
@@ -332,7 +333,7 @@ TEST_F(RunningSystem, LivesThroughRandomRequests) {
                           {"20", kManagement, "01 00 00 00", "02 00", "00 00 00 00",
                            "ff 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02"},
                           {});
-  EXPECT_EQ(part(reply, 80, 8), to_hex(hex("00 00 00 00 01 00 00 00")));
+  EXPECT_EQ(part(reply, 80, 8), hex_text(hex("00 00 00 00 01 00 00 00")));
 }
 
 }  // namespace

@@ -47,20 +47,6 @@ void add_descriptor(Results& results, const rep_sDescriptor& descriptor) {
       .add_text(descriptor.Label);
 }
 
-// The entries that the three view interfaces share.
-struct ViewEntries {
-  const char* name;
-  rpc::server::Interface* server;
-  const Notes* notes;
-  decltype(&zt_v2_repView_Destroy) destroy;
-  decltype(&zt_v2_repView_GetPosition) get_first_position;
-  decltype(&zt_v2_repView_GetPosition) get_last_position;
-  decltype(&zt_v2_repView_GetPosition) get_position;
-  decltype(&zt_v2_repView_SetPosition) set_position;
-  decltype(&zt_v2_repView_GetXInterval) get_interval;
-  decltype(&zt_v2_repView_Read) read;
-};
-
 // Destroys a context that the server issued as `wire`.
 std::function<std::string()> destroying(decltype(&zt_v2_repView_Destroy) destroy,
                                         const rpc::WireContext& wire) {
@@ -77,7 +63,7 @@ std::function<std::string()> destroying(decltype(&zt_v2_repView_Destroy) destroy
   };
 }
 
-std::string read_view(decltype(&zt_v2_repView_Read) read, RPC_CONTEXT_HANDLE view) {
+std::string read_view(RPC_CONTEXT_HANDLE view) {
   std::uint32_t last_position = 0;
   std::uint32_t last_int = 0;
   std::uint32_t last_char = 0;
@@ -85,8 +71,8 @@ std::string read_view(decltype(&zt_v2_repView_Read) read, RPC_CONTEXT_HANDLE vie
   std::array<std::uint32_t, 8> ints{};
   std::array<char, 16> chars{};
   error_status_t status = 0;
-  read(view, 3, &last_position, 7, &last_int, 15, &last_char, positions.data(), ints.data(),
-       chars.data(), &status);
+  zt_v2_repTemporalView_Read(view, 3, &last_position, 7, &last_int, 15, &last_char,
+                             positions.data(), ints.data(), chars.data(), &status);
   Results results(status);
   results.add(last_position, last_int, last_char);
   for (const std::uint32_t position : positions)
@@ -97,9 +83,25 @@ std::string read_view(decltype(&zt_v2_repView_Read) read, RPC_CONTEXT_HANDLE vie
       .add(chars[15]);
 }
 
+agent::AlarmServer alarm_settings() {
+  agent::AlarmServer settings;
+  settings.version = 1;
+  settings.object = {0x01020304, 0x0506, 0x0708, 9, 10, {11, 12, 13, 14, 15, 16}};
+  settings.evc_flag = 2;
+  settings.exec_flag = 4;
+  settings.evc_error = 5;
+  settings.systems = {
+      {.address = 0x0A000001},
+      {.address = 0x0A0000FF, .console = true, .snmp = true, .console_error = 2, .snmp_error = 4}};
+  return settings;
+}
+
 }  // namespace
 
-Product::Product() : view_(issued_context(kView)), filter_(issued_context(kFilter)) {
+Product::Product()
+    : view_(issued_context(kView)),
+      filter_(issued_context(kFilter)),
+      agent_(std::make_shared<agent::DataSource>(), alarm_settings()) {
   add_rep();
   add_views();
   add_time_filter();
@@ -184,22 +186,29 @@ void Product::add_rep() {
       });
 }
 
+// The operations of one view interface, by shapes: the others have the same.
 void Product::add_views() {
   const std::string view = kViewBytes;
   const std::string filter = kFilterBytes;
-  const auto add = [this](const ViewEntries& of, const char* name, const std::string& request,
-                          const std::string& heard, const std::string& results, auto run) {
-    calls_.push_back({std::string(of.name) + " " + name, of.server, of.notes, std::move(run),
-                      request, heard, results});
+  const auto add = [this](const char* name, const std::string& request, const char* heard,
+                          const std::string& results, std::function<std::string()> run) {
+    calls_.push_back({std::string("repTemporalView ") + name, &view_server_, &view_server_,
+                      std::move(run), request, heard, results});
   };
-  const auto create = [this](auto entry, auto... values) {
-    return [this, entry, values...] {
-      RPC_CONTEXT_HANDLE context = nullptr;
-      error_status_t status = 0;
-      entry(binding_, 5, values..., &context, &status);
-      return Results(status).add_context(context);
-    };
-  };
+  add("Create",
+      "05000000 " + filter +
+          " 2c010000 00000000 01000000 00000000 01000000 07000000"
+          " 01000000 02000000 00000000 02000000 09000000 08000000",
+      "Create 5 300 0 7 1 9 8 filter", "30 view", [this] {
+        const std::uint32_t metrics[] = {9, 8};
+        const std::uint32_t instance = 7;
+        RPC_CONTEXT_HANDLE context = nullptr;
+        error_status_t status = 0;
+        zt_v2_repTemporalView_Create(binding_, 5, filter_, 300, 0, &instance, 1, metrics, &context,
+                                     &status);
+        return Results(status).add_context(context);
+      });
+  add("Destroy", view, "Destroy view", "31 null", destroying(zt_v2_repTemporalView_Destroy, kView));
   // The value goes in where the operation takes one and comes back.
   const auto number = [this](auto entry) {
     return [this, entry] {
@@ -209,46 +218,14 @@ void Product::add_views() {
       return Results(status).add(value);
     };
   };
-  const ViewEntries all[] = {
-      {"repView", &base_view_, &base_view_, zt_v2_repView_Destroy, zt_v2_repView_GetFirstPosition,
-       zt_v2_repView_GetLastPosition, zt_v2_repView_GetPosition, zt_v2_repView_SetPosition,
-       zt_v2_repView_GetXInterval, zt_v2_repView_Read},
-      {"repFilteredView", &filtered_view_, &filtered_view_, zt_v2_repFilteredView_Destroy,
-       zt_v2_repFilteredView_GetFirstPosition, zt_v2_repFilteredView_GetLastPosition,
-       zt_v2_repFilteredView_GetPosition, zt_v2_repFilteredView_SetPosition,
-       zt_v2_repFilteredView_GetXInterval, zt_v2_repFilteredView_Read},
-      {"repTemporalView", &temporal_view_, &temporal_view_, zt_v2_repTemporalView_Destroy,
-       zt_v2_repTemporalView_GetFirstPosition, zt_v2_repTemporalView_GetLastPosition,
-       zt_v2_repTemporalView_GetPosition, zt_v2_repTemporalView_SetPosition,
-       zt_v2_repTemporalView_GetXInterval, zt_v2_repTemporalView_Read}};
-  static constexpr std::uint32_t kMetrics[] = {9, 8};
-  static constexpr std::uint32_t kInstances[] = {7};
-  add(all[0], "Create", "05000000 00000000 01000000 00000000 01000000 09000000", "Create 5 0 9",
-      "30 view", create(zt_v2_repView_Create, 0u, kMetrics));
-  const std::string two_metrics = " 01000000 02000000 00000000 02000000 09000000 08000000";
-  add(all[1], "Create", "05000000 " + filter + two_metrics, "Create 5 1 9 8 filter", "30 view",
-      create(zt_v2_repFilteredView_Create, filter_, 1u, kMetrics));
-  add(all[2], "Create",
-      "05000000 " + filter + " 2c010000 00000000 01000000 00000000 01000000 07000000" + two_metrics,
-      "Create 5 300 0 7 1 9 8 filter", "30 view",
-      create(zt_v2_repTemporalView_Create, filter_, 300u, 0u, kInstances, 1u, kMetrics));
-  for (const ViewEntries& of : all) {
-    add(of, "Destroy", view, "Destroy view", "31 null", destroying(of.destroy, kView));
-    add(of, "GetFirstPosition", view, "GetFirstPosition 0 view", "32 1032",
-        number(of.get_first_position));
-    add(of, "GetLastPosition", view, "GetLastPosition 0 view", "33 1033",
-        number(of.get_last_position));
-    add(of, "GetPosition", view, "GetPosition 0 view", "34 1034", number(of.get_position));
-    add(of, "SetPosition", view + " 58020000", "SetPosition 600 view", "35 1635",
-        number(of.set_position));
-    add(of, "GetXInterval", view, "GetXInterval 0 view", "36 1036", number(of.get_interval));
-    add(of, "Read", view + " 03000000 07000000 0f000000", "Read 3 7 15 view",
-        "37 1 2 4 287454020 4294967295 0 0 16909056 16909057 16909058 0 0 0 0 0 '" +
-            std::string("ab\0c", 4) + "' 0",
-        [this, read = of.read] { return read_view(read, view_); });
-  }
-  add(all[2], "SetXInterval", view + " 58020000", "SetXInterval 600 view", "38 1638",
-      number(zt_v2_repTemporalView_SetXInterval));
+  add("GetPosition", view, "GetPosition 0 view", "34 1034",
+      number(zt_v2_repTemporalView_GetPosition));
+  add("SetPosition", view + " 58020000", "SetPosition 600 view", "35 1635",
+      number(zt_v2_repTemporalView_SetPosition));
+  add("Read", view + " 03000000 07000000 0f000000", "Read 3 7 15 view",
+      "37 1 2 4 287454020 4294967295 0 0 16909056 16909057 16909058 0 0 0 0 0 '" +
+          std::string("ab\0c", 4) + "' 0",
+      [this] { return read_view(view_); });
 }
 
 void Product::add_time_filter() {
@@ -279,11 +256,12 @@ void Product::add_time_filter() {
   });
 }
 
+// By shapes, answered by the simulated alarm server.
 void Product::add_alarms() {
-  const auto add = [this](const char* name, const char* request, const char* heard,
-                          const char* results, std::function<std::string()> run) {
-    calls_.push_back(
-        {std::string("ag ") + name, &alarms_, &alarms_, std::move(run), request, heard, results});
+  const auto add = [this](const char* name, const char* request, const char* results,
+                          std::function<std::string()> run) {
+    calls_.push_back({std::string("ag ") + name, &agent_.alarms(), nullptr, std::move(run), request,
+                      "", results});
   };
   const auto simple = [this](auto entry, auto... values) {
     return [this, entry, values...] {
@@ -292,36 +270,15 @@ void Product::add_alarms() {
       return Results(status);
     };
   };
-  const auto get = [this](auto entry) {
-    return [this, entry] {
-      std::uint32_t value = 0;
-      error_status_t status = 0;
-      entry(binding_, &value, &status);
-      return Results(status).add(value);
-    };
-  };
-  // The value that goes out is a constant: a stub that wrote to it would not compile.
-  const auto get_error = [this](auto entry) {
-    return [this, entry] {
-      const std::uint32_t value = 6;
-      error_status_t status = 0;
-      entry(binding_, -2, &value, &status);
-      return Results(status).add(value);
-    };
-  };
-  add("Register", "feffffff 0100", "Register -2 1", "50",
-      simple(zt_v2_ag_Register, -2, ag_cSystemSNMP));
-  add("Unregister", "feffffff 0000", "Unregister -2 0", "51",
-      simple(zt_v2_ag_Unregister, -2, ag_cSystemZT));
-  add("SetEvCFlag", "03000000", "SetEvCFlag 3", "52", simple(zt_v2_ag_SetEvCFlag, 3u));
-  add("GetEvCFlag", "", "GetEvCFlag", "53 153", get(zt_v2_ag_GetEvCFlag));
-  add("SetExecFlag", "03000000", "SetExecFlag 3", "54", simple(zt_v2_ag_SetExecFlag, 3u));
-  add("GetExecFlag", "", "GetExecFlag", "55 155", get(zt_v2_ag_GetExecFlag));
-  add("SetInterval", "03000000", "SetInterval 3", "56", simple(zt_v2_ag_SetInterval, 3u));
-  add("GetInterval", "", "GetInterval", "57 157", get(zt_v2_ag_GetInterval));
-  add("SetEvCError", "03000000", "SetEvCError 3", "58", simple(zt_v2_ag_SetEvCError, 3u));
-  add("GetEvCError", "", "GetEvCError", "59 159", get(zt_v2_ag_GetEvCError));
-  add("GetGeneralInfo", "", "GetGeneralInfo", "60 1 16909060 1286 1800 9 10 11 16 2 3 4 5", [this] {
+  add("Register", "feffffff 0100", "0", simple(zt_v2_ag_Register, -2, ag_cSystemSNMP));
+  add("SetInterval", "03000000", "0", simple(zt_v2_ag_SetInterval, 3u));
+  add("GetInterval", "", "0 3", [this] {
+    std::uint32_t value = 0;
+    error_status_t status = 0;
+    zt_v2_ag_GetInterval(binding_, &value, &status);
+    return Results(status).add(value);
+  });
+  add("GetGeneralInfo", "", "0 1 16909060 1286 1800 9 10 11 16 2 4 3 5", [this] {
     ag_GeneralInfo_struct info{};
     error_status_t status = 0;
     zt_v2_ag_GetGeneralInfo(binding_, &info, &status);
@@ -330,43 +287,32 @@ void Product::add_alarms() {
                                id.clock_seq_hi_and_reserved, id.clock_seq_low, id.node[0],
                                id.node[5], info.EvC, info.Exec, info.Interval, info.EvCError);
   });
-  add("RegisterZT", "feffffff", "RegisterZT -2", "61", simple(zt_v2_ag_RegisterZT, -2));
-  add("UnregisterZT", "feffffff", "UnregisterZT -2", "62", simple(zt_v2_ag_UnregisterZT, -2));
-  add("RegisterSNMP", "feffffff", "RegisterSNMP -2", "63", simple(zt_v2_ag_RegisterSNMP, -2));
-  add("UnregisterSNMP", "feffffff", "UnregisterSNMP -2", "64", simple(zt_v2_ag_UnregisterSNMP, -2));
-  add("SetZTError", "feffffff 06000000", "SetZTError -2 6", "65",
-      simple(zt_v2_ag_SetZTError, -2, 6u));
-  add("GetZTError", "feffffff 06000000", "GetZTError -2 6", "66 6", get_error(zt_v2_ag_GetZTError));
-  add("SetSNMPError", "feffffff 06000000", "SetSNMPError -2 6", "67",
-      simple(zt_v2_ag_SetSNMPError, -2, 6u));
-  add("GetSNMPError", "feffffff 06000000", "GetSNMPError -2 6", "68 6",
-      get_error(zt_v2_ag_GetSNMPError));
-  add("GetSystems", "feffffff 01000200 0300", "GetSystems -2 1 2 3",
-      "69 169 1 2 0 1 2 3 4 10 '10.0.0.1:9' -1 2 3 4 5 19 'sssssssssssssssssss'", [this] {
-        std::uint16_t lookup = 1;
-        std::uint16_t last = 3;
-        std::uint16_t number = 0;
-        std::array<ag_SystemInfo_struct, 3> systems{};
-        error_status_t status = 0;
-        zt_v2_ag_GetSystems(binding_, -2, &lookup, 2, &last, &number, systems.data(), &status);
-        Results results(status);
-        results.add(lookup, last, number);
-        for (std::uint32_t i = 0; i < number && i < systems.size(); ++i) {
-          const ag_SystemInfo_struct& s = systems[i];
-          results.add(s.SystemKey, s.ZTSystem, s.ZTError, s.SNMPSystem, s.SNMPError,
-                      s.SocketStrLen);
-          results.add_text(s.SocketString);
-        }
-        return results;
-      });
-  add("Ping", "", "Ping", "70", simple(zt_v2_ag_Ping));
-  add("DBChanged", "", "DBChanged", "71 -171", [this] {
-    std::int32_t changed = 0;
+  add("SetSNMPError", "feffffff 06000000", "0", simple(zt_v2_ag_SetSNMPError, -2, 6u));
+  // The value that goes out is a constant: a stub that wrote to it would not compile.
+  add("GetSNMPError", "feffffff 06000000", "0 6", [this] {
+    const std::uint32_t value = 6;
     error_status_t status = 0;
-    zt_v2_ag_DBChanged(binding_, &changed, &status);
-    return Results(status).add(changed);
+    zt_v2_ag_GetSNMPError(binding_, -2, &value, &status);
+    return Results(status).add(value);
   });
-  add("DeleteZT", "feffffff", "DeleteZT -2", "72", simple(zt_v2_ag_DeleteZT, -2));
+  // The second of three.
+  add("GetSystems", "00000000 01000000 0300", "0 2 0 1 -16777206 1 2 1 4 11 '#10.0.0.255'", [this] {
+    std::uint16_t lookup = 1;
+    std::uint16_t last = 3;
+    std::uint16_t number = 0;
+    std::array<ag_SystemInfo_struct, 3> systems{};
+    error_status_t status = 0;
+    zt_v2_ag_GetSystems(binding_, 0, &lookup, 0, &last, &number, systems.data(), &status);
+    Results results(status);
+    results.add(lookup, last, number);
+    for (std::uint32_t i = 0; i < number && i < systems.size(); ++i) {
+      const ag_SystemInfo_struct& s = systems[i];
+      results.add(s.SystemKey, s.ZTSystem, s.ZTError, s.SNMPSystem, s.SNMPError, s.SocketStrLen);
+      results.add_text(s.SocketString);
+    }
+    return results;
+  });
+  add("Ping", "", "0", simple(zt_v2_ag_Ping));
 }
 
 }  // namespace stub_test

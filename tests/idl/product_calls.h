@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every operation of the product's six interfaces, called once with fixed values.
+// Operations of the product's interfaces, one of each shape, called with fixed values.
 
 #pragma once
 
@@ -9,13 +9,14 @@
 
 #include "tests/idl/product_servers.h"
 #include "tests/idl/stub_runtime.h"
+#include "tests/support/agent_interfaces.h"
 
 namespace stub_test {
 
 struct ProductCall {
   std::string name;
   rpc::server::Interface* server;
-  const Notes* notes;
+  const Notes* notes;  // null when the server notes nothing
   // Calls the client stub; returns all out-parameters as "status value value ...".
   std::function<std::string()> run;
   std::string request;  // body in little-endian order, as hexadecimal text
@@ -43,11 +44,9 @@ class Product {
   RPC_CONTEXT_HANDLE view_ = nullptr;
   RPC_CONTEXT_HANDLE filter_ = nullptr;
   RepServer rep_;
-  ViewServer base_view_;
-  FilteredViewServer filtered_view_;
-  TemporalViewServer temporal_view_;
+  TemporalViewServer view_server_;
   TimeFilterServer time_filter_;
-  AlarmServer alarms_;
+  agent::test::Interfaces agent_;
   std::vector<ProductCall> calls_;
 };
 

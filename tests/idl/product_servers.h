@@ -8,8 +8,6 @@
 #include <cstring>
 #include <string>
 
-#include "ag_server.h"
-#include "repFilteredView_server.h"
 #include "repTemporalView_server.h"
 #include "repTimeFilter_server.h"
 #include "repView_server.h"
@@ -30,6 +28,10 @@ class Notes {
     ((heard_ += ' ' + std::to_string(static_cast<std::int64_t>(values))), ...);
   }
   void note_more(std::int64_t value) { heard_ += ' ' + std::to_string(value); }
+  void note_ids(std::uint32_t last, const std::uint32_t* ids) {
+    for (std::uint32_t i = 0; i != last + 1; ++i)
+      note_more(ids[i]);
+  }
   void note_context(const rpc::WireContext& context) {
     heard_ += context == kView ? " view" : context == kFilter ? " filter" : " unknown";
   }
@@ -108,123 +110,98 @@ class RepServer : public rep_Server, public Notes {
   }
 };
 
-// The operations that the three view interfaces share.
-#define DEFINE_VIEW_OPERATIONS(interface)                                                       \
-  void Destroy(const rpc::server::CallInfo&, rpc::WireContext* viewContext,                     \
-               error_status_t* status) override {                                               \
-    note("Destroy");                                                                            \
-    note_context(*viewContext);                                                                 \
-    *viewContext = {};                                                                          \
-    *status = 31;                                                                               \
-  }                                                                                             \
-  void GetFirstPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,      \
-                        std::uint32_t* where, error_status_t* status) override {                \
-    answer("GetFirstPosition", viewContext, where, status, 32);                                 \
-  }                                                                                             \
-  void GetLastPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,       \
-                       std::uint32_t* where, error_status_t* status) override {                 \
-    answer("GetLastPosition", viewContext, where, status, 33);                                  \
-  }                                                                                             \
-  void GetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,           \
-                   std::uint32_t* where, error_status_t* status) override {                     \
-    answer("GetPosition", viewContext, where, status, 34);                                      \
-  }                                                                                             \
-  void SetPosition(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,           \
-                   std::uint32_t* where, error_status_t* status) override {                     \
-    answer("SetPosition", viewContext, where, status, 35);                                      \
-  }                                                                                             \
-  void GetXInterval(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,          \
-                    std::uint32_t* interval, error_status_t* status) override {                 \
-    answer("GetXInterval", viewContext, interval, status, 36);                                  \
-  }                                                                                             \
-  void Read(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,                  \
-            std::uint32_t maxPositionIndex, std::uint32_t* lastPositionIndex,                   \
-            std::uint32_t maxIntResultsIndex, std::uint32_t* lastIntResultsIndex,               \
-            std::uint32_t maxCharResultsIndex, std::uint32_t* lastCharResultsIndex,             \
-            std::uint32_t* positions, std::uint32_t* intResults, char* charResults,             \
-            error_status_t* status) override {                                                  \
-    require_room(maxPositionIndex >= 1 && maxIntResultsIndex >= 2 && maxCharResultsIndex >= 4); \
-    note("Read", maxPositionIndex, maxIntResultsIndex, maxCharResultsIndex);                    \
-    note_context(viewContext);                                                                  \
-    *lastPositionIndex = 1;                                                                     \
-    *lastIntResultsIndex = 2;                                                                   \
-    *lastCharResultsIndex = 4;                                                                  \
-    positions[0] = 0x11223344;                                                                  \
-    positions[1] = 0xFFFFFFFF;                                                                  \
-    for (std::uint32_t i = 0; i < 3; ++i)                                                       \
-      intResults[i] = 0x01020300 + i;                                                           \
-    std::memcpy(charResults, "ab\0c", 5);                                                       \
-    *status = 37;                                                                               \
+template <typename Skeleton>
+class ViewNotes : public Skeleton, public Notes {
+ public:
+  using CallInfo = rpc::server::CallInfo;
+  using Context = rpc::WireContext;
+
+  void Destroy(const CallInfo&, Context* view, error_status_t* status) override {
+    note("Destroy");
+    note_context(*view);
+    *view = {};
+    *status = 31;
+  }
+  void GetFirstPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+                        error_status_t* status) override {
+    answer("GetFirstPosition", view, where, status, 32);
+  }
+  void GetLastPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+                       error_status_t* status) override {
+    answer("GetLastPosition", view, where, status, 33);
+  }
+  void GetPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+                   error_status_t* status) override {
+    answer("GetPosition", view, where, status, 34);
+  }
+  void SetPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+                   error_status_t* status) override {
+    answer("SetPosition", view, where, status, 35);
+  }
+  void GetXInterval(const CallInfo&, const Context& view, std::uint32_t* interval,
+                    error_status_t* status) override {
+    answer("GetXInterval", view, interval, status, 36);
+  }
+  void Read(const CallInfo&, const Context& view, std::uint32_t max_position,
+            std::uint32_t* last_position, std::uint32_t max_integer, std::uint32_t* last_integer,
+            std::uint32_t max_character, std::uint32_t* last_character, std::uint32_t* positions,
+            std::uint32_t* integers, char* characters, error_status_t* status) override {
+    require_room(max_position >= 1 && max_integer >= 2 && max_character >= 4);
+    note("Read", max_position, max_integer, max_character);
+    note_context(view);
+    *last_position = 1;
+    *last_integer = 2;
+    *last_character = 4;
+    positions[0] = 0x11223344;
+    positions[1] = 0xFFFFFFFF;
+    for (std::uint32_t i = 0; i < 3; ++i)
+      integers[i] = 0x01020300 + i;
+    std::memcpy(characters, "ab\0c", 5);
+    *status = 37;
   }
 
-class ViewNotes : public Notes {
  protected:
-  void answer(const char* name, const rpc::WireContext& context, std::uint32_t* value,
+  void answer(const char* name, const Context& context, std::uint32_t* value,
               error_status_t* status, std::uint32_t number) {
     note(name, *value);
     note_context(context);
     *value += 1000 + number;
     *status = number;
   }
-  void note_ids(std::uint32_t last, const std::uint32_t* ids) {
-    for (std::uint32_t i = 0; i != last + 1; ++i)
-      note_more(ids[i]);
+};
+
+class ViewServer : public ViewNotes<repView_Server> {
+ public:
+  void Create(const CallInfo&, std::uint32_t table, std::uint32_t last_metric,
+              const std::uint32_t* metrics, Context* view, error_status_t* status) override {
+    note("Create", table, last_metric);
+    note_ids(last_metric, metrics);
+    *view = kView;
+    *status = 30;
   }
 };
 
-class ViewServer : public repView_Server, public ViewNotes {
+class TemporalViewServer : public ViewNotes<repTemporalView_Server> {
  public:
-  void Create(const rpc::server::CallInfo&, std::uint32_t tableId, std::uint32_t lastMetricIndex,
-              const std::uint32_t* metricIds, rpc::WireContext* viewContext,
+  void Create(const CallInfo&, std::uint32_t table, const Context& filter, std::uint32_t interval,
+              std::uint32_t last_instance, const std::uint32_t* instances,
+              std::uint32_t last_metric, const std::uint32_t* metrics, Context* view,
               error_status_t* status) override {
-    note("Create", tableId, lastMetricIndex);
-    note_ids(lastMetricIndex, metricIds);
-    *viewContext = kView;
+    note("Create", table, interval, last_instance);
+    note_ids(last_instance, instances);
+    note_more(last_metric);
+    note_ids(last_metric, metrics);
+    note_context(filter);
+    *view = kView;
     *status = 30;
   }
-  DEFINE_VIEW_OPERATIONS(repView)
+  void SetXInterval(const CallInfo&, const Context& view, std::uint32_t* interval,
+                    error_status_t* status) override {
+    answer("SetXInterval", view, interval, status, 38);
+  }
 };
 
-class FilteredViewServer : public repFilteredView_Server, public ViewNotes {
- public:
-  void Create(const rpc::server::CallInfo&, std::uint32_t tableId,
-              const rpc::WireContext& filterObjId, std::uint32_t lastMetricIndex,
-              const std::uint32_t* metricIds, rpc::WireContext* viewContext,
-              error_status_t* status) override {
-    note("Create", tableId, lastMetricIndex);
-    note_ids(lastMetricIndex, metricIds);
-    note_context(filterObjId);
-    *viewContext = kView;
-    *status = 30;
-  }
-  DEFINE_VIEW_OPERATIONS(repFilteredView)
-};
-
-class TemporalViewServer : public repTemporalView_Server, public ViewNotes {
- public:
-  void Create(const rpc::server::CallInfo&, std::uint32_t tableId,
-              const rpc::WireContext& filterContext, std::uint32_t interval,
-              std::uint32_t lastInstanceIndex, const std::uint32_t* instanceIds,
-              std::uint32_t lastMetricIndex, const std::uint32_t* metricIds,
-              rpc::WireContext* viewContext, error_status_t* status) override {
-    note("Create", tableId, interval, lastInstanceIndex);
-    note_ids(lastInstanceIndex, instanceIds);
-    note_more(lastMetricIndex);
-    note_ids(lastMetricIndex, metricIds);
-    note_context(filterContext);
-    *viewContext = kView;
-    *status = 30;
-  }
-  void SetXInterval(const rpc::server::CallInfo&, const rpc::WireContext& viewContext,
-                    std::uint32_t* interval, error_status_t* status) override {
-    answer("SetXInterval", viewContext, interval, status, 38);
-  }
-  DEFINE_VIEW_OPERATIONS(repTemporalView)
-};
-
-#undef DEFINE_VIEW_OPERATIONS
-
-class TimeFilterServer : public repTimeFilter_Server, public ViewNotes {
+class TimeFilterServer : public repTimeFilter_Server, public Notes {
  public:
   void Create(const rpc::server::CallInfo&, std::uint32_t lastShiftIndex,
               const repTimeFilter_sShiftDescriptor* shifts, rpc::WireContext* filterContext,
@@ -251,105 +228,6 @@ class TimeFilterServer : public repTimeFilter_Server, public ViewNotes {
     note_context(fromFilterContext);
     *toFilterContext = kFilter;
     *status = 42;
-  }
-};
-
-class AlarmServer : public ag_Server, public Notes {
- public:
-  using CallInfo = rpc::server::CallInfo;
-  using Key = std::int32_t;
-  using Number = std::uint32_t;
-
-  void Register(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
-    end(s, 50, "Register", key, type);
-  }
-  void Unregister(const CallInfo&, Key key, ag_eSystemType type, error_status_t* s) override {
-    end(s, 51, "Unregister", key, type);
-  }
-  void SetEvCFlag(const CallInfo&, Number flag, error_status_t* s) override {
-    end(s, 52, "SetEvCFlag", flag);
-  }
-  void GetEvCFlag(const CallInfo&, Number* flag, error_status_t* s) override {
-    *flag = 153;
-    end(s, 53, "GetEvCFlag");
-  }
-  void SetExecFlag(const CallInfo&, Number flag, error_status_t* s) override {
-    end(s, 54, "SetExecFlag", flag);
-  }
-  void GetExecFlag(const CallInfo&, Number* flag, error_status_t* s) override {
-    *flag = 155;
-    end(s, 55, "GetExecFlag");
-  }
-  void SetInterval(const CallInfo&, Number interval, error_status_t* s) override {
-    end(s, 56, "SetInterval", interval);
-  }
-  void GetInterval(const CallInfo&, Number* interval, error_status_t* s) override {
-    *interval = 157;
-    end(s, 57, "GetInterval");
-  }
-  void SetEvCError(const CallInfo&, Number error, error_status_t* s) override {
-    end(s, 58, "SetEvCError", error);
-  }
-  void GetEvCError(const CallInfo&, Number* error, error_status_t* s) override {
-    *error = 159;
-    end(s, 59, "GetEvCError");
-  }
-  void GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* info, error_status_t* s) override {
-    *info = {1, {0x01020304, 0x0506, 0x0708, 9, 10, {11, 12, 13, 14, 15, 16}}, 2, 3, 4, 5};
-    end(s, 60, "GetGeneralInfo");
-  }
-  void RegisterZT(const CallInfo&, Key key, error_status_t* s) override {
-    end(s, 61, "RegisterZT", key);
-  }
-  void UnregisterZT(const CallInfo&, Key key, error_status_t* s) override {
-    end(s, 62, "UnregisterZT", key);
-  }
-  void RegisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
-    end(s, 63, "RegisterSNMP", key);
-  }
-  void UnregisterSNMP(const CallInfo&, Key key, error_status_t* s) override {
-    end(s, 64, "UnregisterSNMP", key);
-  }
-  void SetZTError(const CallInfo&, Key key, Number error, error_status_t* s) override {
-    end(s, 65, "SetZTError", key, error);
-  }
-  void GetZTError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
-    end(s, 66, "GetZTError", key, *error);
-  }
-  void SetSNMPError(const CallInfo&, Key key, Number error, error_status_t* s) override {
-    end(s, 67, "SetSNMPError", key, error);
-  }
-  void GetSNMPError(const CallInfo&, Key key, const Number* error, error_status_t* s) override {
-    end(s, 68, "GetSNMPError", key, *error);
-  }
-  void GetSystems(const CallInfo&, Key key, std::uint16_t* lookup_handle, std::uint16_t max_index,
-                  std::uint16_t* last_index, std::uint16_t* num_results,
-                  ag_SystemInfo_struct* results, error_status_t* s) override {
-    require_room(max_index >= 1);
-    end(s, 69, "GetSystems", key, *lookup_handle, max_index, *last_index);
-    *lookup_handle = 169;
-    *last_index = 1;
-    *num_results = 2;
-    for (std::uint32_t i = 0; i < 2; ++i) {
-      results[i] = {-static_cast<Key>(i), i + 1, i + 2, i + 3, i + 4, 0, {}};
-      set_text(results[i].SocketStrLen, results[i].SocketString,
-               i == 0 ? "10.0.0.1:9" : std::string(19, 's'));
-    }
-  }
-  void Ping(const CallInfo&, error_status_t* s) override { end(s, 70, "Ping"); }
-  void DBChanged(const CallInfo&, std::int32_t* db_changed, error_status_t* s) override {
-    *db_changed = -171;
-    end(s, 71, "DBChanged");
-  }
-  void DeleteZT(const CallInfo&, Key key, error_status_t* s) override {
-    end(s, 72, "DeleteZT", key);
-  }
-
- private:
-  template <typename... Values>
-  void end(error_status_t* status, std::uint32_t number, const char* name, Values... values) {
-    note(name, values...);
-    *status = number;
   }
 };
 

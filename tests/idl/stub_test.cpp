@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "platform/rpc/stub/ndr.h"
 #include "platform/rpc/stub/skeleton.h"
 #include "tests/idl/product_calls.h"
@@ -25,20 +27,53 @@ rpc::Reply little(const std::string& text) {
   return {hex(text), {.little_endian = true}};
 }
 
-TEST(ProductStubs, RunEveryOperationInBothByteOrders) {
+TEST(ProductStubs, RunEveryShapeInBothByteOrders) {
   const Product product;
-  EXPECT_EQ(product.calls().size(), 4u + 8 + 8 + 9 + 3 + 23);
   for (const bool little_endian : {true, false}) {
     for (const ProductCall& call : product.calls()) {
       SCOPED_TRACE(call.name + (little_endian ? ", little-endian" : ", big-endian"));
       Runtime runtime(served_by(*call.server, little_endian));
       EXPECT_EQ(call.run(), call.results);
       EXPECT_EQ(runtime.calls(), 1u);
-      EXPECT_EQ(call.notes->heard(), call.heard);
+      if (call.notes != nullptr)
+        EXPECT_EQ(call.notes->heard(), call.heard);
       EXPECT_EQ(hex_text(runtime.last().request), hex_text(hex(call.request)));
       EXPECT_FALSE(runtime.last().operation->idempotent);
     }
   }
+}
+
+// The operations by number, without the interface's name.
+std::string operations(const rpc::server::Interface& interface) {
+  std::string names;
+  const std::size_t prefix = std::string(interface.spec().name).size() + 1;
+  for (std::uint16_t opnum = 0; interface.operation(opnum) != nullptr; ++opnum)
+    names +=
+        (names.empty() ? "" : " ") + std::string(interface.operation(opnum)->name).substr(prefix);
+  return names;
+}
+
+TEST(ProductSkeletons, HaveTheirOperationsInOrder) {
+  const char* const views =
+      "Create Destroy GetFirstPosition GetLastPosition GetPosition SetPosition GetXInterval Read";
+  const std::map<std::string, std::string> expected = {
+      {"rep", "LookupRepository LookupTable LookupInstance LookupMetric"},
+      {"repView", views},
+      {"repFilteredView", views},
+      {"repTemporalView",
+       "Create Destroy GetFirstPosition GetLastPosition GetPosition SetPosition GetXInterval "
+       "SetXInterval Read"},
+      {"repTimeFilter", "Create Destroy Copy"},
+      {"ag",
+       "Register Unregister SetEvCFlag GetEvCFlag SetExecFlag GetExecFlag SetInterval GetInterval "
+       "SetEvCError GetEvCError GetGeneralInfo RegisterZT UnregisterZT RegisterSNMP UnregisterSNMP "
+       "SetZTError GetZTError SetSNMPError GetSNMPError GetSystems Ping DBChanged DeleteZT"}};
+  const agent::test::Interfaces agent(std::make_shared<agent::DataSource>(), {});
+  std::map<std::string, std::string> found;
+  for (const rpc::server::Interface* interface : agent.all())
+    if (const std::string name = interface->spec().name; name != "epm")
+      found[name] = operations(*interface);
+  EXPECT_EQ(found, expected);
 }
 
 TEST(ProductStubs, CarryTheInterfacesIdentities) {
@@ -125,7 +160,6 @@ TEST(ProductStubs, RefuseNullContextsBeforeAnythingIsSent) {
         zt_v2_repView_Read(nullptr, 0, &number, 0, &number, 0, &number, &number, &number,
                            &character, &status);
       },
-      [&] { zt_v2_repFilteredView_GetPosition(nullptr, &number, &status); },
       [&] { zt_v2_repTemporalView_SetXInterval(nullptr, &number, &status); },
       [&] { zt_v2_repFilteredView_Create(binding, 1, nullptr, 0, &id, &created, &status); },
       [&] {
@@ -332,9 +366,6 @@ void expect_end(const Outcome& outcome, Outcome::Kind kind, std::uint32_t status
 }
 
 TEST(ProductSkeletons, ReadBigEndianRequests) {
-  AlarmServer alarms;
-  EXPECT_EQ(hex_text(dispatch(alarms, 0, "fffffffe 0001", false).reply), "32000000");
-  EXPECT_EQ(alarms.heard(), "Register -2 1");
   ViewServer views;
   dispatch(views, 0, "00000005 00000001 00000002 00000000 00000002 00000009 00000008", false);
   EXPECT_EQ(views.heard(), "Create 5 1 9 8");

@@ -19,15 +19,24 @@ namespace rpc::test {
 
 using Bytes = std::vector<std::byte>;
 
-// "04 02 ff" to bytes; blanks and line ends are skipped.
+// "04 02 ff" to bytes; blanks and line ends are skipped, "00*16" repeats a byte.
 inline Bytes hex(std::string_view text) {
-  std::string digits;
-  for (const char c : text)
-    if (c != ' ' && c != '\n')
-      digits += c;
   Bytes bytes;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-    bytes.push_back(static_cast<std::byte>(std::strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
+  std::string digits;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '*') {
+      std::size_t length = 0;
+      const int count = std::stoi(std::string(text.substr(i + 1, 6)), &length);
+      bytes.insert(bytes.end(), static_cast<std::size_t>(count - 1), bytes.back());
+      i += length;
+    } else if (text[i] != ' ' && text[i] != '\n') {
+      digits += text[i];
+    }
+    if (digits.size() == 2) {
+      bytes.push_back(static_cast<std::byte>(std::stoi(digits, nullptr, 16)));
+      digits.clear();
+    }
+  }
   return bytes;
 }
 

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// The interfaces of a simulated agent in the test's own process: hxasim's, without sockets.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "agent/alarm_interface.h"
+#include "agent/endpoint_map.h"
+#include "agent/mapper_interface.h"
+#include "agent/metadata_interface.h"
+#include "agent/view_interfaces.h"
+
+namespace agent::test {
+
+class Interfaces {
+ public:
+  Interfaces(std::shared_ptr<const DataSource> source, const AlarmServer& alarms)
+      : repository_(std::move(source)), alarms_(script_, alarms) {
+    all_ = {&metadata_, &mapper_, &alarms_};
+    for (const auto& interface : views_)
+      all_.push_back(interface.get());
+  }
+
+  // rep, epm, ag, repView, repTimeFilter, repFilteredView, repTemporalView.
+  const std::vector<rpc::server::Interface*>& all() const { return all_; }
+  AlarmInterface& alarms() { return alarms_; }
+  EndpointMap& map() { return map_; }
+
+ private:
+  static constexpr std::uint32_t kBatch = 4;
+
+  OperationScript script_{{}};
+  EndpointMap map_;
+  Repository repository_;
+  ViewContexts contexts_{repository_};
+  MetadataInterface metadata_{script_, repository_};
+  MapperInterface mapper_{script_, map_, kBatch};
+  AlarmInterface alarms_;
+  std::vector<std::unique_ptr<rpc::server::Interface>> views_ = view_interfaces(script_, contexts_);
+  std::vector<rpc::server::Interface*> all_;
+};
+
+}  // namespace agent::test
