@@ -13,7 +13,6 @@
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
 #include "tests/endtoend/scenario_text.h"
-#include "tests/endtoend/toy_server.h"
 
 namespace endtoend {
 namespace {
@@ -80,35 +79,6 @@ TEST(BadNetwork, AServerThatSaysThatItWorksIsWaitedFor) {
                             "Found almserver registered at:\n\n  Port[1050]\n\n");
   EXPECT_EQ(result.err, message(20, 203, "0") + "\n");
   EXPECT_GE(result.seconds, 10);
-}
-
-TEST(BadNetwork, AServerThatNeverHasTheCallIsNot) {
-  constexpr std::uint16_t kPort = 2000;
-  const Agent agent(SourceText("ORDERS").text() +
-                    "[[system]]\naddress = \"127.0.1.1\"\n"
-                    "[[system.repository]]\nsource = \"ORDERS\"\nport = 1045\n"
-                    "[[system.mapper.element]]\ninterface = \"ag\"\nendpoint = \"2000\"\n");
-  const ToyServer server(
-      {.port = kPort,
-       .receive = [](const std::string& datagram, std::vector<std::string>& answers) {
-         const PacketType type = type_of(datagram);
-         if (type != kRequest && type != kPing)
-           return false;
-         // It listens, says its management; status 0 and true.
-         const bool listening = type == kRequest && is_for_management(datagram);
-         answers.push_back(listening
-                               ? packet_for(datagram, kResponse, std::string("\0\0\0\0\1\0\0\0", 8))
-                               : packet_for(datagram, kNoCall));
-         return false;
-       }});
-  const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "1"}});
-  EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha") +
-                            "Found registered rep_servers at:\n\n"
-                            "  Server: Port[1045] - ORDERS\n  Path  : /var/opt/ORDERS\n\n"
-                            "Found almserver registered at:\n\n  Port[2000]\n\n");
-  EXPECT_EQ(result.err, message(20, 203, "1") + "\n" + message(13, 307, "1726"));
-  EXPECT_GE(server.received(), 3);
-  EXPECT_LT(result.seconds, 10);
 }
 
 }  // namespace

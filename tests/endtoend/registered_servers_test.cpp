@@ -134,33 +134,6 @@ TEST(EndpointListing, FollowsTheDefaultCheckOnlyWhenBothAreAskedFor) {
   EXPECT_NE(only.out.find(listing), std::string::npos);
 }
 
-TEST(EndpointListing, GoesOnOverManyBatchesAndEveryProtocol) {
-  std::string scenario = R"(
-[[system]]
-name = "alpha"
-address = "127.0.1.1"
-[system.mapper]
-batch = 7
-)";
-  std::string expected = heading_of_alpha("ztcomm -s alpha -r") +
-                         "Elements of the endpoint map or location broker.\n\n";
-  const std::pair<std::string, std::string> protocols[] = {
-      {"ncadg_ip_udp", "1100"}, {"ncacn_ip_tcp", "1101"}, {"ncacn_http", "593"}};
-  for (int i = 0; i < 100; ++i) {
-    const auto& [protocol, endpoint] = protocols[i % 3];
-    scenario += "[[system.mapper.element]]\ninterface = \"12345678-0000-0000-0000-00000000000" +
-                std::to_string(i % 10) + "\"\nprotocol = \"" + protocol + "\"\nendpoint = \"" +
-                endpoint + "\"\nannotation = \"element " + std::to_string(i) + "\"\n";
-    expected += "  <object>         nil\n  <interface id>   12345678-0000-0000-0000-00000000000" +
-                std::to_string(i % 10) + "\n  <string binding> " + protocol + ":127.0.1.1[" +
-                endpoint + "]\n  <annotation>     element " + std::to_string(i) + "\n\n";
-  }
-  const Agent agent(scenario);
-  const Result result = ztcomm({"-s", "alpha", "-r"});
-  EXPECT_EQ(result.out, expected);
-  EXPECT_EQ(result.err, "");
-}
-
 TEST(Trace, ShowsEveryRemoteCallTwiceAndNestsOperations) {
   const Agent agent(kHealthy);
   const Result result = ztcomm({"-s", "alpha", "-trace"}, {{"ZT_TRACE_INTERNAL", "2"}});
@@ -173,13 +146,6 @@ TEST(Trace, ShowsEveryRemoteCallTwiceAndNestsOperations) {
   EXPECT_NE(result.err.find("[ 1]   Enter zt_DiagComm_class::ConnectToSystem\n"),
             std::string::npos);
   EXPECT_NE(result.err.find(message(20, 205, "2") + "\n"), std::string::npos);
-}
-
-TEST(Trace, SlowNetworkPauseFollowsEveryCall) {
-  const Agent agent(kHealthy);
-  const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_NOISE", "1"}});
-  EXPECT_EQ(result.err, message(20, 201, "1") + "\n");
-  EXPECT_GE(result.seconds, 4.0);
 }
 
 }  // namespace

@@ -129,23 +129,6 @@ TEST_F(Control, AsksTheProductsKeysInItsOrder) {
   }
 }
 
-TEST_F(Control, ReadsTheExampleOfTheFormatsPage) {
-  const std::string path = directory_ + "/example.reg";
-  std::ofstream(path) << "Windows Registry Editor Version 5.00\n"
-                         "\n"
-                         "; Where the console is installed.\n"
-                         "[HKEY_LOCAL_MACHINE\\Software\\Moraine\\Zentrace Analyzer"
-                         "\\CurrentVersion]\n"
-                         "\"CommonApplicationPath\"=\"/opt/zentrace\"\n"
-                         "\"CommonDataPath\"=hex(2):2f,00,76,00,61,00,72,00,\\\n"
-                         "  2f,00,7a,00,74,00,00,00\n"
-                         "\"Installed\"=dword:36530d70\n";
-  ::setenv("ZT_REGISTRY", path.c_str(), 1);
-  const CONTROL_OBJ control("zt/");
-  EXPECT_STREQ(CONTROL_OBJ::GetLibDirectory(), "/opt/zentrace\\lib\\");
-  EXPECT_STREQ(CONTROL_OBJ::GetConfigDirectory(), "/var/zt\\");
-}
-
 TEST_F(Control, AKeyWithoutTheValueIsNotPassedOver) {
   install({{kZentrace, nullptr, nullptr}, {kHalvex, "h:\\", "h:\\"}});
   const CONTROL_OBJ control("zt/");
