@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/sys/native_path.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -22,7 +24,19 @@ std::string native_path(std::string_view path) {
 }
 
 int _access(const char* path, int mode) {
-  return ::access(native_path(path).c_str(), mode);
+  return ::faccessat(AT_FDCWD, native_path(path).c_str(), mode, AT_EACCESS);
+}
+
+bool may_write(const std::string& path) {
+  constexpr int kReadAndWrite = 6;
+  if (_access(path.c_str(), kReadAndWrite) == 0)
+    return true;
+  if (errno != ENOENT)
+    return false;
+  const std::string native = native_path(path);
+  const std::size_t slash = native.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : native.substr(0, slash + 1);
+  return ::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 int _stat(const char* path, struct ::stat* status) {

@@ -19,7 +19,11 @@ namespace sys {
 std::string native_path(std::string_view path);
 
 // 0 when the file can be reached in the mode (0 exists, 2 write, 4 read, 6 both), else -1 (errno).
+// The effective ids count, as they do when a file is opened.
 int _access(const char* path, int mode);
+
+// Whether this user may write a plain file, or make it in its folder when it is absent.
+bool may_write(const std::string& path);
 
 // Status of a file: 0, or -1 (errno).
 int _stat(const char* path, struct ::stat* status);

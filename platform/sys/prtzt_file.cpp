@@ -18,44 +18,6 @@ namespace {
 
 constexpr std::uint64_t kMaxPosition = 0xFFFFFFFFu;
 
-int status_of(int error) {
-  switch (error) {
-    case ENOENT:
-    case ENOTDIR:
-    case ENAMETOOLONG:
-      return tFILE_ERRORS::cMISSING;
-    case EEXIST:
-      return tFILE_ERRORS::cEXISTS;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR:
-    case ENXIO:
-    case ELOOP:
-      return tFILE_ERRORS::cACCESS;
-    case EINTR:
-      return tFILE_ERRORS::cINTERRUPTED;
-    case EAGAIN:
-    case EBUSY:
-    case EDEADLK:
-    case ETXTBSY:
-      return tFILE_ERRORS::cLOCKED;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return tFILE_ERRORS::cFULL;
-    case EMFILE:
-    case ENFILE:
-    case ENOLCK:
-    case ENOMEM:
-      return tFILE_ERRORS::cLIMIT;
-    case EBADF:
-      return tFILE_ERRORS::cNOTOPEN;
-    default:
-      return tFILE_ERRORS::cDEVICE;
-  }
-}
-
 mode_t mode_of(unsigned security) {
   mode_t mode = 0;
   for (unsigned shift = 0; shift < 9; shift += 3) {
@@ -74,7 +36,7 @@ mode_t mode_of(unsigned security) {
 
 int open_flags(unsigned access) {
   // O_NONBLOCK: the name may turn out to be a pipe or a terminal, whose opening must not hang.
-  int flags = O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
   switch (access & tFILEDEFS::cREADWRITE) {
     case tFILEDEFS::cREADWRITE:
       flags |= O_RDWR;
@@ -117,6 +79,44 @@ ssize_t write_at(int descriptor, const void* buffer, std::size_t size, std::uint
 
 }  // namespace
 
+int FileStatusOf(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case ENAMETOOLONG:
+      return tFILE_ERRORS::cMISSING;
+    case EEXIST:
+      return tFILE_ERRORS::cEXISTS;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+    case ENXIO:
+    case ELOOP:
+      return tFILE_ERRORS::cACCESS;
+    case EINTR:
+      return tFILE_ERRORS::cINTERRUPTED;
+    case EAGAIN:
+    case EBUSY:
+    case EDEADLK:
+    case ETXTBSY:
+      return tFILE_ERRORS::cLOCKED;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return tFILE_ERRORS::cFULL;
+    case EMFILE:
+    case ENFILE:
+    case ENOLCK:
+    case ENOMEM:
+      return tFILE_ERRORS::cLIMIT;
+    case EBADF:
+      return tFILE_ERRORS::cNOTOPEN;
+    default:
+      return tFILE_ERRORS::cDEVICE;
+  }
+}
+
 const char* FileStatusText(int status) {
   static constexpr std::array<const char*, 12> kTexts = {
       "no failure",
@@ -155,14 +155,22 @@ void tLOGICAL_FILE::SetName(const char* name) {
 }
 
 int tLOGICAL_FILE::OpenAlways(unsigned access, unsigned /*share*/, unsigned security) {
+  return Open(open_flags(access) | O_CREAT, security);
+}
+
+int tLOGICAL_FILE::OpenExisting(unsigned access) {
+  return Open(open_flags(access), 0);
+}
+
+int tLOGICAL_FILE::Open(int flags, unsigned security) {
   Close();
   const std::string path = native_path(name_);
   int descriptor;
   do {
-    descriptor = open(path.c_str(), open_flags(access), mode_of(security));
+    descriptor = open(path.c_str(), flags, mode_of(security));
   } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0)
-    return status_of(errno);
+    return FileStatusOf(errno);
   struct stat about {};
   if (fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) {
     close(descriptor);
@@ -178,7 +186,7 @@ int tLOGICAL_FILE::Read(void* buffer, std::uint32_t size, std::uint32_t* count) 
   if (count != nullptr)
     *count = got < 0 ? 0 : static_cast<std::uint32_t>(got);
   if (got < 0)
-    return status_of(errno);
+    return FileStatusOf(errno);
   const bool whole = static_cast<std::uint32_t>(got) == size;
   if (whole || count != nullptr)
     position_ += static_cast<std::uint64_t>(got);
@@ -193,7 +201,7 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
   const int descriptor = physical_->descriptor;
   struct stat before {};
   if (fstat(descriptor, &before) != 0)
-    return status_of(errno);
+    return FileStatusOf(errno);
   std::vector<char> old;
   ssize_t had = 0;
   if (position_ < static_cast<std::uint64_t>(before.st_size)) {
@@ -203,7 +211,7 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
 
   const ssize_t put = write_at(descriptor, buffer, size, position_);
   if (put < 0)
-    return status_of(errno);
+    return FileStatusOf(errno);
   if (static_cast<std::uint32_t>(put) == size) {
     position_ += size;
     if (count != nullptr)
@@ -232,7 +240,7 @@ int tLOGICAL_FILE::Seek(tFILEDEFS::eSEEKMODE mode, std::int32_t offset, std::uin
   if (mode == tFILEDEFS::cFROMEND) {
     struct stat about {};
     if (fstat(physical_->descriptor, &about) != 0)
-      return status_of(errno);
+      return FileStatusOf(errno);
     origin = about.st_size;
   }
   const std::int64_t target = origin + offset;
@@ -255,7 +263,7 @@ int tLOGICAL_FILE::Rewind() {
 int tLOGICAL_FILE::GetStamp(tFILE_STAMP& stamp) const {
   struct stat about {};
   if (fstat(physical_->descriptor, &about) != 0)
-    return status_of(errno);
+    return FileStatusOf(errno);
   // The time of change rather than of modification, which anyone may set.
   stamp = {about.st_size, about.st_ctim.tv_sec, about.st_ctim.tv_nsec};
   return tFILE_ERRORS::cNORMAL;
@@ -271,7 +279,7 @@ int tLOGICAL_FILE::SetLock(short type, std::uint32_t length, bool wait) const {
   // not drop them.
   if (fcntl(physical_->descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, &region) == 0)
     return tFILE_ERRORS::cNORMAL;
-  return status_of(errno == EACCES ? EAGAIN : errno);
+  return FileStatusOf(errno == EACCES ? EAGAIN : errno);
 }
 
 int tLOGICAL_FILE::LockRegion(std::uint32_t length, unsigned flags) {
@@ -283,12 +291,47 @@ int tLOGICAL_FILE::UnlockRegion(std::uint32_t length) {
   return SetLock(F_UNLCK, length, false);
 }
 
+namespace {
+
+struct flock OneOctet(short type, std::int64_t at) {
+  struct flock region {};
+  region.l_type = type;
+  region.l_whence = SEEK_SET;
+  region.l_start = static_cast<off_t>(at);
+  region.l_len = 1;
+  return region;
+}
+
+}  // namespace
+
+long tLOGICAL_FILE::ReturnLockHolder(std::int32_t mark) const {
+  struct flock region = OneOctet(F_WRLCK, static_cast<std::int64_t>(position_));
+  if (fcntl(physical_->descriptor, F_OFD_GETLK, &region) != 0 || region.l_type == F_UNLCK)
+    return 0;
+  if (region.l_pid > 0)
+    return region.l_pid;
+  region = OneOctet(F_WRLCK, mark);
+  const bool marked =
+      fcntl(physical_->descriptor, F_GETLK, &region) == 0 && region.l_type != F_UNLCK;
+  return marked && region.l_pid > 0 ? region.l_pid : 0;
+}
+
+void tLOGICAL_FILE::MarkLockHolder(std::int32_t mark) const {
+  const struct flock region = OneOctet(F_WRLCK, mark);
+  fcntl(physical_->descriptor, F_SETLK, &region);
+}
+
+void tLOGICAL_FILE::UnmarkLockHolder(std::int32_t mark) const {
+  const struct flock region = OneOctet(F_UNLCK, mark);
+  fcntl(physical_->descriptor, F_SETLK, &region);
+}
+
 int tLOGICAL_FILE::Close() {
   if (physical_->descriptor < 0)
     return tFILE_ERRORS::cNOTOPEN;
   const int result = close(physical_->descriptor);
   physical_->descriptor = -1;
-  return result == 0 ? tFILE_ERRORS::cNORMAL : status_of(errno);
+  return result == 0 ? tFILE_ERRORS::cNORMAL : FileStatusOf(errno);
 }
 
 }  // namespace sys

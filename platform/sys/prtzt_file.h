@@ -49,6 +49,8 @@ struct tFILEDEFS {
 
 // What the statuses mean, for messages: a clause without a full stop, in static storage.
 const char* FileStatusText(int status);
+// The status for an errno.
+int FileStatusOf(int error);
 
 // What every write to a file changes. With equal stamps before and after, nobody has written in
 // between; a system whose clock for files is coarse may miss a write within the same few
@@ -91,6 +93,8 @@ class tLOGICAL_FILE {
   // anything else gives cACCESS. `access` is a sum of eACCESS, `security` a sum as in eSECURITY;
   // `share` is accepted and ignored, since this platform always shares.
   int OpenAlways(unsigned access, unsigned share, unsigned security);
+  // The same for a file that must be there.
+  int OpenExisting(unsigned access);
 
   // Reads `size` bytes at the position and advances past them. cEOF when the file ends first: a
   // caller that gave `count` gets the bytes there are, their number, and a position past them;
@@ -117,9 +121,17 @@ class tLOGICAL_FILE {
   int LockRegion(std::uint32_t length, unsigned flags);
   int UnlockRegion(std::uint32_t length);
 
+  // Which process has locked the octet at the position, as far as the lock tells. Locks of open
+  // files belong to no process, so a holder marks another octet of the file with its process's own
+  // lock; closing any descriptor of the file drops that mark. 0: unknown, or this process.
+  long ReturnLockHolder(std::int32_t mark) const;
+  void MarkLockHolder(std::int32_t mark) const;
+  void UnmarkLockHolder(std::int32_t mark) const;
+
   int Close();
 
  private:
+  int Open(int flags, unsigned security);
   int SetLock(short type, std::uint32_t length, bool wait) const;
 
   std::string name_;

@@ -7,21 +7,15 @@
 // Bytes behind the last whole slot are no record: scans end before them and an insert overwrites
 // them.
 //
-// Writers of several processes exclude each other with Lock and Unlock, which readers do not need.
-// So that a reader never gets half of an old and half of a new slot, reads and writes also hold a
-// lock of the slot's own bytes in the data file while they copy them. That lock is courtesy: it is
-// waited for at most kSlotLockWait, and a process that does not know of it does no harm. What a
-// writer that was killed within a write under the lock has left of it is made whole by the next one
-// that opens the file, takes the lock or reads that slot.
+// Slots, their locks and the writers' lock are SHslotFile's.
 
 #pragma once
 
-#include <chrono>
 #include <cstdint>
+#include <string>
 #include <vector>
 
-#include "platform/sys/prtzt_file.h"
-#include "shared/general/SHindexObj_journal.h"
+#include "shared/general/SHslotFile.h"
 
 // Statuses next to those of the file library. Every operation but the accessors returns a status,
 // 0 for success.
@@ -32,16 +26,11 @@ enum : int {
   kIndexWrongSize = 1006,  // a size differs from those the file was opened with
 };
 
-// Status bytes of slots. Every byte but that of a deleted slot is live.
-inline constexpr char kIndexSlotLive = 0;
-inline constexpr char kIndexSlotDeleted = 1;
-
 class INDEX_DATA_OBJ {
  public:
-  static constexpr std::chrono::milliseconds kSlotLockWait{500};
-
   // Opens or creates the data file and its lock file (the name with ".lk"). The sizes must be those
-  // that the file was made with; nothing in it records them.
+  // that the file was made with; nothing in it records them. A data file that this user may only
+  // read is opened so, without a lock file: every write to it then fails with cACCESS.
   INDEX_DATA_OBJ(const char* file_name, int key_size, int record_size);
   ~INDEX_DATA_OBJ();
   INDEX_DATA_OBJ(const INDEX_DATA_OBJ&) = delete;
@@ -51,6 +40,7 @@ class INDEX_DATA_OBJ {
   int ReturnValidObj() const { return ValidObj; }
   int ReturnError() const { return Error; }
   int ReturnLockFileOpened() const { return fLockFileOpened; }
+  bool ReturnReadOnly() const { return fFile.IsReadOnly(); }
   int ReturnResult() const { return Result; }  // of the last operation
 
   // The first live slot of a key. `location` receives its offset.
@@ -91,8 +81,8 @@ class INDEX_DATA_OBJ {
                          int& record_size);
   int ReturnRecAndKey(const char* key, char* record);
 
-  // The writers' lock between processes; waits until it is granted.
-  int Lock();
+  // The writers' lock between processes; waits until it is granted, or as long as it is told to.
+  int Lock(const LockPatience& patience = {});
   int Unlock();
 
   // The key and the status byte of the slot that the last GetRec by location, GetFirstRec or
@@ -100,76 +90,44 @@ class INDEX_DATA_OBJ {
   const char* ReturnSlotKey() const { return fSlot.data() + 1; }
   char ReturnSlotState() const { return fSlot[0]; }
 
-  // Changes with every write to the data file, by whomever.
-  int GetStamp(sys::tFILE_STAMP& stamp) const { return fDataBase.GetStamp(stamp); }
-
-  // Why the last walk found no further slot: cEOF at the true end of the file.
+  // Why the last walk or keyed search found no further slot: cEOF at the true end of the file. An
+  // insert does not go on behind a slot that cannot be read.
   int ReturnReadStatus() const { return fReadStatus; }
 
-  // Changes only the status byte of a slot, in a write of one byte. A walk over the slots goes on
-  // behind it.
+  // Changes only the status octet of a slot. A walk over the slots goes on behind it.
   int MarkRec(std::int32_t location, char state);
 
-  // While one of these lives, GetFirstRec and GetNextRec read many slots at a time. No other
-  // operation may be called meanwhile.
-  class ReadAhead {
-   public:
-    explicit ReadAhead(INDEX_DATA_OBJ& index);
-    ~ReadAhead();
-    ReadAhead(const ReadAhead&) = delete;
-    ReadAhead& operator=(const ReadAhead&) = delete;
-
-   private:
-    INDEX_DATA_OBJ& index_;
-  };
+  SlotFile& File() { return fFile; }
 
   // One line on standard error, for debugging.
   void PrintDebugInfo(const char* string) const;
   static int fDebugLevel;
 
  private:
-  // Slots read together, for scans: `bytes` holds `count` of them from file offset `base` on, of
-  // which `next` are used up.
-  struct Block {
-    std::vector<char> bytes;
-    std::uint32_t base = 0;
-    std::uint32_t count = 0;
-    std::uint32_t next = 0;
-  };
-
   void OpenDataBase(const char* file_name, int key_size, int record_size);
   int CheckSizes(int key_size, int record_size) const;
   int SetResult(int status) { return Result = status; }
-  bool IsEndOfLocations(std::uint32_t offset) const;
 
   int ReadSlot();
   int WriteSlot();
-  void FinishInterruptedWrite();
-  bool Redo(const SlotJournal::Note& note);
   void FillSlot(char state, const char* key, const char* record);
   void FillDeletedSlot();
-  void StartBlock(Block& block, std::uint32_t base) const;
-  const char* NextInBlock(Block& block);
 
   int GetRecByKey(const char* key, char* record, std::int32_t& location);
   int FindRecord(const char* key, std::int32_t& location);
-  std::int32_t FindHole(std::int32_t search_from);
+  int FindPlace(std::int32_t search_from, std::int32_t& location, bool& in_hole);
   int NextLiveSlot(char* key, char* record, std::int32_t& location);
 
   int ValidObj = 0;
   int Error = 0;
-  sys::tBINFILE fDataBase{nullptr, 1};
-  sys::tBINFILE fLockFile{nullptr, 1};
+  SlotFile fFile;
   int SizeOfRecords = 0;
   int SizeOfKeys = 0;
   std::uint32_t RecordSize = 0;  // of a slot
   int Result = 0;
   int fNumber = 0;
   int fLockFileOpened = 0;
-  bool fHoldsLock = false;
-  SlotJournal fJournal;
+  std::uint32_t fPosition = 0;  // the cursor
   int fReadStatus = 0;
   std::vector<char> fSlot;  // the slot last read or written
-  bool fReadingAhead = false;
-  Block fAhead;
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manager of the system database: records, iteration, lock and change detection. Its opening
 // and the older layout are in ZTsysInfoObj_open.cpp, the cross-reference table in
-// ZTsysInfoObj_table.cpp, the back-connect file in ZTsysInfoObj_backconnect.cpp.
+// ZTsysInfoObj_table.cpp, inserts by the thousand in ZTsysInfoObj_bulk.cpp.
 
 #include "source/sysdb/ZTsysInfoObj.h"
 
@@ -11,11 +11,16 @@
 #include <ctime>
 
 #include "platform/sys/native_path.h"
+#include "source/sysdb/ZTsignalsBlocked.h"
 
 namespace {
 
 char* BytesOf(zt_SystemInfo_struct& record) {
   return reinterpret_cast<char*>(&record);
+}
+
+const char* BytesOf(const zt_SystemInfo_struct& record) {
+  return reinterpret_cast<const char*>(&record);
 }
 
 // The key's four bytes as the file holds them.
@@ -30,16 +35,11 @@ bool SameText(const char* a, const char* b) {
 
 }  // namespace
 
-zt_SystemDBMgt_class::~zt_SystemDBMgt_class() {
-  if (fBackConnectXRef != nullptr)
-    std::fclose(fBackConnectXRef);
-}
-
 // Reads the record of a table entry. The entry may be out of date at any moment, since readers hold
 // no lock: a slot that holds another system by now is no record of this one.
 int zt_SystemDBMgt_class::ReadAtIndex(int index) {
   if (index < 1)
-    return kIndexNotFound;
+    return fTableStatus != 0 ? fTableStatus : int{kIndexNotFound};
   const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
   int size = kSystemRecordSize;
   zt_SystemInfo_struct record;
@@ -98,6 +98,8 @@ const char* zt_SystemDBMgt_class::ReturnSystemName(SystemKey key) {
   int index = fXrefSynced == 1 ? SearchXrefTable(key) : -1;
   if (index < 1 && CheckSystemXrefTable() != 0)
     index = SearchXrefTable(key);
+  if (index < 1)
+    fError = fTableStatus;
   return index < 1 ? nullptr : fSystemXrefTable[static_cast<std::size_t>(index)].ReturnSystemName();
 }
 
@@ -114,6 +116,18 @@ const char* zt_SystemDBMgt_class::ReturnBackConnectName(SystemKey key) {
   return GetSystemInfo(key) == 0 ? ReturnCurrentBackConnectName() : nullptr;
 }
 
+const char* zt_SystemDBMgt_class::ReturnCurrentBackConnectName() {
+  const char* name = fBackConnect->NameOf(fSystemInfo.fSystemName);
+  fError = fBackConnect->error();
+  return name;
+}
+
+// A walk that a read failure cut short must not count as one that saw every record.
+int zt_SystemDBMgt_class::WalkStatus() const {
+  const int status = fIndexDataObj->ReturnReadStatus();
+  return status == sys::tFILE_ERRORS::cEOF ? 0 : status;
+}
+
 int zt_SystemDBMgt_class::GetFirstSystemRec(zt_SystemInfo_class& info) {
   fError = 0;
   if (fBuildingXrefTable == 0)
@@ -124,7 +138,7 @@ int zt_SystemDBMgt_class::GetFirstSystemRec(zt_SystemInfo_class& info) {
   const int status = fIndexDataObj->GetFirstRec(key.bytes, key_size, BytesOf(fSystemInfo),
                                                 record_size, fCurrentLocation);
   if (status != 0 || record_size == 0)
-    return fError = status == kIndexNotValid ? status : kSysDbNoMoreSystems;
+    return fError = WalkStatus() != 0 ? WalkStatus() : int{kSysDbNoMoreSystems};
   // The version record, also when damage has given it another key: a user must not delete it.
   if (fCurrentLocation == kVersionLocation || ConvertSystemKey(key.bytes) == 0)
     return GetNextSystemRec(info);
@@ -139,7 +153,7 @@ int zt_SystemDBMgt_class::GetNextSystemRec(zt_SystemInfo_class& info) {
   int record_size = 0;
   if (fIndexDataObj->GetNextRec(key.bytes, key_size, BytesOf(fSystemInfo), record_size,
                                 fCurrentLocation) != 0)
-    return fError = kSysDbNoMoreSystems;
+    return fError = WalkStatus() != 0 ? WalkStatus() : int{kSysDbNoMoreSystems};
   info = zt_SystemInfo_class(fSystemInfo, ConvertSystemKey(key.bytes));
   return 0;
 }
@@ -150,6 +164,8 @@ int zt_SystemDBMgt_class::PutSystemRec(const zt_SystemInfo_class& info) {
   zt_SystemInfo_struct record = info.ReturnStruct(key);
   if (key == kNoSystemKey)
     return fError = kSysDbNoKey;
+  if (fReadOnly)
+    return fError = sys::tFILE_ERRORS::cACCESS;
   record.fRecUpdateTime = static_cast<std::int32_t>(std::time(nullptr));
 
   PositionAtSystem(key);
@@ -162,36 +178,39 @@ int zt_SystemDBMgt_class::PutSystemRec(const zt_SystemInfo_class& info) {
   }
   // With nobody else writing, the table can follow our own write without a look at the file.
   const bool follows = fLockHeld != 0 && TableIsCurrent();
-  const KeyBytes key_bytes(key);
-  switch (fError) {
-    case 0:
-      fError = fIndexDataObj->ReplaceRec(fCurrentLocation, key_bytes.bytes, BytesOf(record),
-                                         kSystemRecordSize);
-      if (fError == 0 && !SameText(fSystemInfo.fSystemName, record.fSystemName))
-        SetTableName(key, record.fSystemName);
-      break;
-    case kIndexNotFound: {
-      std::int32_t location = -1;
-      fError = fIndexDataObj->PutRec(key_bytes.bytes, sizeof key_bytes.bytes, BytesOf(record),
-                                     kSystemRecordSize, location, follows ? fNoHoleBefore : 0);
-      if (fError == 0) {
-        RaiseChangeCounter();
-        fCurrentLocation = location;
-        if (follows) {
-          fInsertedSystem.emplace(record.fSystemName, key, location);
-          fNoHoleBefore = location + kSlotSize;
-        }
-      }
-      break;
-    }
-    default:
-      break;
+  if (fError == 0) {
+    const KeyBytes key_bytes(key);
+    fError = fIndexDataObj->ReplaceRec(fCurrentLocation, key_bytes.bytes, BytesOf(record),
+                                       kSystemRecordSize);
+    if (fError == 0 && !SameText(fSystemInfo.fSystemName, record.fSystemName))
+      SetTableName(key, record.fSystemName);
+  } else if (fError == kIndexNotFound) {
+    fError = InsertSystem(key, record, follows);
   }
   if (fError != 0)
     return fError;
   if (follows)
-    fIndexDataObj->GetStamp(fFileStamp);
+    fIndexDataObj->File().GetStamp(fFileStamp);
   fSystemInfo = record;
+  return 0;
+}
+
+int zt_SystemDBMgt_class::InsertSystem(SystemKey key, const zt_SystemInfo_struct& record,
+                                       bool follows) {
+  const SignalsBlocked together;
+  const KeyBytes key_bytes(key);
+  std::int32_t location = -1;
+  const int status =
+      fIndexDataObj->PutRec(key_bytes.bytes, sizeof key_bytes.bytes, BytesOf(record),
+                            kSystemRecordSize, location, follows ? fNoHoleBefore : 0);
+  if (status != 0)
+    return status;
+  RaiseChangeCounter();
+  fCurrentLocation = location;
+  if (follows) {
+    fInsertedSystem.emplace(record.fSystemName, key, location);
+    fNoHoleBefore = location + kSlotSize;
+  }
   return 0;
 }
 
@@ -199,6 +218,7 @@ int zt_SystemDBMgt_class::DeleteSystemRec(SystemKey key) {
   fError = 0;
   if (PositionAtSystem(key) != 0)
     return fError;
+  const SignalsBlocked together;
   fError = fIndexDataObj->DeleteRec(fCurrentLocation);
   if (fError != 0)
     return fError;
@@ -209,15 +229,34 @@ int zt_SystemDBMgt_class::DeleteSystemRec(SystemKey key) {
   return 0;
 }
 
+int zt_SystemDBMgt_class::MoveSystemRec(SystemKey key, SystemKey new_key) {
+  if (PositionAtSystem(key) != 0)
+    return fError;
+  zt_SystemInfo_struct record = fSystemInfo;
+  record.fRecUpdateTime = static_cast<std::int32_t>(std::time(nullptr));
+  const SignalsBlocked together;
+  const KeyBytes key_bytes(new_key);
+  fError = fIndexDataObj->ReplaceRec(fCurrentLocation, key_bytes.bytes, BytesOf(record),
+                                     kSystemRecordSize);
+  if (fError == 0)
+    RaiseChangeCounter();
+  return fError;
+}
+
 // Tells every process, this one included, that its table is out of date.
 void zt_SystemDBMgt_class::RaiseChangeCounter() {
-  fSemaphoreValue = fSemaphoreObj->GetSemVal(0) + 1;
+  fSemaphoreValue = CounterValue() + 1;
   fSemaphoreObj->SetSemVal(0, fSemaphoreValue);
   fXrefSynced = 0;
 }
 
 void zt_SystemDBMgt_class::Lock() {
-  fError = fIndexDataObj->Lock();
+  LockPatience patience{fOptions.lock_wait, {}};
+  patience.notice = [this](const std::string& file, long holder) {
+    Tell("waiting for the lock " + sys::native_path(file) +
+         (holder != 0 ? ", which process " + std::to_string(holder) + " holds" : ""));
+  };
+  fError = fIndexDataObj->Lock(patience);
   if (fError == 0)
     fLockHeld = 1;
 }

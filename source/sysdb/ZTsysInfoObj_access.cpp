@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "shared/general/SHcontrolObj.h"
 #include "source/sysdb/ZTsysInfoObj.h"
@@ -42,12 +43,13 @@ zt_SystemDBAccess_class::zt_SystemDBAccess_class() {
   TakeState();
 }
 
-zt_SystemDBAccess_class::zt_SystemDBAccess_class(const char* system_file_name) {
+zt_SystemDBAccess_class::zt_SystemDBAccess_class(const char* system_file_name,
+                                                 zt_SystemDBOptions options) {
   ++statUserCount;
   if (statUserCount == 1 || statSystemInfoObj == nullptr) {
     // The old one first: its files may be the new one's.
     statSystemInfoObj.reset();
-    statSystemInfoObj = std::make_unique<zt_SystemDBMgt_class>(system_file_name);
+    statSystemInfoObj = std::make_unique<zt_SystemDBMgt_class>(system_file_name, std::move(options));
   }
   TakeState();
 }
@@ -85,6 +87,10 @@ auto zt_SystemDBAccess_class::Forward(Operation operation) {
 
 const char* zt_SystemDBAccess_class::ReturnFileName() const {
   return statSystemInfoObj->ReturnFileName();
+}
+
+zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {
+  return *statSystemInfoObj;
 }
 
 SystemKey zt_SystemDBAccess_class::ReturnSystemKey(const char* system_name) {

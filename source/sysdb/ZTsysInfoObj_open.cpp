@@ -6,31 +6,34 @@
 // slot in the older layout gets a status byte of its own; the version record is written with that
 // byte too; each slot loses it in the write that converts it, and the version record last.
 
-#include <algorithm>
-#include <array>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <utility>
 
-#include "platform/sys/prtzt_file.h"
-#include "shared/general/SHcontrolObj.h"
+#include "platform/sys/native_path.h"
+#include "platform/sys/whole_file.h"
 #include "source/sysdb/ZTsysInfoObj.h"
+#include "source/sysdb/ZTsysReader.h"
 
 namespace {
 
-constexpr char BACK_CONNECT_XREF_FILE_NAME[] = "ztsysxref";
 constexpr char kVersionKey[sizeof(SystemKey)] = {0, 0, 0, 0};
 
-// The status byte of a slot that the conversion has still to do.
-constexpr char kSlotInOlderLayout = 0x33;
+// Names that the old file is kept under: ".v3", ".v3.1" and so on.
+constexpr int kMaxKept = 100;
 
 }  // namespace
 
-zt_SystemDBMgt_class::zt_SystemDBMgt_class(const char* system_file_name)
-    : fSystemFileName(system_file_name != nullptr ? system_file_name : "") {
+zt_SystemDBMgt_class::zt_SystemDBMgt_class(const char* system_file_name, zt_SystemDBOptions options)
+    : fSystemFileName(system_file_name != nullptr ? system_file_name : ""),
+      fOptions(std::move(options)) {
   fIndexDataObj = std::make_unique<INDEX_DATA_OBJ>(fSystemFileName.c_str(), sizeof(SystemKey),
                                                    kSystemRecordSize);
+  fReadOnly = fIndexDataObj->ReturnReadOnly() || !sys::may_write(fSystemFileName + ".sem");
   if (fIndexDataObj->ReturnValidObj() == 0)
     fError = fIndexDataObj->ReturnError();
-  else if (fIndexDataObj->ReturnLockFileOpened() == 0)
+  else if (!fReadOnly && fIndexDataObj->ReturnLockFileOpened() == 0)
     fError = kSysDbNoLockFile;
   else
     fError = OpenVersionRecord();
@@ -38,25 +41,37 @@ zt_SystemDBMgt_class::zt_SystemDBMgt_class(const char* system_file_name)
     fValidObject = 0;
     return;
   }
-  const char* directory = BASE_CONTROL_OBJ::GetDatabaseDirectory();
-  fBackConnectXRefFileName =
-      std::string(directory != nullptr ? directory : "") + BACK_CONNECT_XREF_FILE_NAME;
+  fBackConnect = std::make_unique<BackConnectFile>(BackConnectFile::OfInstallation());
   OpenChangeCounter();
 }
 
+void zt_SystemDBMgt_class::Tell(const std::string& line) const {
+  if (fOptions.tell)
+    fOptions.tell(line);
+  else
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
 void zt_SystemDBMgt_class::OpenChangeCounter() {
-  fSemaphoreObj = std::make_unique<SEM_OBJ>((fSystemFileName + ".sem").c_str(), 'A', 1, 0);
-  if (!fSemaphoreObj->ValidObj()) {
+  const std::string path = fSystemFileName + ".sem";
+  fSemaphoreObj = fReadOnly ? std::make_unique<SEM_OBJ>(path.c_str())
+                            : std::make_unique<SEM_OBJ>(path.c_str(), 'A', 1, 0);
+  if (!fSemaphoreObj->ValidObj() && !fReadOnly) {
     fSemaphoreValue = -1;
     fValidObject = 0;
     fError = fSemaphoreObj->ReturnError();
     return;
   }
-  fSemaphoreValue = fSemaphoreObj->GetSemVal(0);
+  fSemaphoreValue = CounterValue();
   InitSystemXrefTable();
   fError = 0;
   fLastModifyTime = 0;
   DBChanged(zt_DBModification_const);
+}
+
+// Where there is no counter yet that a reader could see, nobody has changed anything.
+int zt_SystemDBMgt_class::CounterValue() const {
+  return fSemaphoreObj->ValidObj() ? fSemaphoreObj->GetSemVal(0) : 0;
 }
 
 int zt_SystemDBMgt_class::ReadVersion(SYSTEM_VERSION_ENTRY& version) {
@@ -88,51 +103,31 @@ int zt_SystemDBMgt_class::InitializeDB() {
 }
 
 int zt_SystemDBMgt_class::OpenVersionRecord() {
-  SYSTEM_VERSION_ENTRY version{};
-  int status = ReadVersion(version);
-  if (status == kIndexNoSlot) {
-    if (!IsUnfinishedNewFile())
-      return kSysDbBadVersion;
-    if (status = InitializeDB(); status == 0)
-      status = ReadVersion(version);
-  }
-  if (status != 0)
+  FileKind kind = FileKind::kForeign;
+  if (const int status = KindOfDatabase(fSystemFileName, kind); status != 0)
     return status;
-  // A deleted version record would be the next insert's place.
-  if (fIndexDataObj->ReturnSlotState() == kIndexSlotDeleted)
+  if (kind == FileKind::kForeign)
     return kSysDbBadVersion;
-  if (version.fVersion == kCurrentSysDBVersion &&
-      fIndexDataObj->ReturnSlotState() != kSlotInOlderLayout)
+  if (fReadOnly)
     return 0;
-  if (version.fVersion == kCurrentSysDBVersion || version.fVersion == kPreviousSysDBVersion)
-    return ConvertOlderFile();
-  return kSysDbBadVersion;
-}
-
-// Whether a file without a whole slot is ours: empty, or the start of the version record of a new
-// file whose writer did not get further. Anything else is not touched.
-bool zt_SystemDBMgt_class::IsUnfinishedNewFile() const {
-  std::array<char, 1 + sizeof kVersionKey + kSystemRecordSize> expected{};
-  expected[1 + sizeof kVersionKey] = kCurrentSysDBVersion;
-  std::array<char, expected.size()> bytes{};
-  std::uint32_t count = 0;
-  sys::tBINFILE file(nullptr, 1);
-  file.SetName(fSystemFileName.c_str());
-  if (file.OpenAlways(sys::tFILEDEFS::cREAD, 0, sys::tFILEDEFS::cALL_READWRITE) != 0)
-    return false;
-  file.Read(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &count);
-  return std::equal(bytes.begin(), bytes.begin() + count, expected.begin());
+  ReportNote();
+  if (kind == FileKind::kNew)
+    return InitializeDB();
+  return kind == FileKind::kOlder ? ConvertOlderFile() : 0;
 }
 
 // Under the writers' lock, so that of several processes that open the file one converts it.
 int zt_SystemDBMgt_class::ConvertOlderFile() {
-  if (const int status = fIndexDataObj->Lock(); status != 0)
-    return status;
+  Lock();
+  if (fError != 0)
+    return fError;
   fBuildingXrefTable = 1;  // there is no table yet for the walks to check
   SYSTEM_VERSION_ENTRY version{};
   int status = ReadVersion(version);
   if (status == 0 && version.fVersion == kPreviousSysDBVersion) {
-    status = MarkOlderRecords();
+    status = KeepOlderFile();
+    if (status == 0)
+      status = MarkOlderRecords();
     if (status == 0)
       status = StoreVersion(kSlotInOlderLayout);
   }
@@ -141,8 +136,28 @@ int zt_SystemDBMgt_class::ConvertOlderFile() {
   if (status == 0)
     status = fIndexDataObj->MarkRec(kVersionLocation, kIndexSlotLive);
   fBuildingXrefTable = 0;
-  fIndexDataObj->Unlock();
+  Unlock();
   return status;
+}
+
+// A whole copy beside the file, under a name that nothing has.
+int zt_SystemDBMgt_class::KeepOlderFile() {
+  const std::string kept = fSystemFileName + ".v3";
+  for (int i = 0; i < kMaxKept; ++i) {
+    const std::string name = i == 0 ? kept : kept + '.' + std::to_string(i);
+    const int error = sys::CopyWholeFile(fSystemFileName, name, sys::Replace::kNo);
+    if (error == EEXIST)
+      continue;
+    const std::string file = sys::native_path(fSystemFileName);
+    if (error == 0)
+      Tell(file + " is in the older layout and is converted; the old file is kept as " +
+           sys::native_path(name));
+    else
+      Tell(file + " is in the older layout and stays so, since it cannot be kept as " +
+           sys::native_path(name) + ": " + std::strerror(error));
+    return error == 0 ? 0 : sys::FileStatusOf(error);
+  }
+  return sys::tFILE_ERRORS::cEXISTS;
 }
 
 int zt_SystemDBMgt_class::MarkOlderRecords() {
@@ -154,12 +169,6 @@ int zt_SystemDBMgt_class::MarkOlderRecords() {
       return status;
   }
   return WalkStatus();
-}
-
-// A walk that a read failure cut short must not count as one that saw every record.
-int zt_SystemDBMgt_class::WalkStatus() const {
-  const int status = fIndexDataObj->ReturnReadStatus();
-  return status == sys::tFILE_ERRORS::cEOF ? 0 : status;
 }
 
 // Each record is read in the current layout, as consoles of this version have always converted it,

@@ -40,6 +40,24 @@ std::int16_t Narrow(int value) {
 
 }  // namespace
 
+FileKind KindOfFile(std::string_view start) {
+  constexpr std::size_t kVersionAt = 1 + sizeof(SystemKey);
+  if (start.size() < kSlotSize) {
+    std::array<char, kSlotSize> expected{};
+    expected[kVersionAt] = kCurrentSysDBVersion;
+    return std::equal(start.begin(), start.end(), expected.begin()) ? FileKind::kNew
+                                                                    : FileKind::kForeign;
+  }
+  std::int32_t version = 0;
+  std::memcpy(&version, start.data() + kVersionAt, sizeof version);
+  // A deleted version record would be the next insert's place.
+  if (start[0] == kIndexSlotDeleted)
+    return FileKind::kForeign;
+  if (version == kCurrentSysDBVersion)
+    return start[0] == kSlotInOlderLayout ? FileKind::kOlder : FileKind::kCurrent;
+  return version == kPreviousSysDBVersion ? FileKind::kOlder : FileKind::kForeign;
+}
+
 SystemKey ConvertSystemKey(const char* system_key) {
   SystemKey key;
   std::memcpy(&key, system_key, sizeof key);

@@ -36,7 +36,8 @@ const char* MonitoringText(int monitor_alarms) {
 }
 
 std::string UpdateTimeText(std::int32_t seconds) {
-  const std::time_t time = seconds;
+  // Seconds since 1970 go on beyond 2038.
+  const std::time_t time = static_cast<std::uint32_t>(seconds);
   std::tm local{};
   char text[80] = "";
   if (localtime_r(&time, &local) != nullptr)
@@ -71,9 +72,16 @@ const char* zt_SystemInfo_class::ReturnSystemTypeName() const {
 }
 
 void zt_SystemInfo_class::PrintSystemShortInfo() const {
+  PrintSystemShortInfo(HostNameOf(fSystemKey));
+}
+
+void zt_SystemInfo_class::PrintSystemInfo() const {
+  PrintSystemInfo(HostNameOf(fSystemKey), ReturnBackConnectName());
+}
+
+void zt_SystemInfo_class::PrintSystemShortInfo(const std::string& host) const {
   char key[kKeyTextSize];
   FormatSystemKey(fSystemKey, key);
-  const std::string host = HostNameOf(fSystemKey);
   const std::string name = printable(ReturnSystemName());
 
   std::printf("\n");
@@ -93,10 +101,10 @@ void zt_SystemInfo_class::PrintSystemShortInfo() const {
   std::printf("%s\n", UpdateTimeText(fSystemInfo.fRecUpdateTime).c_str());
 }
 
-void zt_SystemInfo_class::PrintSystemInfo() const {
+void zt_SystemInfo_class::PrintSystemInfo(const std::string& host,
+                                          const char* back_connect_name) const {
   char key[kKeyTextSize];
   FormatSystemKey(fSystemKey, key);
-  const std::string host = HostNameOf(fSystemKey);
   const std::string name = printable(ReturnSystemName());
 
   std::printf("\n");
@@ -114,7 +122,7 @@ void zt_SystemInfo_class::PrintSystemInfo() const {
   std::printf("    Sequence Number : %d\n", fSystemInfo.fAlarmSequenceNumber);
   std::printf("    Monitor Alarms  : %s\n", MonitoringText(fSystemInfo.fMonitorAlarms));
   std::printf("    Symbols         : %s\n", ReturnMapEnabled() ? "created" : "none");
-  if (const char* back_connect_name = ReturnBackConnectName(); back_connect_name != nullptr) {
+  if (back_connect_name != nullptr) {
     std::printf("     NOTE: This server will connect to the alarm manager\n");
     std::printf("           with the system name \"%s\".\n", printable(back_connect_name).c_str());
   }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "source/sysdb/ZTsysInfoObj.h"
@@ -16,7 +17,7 @@ constexpr int kTableStep = 100;  // entries by which the table grows
 }  // namespace
 
 int zt_SystemDBMgt_class::CheckSystemXrefTable() {
-  const int value = fSemaphoreObj->GetSemVal(0);
+  const int value = CounterValue();
   if (value == fSemaphoreValue && fXrefSynced != 0)
     return 0;
   if (value == fSemaphoreValue && fInsertedSystem && FileIsAsSeen()) {
@@ -31,13 +32,13 @@ int zt_SystemDBMgt_class::CheckSystemXrefTable() {
 
 bool zt_SystemDBMgt_class::FileIsAsSeen() const {
   sys::tFILE_STAMP now;
-  return fIndexDataObj->GetStamp(now) == 0 && now == fFileStamp;
+  return fIndexDataObj->File().GetStamp(now) == 0 && now == fFileStamp;
 }
 
 // Whether a table built now would not differ. The counter alone does not tell: a writer may have
 // died between its change and the counter, or the counter have gone round.
 bool zt_SystemDBMgt_class::TableIsCurrent() const {
-  return fXrefSynced != 0 && fSemaphoreObj->GetSemVal(0) == fSemaphoreValue && FileIsAsSeen();
+  return fXrefSynced != 0 && CounterValue() == fSemaphoreValue && FileIsAsSeen();
 }
 
 void zt_SystemDBMgt_class::InitSystemXrefTable() {
@@ -48,37 +49,45 @@ void zt_SystemDBMgt_class::InitSystemXrefTable() {
 
   fInsertedSystem.reset();
   fFileStamp = {};
-  fIndexDataObj->GetStamp(fFileStamp);
-  fNoHoleBefore = kSlotSize;
-  fBuildingXrefTable = 1;
-  zt_SystemInfo_class info;
-  {
-    const INDEX_DATA_OBJ::ReadAhead fast(*fIndexDataObj);
-    if (GetFirstSystemRec(info) == 0)
-      BuildSystemXrefTable(info);
-    else
-      fSystemRecCount = 0;
-  }
-  fBuildingXrefTable = 0;
-  fXrefSynced = 1;
+  fIndexDataObj->File().GetStamp(fFileStamp);
+  BuildSystemXrefTable();
 }
 
-void zt_SystemDBMgt_class::BuildSystemXrefTable(const zt_SystemInfo_class& first) {
-  zt_SystemInfo_class info = first;
+// A table that a failed read cut short is none: nobody may take a system for absent by it. The next
+// check builds it anew.
+void zt_SystemDBMgt_class::BuildSystemXrefTable() {
   std::size_t next = 1;
-  do {
+  fNoHoleBefore = kSlotSize;
+  SlotWalk walk(fIndexDataObj->File());
+  for (const char* slot = walk.Next(); slot != nullptr; slot = walk.Next()) {
+    const auto location = static_cast<std::int32_t>(walk.location());
+    // The version record, also when damage has given it another key: a user must not delete it.
+    if (slot[0] == kIndexSlotDeleted || location == kVersionLocation)
+      continue;
     GrowSystemXrefTable();
+    const char* name = slot + 1 + sizeof(SystemKey);
     fSystemXrefTable[next++] =
-        SYSTEM_XREF_ENTRY(info.ReturnSystemName(), info.ReturnSystemKey(), fCurrentLocation);
+        SYSTEM_XREF_ENTRY(std::string_view(name, strnlen(name, kSystemNameSize - 1)),
+                          ConvertSystemKey(slot + 1), location);
     --fXrefEntriesAvail;
-    if (fCurrentLocation == fNoHoleBefore)
+    if (location == fNoHoleBefore)
       fNoHoleBefore += kSlotSize;
-  } while (GetNextSystemRec(info) == 0);
-  fError = 0;
-
+  }
+  fTableStatus = walk.status() == sys::tFILE_ERRORS::cEOF ? 0 : walk.status();
+  if (fTableStatus != 0)
+    next = 1;
   fSystemXrefTable[next] = SYSTEM_XREF_ENTRY();
   fSystemRecCount = static_cast<int>(next - 1);
   SortSysList(fSystemXrefTable.data(), fSystemRecCount);
+  fXrefSynced = fTableStatus == 0;
+}
+
+int zt_SystemDBMgt_class::SyncWithFile() {
+  if (!TableIsCurrent()) {
+    fSemaphoreValue = CounterValue();
+    InitSystemXrefTable();
+  }
+  return fError = fTableStatus;
 }
 
 // Makes room for one more entry and the terminator.
@@ -144,6 +153,17 @@ int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) const {
       return entry.fLocation == -1 ? -1 : index;
   }
   return -1;
+}
+
+std::vector<SystemKey> zt_SystemDBMgt_class::ReturnSystemKeys(const std::string& name) const {
+  std::vector<SystemKey> keys;
+  for (int index = 1; index <= fSystemRecCount; ++index) {
+    const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
+    if (entry.fLocation != -1 && entry.ReturnSystemName() != nullptr &&
+        name == entry.ReturnSystemName())
+      keys.push_back(entry.fKey);
+  }
+  return keys;
 }
 
 void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -30,13 +29,15 @@ constexpr int kShortPart = 5;
 // Passes over the whole table that partitioning may cost, in multiples of log2 n.
 constexpr int kPassesPerLevel = 3;
 
-std::unique_ptr<char[]> CopyOf(const char* text) {
-  if (text == nullptr)
-    return nullptr;
-  const std::size_t size = std::strlen(text) + 1;
-  auto copy = std::make_unique<char[]>(size);
-  std::memcpy(copy.get(), text, size);
+std::unique_ptr<char[]> CopyOf(std::string_view text) {
+  auto copy = std::make_unique_for_overwrite<char[]>(text.size() + 1);
+  text.copy(copy.get(), text.size());
+  copy[text.size()] = '\0';
   return copy;
+}
+
+std::unique_ptr<char[]> CopyOf(const char* text) {
+  return text == nullptr ? nullptr : CopyOf(std::string_view(text));
 }
 
 STACK_ENTRY* PushOnToStack(STACK_ENTRY* stack_ptr, int lower_limit, int upper_limit) {
@@ -153,6 +154,10 @@ void FinalPass(SYSTEM_XREF_ENTRY* table, int count) {
 }  // namespace
 
 SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const char* system_name, SystemKey key, std::int32_t location)
+    : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
+
+SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(std::string_view system_name, SystemKey key,
+                                     std::int32_t location)
     : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
 
 SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const SYSTEM_XREF_ENTRY& other)

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "shared/general/SHsysNameConv.h"
 
@@ -13,6 +14,7 @@ class SYSTEM_XREF_ENTRY {
  public:
   SYSTEM_XREF_ENTRY() = default;
   SYSTEM_XREF_ENTRY(const char* system_name, SystemKey key, std::int32_t location);
+  SYSTEM_XREF_ENTRY(std::string_view system_name, SystemKey key, std::int32_t location);
   SYSTEM_XREF_ENTRY(const SYSTEM_XREF_ENTRY& other);
   SYSTEM_XREF_ENTRY(SYSTEM_XREF_ENTRY&&) noexcept = default;
   SYSTEM_XREF_ENTRY& operator=(const SYSTEM_XREF_ENTRY& other);

@@ -22,14 +22,23 @@ static_assert(std::atomic_ref<std::int32_t>::is_always_lock_free,
 }  // namespace
 
 SEM_OBJ::SEM_OBJ(const char* path, char /*key_id*/, int /*nsems*/, int /*semflag*/) {
-  if (!Open(path)) {
+  if (!Open(path, O_RDWR | O_CREAT)) {
     fError = errno;
     std::printf("Open %s failed\n", path);
-  } else if (!Map()) {
+  } else if (!Grow() || !Map(PROT_READ | PROT_WRITE)) {
     fError = errno;
   } else {
     ValidObject = 1;
   }
+}
+
+SEM_OBJ::SEM_OBJ(const char* path) : fReadOnly(true) {
+  struct stat about {};
+  if (Open(path, O_RDONLY) && fstat(mFileObj, &about) == 0 &&
+      about.st_size >= static_cast<off_t>(sizeof *fiptr) && Map(PROT_READ))
+    ValidObject = 1;
+  else
+    fError = errno;
 }
 
 SEM_OBJ::~SEM_OBJ() {
@@ -39,9 +48,9 @@ SEM_OBJ::~SEM_OBJ() {
     close(mFileObj);
 }
 
-bool SEM_OBJ::Open(const char* path) {
+bool SEM_OBJ::Open(const char* path, int flags) {
   const std::string native = sys::native_path(path);
-  mFileObj = open(native.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
+  mFileObj = open(native.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
   if (mFileObj < 0)
     return false;
   struct stat about {};
@@ -54,7 +63,7 @@ bool SEM_OBJ::Open(const char* path) {
   return true;
 }
 
-bool SEM_OBJ::Map() {
+bool SEM_OBJ::Grow() {
   struct stat about {};
   if (fstat(mFileObj, &about) != 0)
     return false;
@@ -68,7 +77,11 @@ bool SEM_OBJ::Map() {
       return false;
     }
   }
-  void* view = mmap(nullptr, sizeof *fiptr, PROT_READ | PROT_WRITE, MAP_SHARED, mFileObj, 0);
+  return true;
+}
+
+bool SEM_OBJ::Map(int protection) {
+  void* view = mmap(nullptr, sizeof *fiptr, protection, MAP_SHARED, mFileObj, 0);
   if (view == MAP_FAILED)
     return false;
   fiptr = static_cast<std::int32_t*>(view);
@@ -76,7 +89,7 @@ bool SEM_OBJ::Map() {
 }
 
 int SEM_OBJ::SetSemVal(int /*semnum*/, int value_to_set) {
-  if (ValidObject == 0)
+  if (ValidObject == 0 || fReadOnly)
     return 0;
   std::atomic_ref<std::int32_t>(*fiptr).store(value_to_set % kModulus, std::memory_order_release);
   return 1;

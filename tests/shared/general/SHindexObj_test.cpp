@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 #include <random>
 #include <string>
@@ -267,81 +266,6 @@ TEST_F(IndexFile, DoesWhatAModelInMemoryDoes) {
   }
   EXPECT_EQ(Bytes(), model.Bytes());
   EXPECT_GT(model.slots.size(), 100u);
-}
-
-TEST_F(IndexFile, ReadingAheadWalksTheSameSlots) {
-  Open();
-  std::mt19937 random(12);
-  std::int32_t location = 0;
-  for (int i = 0; i < 30'000; ++i)
-    ASSERT_EQ(index_->ReplaceRec(i * kSlot, "kk", std::to_string(1000 + i % 9000).c_str() + 1,
-                                 kRecordSize),
-              0);
-  for (int i = 0; i < 3000; ++i)
-    index_->DeleteRec(static_cast<std::int32_t>(random() % 30'000) * kSlot);
-  const auto walk = [&] {
-    std::vector<std::pair<std::int32_t, std::string>> result;
-    for (int status = index_->GetFirstRec(key_, key_size_, record_, record_size_, location);
-         status == 0; status = index_->GetNextRec(key_, key_size_, record_, record_size_, location))
-      result.emplace_back(location, std::string(record_, kRecordSize));
-    return result;
-  };
-  const auto single = walk();
-  const INDEX_DATA_OBJ::ReadAhead fast(*index_);
-  EXPECT_EQ(walk(), single);
-  EXPECT_GT(single.size(), 26'000u);
-}
-
-// The last slot is on two pages. A note is used only if the slot is what its writer left.
-TEST_F(IndexFile, NotesOfInterruptedWritesAreUsedOrDropped) {
-  constexpr std::int32_t kLocation = 4092;
-  const std::string old_slot("\0abold", kSlot);
-  const std::string new_slot("\0abNEW", kSlot);
-  const std::string mixed("\0abNld", kSlot);
-  const std::string other("\0cdold", kSlot);
-  const auto note = [&](std::int32_t location) {
-    test::Bytes bytes(8);
-    bytes.Text(0, "ztj1").Number(4, location, 4);
-    return bytes + old_slot + new_slot;
-  };
-  const struct {
-    const char* what;
-    std::string slot, note, after;
-  } cases[] = {{"cut", mixed, note(kLocation), new_slot},
-               {"not begun", old_slot, note(kLocation), new_slot},
-               {"done", new_slot, note(kLocation), new_slot},
-               {"written by others since", other, note(kLocation), other},
-               {"no note", mixed, "", mixed},
-               {"half a note", mixed, note(kLocation).substr(0, 15), mixed},
-               {"another mark", mixed, 'x' + note(kLocation).substr(1), mixed},
-               {"at another slot", mixed, note(kLocation - kSlot), mixed},
-               {"beyond the end", mixed, note(kLocation + kSlot), mixed},
-               {"before the start", mixed, note(-kSlot), mixed}};
-  const std::string first_slots(kLocation, 'q');
-  for (const auto& c : cases) {
-    test::WriteFile(path_, first_slots + c.slot);
-    test::WriteFile(path_ + ".jn", c.note);
-    Open();
-    EXPECT_EQ(Bytes(), first_slots + c.after) << c.what;
-    EXPECT_FALSE(std::filesystem::exists(path_ + ".jn")) << c.what;
-  }
-  // While a writer holds the lock, the note is its own. What is no plain file is left alone.
-  test::WriteFile(path_, first_slots + mixed);
-  test::WriteFile(path_ + ".jn", note(kLocation));
-  {
-    sys::tBINFILE lock(nullptr, 1);
-    lock.SetName((path_ + ".lk").c_str());
-    ASSERT_EQ(lock.OpenAlways(sys::tFILEDEFS::cREADWRITE, 0, sys::tFILEDEFS::cALL_RWX), 0);
-    ASSERT_EQ(lock.LockRegion(1, 0), 0);
-    Open();
-    EXPECT_EQ(Bytes(), first_slots + mixed);
-  }
-  std::filesystem::rename(path_ + ".jn", path_ + ".note");
-  std::filesystem::create_symlink(path_ + ".note", path_ + ".jn");
-  ASSERT_EQ(index_->Lock(), 0);
-  EXPECT_EQ(index_->ReplaceRec(kLocation, "ab", "fin", kRecordSize), 0);
-  EXPECT_EQ(Bytes().substr(kLocation), std::string("\0abfin", kSlot));
-  EXPECT_EQ(test::ReadFile(path_ + ".note"), note(kLocation));
 }
 
 }  // namespace

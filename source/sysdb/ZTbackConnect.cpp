@@ -1,21 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// The back-connect file: a text file that names, a line per system, the name under which the
-// system's server connects to the alarm manager. It stays open between questions and is opened
-// anew when it has changed.
+#include "source/sysdb/ZTbackConnect.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/sys/native_path.h"
+#include "shared/general/SHcontrolObj.h"
 #include "source/support/ZTsupport_procs.h"
-#include "source/sysdb/ZTsysInfoObj.h"
 
 namespace {
 
+constexpr char BACK_CONNECT_XREF_FILE_NAME[] = "ztsysxref";
 constexpr int kMaxLine = 516;
 constexpr int kMaxName = kSystemNameSize - 1;
 
@@ -55,46 +55,49 @@ bool SplitLine(const char* line, char* system_name, char* back_connect_name) {
 
 }  // namespace
 
-bool zt_SystemDBMgt_class::OpenBackConnectFile() {
-  if (fBackConnectXRef != nullptr) {
+BackConnectFile BackConnectFile::OfInstallation() {
+  const char* directory = BASE_CONTROL_OBJ::GetDatabaseDirectory();
+  return BackConnectFile(std::string(directory != nullptr ? directory : "") +
+                         BACK_CONNECT_XREF_FILE_NAME);
+}
+
+bool BackConnectFile::Open() {
+  if (file_ != nullptr) {
     struct stat now {};
-    if (sys::_stat(fBackConnectXRefFileName.c_str(), &now) != 0) {
-      fError = errno;
+    if (sys::_stat(path_.c_str(), &now) != 0) {
+      error_ = errno;
       return false;
     }
-    const bool later = fBackConnectXRefOpenTime.Initialized() != 0 &&
-                       now.st_mtime > std::int64_t{std::uint32_t{fBackConnectXRefOpenTime}};
+    const bool later = open_time_.Initialized() != 0 &&
+                       now.st_mtime > std::int64_t{std::uint32_t{open_time_}};
     // Changed or replaced, perhaps within the second of the opening: a stream that is rewound may
     // show again what it read before.
-    if (later || !SameFile(now, fBackConnectXRefStat)) {
-      std::fclose(fBackConnectXRef);
-      fBackConnectXRef = nullptr;
-    }
+    if (later || !SameFile(now, opened_))
+      file_.reset();
   }
-  if (fBackConnectXRef != nullptr) {
-    std::rewind(fBackConnectXRef);
+  if (file_ != nullptr) {
+    std::rewind(file_.get());
     return true;
   }
-  fBackConnectXRef = OpenPlainFile(fBackConnectXRefFileName, fBackConnectXRefStat);
-  if (fBackConnectXRef == nullptr) {
-    fError = errno;
+  file_.reset(OpenPlainFile(path_, opened_));
+  if (file_ == nullptr) {
+    error_ = errno;
     return false;
   }
-  fBackConnectXRefOpenTime.SetTimeNow();
+  open_time_.SetTimeNow();
   return true;
 }
 
-const char* zt_SystemDBMgt_class::ReturnCurrentBackConnectName() {
-  fError = 0;
-  if (!OpenBackConnectFile())
+const char* BackConnectFile::NameOf(const char* system_name) {
+  error_ = 0;
+  if (!Open())
     return nullptr;
   char line[kMaxLine + 2];
-  char system_name[kSystemNameSize];
-  while (CopyToNewLine(line, fBackConnectXRef, kMaxLine) != 0) {
-    if (SplitLine(line, system_name, fSystemBackConnectName) &&
-        std::strncmp(system_name, fSystemInfo.fSystemName, kSystemNameSize) == 0)
-      return fSystemBackConnectName;
+  char name[kSystemNameSize];
+  while (CopyToNewLine(line, file_.get(), kMaxLine) != 0) {
+    if (SplitLine(line, name, name_) && std::strncmp(name, system_name, kSystemNameSize) == 0)
+      return name_;
   }
-  fSystemBackConnectName[0] = '\0';
+  name_[0] = '\0';
   return nullptr;
 }
