@@ -129,10 +129,24 @@ int SlotFile::End(std::uint32_t& location) {
 }
 
 int SlotFile::Lock(const LockPatience& patience) {
+  const int status = WaitForLock(patience, tFILEDEFS::cLOCK_EXCLUSIVE);
+  locked_ = status == 0;
+  if (locked_)
+    lock_.MarkLockHolder(kHolderMark);
+  return status;
+}
+
+int SlotFile::LockShared(const LockPatience& patience) {
+  lock_.SetName((std::string(data_.ReturnName()) + ".lk").c_str());
+  const int status = lock_.OpenExisting(tFILEDEFS::cREAD);
+  return status != 0 ? status : WaitForLock(patience, tFILEDEFS::cLOCK_SHARED);
+}
+
+int SlotFile::WaitForLock(const LockPatience& patience, unsigned kind) {
   const auto start = std::chrono::steady_clock::now();
   auto pause = kFirstLockPause;
   bool told = patience.notice == nullptr;
-  int status = lock_.LockRegion(1, tFILEDEFS::cLOCK_NOWAIT);
+  int status = lock_.LockRegion(1, kind | tFILEDEFS::cLOCK_NOWAIT);
   while (status == tFILE_ERRORS::cLOCKED) {
     const auto waited = std::chrono::steady_clock::now() - start;
     if (waited >= patience.limit)
@@ -142,16 +156,12 @@ int SlotFile::Lock(const LockPatience& patience) {
       patience.notice(lock_.ReturnName(), lock_.ReturnLockHolder(kHolderMark));
     }
     if (told && patience.limit == std::chrono::milliseconds::max()) {
-      status = lock_.LockRegion(1, tFILEDEFS::cLOCK_WAIT);
-      break;
+      return lock_.LockRegion(1, kind | tFILEDEFS::cLOCK_WAIT);
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, kLongestLockPause);
-    status = lock_.LockRegion(1, tFILEDEFS::cLOCK_NOWAIT);
+    status = lock_.LockRegion(1, kind | tFILEDEFS::cLOCK_NOWAIT);
   }
-  locked_ = status == 0;
-  if (locked_)
-    lock_.MarkLockHolder(kHolderMark);
   return status;
 }
 

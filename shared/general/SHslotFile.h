@@ -61,9 +61,12 @@ class SlotFile {
   // The writers' lock between processes. cLOCKED when patience ends first.
   int Lock(const LockPatience& patience = {});
   int Unlock();
+  // Keeps writers off while others may do the same, with a lock file that is there already.
+  int LockShared(const LockPatience& patience);
 
  private:
   friend class SlotWalk;
+  int WaitForLock(const LockPatience& patience, unsigned kind);
 
   sys::tBINFILE data_{nullptr, 1};
   sys::tBINFILE lock_{nullptr, 1};

@@ -88,16 +88,22 @@ bool BackConnectFile::Open() {
   return true;
 }
 
-const char* BackConnectFile::NameOf(const char* system_name) {
+void BackConnectFile::ForEach(const std::function<bool(const char*, const char*)>& take) {
   error_ = 0;
-  if (!Open())
-    return nullptr;
-  char line[kMaxLine + 2];
-  char name[kSystemNameSize];
-  while (CopyToNewLine(line, file_.get(), kMaxLine) != 0) {
-    if (SplitLine(line, name, name_) && std::strncmp(name, system_name, kSystemNameSize) == 0)
-      return name_;
-  }
   name_[0] = '\0';
-  return nullptr;
+  if (!Open())
+    return;
+  char line[kMaxLine + 2];
+  char system[kSystemNameSize];
+  while (CopyToNewLine(line, file_.get(), kMaxLine) != 0)
+    if (SplitLine(line, system, name_) && !take(system, name_))
+      return;
+  name_[0] = '\0';
+}
+
+const char* BackConnectFile::NameOf(const char* system_name) {
+  ForEach([&](const char* system, const char*) {
+    return std::strncmp(system, system_name, kSystemNameSize) != 0;
+  });
+  return name_[0] != '\0' ? name_ : nullptr;
 }

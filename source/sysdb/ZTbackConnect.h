@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,6 +24,8 @@ class BackConnectFile {
   const std::string& path() const { return path_; }
   // The system's back-connect name, good until the next question; null when there is none.
   const char* NameOf(const char* system_name);
+  // Gives the names of every line to `take`, until that returns false.
+  void ForEach(const std::function<bool(const char* system, const char* name)>& take);
   // Why the file could not be asked: an errno, 0 when it could.
   int error() const { return error_; }
 

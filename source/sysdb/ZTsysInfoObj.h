@@ -77,8 +77,9 @@ class zt_SystemDBMgt_class {
   int AddSystemRecs(const std::function<bool(SystemKey&, zt_SystemInfo_struct&)>& next, int& added);
   // Makes the table certainly that of the file, whatever the change counter says.
   int SyncWithFile();
-  // The keys of all systems of a name.
-  std::vector<SystemKey> ReturnSystemKeys(const std::string& name) const;
+  // For repairs of single slots: the file, and what tells every process that it has changed.
+  SlotFile& File() { return fIndexDataObj->File(); }
+  void TellChange() { RaiseChangeCounter(); }
   // Systems at the last build of the table.
   int GetSystemRecCount();
 

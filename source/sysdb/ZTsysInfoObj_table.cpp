@@ -155,17 +155,6 @@ int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) const {
   return -1;
 }
 
-std::vector<SystemKey> zt_SystemDBMgt_class::ReturnSystemKeys(const std::string& name) const {
-  std::vector<SystemKey> keys;
-  for (int index = 1; index <= fSystemRecCount; ++index) {
-    const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
-    if (entry.fLocation != -1 && entry.ReturnSystemName() != nullptr &&
-        name == entry.ReturnSystemName())
-      keys.push_back(entry.fKey);
-  }
-  return keys;
-}
-
 void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {
   if (const int index = SearchXrefTable(key); index >= 1)
     fSystemXrefTable[static_cast<std::size_t>(index)].SetSystemName(name);

@@ -5,38 +5,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <unordered_map>
+#include <utility>
 
 #include "platform/sys/native_path.h"
 #include "shared/general/SHcontrolObj.h"
 #include "source/support/ZTprintable.h"
+#include "tools/ztsys/fields.h"
 
 namespace ztsys {
 
 namespace {
-
-constexpr int kReadAndWrite = 6;
-
-std::string DatabasePath(const Arguments& arguments) {
-  if (arguments.db)
-    return *arguments.db;
-  const char* directory = BASE_CONTROL_OBJ::GetDatabaseDirectory();
-  return std::string(directory != nullptr ? directory : "") + "ztdb";
-}
-
-// What stands in the way of opening a file, or nothing. Asked beforehand, because the database
-// tells only a status, and tells the change counter's failure on standard output.
-std::string Obstacle(const std::string& path, bool must_exist) {
-  struct stat about {};
-  if (sys::_stat(path.c_str(), &about) != 0)
-    return errno == ENOENT && !must_exist ? "" : path + ": " + std::strerror(errno);
-  if (S_ISDIR(about.st_mode))
-    return path + ": " + std::strerror(EISDIR);
-  if (!S_ISREG(about.st_mode))
-    return path + ": not a plain file";
-  if (sys::_access(path.c_str(), kReadAndWrite) != 0)
-    return path + ": " + std::strerror(errno);
-  return "";
-}
 
 std::string StatusText(int status) {
   switch (status) {
@@ -49,6 +28,10 @@ std::string StatusText(int status) {
       return "not a system database, or of an unknown version";
     case kSysDbNoLockFile:
       return "its lock file cannot be opened";
+    case sys::tFILE_ERRORS::cLOCKED:
+      return "another process holds the lock; try again, or wait longer with --wait";
+    case sys::tFILE_ERRORS::cDEVICE:
+      return "the device reports an error (a disk or a network file system that fails)";
     default:
       break;
   }
@@ -57,57 +40,181 @@ std::string StatusText(int status) {
   return status < kIndexNotValid ? std::strerror(status) : "status " + std::to_string(status);
 }
 
+Status KindOf(int status) {
+  switch (status) {
+    case kIndexNotFound:
+      return kNoSuchSystem;
+    case sys::tFILE_ERRORS::cMISSING:
+    case sys::tFILE_ERRORS::cACCESS:
+    case kSysDbNoLockFile:
+      return kNotOpened;
+    case sys::tFILE_ERRORS::cLOCKED:
+      return kLocked;
+    case sys::tFILE_ERRORS::cDEVICE:
+    case sys::tFILE_ERRORS::cEOF:
+    case kSysDbBadVersion:
+      return kDamaged;
+    default:
+      return kFailed;
+  }
+}
+
+// What keeps a file from being opened, or nothing.
+std::string Obstacle(const std::string& path, bool must_exist, bool to_write) {
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) {
+    if (errno != ENOENT || must_exist)
+      return path + ": " + std::strerror(errno);
+  } else if (!S_ISREG(about.st_mode)) {
+    return path + ": " + (S_ISDIR(about.st_mode) ? std::strerror(EISDIR) : "not a plain file");
+  }
+  if (to_write && !sys::may_write(path))
+    return path + ": " + std::strerror(errno);
+  return "";
+}
+
+// The words that are still without a system, by what they are searched for.
+struct Wanted {
+  std::unordered_map<std::string, std::vector<Found*>> names;
+  std::unordered_map<SystemKey, std::vector<Found*>> keys;
+};
+
+Status Search(const Arguments& arguments, const Wanted& wanted) {
+  SystemReader reader;
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
+  std::vector<std::pair<Found*, zt_SystemInfo_class>> by_address;
+  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
+    if (const auto at = wanted.names.find(info.ReturnSystemName()); at != wanted.names.end())
+      for (Found* found : at->second)
+        found->systems.push_back(info);
+    if (const auto at = wanted.keys.find(info.ReturnSystemKey()); at != wanted.keys.end())
+      for (Found* found : at->second)
+        by_address.emplace_back(found, info);
+  });
+  // A name that is stored goes before the address that a word is, too. Of two records of one
+  // address the first counts.
+  for (const auto& [found, info] : by_address)
+    if (found->systems.empty())
+      found->systems.push_back(info);
+  return status;
+}
+
 }  // namespace
 
-std::unique_ptr<zt_SystemDBAccess_class> OpenDatabase(const Arguments& arguments, Missing missing) {
-  const std::string path = DatabasePath(arguments);
-  std::string obstacle = Obstacle(path, missing == Missing::kRefuse);
-  if (obstacle.empty())
-    obstacle = Obstacle(path + ".lk", false);
-  if (obstacle.empty())
-    obstacle = Obstacle(path + ".sem", false);
-  if (!obstacle.empty()) {
-    Fail(obstacle);
-    return nullptr;
-  }
-  auto db = std::make_unique<zt_SystemDBAccess_class>(path.c_str());
-  if (db->ValidObj() != 0)
-    return db;
-  // Among errno values that are no file status there are only those of the change counter.
-  const int error = db->ReturnError();
-  const bool of_counter = error > sys::tFILE_ERRORS::cNOTOPEN && error < kIndexNotValid;
-  Fail(path + (of_counter ? ".sem: " : ": ") + StatusText(error));
-  return nullptr;
+std::string DatabasePath(const Arguments& arguments) {
+  if (arguments.db)
+    return sys::native_path(*arguments.db);
+  const char* directory = BASE_CONTROL_OBJ::GetDatabaseDirectory();
+  return sys::native_path(std::string(directory != nullptr ? directory : "") + "ztdb");
 }
 
-Status FindSystem(zt_SystemDBAccess_class& db, const std::string& word, zt_SystemInfo_class& info) {
-  int status = db.GetSystemRec(word.c_str(), info);
-  if (status == kIndexNotFound) {
-    const SystemKey key = db.ReturnSystemKey(word.c_str());
-    if (key != kNoSystemKey)
-      status = db.GetSystemRec(key, info);
-  }
+Status OpenReader(const Arguments& arguments, SystemReader& reader) {
+  const std::string path = DatabasePath(arguments);
+  const int status = reader.Open(path);
   if (status == 0)
     return kDone;
-  if (status == kIndexNotFound)
-    return Fail("no system '" + word + "' in " + db.ReturnFileName());
-  return FailDatabase(db, "cannot read system '" + word + "'", status);
+  if (const std::string obstacle = Obstacle(path, true, false); !obstacle.empty())
+    return Fail(obstacle, kNotOpened);
+  if (status == sys::tFILE_ERRORS::cACCESS)
+    return Fail(path + ": " + std::strerror(EACCES), kNotOpened);
+  return FailDatabase(path, "cannot open", status);
 }
 
-Status FailDatabase(const zt_SystemDBAccess_class& db, const std::string& operation, int status) {
-  return Fail(std::string(db.ReturnFileName()) + ": " + operation + ": " + StatusText(status));
+Status ForEachSystem(SystemReader& reader,
+                     const std::function<void(const zt_SystemInfo_class&)>& take) {
+  zt_SystemInfo_class info;
+  int status = reader.Next(info);
+  for (; status == 0; status = reader.Next(info))
+    take(info);
+  return status == kSysDbNoMoreSystems ? kDone : FailDatabase(reader.path(), "cannot read", status);
 }
 
-std::string RefusalOf(const char* what, const std::string& text, std::size_t field_size) {
-  const std::string subject = std::string("the ") + what;
-  if (text.size() >= field_size)
-    return subject + " is longer than " + std::to_string(field_size - 1) + " characters";
-  if (printable(text) != text)
-    return subject + " has control characters";
-  // Nobody sees such a blank in a list, and a look-up by name does not find what has one.
-  if (!text.empty() && (text.front() == ' ' || text.back() == ' '))
-    return subject + " begins or ends with a blank";
-  return "";
+Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
+                   std::vector<Found>& found) {
+  found.clear();
+  for (const std::string& word : words)
+    found.push_back({word, {}});
+  Wanted wanted;
+  for (Found& one : found) {
+    wanted.names[one.word].push_back(&one);
+    if (const auto key = ParseAddress(one.word))
+      wanted.keys[*key].push_back(&one);
+  }
+  if (const Status status = Search(arguments, wanted); status != kDone)
+    return status;
+  Wanted other_names;
+  for (Found& one : found) {
+    if (!one.systems.empty() || LooksLikeAddress(one.word))
+      continue;
+    SystemKey key = kNoSystemKey;
+    std::string name = one.word;
+    if (ARPANameToSystemKey(name.data(), key) == 0 && key != kNoSystemKey)
+      other_names.keys[key].push_back(&one);
+  }
+  return other_names.keys.empty() ? kDone : Search(arguments, other_names);
+}
+
+Status CheckFound(const Arguments& arguments, const Found& found) {
+  if (found.systems.size() == 1)
+    return kDone;
+  if (found.systems.empty())
+    return Fail("no system '" + found.word + "' in " + DatabasePath(arguments), kNoSuchSystem);
+  std::string addresses;
+  for (const zt_SystemInfo_class& info : found.systems)
+    addresses += (addresses.empty() ? "" : ", ") + AddressText(info.ReturnSystemKey());
+  return Fail("'" + found.word + "' is the name of " + std::to_string(found.systems.size()) +
+              " systems: " + addresses + "; say which by its address");
+}
+
+std::unique_ptr<Change> Change::Begin(const Arguments& arguments, Missing missing, Status& status) {
+  const std::string path = DatabasePath(arguments);
+  std::string obstacle = Obstacle(path, missing == Missing::kRefuse, true);
+  for (const char* companion : {".lk", ".sem"})
+    if (obstacle.empty())
+      obstacle = Obstacle(path + companion, false, true);
+  if (!obstacle.empty()) {
+    status = ztsys::Fail(obstacle, kNotOpened);
+    return nullptr;
+  }
+  // Before anything is made beside a file that is none of ours.
+  FileKind kind = FileKind::kNew;
+  if (KindOfDatabase(path, kind) == 0 && kind == FileKind::kForeign) {
+    status = FailDatabase(path, "cannot open", kSysDbBadVersion);
+    return nullptr;
+  }
+  zt_SystemDBOptions options{std::chrono::seconds(arguments.wait), Tell};
+  auto db = std::make_unique<zt_SystemDBAccess_class>(path.c_str(), std::move(options));
+  if (db->ValidObj() == 0) {
+    // Among errno values that are no file status there are only those of the change counter.
+    const int error = db->ReturnError();
+    const bool of_counter = error > sys::tFILE_ERRORS::cNOTOPEN && error < kIndexNotValid;
+    status = FailDatabase(of_counter ? path + ".sem" : path, "cannot open", error);
+    return nullptr;
+  }
+  db->Lock();
+  if (const int error = db->ReturnError(); error != 0) {
+    status = FailDatabase(path, "cannot lock", error);
+    return nullptr;
+  }
+  std::unique_ptr<Change> change(new Change(std::move(db)));
+  if (const int error = change->db_->Manager().SyncWithFile(); error != 0) {
+    status = FailDatabase(path, "cannot read", error);
+    return nullptr;
+  }
+  return change;
+}
+
+std::string Change::path() const {
+  return sys::native_path(db_->ReturnFileName());
+}
+
+Status Change::Fail(const std::string& operation, int status) const {
+  return FailDatabase(path(), operation, status);
+}
+
+Status FailDatabase(const std::string& path, const std::string& operation, int status) {
+  return Fail(path + ": " + operation + ": " + StatusText(status), KindOf(status));
 }
 
 std::string AddressText(SystemKey key) {
@@ -118,6 +225,14 @@ std::string AddressText(SystemKey key) {
 
 std::string NameAndAddress(const zt_SystemInfo_class& info) {
   return printable(info.ReturnSystemName()) + " (" + AddressText(info.ReturnSystemKey()) + ')';
+}
+
+zt_SystemInfo_class WithName(const zt_SystemInfo_class& info, const std::string& name) {
+  SystemKey key = kNoSystemKey;
+  zt_SystemInfo_struct record = info.ReturnStruct(key);
+  std::memset(record.fSystemName, 0, sizeof record.fSystemName);
+  name.copy(record.fSystemName, sizeof record.fSystemName - 1);
+  return {record, key};
 }
 
 }  // namespace ztsys

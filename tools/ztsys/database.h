@@ -1,54 +1,71 @@
 // SPDX-License-Identifier: Apache-2.0
-// Opening of the database for a sub-command, the search for one system, and what its statuses mean
-// for a user.
+// How sub-commands get at the database: one pass for those that only read, the manager under the
+// writers' lock for those that change; the search for systems by the words of a user; and what
+// statuses mean for that user.
 
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "source/sysdb/ZTsysInfoObj.h"
+#include "source/sysdb/ZTsysReader.h"
 #include "tools/ztsys/ztsys.h"
 
 namespace ztsys {
 
+// The path of the database, in this platform's form.
+std::string DatabasePath(const Arguments& arguments);
+
+// Opens the database for reading; it makes and changes nothing. Reports failures.
+Status OpenReader(const Arguments& arguments, SystemReader& reader);
+// Gives every system to `take`, in file order. Reports a read that fails on the way.
+Status ForEachSystem(SystemReader& reader,
+                     const std::function<void(const zt_SystemInfo_class&)>& take);
+
+// Systems that a word of the user names: by the name stored for them, by their address, or by
+// another name of their address. Several only when they have one name.
+struct Found {
+  std::string word;
+  std::vector<zt_SystemInfo_class> systems;
+};
+// In the order of the words; in one pass, or two when a name has to be looked up.
+Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
+                   std::vector<Found>& found);
+// Reports a word that names no system, or several.
+Status CheckFound(const Arguments& arguments, const Found& found);
+
 enum class Missing { kRefuse, kCreate };
 
-// An open database, or null after a report.
-std::unique_ptr<zt_SystemDBAccess_class> OpenDatabase(const Arguments& arguments, Missing missing);
-
-// The system that a word names: by the name stored for it, by its address, or by another name of
-// its address. Reports failures.
-Status FindSystem(zt_SystemDBAccess_class& db, const std::string& word, zt_SystemInfo_class& info);
-
-// Reports a failed operation of the database.
-Status FailDatabase(const zt_SystemDBAccess_class& db, const std::string& operation, int status);
-
-// The writers' lock for a scope.
-class DatabaseLock {
+// The database open for change, under the writers' lock, with a table that is certainly the file's.
+class Change {
  public:
-  explicit DatabaseLock(zt_SystemDBAccess_class& db) : db_(db) {
-    db_.Lock();
-    status_ = db_.ReturnError();
-  }
-  ~DatabaseLock() {
-    if (status_ == 0)
-      db_.Unlock();
-  }
-  DatabaseLock(const DatabaseLock&) = delete;
-  DatabaseLock& operator=(const DatabaseLock&) = delete;
-  int status() const { return status_; }  // 0 when the lock is held
+  // Null after a report; `status` tells the kind.
+  static std::unique_ptr<Change> Begin(const Arguments& arguments, Missing missing, Status& status);
+  ~Change() { db_->Unlock(); }
+  Change(const Change&) = delete;
+  Change& operator=(const Change&) = delete;
+
+  zt_SystemDBAccess_class& db() { return *db_; }
+  std::string path() const;
+  // Reports a failed operation of the database.
+  Status Fail(const std::string& operation, int status) const;
 
  private:
-  zt_SystemDBAccess_class& db_;
-  int status_ = 0;
+  explicit Change(std::unique_ptr<zt_SystemDBAccess_class> db) : db_(std::move(db)) {}
+
+  std::unique_ptr<zt_SystemDBAccess_class> db_;
 };
 
-// What keeps a text out of a record's field of that size, or nothing. `what` names the text.
-std::string RefusalOf(const char* what, const std::string& text, std::size_t field_size);
+// Reports a failed operation on the database file.
+Status FailDatabase(const std::string& path, const std::string& operation, int status);
 
 std::string AddressText(SystemKey key);
 std::string NameAndAddress(const zt_SystemInfo_class& info);
+// The record with its name or group replaced, whatever the name resolves to.
+zt_SystemInfo_class WithName(const zt_SystemInfo_class& info, const std::string& name);
 
 }  // namespace ztsys

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/ztsys/json.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "source/support/ZTprintable.h"
@@ -9,8 +10,16 @@ namespace ztsys {
 
 namespace {
 
-std::string Quoted(std::string_view text) {
-  std::string result = "\"";
+bool IsPlain(char c) {
+  return c >= ' ' && c < '\x7f' && c != '"' && c != '\\';
+}
+
+void AppendQuoted(std::string& result, std::string_view text) {
+  result += '"';
+  const auto special = std::find_if_not(text.begin(), text.end(), IsPlain);
+  const auto plain = static_cast<std::size_t>(special - text.begin());
+  result += text.substr(0, plain);
+  text.remove_prefix(plain);
   while (!text.empty()) {
     const std::size_t length = utf8_length(text);
     const auto c = static_cast<unsigned char>(text[0]);
@@ -29,7 +38,7 @@ std::string Quoted(std::string_view text) {
     }
     text.remove_prefix(length == 0 ? 1 : length);
   }
-  return result + '"';
+  result += '"';
 }
 
 }  // namespace
@@ -37,12 +46,14 @@ std::string Quoted(std::string_view text) {
 void JsonObject::Name(std::string_view name) {
   if (text_.size() > 1)
     text_ += ", ";
-  text_ += Quoted(name) + ": ";
+  text_ += '"';
+  text_ += name;
+  text_ += "\": ";
 }
 
 void JsonObject::Text(std::string_view name, std::string_view value) {
   Name(name);
-  text_ += Quoted(value);
+  AppendQuoted(text_, value);
 }
 
 void JsonObject::Number(std::string_view name, std::int64_t value) {
@@ -53,6 +64,11 @@ void JsonObject::Number(std::string_view name, std::int64_t value) {
 void JsonObject::Truth(std::string_view name, bool value) {
   Name(name);
   text_ += value ? "true" : "false";
+}
+
+void JsonObject::Null(std::string_view name) {
+  Name(name);
+  text_ += "null";
 }
 
 std::string JsonObject::Take() {

@@ -9,12 +9,14 @@
 
 namespace ztsys {
 
+// Names of members are ours and stand as they are.
 class JsonObject {
  public:
   // Bytes that are not UTF-8 become U+FFFD, a character for each.
   void Text(std::string_view name, std::string_view value);
   void Number(std::string_view name, std::int64_t value);
   void Truth(std::string_view name, bool value);
+  void Null(std::string_view name);
 
   std::string Take();  // the finished object
 

@@ -1,43 +1,75 @@
 // SPDX-License-Identifier: Apache-2.0
-// ztsys list: all systems in the order of the file, as a table for people or a JSON object a line.
+// ztsys list: the systems as a table for people, as CSV, or a JSON object a line. The file is read
+// once; what is shown is kept until its end, since columns have the width of the longest text.
+
+#include <fnmatch.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <functional>
+#include <numeric>
 
 #include "source/support/ZTprintable.h"
+#include "tools/ztsys/csv.h"
 #include "tools/ztsys/database.h"
-#include "tools/ztsys/json.h"
+#include "tools/ztsys/description.h"
+#include "tools/ztsys/fields.h"
+#include "tools/ztsys/system_store.h"
 
 namespace ztsys {
 
 namespace {
 
 constexpr std::size_t kColumns = 6;
-constexpr int kColumnGap = 2;
+constexpr std::size_t kColumnGap = 2;
+constexpr std::size_t kWriteAt = 64 * 1024;
 using Row = std::array<std::string, kColumns>;
+using Widths = std::array<std::size_t, kColumns>;
+constexpr std::array<const char*, kColumns> kHeading = {"NAME", "ADDRESS", "GROUP",
+                                                        "TYPE", "ALARMS",  "STATUS"};
 
-const char* MonitoringText(int monitor_alarms) {
-  if (monitor_alarms == 0)
-    return "disabled";
-  return monitor_alarms == 1 ? "enabled" : "delete";
+// Collects what is printed, for few and large writes.
+class Output {
+ public:
+  ~Output() { Write(); }
+  std::string& text() { return text_; }
+  void EndLine() {
+    text_ += '\n';
+    if (text_.size() >= kWriteAt)
+      Write();
+  }
+
+ private:
+  void Write() {
+    std::fwrite(text_.data(), 1, text_.size(), stdout);
+    text_.clear();
+  }
+  std::string text_;
+};
+
+void SetPrintable(std::string& cell, const char* text) {
+  const std::size_t length = std::strlen(text);
+  const bool plain = std::all_of(text, text + length, [](char c) { return c >= ' ' && c < 0x7f; });
+  if (plain)
+    cell.assign(text, length);
+  else
+    cell = printable(text);
 }
 
-std::string TypeText(int type) {
-  const char* code = ReturnSystemTypeCode(type);
-  if (code != nullptr)
-    return code;
-  return type == 0 ? "-" : std::to_string(type);
-}
-
-Row RowOf(const zt_SystemInfo_class& info) {
-  const std::string group = printable(info.ReturnGroupName());
-  return {printable(info.ReturnSystemName()),
-          AddressText(info.ReturnSystemKey()),
-          group.empty() ? "-" : group,
-          TypeText(info.ReturnSystemType()),
-          MonitoringText(info.ReturnMonitorAlarms()),
-          info.ReturnAlarmMgrStatusText()};
+// The cells keep their memory from one row to the next.
+void FillRow(Row& row, const zt_SystemInfo_class& info) {
+  char address[kKeyTextSize];
+  FormatSystemKey(info.ReturnSystemKey(), address);
+  SetPrintable(row[0], info.ReturnSystemName());
+  row[1] = address;
+  SetPrintable(row[2], info.ReturnGroupName());
+  if (row[2].empty())
+    row[2] = kNone;
+  row[3] = TypeText(info.ReturnSystemType());
+  row[4] = MonitoringText(info.ReturnMonitorAlarms());
+  row[5] = info.ReturnAlarmMgrStatusText();
 }
 
 // Characters of a text in UTF-8, for alignment.
@@ -46,62 +78,161 @@ std::size_t Width(const std::string& text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-void PrintRow(const Row& row, const std::array<std::size_t, kColumns>& widths) {
-  std::string line;
+void Widen(Widths& widths, const Row& row) {
+  for (std::size_t column = 0; column < kColumns; ++column)
+    widths[column] = std::max(widths[column], Width(row[column]));
+}
+
+void PrintRow(Output& output, const Row& row, const Widths& widths) {
   for (std::size_t column = 0; column < kColumns; ++column) {
-    line += row[column];
+    output.text() += row[column];
     if (column + 1 < kColumns)
-      line.append(widths[column] - Width(row[column]) + kColumnGap, ' ');
+      output.text().append(widths[column] - Width(row[column]) + kColumnGap, ' ');
   }
-  std::printf("%s\n", line.c_str());
+  output.EndLine();
 }
 
-void PrintTable(const std::vector<Row>& rows) {
-  std::array<std::size_t, kColumns> widths{};
-  for (const Row& row : rows)
-    for (std::size_t column = 0; column < kColumns; ++column)
-      widths[column] = std::max(widths[column], Width(row[column]));
-  for (const Row& row : rows)
-    PrintRow(row, widths);
+using Filter = std::function<bool(const zt_SystemInfo_class&)>;
+
+// Reports a value that is none.
+Status FilterOf(const Arguments& arguments, Filter& filter) {
+  std::optional<int> type;
+  if (arguments.type && !(type = ParseType(*arguments.type)))
+    return FailUsage(RefusalOfType(*arguments.type));
+  std::optional<std::string> group = arguments.group;
+  if (group == kNone)
+    group = "";
+  filter = [group, type, match = arguments.match](const zt_SystemInfo_class& info) {
+    return (!group || *group == info.ReturnGroupName()) &&
+           (!type || *type == info.ReturnSystemType()) &&
+           (!match || fnmatch(match->c_str(), info.ReturnSystemName(), 0) == 0);
+  };
+  return kDone;
 }
 
-void PrintJson(const zt_SystemInfo_class& info) {
-  JsonObject object;
-  object.Text("name", info.ReturnSystemName());
-  object.Text("address", AddressText(info.ReturnSystemKey()));
-  object.Text("group", info.ReturnGroupName());
-  object.Number("type", info.ReturnSystemType());
-  object.Text("type_name", info.ReturnSystemTypeName());
-  object.Text("alarms", MonitoringText(info.ReturnMonitorAlarms()));
-  object.Number("status", info.ReturnAlarmMonitorStatus());
-  object.Text("status_text", info.ReturnAlarmMgrStatusText());
-  object.Number("last_error", info.ReturnAlarmMgrError());
-  object.Number("sequence", info.ReturnAlarmSequence());
-  object.Number("alarm_count", info.ReturnAlarmCount());
-  object.Truth("symbols", info.ReturnMapEnabled());
-  object.Truth("old_agent", info.ReturnIsZTAgent());
-  object.Number("updated", info.ReturnRecUpdateTime());
-  std::printf("%s\n", object.Take().c_str());
+using Less = bool (*)(const zt_SystemInfo_class&, const zt_SystemInfo_class&);
+
+struct SortKey {
+  std::string_view name;
+  Less less;
+};
+
+std::uint32_t Octets(const zt_SystemInfo_class& info) {
+  return __builtin_bswap32(static_cast<std::uint32_t>(info.ReturnSystemKey()));
+}
+
+constexpr SortKey kSortKeys[] = {
+    {"name", [](const auto& a, const auto& b) {
+       return std::strcmp(a.ReturnSystemName(), b.ReturnSystemName()) < 0;
+     }},
+    {"address", [](const auto& a, const auto& b) { return Octets(a) < Octets(b); }},
+    {"group", [](const auto& a, const auto& b) {
+       return std::strcmp(a.ReturnGroupName(), b.ReturnGroupName()) < 0;
+     }},
+    {"updated", [](const auto& a, const auto& b) {
+       return static_cast<std::uint32_t>(a.ReturnRecUpdateTime()) >
+              static_cast<std::uint32_t>(b.ReturnRecUpdateTime());
+     }}};
+
+// Systems that are equal by the key stay in the order of the file.
+std::vector<std::uint32_t> OrderOf(const SystemStore& systems, const std::string& key) {
+  std::vector<std::uint32_t> order(systems.size());
+  std::iota(order.begin(), order.end(), 0U);
+  for (const SortKey& sort : kSortKeys)
+    if (sort.name == key)
+      std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return sort.less(systems[a], systems[b]);
+      });
+  return order;
+}
+
+void PrintCsv(Output& output, const zt_SystemInfo_class& info) {
+  char address[kKeyTextSize];
+  FormatSystemKey(info.ReturnSystemKey(), address);
+  const int type = info.ReturnSystemType();
+  AppendCsv(output.text(), {info.ReturnSystemName(), address, info.ReturnGroupName(),
+                            type == 0 ? "" : TypeText(type)});
+  output.EndLine();
+}
+
+// What is printed without a look at other systems goes out as it is read.
+Status PrintAsRead(const Arguments& arguments, SystemReader& reader, const Filter& filter) {
+  Output output;
+  if (arguments.csv)
+    output.text() += kCsvHeading;
+  const BackConnectNames names = arguments.json ? ReadBackConnectNames() : BackConnectNames();
+  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
+    if (!filter(info))
+      return;
+    if (arguments.csv)
+      return PrintCsv(output, info);
+    output.text() += JsonOf(info, names);
+    output.EndLine();
+  });
+  return status;
+}
+
+void PrintTable(const SystemStore& systems, const std::vector<std::uint32_t>& order,
+                const Widths& widths) {
+  Output output;
+  Row row;
+  std::copy(kHeading.begin(), kHeading.end(), row.begin());
+  PrintRow(output, row, widths);
+  for (const std::uint32_t index : order) {
+    FillRow(row, systems[index]);
+    PrintRow(output, row, widths);
+  }
+}
+
+void PrintOrdered(const Arguments& arguments, const SystemStore& systems,
+                  const std::vector<std::uint32_t>& order) {
+  Output output;
+  if (arguments.csv)
+    output.text() += kCsvHeading;
+  const BackConnectNames names = arguments.json ? ReadBackConnectNames() : BackConnectNames();
+  for (const std::uint32_t index : order) {
+    if (arguments.csv) {
+      PrintCsv(output, systems[index]);
+    } else {
+      output.text() += JsonOf(systems[index], names);
+      output.EndLine();
+    }
+  }
 }
 
 }  // namespace
 
 Status RunList(const Arguments& arguments) {
-  const auto db = OpenDatabase(arguments, Missing::kRefuse);
-  if (db == nullptr)
-    return kFailed;
-  std::vector<Row> rows = {{"NAME", "ADDRESS", "GROUP", "TYPE", "ALARMS", "STATUS"}};
-  zt_SystemInfo_class info;
-  int status = db->GetFirstSystemRec(info);
-  for (; status == 0; status = db->GetNextSystemRec(info)) {
-    if (arguments.json)
-      PrintJson(info);
-    else
-      rows.push_back(RowOf(info));
-  }
-  if (!arguments.json)
-    PrintTable(rows);
-  return status == kSysDbNoMoreSystems ? kDone : FailDatabase(*db, "cannot read", status);
+  if (arguments.json && arguments.csv)
+    return FailUsage("--json and --csv exclude each other");
+  Filter filter;
+  if (const Status status = FilterOf(arguments, filter); status != kDone)
+    return status;
+  SystemReader reader;
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
+  const bool table = !arguments.json && !arguments.csv;
+  if (!table && arguments.sort.empty())
+    return PrintAsRead(arguments, reader, filter);
+
+  SystemStore systems;
+  Row row;
+  std::copy(kHeading.begin(), kHeading.end(), row.begin());
+  Widths widths{};
+  Widen(widths, row);
+  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
+    if (!filter(info))
+      return;
+    systems.Add(info);
+    FillRow(row, info);
+    Widen(widths, row);
+  });
+  const std::vector<std::uint32_t> order = OrderOf(systems, arguments.sort);
+  if (table)
+    PrintTable(systems, order, widths);
+  else
+    PrintOrdered(arguments, systems, order);
+  return status;
 }
 
 }  // namespace ztsys

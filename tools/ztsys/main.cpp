@@ -35,15 +35,18 @@ int Run(int argc, char** argv) {
 
 }  // namespace
 
-Status Fail(const std::string& message) {
+void Tell(const std::string& line) {
   std::fflush(stdout);
-  std::fprintf(stderr, "ztsys: %s\n", printable(message).c_str());
-  return kFailed;
+  std::fprintf(stderr, "ztsys: %s\n", printable(line).c_str());
+}
+
+Status Fail(const std::string& message, Status status) {
+  Tell(message);
+  return status;
 }
 
 Status FailUsage(const std::string& message) {
-  Fail(message + "; see ztsys --help");
-  return kUsage;
+  return Fail(message + "; see ztsys --help", kUsage);
 }
 
 }  // namespace ztsys

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/ztsys/backup.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/sys/native_path.h"
+#include "platform/sys/whole_file.h"
+#include "source/support/ZTprintable.h"
+#include "tools/ztsys/database.h"
+
+namespace ztsys {
+
+namespace {
+
+// Without a lock file that may be opened, a copy is of one instant if nobody has written meanwhile.
+constexpr int kTries = 5;
+
+bool SameStamp(SystemReader& reader, const sys::tFILE_STAMP& before) {
+  sys::tFILE_STAMP now;
+  return reader.GetStamp(now) == 0 && now == before;
+}
+
+}  // namespace
+
+Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Replace replace) {
+  SystemReader reader;
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
+  LockPatience patience{std::chrono::seconds(arguments.wait), {}};
+  patience.notice = [](const std::string& file, long holder) {
+    Tell("waiting for the lock " + file +
+         (holder != 0 ? ", which process " + std::to_string(holder) + " holds" : ""));
+  };
+  const int locked = reader.LockOutWriters(patience);
+  if (locked == sys::tFILE_ERRORS::cLOCKED)
+    return FailDatabase(reader.path(), "cannot lock", locked);
+  for (int i = 0; i < kTries; ++i) {
+    sys::tFILE_STAMP before;
+    reader.GetStamp(before);
+    // One that a change went into is taken back by the next try.
+    const int error = sys::CopyWholeFile(reader.path(), to,
+                                         i == 0 ? replace : sys::Replace::kYes);
+    if (error != 0)
+      return Fail(sys::native_path(to) + ": cannot be written: " + std::strerror(error),
+                  error == EIO ? kDamaged : kFailed);
+    if (SameStamp(reader, before))
+      return kDone;
+  }
+  return Fail(reader.path() + ": changes all the time, and its lock may not be taken by this user");
+}
+
+Status RunBackup(const Arguments& arguments) {
+  const std::string& to = arguments.operands[0];
+  const Status status = CopyDatabase(arguments, to, sys::Replace::kYes);
+  if (status == kDone)
+    std::printf("copied %s to %s\n", printable(DatabasePath(arguments)).c_str(),
+                printable(sys::native_path(to)).c_str());
+  return status;
+}
+
+}  // namespace ztsys

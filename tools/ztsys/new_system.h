@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a system needs that is not in the database yet.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "source/sysdb/ZTsysRecords.h"
+#include "tools/ztsys/ztsys.h"
+
+namespace ztsys {
+
+// The address of a new system: the one that is given for it, the one that its name is, or the one
+// that its name resolves to. `why` says what is wrong, with kUsage for what could never be right.
+Status AddressOf(const std::string& name, const std::optional<std::string>& address,
+                 SystemKey& key, std::string& why);
+
+zt_SystemInfo_struct NewRecord(const std::string& name, const std::string& group, int type);
+
+}  // namespace ztsys
