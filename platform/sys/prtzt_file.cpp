@@ -207,6 +207,8 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
   if (position_ < static_cast<std::uint64_t>(before.st_size)) {
     old.resize(size);
     had = read_at(descriptor, old.data(), size, position_);
+    if (had < 0)
+      return FileStatusOf(errno);
   }
 
   const ssize_t put = write_at(descriptor, buffer, size, position_);

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int kNoSystems = 106;
+constexpr int kDetails = 124;
 
 // The status fields, 17 characters wide.
 constexpr const char* kNotSupported = "Not Supported ---";
@@ -46,9 +47,9 @@ void zt_DiagComm_class::CheckZTDBConnections() {
   zt_SystemInfo_class system;
   zt_SystemDBAccess_class database;
   zt_RPCAlarmNoticeLink_class alarms;
-  if (database.GetFirstSystemRec(system) != 0) {
+  int status = database.GetFirstSystemRec(system);
+  if (status != 0) {
     fErrorNum = kNoSystems;
-    DisplayErrors();
   } else {
     std::fputs(kHeader, stdout);
     std::fflush(stdout);
@@ -60,7 +61,14 @@ void zt_DiagComm_class::CheckZTDBConnections() {
       ForgetErrors();
       DisconnectFromSystem();
       fRepServerInfoObj.reset();
-    } while (database.GetNextSystemRec(system) == 0);
+      status = database.GetNextSystemRec(system);
+    } while (status == 0);
+  }
+  // Which file and why: nothing was read, or the walk has come to a place that cannot be.
+  if (fErrorNum == kNoSystems || status != kSysDbNoMoreSystems) {
+    fErrorNum2 = kDetails;
+    fErrorParm2 = database.ReturnTrouble(status);
+    DisplayErrors();
   }
   DisconnectFromSystem();
   fSystemName = target_name;

@@ -153,6 +153,9 @@ class zt_SystemDBMgt_class {
   zt_SystemInfo_struct fSystemInfo{};
 };
 
+// What a status of the database means and what to try: a clause without a full stop.
+std::string SystemDatabaseText(int status);
+
 enum FILTER_TYPE {
   GLOBAL_ID = 0,
   SYSTEM_TYPE = 1,
@@ -186,6 +189,8 @@ class zt_SystemDBAccess_class {
   int ValidObj() const { return fValidObject; }
   int ReturnError() const { return fError; }
   const char* ReturnFileName() const;
+  // Which file a status of an operation is about and what it means, for a user.
+  std::string ReturnTrouble(int status) const;
   // The shared manager, for what this facade does not forward.
   zt_SystemDBMgt_class& Manager();
 

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "platform/sys/native_path.h"
 #include "shared/general/SHcontrolObj.h"
 #include "source/sysdb/ZTsysInfoObj.h"
 
@@ -32,6 +33,31 @@ std::string Trimmed(const char* name) {
 }
 
 }  // namespace
+
+std::string SystemDatabaseText(int status) {
+  struct Text {
+    int status;
+    const char* text;
+  };
+  static constexpr Text kTexts[] = {
+      {kIndexNotFound, "no such system"},
+      {kSysDbNoKey, "the name does not resolve to an address"},
+      {kSysDbNameUnknown, "the name does not resolve to an address"},
+      {kSysDbNoMoreSystems, "it holds no system yet; add some with ztsys add"},
+      {kSysDbBadVersion,
+       "not a system database, damaged, or of an unknown version; go back to a backup"},
+      {kSysDbNoLockFile, "its lock file (.lk) cannot be opened"},
+      {sys::tFILE_ERRORS::cLOCKED, "another process holds the lock; try again later"},
+      {sys::tFILE_ERRORS::cDEVICE,
+       "the device reports an error (look into the system's log, and go back to a backup)"},
+  };
+  for (const Text& text : kTexts)
+    if (text.status == status)
+      return text.text;
+  if (status <= sys::tFILE_ERRORS::cNOTOPEN)
+    return sys::FileStatusText(status);
+  return status < kIndexNotValid ? std::strerror(status) : "status " + std::to_string(status);
+}
 
 zt_SystemDBAccess_class::zt_SystemDBAccess_class() {
   ++statUserCount;
@@ -87,6 +113,14 @@ auto zt_SystemDBAccess_class::Forward(Operation operation) {
 
 const char* zt_SystemDBAccess_class::ReturnFileName() const {
   return statSystemInfoObj->ReturnFileName();
+}
+
+std::string zt_SystemDBAccess_class::ReturnTrouble(int status) const {
+  std::string file = sys::native_path(ReturnFileName());
+  // Among errno values that are no file status there are only those of the change counter.
+  if (ValidObj() == 0 && status > sys::tFILE_ERRORS::cNOTOPEN && status < kIndexNotValid)
+    file += ".sem";
+  return file + ": " + SystemDatabaseText(status);
 }
 
 zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {

@@ -4,7 +4,7 @@
 // A conversion may be interrupted at any write and is finished by the next opening; the reasoning
 // is in docs/formats/system-database.md. In short: before the version record is rewritten, every
 // slot in the older layout gets a status byte of its own; the version record is written with that
-// byte too; each slot loses it in the write that converts it, and the version record last.
+// byte too; each slot loses it when it is converted, and the version record last.
 
 #include <cerrno>
 #include <cstdio>
@@ -186,8 +186,13 @@ int zt_SystemDBMgt_class::ConvertMarkedRecords() {
     const zt_SystemInfo_struct record = info.ReturnStruct(key);
     char key_bytes[sizeof key];
     std::memcpy(key_bytes, &key, sizeof key);
+    // The mark goes last: what a killed process leaves of the record is converted once more, and
+    // what a conversion takes over of it is the same in both halves.
     status = fIndexDataObj->ReplaceRec(fCurrentLocation, key_bytes,
-                                       reinterpret_cast<const char*>(&record), kSystemRecordSize);
+                                       reinterpret_cast<const char*>(&record), kSystemRecordSize,
+                                       kSlotInOlderLayout);
+    if (status == 0)
+      status = fIndexDataObj->MarkRec(fCurrentLocation, kIndexSlotLive);
     if (status != 0)
       return status;
   }

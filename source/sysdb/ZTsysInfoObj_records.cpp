@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -65,7 +66,13 @@ SystemKey ConvertSystemKey(const char* system_key) {
 }
 
 void FormatSystemKey(SystemKey system_key, char* format_buffer) {
-  SystemKeyToIPAddr(system_key, format_buffer);
+  const KEY_CONVERSION octets{static_cast<std::uint32_t>(system_key)};
+  char* at = format_buffer;
+  for (const std::uint8_t octet : octets.Char) {
+    at = std::to_chars(at, at + 3, octet).ptr;
+    *at++ = '.';
+  }
+  at[-1] = '\0';
 }
 
 int GetHostName(SystemKey system_key, char* system_name, int system_name_size) {

@@ -43,8 +43,9 @@ Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Repl
     const int error = sys::CopyWholeFile(reader.path(), to,
                                          i == 0 ? replace : sys::Replace::kYes);
     if (error != 0)
-      return Fail(sys::native_path(to) + ": cannot be written: " + std::strerror(error),
-                  error == EIO ? kDamaged : kFailed);
+      return error == EIO ? FailDatabase(reader.path(), "cannot copy", sys::tFILE_ERRORS::cDEVICE)
+                          : Fail(sys::native_path(to) + ": cannot be written: " +
+                                 std::strerror(error));
     if (SameStamp(reader, before))
       return kDone;
   }

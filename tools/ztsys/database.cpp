@@ -17,29 +17,6 @@ namespace ztsys {
 
 namespace {
 
-std::string StatusText(int status) {
-  switch (status) {
-    case kIndexNotFound:
-      return "no such system";
-    case kSysDbNoKey:
-    case kSysDbNameUnknown:
-      return "the name does not resolve to an address";
-    case kSysDbBadVersion:
-      return "not a system database, or of an unknown version";
-    case kSysDbNoLockFile:
-      return "its lock file cannot be opened";
-    case sys::tFILE_ERRORS::cLOCKED:
-      return "another process holds the lock; try again, or wait longer with --wait";
-    case sys::tFILE_ERRORS::cDEVICE:
-      return "the device reports an error (a disk or a network file system that fails)";
-    default:
-      break;
-  }
-  if (status <= sys::tFILE_ERRORS::cNOTOPEN)
-    return sys::FileStatusText(status);
-  return status < kIndexNotValid ? std::strerror(status) : "status " + std::to_string(status);
-}
-
 Status KindOf(int status) {
   switch (status) {
     case kIndexNotFound:
@@ -214,7 +191,7 @@ Status Change::Fail(const std::string& operation, int status) const {
 }
 
 Status FailDatabase(const std::string& path, const std::string& operation, int status) {
-  return Fail(path + ": " + operation + ": " + StatusText(status), KindOf(status));
+  return Fail(path + ": " + operation + ": " + SystemDatabaseText(status), KindOf(status));
 }
 
 std::string AddressText(SystemKey key) {

@@ -35,7 +35,7 @@ constexpr long kMostTold = 1000;
 using Slot = std::array<char, kSlotSize>;
 
 // What to do about a finding; nothing where nothing is certain.
-enum class Mend { kNothing, kFree, kClear, kLive, kEndTexts, kVersionKey };
+enum class Mend { kNothing, kFree, kClear, kLive, kEndTexts, kVersionKey, kCutOff };
 
 struct Finding {
   std::int32_t location;
@@ -55,10 +55,12 @@ constexpr const char* MendText(Mend mend) {
       return "the text is ended where readers cut it";
     case Mend::kVersionKey:
       return "the key is 0.0.0.0 now";
+    case Mend::kCutOff:
+      return "they are cut off";
     case Mend::kNothing:
       break;
   }
-  return "";
+  return "left as it is";
 }
 
 struct Entry {
@@ -74,7 +76,6 @@ class Verification {
   Status Run();
   const std::vector<Finding>& findings() const { return findings_; }
   long count() const { return count_; }
-  std::int64_t tail() const { return tail_; }
 
  private:
   void Found(std::int32_t location, std::string what, Mend mend = Mend::kNothing) {
@@ -92,7 +93,6 @@ class Verification {
   std::vector<Entry> entries_;
   bool converting_ = false;  // slot 0 says that a conversion is not finished
   long count_ = 0;
-  std::int64_t tail_ = 0;  // octets behind the last whole slot
 };
 
 Status Verification::Run() {
@@ -119,10 +119,9 @@ void Verification::CheckLength() {
   sys::tFILE_STAMP stamp;
   if (reader_.GetStamp(stamp) != 0)
     return;
-  tail_ = stamp.length % kSlotSize;
-  if (tail_ != 0)
-    Found(static_cast<std::int32_t>(stamp.length - tail_),
-          std::to_string(tail_) + " octets behind the last whole slot");
+  if (const std::int64_t tail = stamp.length % kSlotSize; tail != 0)
+    Found(static_cast<std::int32_t>(stamp.length - tail),
+          std::to_string(tail) + " octets behind the last whole slot", Mend::kCutOff);
 }
 
 void Verification::CheckVersion(const char* slot) {
@@ -153,7 +152,8 @@ void Verification::CheckSystem(const char* slot, std::int32_t location) {
                       std::hash<std::string_view>()(
                           {reinterpret_cast<const char*>(&timeless), sizeof timeless})});
   // Records of the older layout have other fields at these places.
-  const bool older = slot[0] == kSlotInOlderLayout || reader_.kind() == FileKind::kOlder;
+  const bool older =
+      reader_.kind() == FileKind::kOlder && (!converting_ || slot[0] == kSlotInOlderLayout);
   if (key == 0 || key == kNoSystemKey)
     Found(location, "a record of " + AddressText(key) + ", which nobody can reach", Mend::kFree);
   if (slot[0] != kIndexSlotLive && !(slot[0] == kSlotInOlderLayout && older))
@@ -204,11 +204,14 @@ void WarnOfHyphens() {
            ": a hyphen ends a name in this file; systems with one in their name cannot stand here");
 }
 
-bool MendSlot(SlotFile& file, const Finding& finding, int& status) {
+// The file's status.
+int MendSlot(SlotFile& file, const std::string& path, const Finding& finding) {
   const auto at = static_cast<std::uint32_t>(finding.location);
+  if (finding.mend == Mend::kCutOff)
+    return truncate(path.c_str(), finding.location) == 0 ? 0 : sys::FileStatusOf(errno);
   Slot slot{};
-  if (status = file.Read(at, slot.data()); status != 0)
-    return false;
+  if (const int status = file.Read(at, slot.data()); status != 0)
+    return status;
   switch (finding.mend) {
     case Mend::kFree:
     case Mend::kClear:
@@ -225,11 +228,11 @@ bool MendSlot(SlotFile& file, const Finding& finding, int& status) {
     case Mend::kVersionKey:
       std::fill_n(slot.begin() + 1, sizeof(SystemKey), '\0');
       break;
+    case Mend::kCutOff:
     case Mend::kNothing:
-      return false;
+      return 0;
   }
-  status = file.Write(at, slot.data());
-  return status == 0;
+  return file.Write(at, slot.data());
 }
 
 void Print(const Finding& finding, const std::string& done) {
@@ -265,19 +268,13 @@ Status Repair(const Arguments& arguments, long& left) {
     return Fail(copy + ": cannot be written, and nothing is repaired: " + std::strerror(error));
   std::printf("copied %s to %s\n", printable(path).c_str(), printable(copy).c_str());
   for (const Finding& finding : verification.findings()) {
-    int error = 0;
-    const bool mended = MendSlot(change->db().Manager().File(), finding, error);
-    if (error != 0)
-      return change->Fail("cannot repair slot " + std::to_string(finding.location / kSlotSize),
-                          error);
-    left -= mended ? 1 : 0;
-    const bool of_tail = verification.tail() != 0 && &finding == &verification.findings().back();
-    if (of_tail && truncate(path.c_str(), finding.location) == 0) {
+    if (finding.mend != Mend::kNothing) {
+      if (const int error = MendSlot(change->db().Manager().File(), path, finding); error != 0)
+        return change->Fail("cannot repair slot " + std::to_string(finding.location / kSlotSize),
+                            error);
       --left;
-      Print(finding, "they are cut off");
-    } else {
-      Print(finding, mended ? MendText(finding.mend) : "left as it is");
     }
+    Print(finding, MendText(finding.mend));
   }
   change->db().Manager().TellChange();
   return kDone;

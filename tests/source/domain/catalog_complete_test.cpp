@@ -29,7 +29,8 @@ const std::map<std::pair<int, int>, bool>& messages() {
       {{20, 106}, false}, {{20, 107}, false}, {{20, 108}, true},  {{20, 110}, false},
       {{20, 111}, true},  {{20, 112}, false}, {{20, 114}, false}, {{20, 115}, true},
       {{20, 116}, true},  {{20, 117}, true},  {{20, 118}, false}, {{20, 121}, false},
-      {{20, 122}, true},  {{20, 123}, true},  {{20, 200}, false}, {{20, 201}, true},
+      {{20, 122}, true},  {{20, 123}, true},  {{20, 124}, true},  {{20, 200}, false},
+      {{20, 201}, true},
       {{20, 202}, false}, {{20, 203}, true},  {{20, 204}, false}, {{20, 205}, true},
       {{100, 4}, false},
   };
