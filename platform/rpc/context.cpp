@@ -2,6 +2,7 @@
 // Server objects that a client holds. Each remembers the server that issued it, so that a call on
 // it goes there whatever became of the binding.
 
+#include "platform/rpc/client/liveness.h"
 #include "platform/rpc/handle_table.h"
 #include "platform/rpc/stub/stub.h"
 
@@ -32,22 +33,28 @@ CallTarget target_of(RPC_CONTEXT_HANDLE context) {
 }
 
 WireContext wire_context(RPC_CONTEXT_HANDLE context) {
-  return require_context(context)->wire;
+  const std::shared_ptr<Context> held = require_context(context);
+  liveness::touch(held->target);
+  return held->wire;
 }
 
 void store_context(RPC_CONTEXT_HANDLE* context, const WireContext& received,
                    const CallTarget& target) {
   if (*context != nullptr && received.null()) {
-    contexts().remove(*context);
+    if (const std::shared_ptr<Context> held = contexts().remove(*context))
+      liveness::release(held->target);
     *context = nullptr;
     return;
   }
   if (received.null())
     return;
   if (const std::shared_ptr<Context> held = contexts().find(*context)) {
+    liveness::release(held->target);
+    liveness::hold(target);
     *held = {received, target};
     return;
   }
+  liveness::hold(target);
   *context = contexts().insert({received, target});
 }
 

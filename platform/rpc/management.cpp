@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mgmt.h"
+#include "platform/rpc/client/invoke.h"
 #include "platform/rpc/rpc.h"
 
 RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id) {
@@ -7,6 +8,10 @@ RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id) {
     return RPC_S_INVALID_ARG;
   *id = {interface->id, interface->major, interface->minor};
   return RPC_S_OK;
+}
+
+void RpcMgmtAcknowledge() {
+  rpc::release_activities();
 }
 
 RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding) {

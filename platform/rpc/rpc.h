@@ -79,6 +79,9 @@ RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry);
 
 // --- Management.
 RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding);
+// Acknowledges this thread's last replies. To be called before a pause: servers repeat what was not
+// acknowledged until the next call does so.
+void RpcMgmtAcknowledge();
 // Why nothing answered this thread's last remote call (its status was 1722, or 1820 in an inquiry):
 // 10061 the port was refused, 10065 the host or network cannot be reached, 10060 silence; 0 when
 // the call was answered.

@@ -75,8 +75,10 @@ int rpc_prologue(const char* operation, const zt_RPCinfo_t& RPCinfo, error_statu
 
 void rpc_epilogue(const char* operation, const zt_RPCinfo_t& RPCinfo, error_status_t status) {
   const std::int32_t pause = std::clamp(slownet_wait_interval.seconds, 0, kLongestPause);
-  if (pause > 0)
+  if (pause > 0) {
+    RpcMgmtAcknowledge();
     std::this_thread::sleep_for(std::chrono::seconds(pause));
+  }
   if (zt_trace_level > 0)
     zt_rpc_log(0, operation, RPCinfo, status);
 }

@@ -9,8 +9,16 @@ ClientIdentity ClientIdentity::make(RandomSource& random) {
   return {random.uuid(), random.next() | 1};
 }
 
-Activity::Activity(const SocketAddress& server, RandomSource& random)
-    : server_(server), id_(random.uuid()) {}
+const ClientIdentity& ClientIdentity::of_this_process() {
+  static const ClientIdentity identity = [] {
+    SystemRandom random;
+    return make(random);
+  }();
+  return identity;
+}
+
+Activity::Activity(const SocketAddress& server, RandomSource& random, std::uint32_t first_call)
+    : server_(server), id_(random.uuid()), sequence_(first_call) {}
 
 std::uint32_t Activity::begin_call() {
   owed_.reset();

@@ -23,12 +23,13 @@ struct ClientIdentity {
   std::uint32_t boot_time = 0;  // not 0
 
   static ClientIdentity make(RandomSource& random);
+  static const ClientIdentity& of_this_process();
 };
 
 class Activity {
  public:
-  // `server` is where calls go at first.
-  Activity(const SocketAddress& server, RandomSource& random);
+  // `server` is where calls go at first, `first_call` the number of the first one.
+  Activity(const SocketAddress& server, RandomSource& random, std::uint32_t first_call = 0);
 
   const SocketAddress& server() const { return server_; }
   const uuid_t& id() const { return id_; }

@@ -2,16 +2,14 @@
 #include "platform/rpc/client/call_back.h"
 
 #include "platform/numbers/status.h"
+#include "platform/rpc/wire/conversation.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc {
 namespace {
 
-constexpr uuid_t kConversation = {0x333a2276, 0x0000, 0x0000,
-                                  0x0d,       0x00,   {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}};
-constexpr std::uint16_t kConversationMajor = 3;
-
-enum Procedure : std::uint16_t { kWhoAreYou = 0, kWhoAreYou2 = 1, kAreYouThere = 2 };
+using conversation::kAreYouThere;
+using conversation::kWhoAreYou2;
 
 // An activity's UUID and the server's boot time.
 constexpr std::size_t kRequestSize = 20;
@@ -46,8 +44,8 @@ CallBackAnswer answer_call_back(const Packet& request, const RunningCall& call,
   answer.header.interface_hint = answer.header.activity_hint = kNoHint;
   answer.header.fragment = 0;
 
-  if (request.header.interface_id != kConversation ||
-      (request.header.interface_version & 0xFFFF) != kConversationMajor)
+  if (request.header.interface_id != conversation::kOfClients ||
+      (request.header.interface_version & 0xFFFF) != conversation::kOfClientsMajor)
     return reject(answer, nca::kUnknownInterface);
   const std::uint16_t opnum = request.header.opnum;
   if (opnum > kAreYouThere)

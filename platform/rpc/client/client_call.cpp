@@ -18,6 +18,8 @@ constexpr std::size_t kMostWaiting = 64;
 constexpr unsigned kNocallsUntilRestart = 3;
 // Requests repeated to a server that was never heard before pings take turns with them.
 constexpr unsigned kRequestsBeforePing = 2;
+// Servers pad replies: up to this much behind the last parameter is taken, whatever its size.
+constexpr std::size_t kMostPadding = 7;
 
 }  // namespace
 
@@ -37,7 +39,7 @@ void ClientCall::begin(Time now, std::vector<std::byte> buffer) {
   peer_ = activity_.server();
   sender_.start(request_.body, LastFragment::answered, request_.path_limit);
   FragmentJoiner::Limits limits;
-  limits.body = request_.reply_limit;
+  limits.body = request_.reply_limit + kMostPadding;
   limits.window_kilobytes = request_.window_kilobytes;
   limits.max_fragment = request_.max_fragment;
   joiner_.start(limits, std::move(buffer));
@@ -232,8 +234,10 @@ void ClientCall::receive(std::span<const std::byte> datagram, const SocketAddres
   if (done_)
     return;
   const auto packet = decode_packet(datagram);
-  if (!packet)
+  if (!packet) {
+    count_verifier(datagram);
     return;
+  }
   const Arrival arrival{*packet, source, now};
   const PacketType type = arrival.header().type;
   if (type == PacketType::request) {
@@ -290,6 +294,12 @@ void ClientCall::learn(const PacketHeader& header) {
     activity_.learn_interface_hint(*request_.operation->interface, header.interface_hint);
 }
 
+void ClientCall::count_verifier(std::span<const std::byte> datagram) {
+  const auto header = decode_header(datagram);
+  if (header && header->authentication != 0 && ours(*header))
+    ++verifiers_dropped_;
+}
+
 void ClientCall::sign_of_life(Time now) {
   nocalls_ = 0;
   deadline_.reset();
@@ -314,7 +324,8 @@ void ClientCall::on_call_back(const Arrival& arrival) {
   // From here on a server that was started anew can tell our repeats from its own calls, so that
   // none of them runs there a second time.
   activity_.learn_boot(answer.server_boot);
-  sign_of_life(now);
+  if (++call_backs_heard_ <= kCallBacksOfACall)
+    sign_of_life(now);
   if (asking_ && !working_)
     start_asking(now);
 }
@@ -382,9 +393,11 @@ void ClientCall::on_nocall(const Arrival& arrival) {
 
 void ClientCall::on_fack(const Arrival& arrival) {
   const Time now = arrival.now;
-  sign_of_life(now);
   const auto fack = decode_fack(arrival.packet.body, arrival.little_endian());
-  if (sender_.acknowledge(arrival.header().fragment, fack, now) && sender_.all_sent() && !working_)
+  if (!sender_.acknowledge(arrival.header().fragment, fack, now))
+    return;
+  sign_of_life(now);
+  if (sender_.all_sent() && !working_)
     start_asking(now);
 }
 

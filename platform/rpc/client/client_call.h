@@ -9,8 +9,9 @@
 // fragments of a long request wait for their acknowledgement, the sender's own clock repeats them;
 // while fragments of a response are missing, the joiner's clock repeats the acknowledgement.
 //
-// Every call ends: with a reply, a fault or a reject, or when no valid packet of the call came for
-// as long as the level allows. Packets that say nothing but "no such call" count once.
+// Every call ends: with a reply, a fault or a reject, or when no sign of life came for as long as
+// the level allows. Only "working" is one however often it comes; an acknowledgement is one when it
+// acknowledges something new, a fragment when it is new, "no such call" the first time.
 
 #pragma once
 
@@ -73,6 +74,9 @@ class ClientCall {
   // The workstation's number; 0 for a reply.
   std::uint32_t status() const { return status_; }
   FailureKind kind() const { return kind_; }
+  // Packets of this call that carried an authentication verifier, and were dropped: whoever sent
+  // them speaks a protocol that we do not.
+  unsigned verifiers_dropped() const { return verifiers_dropped_; }
   // The reply's body, once, when the call is done with status 0.
   std::vector<std::byte> take_reply() { return joiner_.take_body(); }
   // Of the reply.
@@ -96,6 +100,7 @@ class ClientCall {
   void on_restarted_server(std::uint32_t status_if_not_run, Time now);
   void learn(const PacketHeader& header);
   void sign_of_life(Time now);
+  void count_verifier(std::span<const std::byte> datagram);
   void on_call_back(const Arrival& arrival);
   void on_response(const Arrival& arrival);
   void on_fault(const Arrival& arrival);
@@ -148,10 +153,12 @@ class ClientCall {
   bool working_ = false;  // the server said that the operation runs; only pings are sent
   unsigned nocalls_ = 0;  // in a row
   Time nocall_served_until_{};
+  unsigned call_backs_heard_ = 0;
   CallBackLimiter call_backs_;
   CallBackLimiter strangers_;
 
   bool done_ = false;
+  unsigned verifiers_dropped_ = 0;
   std::uint32_t status_ = 0;
   FailureKind kind_ = FailureKind::communication;
   DataRepresentation representation_;

@@ -38,14 +38,6 @@ struct Server {
   std::uint64_t last_use = 0;
 };
 
-const ClientIdentity& this_process() {
-  static const ClientIdentity identity = [] {
-    SystemRandom random;
-    return ClientIdentity::make(random);
-  }();
-  return identity;
-}
-
 // What one thread needs for its calls: an activity carries one call at a time, so threads share
 // none.
 class Caller {
@@ -173,7 +165,7 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   what.max_fragment =
       static_cast<std::uint32_t>(std::max(server.transport->path_limit(), kLeastMaxFragment));
   what.window_kilobytes = server.transport->window_kilobytes();
-  ClientCall call(server.activity, this_process(), random_, what, Clock::now(),
+  ClientCall call(server.activity, ClientIdentity::of_this_process(), random_, what, Clock::now(),
                   std::exchange(reply_memory_, {}));
   server.transport->run(call, buffers_);
 

@@ -141,6 +141,14 @@ std::optional<Time> ActivityTable::wakeup() const {
   return due_.empty() ? std::nullopt : std::optional(due_.begin()->first);
 }
 
+void ActivityTable::hear_from(const uuid_t& client, Time now) {
+  if (client == uuid_t{})
+    return;
+  for (const auto& [id, activity] : activities_)
+    if (activity->client == client)
+      activity->last_heard = now;
+}
+
 Activity* ActivityTable::next_due(Time now) {
   while (!due_.empty() && due_.begin()->first <= now) {
     Activity& activity = *due_.begin()->second;

@@ -48,6 +48,7 @@ struct Activity {
   std::uint16_t hint = 0;
   SocketAddress peer;  // where its last packet came from
   bool known = false;  // a call-back has confirmed it, or none is needed
+  uuid_t client{};     // the process that it belongs to; nil when it has not said so
   bool has_run = false;
   Time last_heard{};
   std::optional<Time> due;  // its place in the table's list
@@ -119,6 +120,8 @@ class ActivityTable {
   void schedule(Activity& activity);
   // When next_due is to be called at the latest.
   std::optional<Time> wakeup() const;
+  // A client process says that it lives: none of its activities is silent.
+  void hear_from(const uuid_t& client, Time now);
   // An activity whose time has come, taken off the list; null when there is none. Those that were
   // silent for too long are forgotten on the way.
   Activity* next_due(Time now);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/rpc/wire/conversation.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
@@ -83,8 +84,21 @@ void ServerCore::hear(Activity& activity, const Arrival& arrival) {
   activity.last_heard = arrival.now;
 }
 
+// A client that holds our contexts and makes no calls. Nothing is answered and nothing is kept.
+void ServerCore::on_still_here(const Arrival& arrival) {
+  const std::span<const std::byte> body = arrival.packet.body;
+  if (arrival.header().opnum == conversation::kStillHere && body.size() >= sizeof(uuid_t))
+    activities_.hear_from(load_uuid(body.data(), arrival.little_endian()), arrival.now);
+  else
+    ++statistics_.packets_dropped;
+}
+
 void ServerCore::on_request(const Arrival& arrival, Activity* activity) {
   const PacketHeader& header = arrival.header();
+  if (header.interface_id == conversation::kOfServers) {
+    on_still_here(arrival);
+    return;
+  }
   if (other_life(header)) {
     if (header.fragment == 0)
       send_reject(header, arrival.source, nca::kWrongBootTime);

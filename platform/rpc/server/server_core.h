@@ -123,6 +123,7 @@ class ServerCore {
   void on_ack(const Arrival& arrival, Activity* activity);
   void on_cancel(const Arrival& arrival, Activity* activity);
   void on_fack(const Arrival& arrival, Activity* activity);
+  void on_still_here(const Arrival& arrival);
   void on_call_back_answer(const Arrival& arrival, Activity& activity);
   void on_repeated_request(Activity& activity, Time now);
   void on_new_call(const Arrival& arrival, Activity* activity);

@@ -6,17 +6,11 @@
 #include <utility>
 
 #include "platform/rpc/server/server_core.h"
+#include "platform/rpc/wire/conversation.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
 namespace {
-
-// The conversation interface of clients (C706 appendix P).
-constexpr uuid_t kConversation{0x333a2276, 0x0000, 0x0000,
-                               0x0d,       0x00,   {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}};
-constexpr std::uint32_t kConversationVersion = 3;
-constexpr std::uint16_t kWhoAreYou = 0;
-constexpr std::uint16_t kWhoAreYou2 = 1;
 
 // An answer in one packet is repeated unasked after a second, doubling: later than the client's
 // own repeats, which are the usual cure.
@@ -266,10 +260,11 @@ void ServerCore::call_back(Activity& activity) {
   header.type = PacketType::request;
   header.flags1 = kFlagIdempotent;
   header.representation.little_endian = options_.little_endian;
-  header.interface_id = kConversation;
-  header.interface_version = kConversationVersion;
+  header.interface_id = conversation::kOfClients;
+  header.interface_version = conversation::kOfClientsMajor;
   header.activity = activity.call_back_id;
-  header.opnum = activity.call_back == CallBack::who_are_you ? kWhoAreYou : kWhoAreYou2;
+  header.opnum = activity.call_back == CallBack::who_are_you ? conversation::kWhoAreYou
+                                                             : conversation::kWhoAreYou2;
   header.serial = serial_++;
   std::vector<std::byte> body(20);
   store_uuid(body.data(), activity.id, options_.little_endian);
@@ -309,6 +304,8 @@ void ServerCore::on_call_back_answer(const Arrival& arrival, Activity& activity)
   }
   end_call_back(activity);
   activity.known = true;
+  if (second)
+    activity.client = load_uuid(packet.body.data() + 4, little);
   if (sequence == activity.request.sequence) {
     hand_out(activity);
     return;

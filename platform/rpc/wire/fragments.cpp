@@ -281,7 +281,17 @@ bool FragmentSender::acknowledge(std::uint16_t fragment, const std::optional<Fac
   } else if (taken > 0) {
     clock_.start(now);
   }
-  return taken > 0;
+  const std::size_t acknowledged = acknowledged_bytes();
+  const bool progress = acknowledged > most_acknowledged_;
+  most_acknowledged_ = std::max(acknowledged, most_acknowledged_);
+  return progress;
+}
+
+std::size_t FragmentSender::acknowledged_bytes() const {
+  std::size_t bytes = next_offset_;
+  for (const InFlight& each : in_flight_)
+    bytes -= each.held ? 0 : each.length;
+  return bytes;
 }
 
 void FragmentSender::acknowledge_all() {

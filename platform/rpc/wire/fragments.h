@@ -74,7 +74,8 @@ class FragmentSender {
   std::optional<Outgoing> next(Time now, std::uint16_t& serial);
 
   // A fack, or a nocall with or without a fack body: `fragment` from the packet's header. Nothing
-  // as `fack` stands for an empty body. True when something was acknowledged that was not before.
+  // as `fack` stands for an empty body. True when something was acknowledged that was never before:
+  // a receiver that loses its part and takes it again makes no progress.
   bool acknowledge(std::uint16_t fragment, const std::optional<Fack>& fack, Time now);
   // The receiver has everything.
   void acknowledge_all();
@@ -120,6 +121,7 @@ class FragmentSender {
   void mark_lost(InFlight& fragment);
   void learn_from(std::uint16_t fragment, const Fack& fack, Time now);
   bool believed_lost(const InFlight& fragment, const Fack& fack, Time now) const;
+  std::size_t acknowledged_bytes() const;
   void drop_oldest(std::size_t count);
   bool receiver_lost_its_part(std::uint16_t fragment, const Fack& fack) const;
   std::size_t take_cumulative(std::uint16_t fragment);
@@ -142,6 +144,7 @@ class FragmentSender {
   std::size_t held_ = 0;
   std::size_t pending_ = 0;
   std::size_t next_offset_ = 0;
+  std::size_t most_acknowledged_ = 0;  // bytes of bodies
   std::uint16_t next_number_ = 0;
 
   std::size_t receiver_window_ = 0;  // bytes; 0 until announced

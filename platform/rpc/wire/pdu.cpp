@@ -67,7 +67,7 @@ std::optional<PacketHeader> decode_header(std::span<const std::byte> datagram) {
     return std::nullopt;
   const std::uint8_t representation = octet(datagram, kRepresentationAt);
   const std::uint8_t integer_format = representation >> 4;
-  if (integer_format > 1 || octet(datagram, kAuthenticationAt) != 0)
+  if (integer_format > 1)
     return std::nullopt;
 
   const bool little = integer_format == 1;
@@ -91,12 +91,13 @@ std::optional<PacketHeader> decode_header(std::span<const std::byte> datagram) {
   header.interface_hint = load16(bytes + kInterfaceHintAt, little);
   header.activity_hint = load16(bytes + kActivityHintAt, little);
   header.fragment = load16(bytes + kFragmentAt, little);
+  header.authentication = octet(datagram, kAuthenticationAt);
   return header;
 }
 
 std::optional<Packet> decode_packet(std::span<const std::byte> datagram) {
   const auto header = decode_header(datagram);
-  if (!header)
+  if (!header || header->authentication != 0)
     return std::nullopt;
   const std::size_t length =
       load16(datagram.data() + kLengthAt, header->representation.little_endian);

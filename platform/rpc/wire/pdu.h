@@ -59,6 +59,7 @@ struct PacketHeader {
   std::uint16_t interface_hint = kNoHint;
   std::uint16_t activity_hint = kNoHint;
   std::uint16_t fragment = 0;
+  std::uint8_t authentication = 0;  // protocol of the verifier; never sent, and dropped with it
 };
 
 // A decoded packet. `body` points into the datagram that was decoded.
@@ -73,7 +74,8 @@ struct Packet {
 std::optional<Packet> decode_packet(std::span<const std::byte> datagram);
 
 // The header at the front of bytes that may be only the beginning of a packet, as the network
-// quotes it in an error; nothing for less than a header and for what decode_packet would drop.
+// quotes it in an error; nothing for less than a header and for what decode_packet would drop but
+// for its verifier.
 std::optional<PacketHeader> decode_header(std::span<const std::byte> bytes);
 
 // Only the header, for a body of `body_length` bytes (at most kMaxBodySize) that the caller sends

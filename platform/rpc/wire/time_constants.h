@@ -37,6 +37,11 @@ inline constexpr Duration kFirstWorkingRepeat = std::chrono::seconds(2);
 // --- Call-backs answered in any second; a server asks once per activity, so that this serves many
 // lost answers and still makes a flood cheap.
 inline constexpr unsigned kCallBacksPerSecond = 32;
+// A server asks once a second, for half a minute; more questions than that keep no call alive.
+inline constexpr unsigned kCallBacksOfACall = 60;
+
+// --- A server whose context is held hears of its client so often while no call is made.
+inline constexpr Duration kLivenessInterval = std::chrono::seconds(20);
 
 // --- Giving up: after the silence of the binding's level (platform/numbers/timeout_level.h).
 // The last repeat before giving up leaves this much for its answer, or a quarter of the silence.

@@ -615,6 +615,32 @@ TEST_F(ClientCallTest, ReplyInFragmentsIsFackedAndJoined) {
   EXPECT_TRUE(activity_.owes_ack());
 }
 
+TEST_F(ClientCallTest, FacksThatAcknowledgeNothingNewKeepNoCallAlive) {
+  for (const std::size_t size : {20U, 5000U}) {
+    call(kOnce, 0, pattern(size));
+    sent();
+    PacketHeader fack = from_server(PacketType::fack);
+    for (int i = 0; i < 10 && !call_->done(); ++i) {
+      receive(fack, encode_fack({}, true));
+      pass(120ms);
+    }
+    expect_end(1726);
+    ++sequence_;
+  }
+}
+
+TEST_F(ClientCallTest, PacketsWithAVerifierAreDroppedAndCounted) {
+  begin(kOnce, 0);
+  Bytes response = encode_packet(from_server(PacketType::response), pattern(4));
+  response[78] = std::byte{10};
+  call_->receive(response, kServer, now_);
+  response[40] ^= std::byte{1};  // another activity
+  call_->receive(response, kServer, now_);
+  pass(1s);
+  expect_end(1722);
+  EXPECT_EQ(call_->verifiers_dropped(), 1U);
+}
+
 TEST_F(ClientCallTest, FragmentsThatWereHereKeepNoCallAlive) {
   begin(kRepeatable, 0);
   receive_fragment(0x7000, pattern(800));  // beyond the window: the server lives, and that is all
@@ -632,7 +658,7 @@ TEST_F(ClientCallTest, FragmentsThatWereHereKeepNoCallAlive) {
 
 TEST_F(ClientCallTest, ReplyBeyondItsLimitIsRefusedAndAcknowledged) {
   begin();
-  receive(PacketType::response, pattern(4097));
+  receive(PacketType::response, pattern(4096 + 8));
   expect_end(1783, FailureKind::local);
   EXPECT_EQ(names(sent()), "ack");
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/rpc/client/liveness.h"
 #include "platform/rpc/server/management_interface.h"
 #include "platform/rpc/wire/pdu.h"
 #include "platform/rpc/wire/time_constants.h"
@@ -391,6 +392,27 @@ TEST(ServerCoreTest, AsksAnUnknownClientOnceBeforeItRunsItsCall) {
     EXPECT_EQ(answered[0].to, kClient);
     EXPECT_EQ(server.serve(9), "response");
   }
+}
+
+TEST(ServerCoreTest, AClientThatSaysItLivesIsNotForgotten) {
+  struct : RandomSource {
+    void fill(std::span<std::byte> bytes) override { std::ranges::fill(bytes, std::byte{7}); }
+  } random;
+  const ClientIdentity client = ClientIdentity::make(random);
+  Server server(options_of(CallBack::who_are_you2));
+  const auto asked = server.in(Server::request(0, kChangeOperation));
+  auto answer = who_answer(asked.at(0), 0);
+  store_uuid(answer.data() + 4, client.address_space, true);
+  server.in(who_header(asked[0]), answer);
+  server.run();
+  for (int minutes = 0; minutes < 30; minutes += 9) {
+    server.core.receive(liveness::still_here(client, random), kOtherPort, server.now);
+    EXPECT_EQ(names(server.out()), "");
+    server.after(seconds(540));
+  }
+  EXPECT_TRUE(server.core.take_gone_clients().empty());
+  server.after(seconds(61));
+  EXPECT_EQ(server.core.take_gone_clients().size(), 1u);
 }
 
 TEST(ServerCoreTest, RunsAnIdempotentCallWithoutAsking) {
