@@ -19,8 +19,8 @@ namespace {
 
 using test::Bytes;
 using test::hex;
+using test::hex_text;
 using test::LoopClient;
-using test::to_hex;
 
 constexpr std::uint32_t kLoopback = 0x7F000001;
 
@@ -108,11 +108,9 @@ TEST_F(BigEndianAlarmServer, AsksWhoIsThereFirst) {
   ASSERT_EQ(question.size(), 100u);
   EXPECT_EQ(question[1], std::byte{0});
   EXPECT_EQ(question[2] & std::byte{0x20}, std::byte{0x20});
-  EXPECT_EQ(part(question, 24, 16), "333a2276000000000d0000809c000000");
+  EXPECT_EQ(part(question, 24, 16), "333a2276 00000000 0d000080 9c000000");
   EXPECT_EQ(part(question, 60, 4), "00000003");
-  EXPECT_EQ(part(question, 80, 20),
-            "2f0c8a1e90b211ef8a3c0242ac110002"
-            "67456a12");
+  EXPECT_EQ(part(question, 80, 20), "2f0c8a1e 90b211ef 8a3c0242 ac110002 67456a12");
 
   Bytes answer = hex("04 02 08 00 00 00 00 00");
   answer.insert(answer.end(), question.begin() + 8, question.begin() + 56);

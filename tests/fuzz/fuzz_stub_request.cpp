@@ -32,7 +32,7 @@ std::shared_ptr<const agent::DataSource> source() {
 std::vector<rpc::server::Interface*> servers() {
   static agent::test::Interfaces interfaces(source(), {});
   interfaces.map().add(
-      {.object = {}, .tower = {std::byte{1}, std::byte{2}}, .annotation = "annotation"});
+      {.object = {}, .interface_id = {}, .tower = {std::byte{1}, std::byte{2}}, .annotation = "x"});
   static rpc::server::ManagementInterface management(interfaces.all());
   std::vector<rpc::server::Interface*> all = interfaces.all();
   all.push_back(&management);

@@ -92,7 +92,7 @@ agent::AlarmServer alarm_settings() {
   settings.evc_error = 5;
   settings.systems = {
       {.address = 0x0A000001},
-      {.address = 0x0A0000FF, .console = true, .snmp = true, .console_error = 2, .snmp_error = 4}};
+      {.address = 0x0A0000FF, .console = true, .console_error = 2, .snmp = true, .snmp_error = 4}};
   return settings;
 }
 

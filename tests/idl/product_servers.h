@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "repFilteredView_server.h"
 #include "repTemporalView_server.h"
 #include "repTimeFilter_server.h"
 #include "repView_server.h"

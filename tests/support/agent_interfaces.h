@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -31,14 +30,12 @@ class Interfaces {
   EndpointMap& map() { return map_; }
 
  private:
-  static constexpr std::uint32_t kBatch = 4;
-
   OperationScript script_{{}};
   EndpointMap map_;
   Repository repository_;
   ViewContexts contexts_{repository_};
   MetadataInterface metadata_{script_, repository_};
-  MapperInterface mapper_{script_, map_, kBatch};
+  MapperInterface mapper_{script_, map_, EndpointMapper{}};
   AlarmInterface alarms_;
   std::vector<std::unique_ptr<rpc::server::Interface>> views_ = view_interfaces(script_, contexts_);
   std::vector<rpc::server::Interface*> all_;
