@@ -35,8 +35,13 @@ void put(ag_SystemInfo_struct& result, const RegisteredSystem& system) {
 
 }  // namespace
 
-AlarmInterface::AlarmInterface(OperationScript& script, const AlarmServer& settings)
-    : Scripted(script), state_(settings) {
+AlarmInterface::AlarmInterface(const AlarmServer& settings) {
+  reset(settings);
+}
+
+void AlarmInterface::reset(const AlarmServer& settings) {
+  state_ = settings;
+  systems_.clear();
   for (const RegisteredSystem& system : settings.systems)
     systems_[system.address] = system;
 }

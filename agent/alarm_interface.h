@@ -7,7 +7,6 @@
 #include <map>
 
 #include "ag_server.h"
-#include "agent/operation_script.h"
 #include "agent/scenario.h"
 
 namespace agent {
@@ -17,14 +16,15 @@ inline constexpr error_status_t kAlarmUnknownSystem = 0x4C010001;
 inline constexpr error_status_t kAlarmUnknownType = 0x4C010002;
 inline constexpr error_status_t kAlarmFull = 0x4C010007;
 
-class AlarmInterface : public Scripted<ag_Server> {
+class AlarmInterface : public ag_Server {
  public:
   using CallInfo = rpc::server::CallInfo;
 
   static constexpr std::size_t kMostSystems = 32'768;
 
-  // The script is not owned.
-  AlarmInterface(OperationScript& script, const AlarmServer& settings);
+  explicit AlarmInterface(const AlarmServer& settings);
+  // Begins with other settings and systems.
+  void reset(const AlarmServer& settings);
 
   void Register(const CallInfo&, std::int32_t key, ag_eSystemType type,
                 error_status_t* status) override {

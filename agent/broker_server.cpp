@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "platform/rpc/names/socket_address.h"
@@ -139,7 +141,9 @@ class BrokerServer::Connection {
     if (decoded.state == BrokerDecoding::State::incomplete)
       return;
     if (decoded.state == BrokerDecoding::State::malformed) {
-      owner_.log_.line(owner_.name_, peer_ + " sent no message of a location broker");
+      owner_.log_.write(LogEvent("violation", owner_.name_)
+                            .text("detail", "this is no message of a location broker")
+                            .text("peer", peer_));
       BrokerMessage reply;
       reply.status = kBrokerBadRequest;
       last_ = true;
@@ -150,10 +154,13 @@ class BrokerServer::Connection {
       return finish("is closed without an answer");
     if (owner_.settings_.mode == BrokerMode::reset)
       return reset();
-    const BrokerMessage reply = owner_.registry_.answer(decoded.message);
-    owner_.log_.line(owner_.name_, peer_ + " asks " + command_name(decoded.message.command) +
-                                       ", status " + std::to_string(reply.status));
-    last_ = owner_.registry_.shut_down();
+    const BrokerMessage reply = owner_.registry_->answer(decoded.message);
+    if (owner_.log_.enabled())
+      owner_.log_.write(LogEvent("request", owner_.name_)
+                            .text("peer", peer_)
+                            .text("command", command_name(decoded.message.command))
+                            .number("status", reply.status));
+    last_ = owner_.registry_->shut_down();
     if (last_)
       owner_.close_listener();
     start(encode_broker_message(reply));
@@ -228,7 +235,7 @@ class BrokerServer::Connection {
 
   // Destroys this connection.
   void finish(const char* how) {
-    owner_.log_.line(owner_.name_, "connection of " + peer_ + " " + how);
+    owner_.tell_connection(peer_, how);
     owner_.remove(this);
   }
 
@@ -261,7 +268,32 @@ BrokerServer::~BrokerServer() {
   close_listener();
 }
 
+void BrokerServer::leave_listener(SharedListeners* shared) {
+  if (std::exchange(shared_, shared) != shared)
+    close_listener();
+}
+
+std::string BrokerServer::apply(const LocationBroker& settings, SharedListeners* shared) {
+  leave_listener(shared);
+  const LocationBroker old = std::exchange(settings_, settings);
+  const auto takes_connections = [](const LocationBroker& broker) {
+    return broker.mode != BrokerMode::refused && broker.mode != BrokerMode::unanswered;
+  };
+  if (settings_.mode != old.mode)
+    log_.write(LogEvent("state", name_).text("change", "has another mode now"));
+  if (std::tie(old.major, old.minor, old.status, old.servers) !=
+      std::tie(settings_.major, settings_.minor, settings_.status, settings_.servers))
+    registry_.emplace(settings_);
+  if (listener_ != nullptr && old.port == settings_.port && takes_connections(old) &&
+      takes_connections(settings_))
+    return {};
+  close_listener();
+  return open();
+}
+
 std::string BrokerServer::open() {
+  if (settings_.mode == BrokerMode::refused)
+    return {};
   const auto receiver = [this](int descriptor, const rpc::SocketAddress& client) {
     accepted(descriptor, client);
   };
@@ -284,11 +316,11 @@ std::string BrokerServer::open() {
 void BrokerServer::accepted(int descriptor, const rpc::SocketAddress& client) {
   const std::string text = rpc::to_text(client);
   if (connections_.size() == kMostConnections && !make_room()) {
-    log_.line(name_, "connection of " + text + " is one too many");
+    tell_connection(text, "is one too many");
     ::close(descriptor);
     return;
   }
-  log_.line(name_, "connection of " + text);
+  tell_connection(text, "is accepted");
   connections_.push_back(std::make_unique<Connection>(*this, descriptor, text));
 }
 
@@ -307,6 +339,11 @@ void BrokerServer::close_listener() {
   if (listener_ != nullptr)
     listener_->detach(address_);
   listener_.reset();
+}
+
+void BrokerServer::tell_connection(const std::string& peer, const char* change) const {
+  if (log_.enabled())
+    log_.write(LogEvent("connection", name_).text("peer", peer).text("change", change));
 }
 
 void BrokerServer::remove(Connection* connection) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "agent/broker_listener.h"
@@ -32,9 +33,13 @@ class BrokerServer {
 
   // Binds and listens. An empty text, or what failed: address, port and reason.
   std::string open();
+  // Becomes another; connections stay. An empty text, or what failed.
+  std::string apply(const LocationBroker& settings, SharedListeners* shared);
+  // The first half of apply() for one whose port is to be shared or its own from now on.
+  void leave_listener(SharedListeners* shared);
   std::uint16_t port() const { return listener_ != nullptr ? listener_->port() : settings_.port; }
   std::size_t connections() const { return connections_.size(); }
-  const BrokerRegistry& registry() const { return registry_; }
+  const BrokerRegistry& registry() const { return *registry_; }
 
  private:
   class Connection;
@@ -42,6 +47,7 @@ class BrokerServer {
 
   void accepted(int descriptor, const rpc::SocketAddress& client);
   bool make_room();
+  void tell_connection(const std::string& peer, const char* change) const;
   void close_listener();
   void remove(Connection* connection);
 
@@ -49,9 +55,9 @@ class BrokerServer {
   const Log& log_;
   const std::string name_;
   const std::uint32_t address_;
-  SharedListeners* const shared_;
-  const LocationBroker settings_;
-  BrokerRegistry registry_;
+  SharedListeners* shared_;
+  LocationBroker settings_;
+  std::optional<BrokerRegistry> registry_;  // always there
   std::shared_ptr<BrokerListener> listener_;
   Connections connections_;
 };

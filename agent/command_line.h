@@ -12,6 +12,9 @@ namespace agent {
 struct Arguments {
   bool verbose = false;
   bool check = false;
+  bool watch = false;
+  bool anywhere = false;
+  std::string log_file;       // empty: none
   int ready_descriptor = -1;  // none
   std::string ready_file;     // empty: none
 };

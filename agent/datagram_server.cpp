@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/datagram_server.h"
 
-#include <array>
-#include <cstdio>
-
-#include "platform/rpc/wire/pdu.h"
+#include <utility>
 
 namespace agent {
 
 namespace {
 
-using rpc::server::Direction;
 using rpc::server::FaultPlan;
-using rpc::server::Outcome;
 
 rpc::server::CallBack call_back(CallBackKind kind) {
   switch (kind) {
@@ -48,17 +43,25 @@ std::optional<FaultPlan> own_plan(std::optional<FaultPlan> plan, const std::stri
   return plan;
 }
 
-std::string type_name(rpc::PacketType type) {
-  static constexpr std::array<const char*, 11> kNames = {"request", "ping",   "response",  "fault",
-                                                         "working", "nocall", "reject",    "ack",
-                                                         "cancel",  "fack",   "cancel_ack"};
-  return kNames[static_cast<std::size_t>(type)];
+const char* name_of(ServerState state) {
+  switch (state) {
+    case ServerState::dead:
+      return "dead";
+    case ServerState::mute:
+      return "mute";
+    case ServerState::alive:
+      break;
+  }
+  return "alive";
 }
 
-std::string hexadecimal(std::uint32_t number) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(number));
-  return text;
+// What a running server can take on without being opened anew.
+ServerSettings with_changeable_parts_of(ServerSettings settings, const ServerSettings& other) {
+  settings.state = other.state;
+  settings.listening = other.listening;
+  settings.behaviours = other.behaviours;
+  settings.network = other.network;
+  return settings;
 }
 
 }  // namespace
@@ -66,59 +69,74 @@ std::string hexadecimal(std::uint32_t number) {
 DatagramServer::DatagramServer(rpc::server::ServerHost& host, const Log& log, std::string name,
                                const ServerSettings& settings, bool shared_socket)
     : host_(host),
-      log_(log),
-      name_(std::move(name)),
+      log_(log, std::move(name)),
       settings_(settings),
       shared_socket_(shared_socket),
       script_(settings.behaviours) {}
 
 DatagramServer::~DatagramServer() {
-  if (endpoint_ != nullptr)
-    host_.close(endpoint_);
+  close();
 }
 
-rpc::server::EndpointOptions DatagramServer::options(std::uint32_t address) {
+void DatagramServer::close() {
+  if (endpoint_ != nullptr)
+    host_.close(std::exchange(endpoint_, nullptr));
+}
+
+ContextObserver DatagramServer::context_observer() {
+  return [this](std::string_view object, const uuid_t& id, std::string_view change) {
+    log_.context(object, id, change);
+  };
+}
+
+rpc::server::EndpointOptions DatagramServer::options() {
   rpc::server::EndpointOptions result;
-  result.address = address;
+  result.address = address_;
   result.port = settings_.port;
   result.shared_socket = shared_socket_;
   result.core.boot_time = 0;
   result.core.little_endian = settings_.little_endian;
   result.core.call_back = call_back(settings_.call_back);
+  result.core.fragment_size = settings_.fragment_size;
+  result.core.max_activities = settings_.max_activities;
+  result.core.client_silence = std::chrono::seconds(settings_.client_silence);
+  result.core.objects = contents_.objects;
+  result.core.on_event = [this](const auto& event) { log_.event(event); };
+  result.interfaces = contents_.interfaces;
   result.call_back_from_other_port = settings_.call_back_from_other_port;
+  result.record_calls = log_.enabled();
   result.management = management(settings_.listening);
   result.mute = settings_.state == ServerState::mute;
-  result.receive_faults = own_plan(settings_.network.incoming, name_);
-  result.send_faults = own_plan(settings_.network.outgoing, name_);
+  result.receive_faults = own_plan(settings_.network.incoming, log_.name());
+  result.send_faults = own_plan(settings_.network.outgoing, log_.name());
   result.before_dispatch = [this](const auto& call, const auto& operation) {
-    return script_.before(call, operation);
+    OperationScript::Choice choice = script_.before(operation);
+    if (choice.rule != 0)
+      log_.behaviour(call, operation, choice);
+    return std::move(choice.verdict);
   };
-  if (log_.enabled()) {
-    result.after_dispatch = [this](const auto& call, const auto& operation, const auto& outcome) {
-      log_call(call, operation, outcome);
-    };
-    result.on_datagram = [this](Direction direction, const auto& peer, auto datagram) {
-      log_datagram(direction, peer, datagram);
-    };
-  }
+  result.after_dispatch = [this](const auto& call, const auto& operation, const auto& outcome) {
+    log_.call(call, operation, outcome);
+  };
+  result.on_datagram = [this](const auto& report) { log_.datagram(report); };
+  result.on_client_gone = contents_.gone;
+  result.on_life_over = contents_.all_gone;
   return result;
 }
 
-std::string DatagramServer::open(std::uint32_t address,
-                                 std::vector<rpc::server::Interface*> interfaces,
-                                 std::function<void(const uuid_t&)> gone) {
+std::string DatagramServer::open(std::uint32_t address, Contents contents) {
+  address_ = address;
+  contents_ = std::move(contents);
+  log_.set_interfaces(contents_.interfaces);
+  return open();
+}
+
+std::string DatagramServer::open() {
   if (settings_.state == ServerState::dead && settings_.port != 0) {
     port_ = settings_.port;
     return {};
   }
-  rpc::server::EndpointOptions wanted = options(address);
-  wanted.interfaces = std::move(interfaces);
-  wanted.on_client_gone = [this, gone = std::move(gone)](const uuid_t& activity) {
-    script_.forget(activity);
-    if (gone)
-      gone(activity);
-  };
-  const auto opened = host_.open(std::move(wanted));
+  const auto opened = host_.open(options());
   if (opened.endpoint == nullptr)
     return opened.error;
   endpoint_ = opened.endpoint;
@@ -128,43 +146,42 @@ std::string DatagramServer::open(std::uint32_t address,
   return {};
 }
 
-void DatagramServer::log_datagram(Direction direction, const rpc::SocketAddress& peer,
-                                  std::span<const std::byte> datagram) const {
-  const bool received = direction == Direction::received;
-  std::string text = received ? "from " : "to ";
-  text += rpc::to_text(peer) + " ";
-  if (const auto packet = rpc::decode_packet(datagram)) {
-    const rpc::PacketHeader& header = packet->header;
-    text += type_name(header.type) + " operation " + std::to_string(header.opnum) + " call " +
-            std::to_string(header.sequence);
-    if ((header.flags1 & rpc::kFlagFragment) != 0)
-      text += " fragment " + std::to_string(header.fragment);
-    text += ", " + std::to_string(packet->body.size()) + " bytes";
-  } else {
-    text += "no packet, " + std::to_string(datagram.size()) + " bytes";
-  }
-  log_.line(name_, text);
+void DatagramServer::leave_socket(bool shared_socket) {
+  if (std::exchange(shared_socket_, shared_socket) != shared_socket)
+    close();
 }
 
-void DatagramServer::log_call(const rpc::server::CallInfo& call,
-                              const rpc::OperationSpec& operation, const Outcome& outcome) const {
-  std::string text = std::string(operation.name) + " of " + call.client_address + ":" +
-                     std::to_string(call.client_port);
-  switch (outcome.kind) {
-    case Outcome::Kind::reply:
-      text += " answered with " + std::to_string(outcome.reply.size()) + " bytes";
-      break;
-    case Outcome::Kind::fault:
-      text += " ended with fault " + hexadecimal(outcome.status);
-      break;
-    case Outcome::Kind::reject:
-      text += " rejected with " + hexadecimal(outcome.status);
-      break;
-    case Outcome::Kind::none:
-      text += " is not answered";
-      break;
+std::string DatagramServer::apply(const ServerSettings& settings, bool shared_socket, bool revive) {
+  leave_socket(shared_socket);
+  const bool stays =
+      endpoint_ != nullptr && with_changeable_parts_of(settings_, settings) == settings;
+  const ServerSettings old = std::exchange(settings_, settings);
+  if (settings_.state != old.state)
+    log_.state(std::string("is ") + name_of(settings_.state) + " now");
+  if (settings_.behaviours != old.behaviours)
+    script_.replace(settings_.behaviours);
+  if (!stays) {
+    close();
+    return open();
   }
-  log_.line(name_, text);
+  endpoint_->set_management(management(settings_.listening));
+  if (settings_.network != old.network)
+    endpoint_->set_faults(own_plan(settings_.network.incoming, log_.name()),
+                          own_plan(settings_.network.outgoing, log_.name()));
+  endpoint_->set_mute(settings_.state == ServerState::mute);
+  settle_state(revive || settings_.state != old.state);
+  return {};
+}
+
+void DatagramServer::settle_state(bool revive) {
+  if (settings_.state == ServerState::dead)
+    endpoint_->kill();
+  else if (revive && !endpoint_->alive() && !endpoint_->restart())
+    log_.state("cannot come back, its port is taken");
+}
+
+void DatagramServer::write_counters(const Log& log) const {
+  log_.write_counters(log, endpoint_ != nullptr ? endpoint_->statistics().duplicate_requests : 0);
 }
 
 }  // namespace agent

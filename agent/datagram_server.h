@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/log.h"
 #include "agent/operation_script.h"
 #include "agent/scenario.h"
+#include "agent/server_log.h"
 #include "platform/rpc/server/server_host.h"
 
 namespace agent {
@@ -26,28 +26,42 @@ class DatagramServer {
   DatagramServer(const DatagramServer&) = delete;
   DatagramServer& operator=(const DatagramServer&) = delete;
 
-  OperationScript& script() { return script_; }
-  // Binds and serves the interfaces, which are not owned. `gone` is told of forgotten clients; may
-  // be empty. An empty text, or what failed: address, port and reason. A server that is to be dead
-  // takes a port and leaves it again, so that its number is that of no other server.
-  std::string open(std::uint32_t address, std::vector<rpc::server::Interface*> interfaces,
-                   std::function<void(const uuid_t&)> gone);
+  // What the server is made of; all is its owner's.
+  struct Contents {
+    std::vector<rpc::server::Interface*> interfaces;
+    std::vector<uuid_t> objects;                     // that calls may name
+    std::function<void(const uuid_t& client)> gone;  // a client is forgotten; may be empty
+    std::function<void()> all_gone;                  // every client is; may be empty
+  };
+  // Binds and serves. An empty text, or what failed: address, port and reason. A server that is to
+  // be dead takes a port and leaves it again, so that its number is that of no other server.
+  std::string open(std::uint32_t address, Contents contents);
+  // Becomes another. Where the differences allow it, port, boot time and clients stay; otherwise it
+  // is opened anew. With `revive`, one that died lives again. An empty text, or what failed.
+  std::string apply(const ServerSettings& settings, bool shared_socket, bool revive);
+
+  // The first half of apply() for one whose socket is to be shared or its own from now on: a port
+  // can only be opened in one manner when nobody holds it in the other.
+  void leave_socket(bool shared_socket);
+
   std::uint16_t port() const { return port_; }
-  rpc::server::Endpoint* endpoint() { return endpoint_; }
+  ServerLog& log() { return log_; }
+  ContextObserver context_observer();
+  void write_counters(const Log& log) const;
 
  private:
-  rpc::server::EndpointOptions options(std::uint32_t address);
-  void log_datagram(rpc::server::Direction direction, const rpc::SocketAddress& peer,
-                    std::span<const std::byte> datagram) const;
-  void log_call(const rpc::server::CallInfo& call, const rpc::OperationSpec& operation,
-                const rpc::server::Outcome& outcome) const;
+  rpc::server::EndpointOptions options();
+  std::string open();
+  void close();
+  void settle_state(bool revive);
 
   rpc::server::ServerHost& host_;
-  const Log& log_;
-  const std::string name_;
-  const ServerSettings settings_;
-  const bool shared_socket_;
+  ServerLog log_;
+  ServerSettings settings_;
+  bool shared_socket_;
   OperationScript script_;
+  std::uint32_t address_ = 0;
+  Contents contents_;
   std::uint16_t port_ = 0;
   rpc::server::Endpoint* endpoint_ = nullptr;  // belongs to the host
 };

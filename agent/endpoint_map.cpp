@@ -50,6 +50,11 @@ bool MapInquiry::sound() const {
 bool MapInquiry::matches(const MapEntry& entry) const {
   if (by_object(type) && entry.object != *object)
     return false;
+  if (!protocol_sequence.empty()) {
+    const auto tower = rpc::decode_tower(entry.tower);
+    if (!tower || tower->protocol_sequence != protocol_sequence)
+      return false;
+  }
   if (!by_interface(type))
     return true;
   return entry.interface_id && entry.interface_id->uuid == interface_id->uuid &&

@@ -28,6 +28,7 @@ struct MapInquiry {
   std::optional<uuid_t> object;
   std::optional<rpc_if_id_t> interface_id;
   std::uint32_t version_option = RPC_C_VERS_ALL;
+  std::string protocol_sequence = {};  // empty: any
 
   // Whether the type and version option are known and what they need is there.
   bool sound() const;
@@ -41,6 +42,7 @@ class EndpointMap {
   // cannot carry.
   bool add(const rpc::Tower& tower, const uuid_t& object, const std::string& annotation);
 
+  void clear() { entries_.clear(); }
   std::size_t size() const { return entries_.size(); }
   const MapEntry& entry(std::size_t index) const { return entries_[index]; }
   // The index of the first match from `from` on; size() when there is none.

@@ -23,9 +23,16 @@ void put(ept_entry_t& result, const MapEntry& entry) {
 
 }  // namespace
 
-MapperInterface::Inquiries::iterator MapperInterface::find(const rpc::WireContext& handle) {
+void MapperInterface::apply(const EndpointMapper& settings) {
+  batch_ = settings.batch;
+  fail_after_ = settings.fail_after;
+  failure_ = settings.failure;
+}
+
+MapperInterface::Inquiries::iterator MapperInterface::find(const uuid_t& client,
+                                                           const rpc::WireContext& handle) {
   const auto found = open_.find(handle.id);
-  if (found == open_.end() || handle.attributes != 0)
+  if (found == open_.end() || handle.attributes != 0 || found->second.client != client)
     throw rpc::server::Fault(rpc::nca::kContextMismatch);
   return found;
 }
@@ -34,10 +41,15 @@ MapperInterface::Inquiries::iterator MapperInterface::begin(const uuid_t& client
                                                             const MapInquiry& inquiry,
                                                             std::size_t first) {
   if (open_.size() >= kMostInquiries)
-    open_.erase(std::min_element(open_.begin(), open_.end(), [](const auto& a, const auto& b) {
-      return a.second.number < b.second.number;
-    }));
-  return open_.emplace(random_.uuid(), OpenInquiry{client, ++begun_, inquiry, first, 0}).first;
+    end(std::min_element(
+            open_.begin(), open_.end(),
+            [](const auto& a, const auto& b) { return a.second.number < b.second.number; }),
+        "run down");
+  const auto begun =
+      open_.emplace(random_.uuid(), OpenInquiry{client, ++begun_, inquiry, first, 0}).first;
+  if (observer_)
+    observer_("inquiry", begun->first, "made");
+  return begun;
 }
 
 void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_type,
@@ -58,7 +70,7 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
           rpc_if_id_t{interface_id->uuid, interface_id->vers_major, interface_id->vers_minor};
     next = inquiry.sound() ? map_.find(inquiry, 0) : map_.size();
   } else {
-    open = find(*entry_handle);
+    open = find(call.client, *entry_handle);
     inquiry = open->second.inquiry;
     next = open->second.next;
   }
@@ -76,12 +88,12 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
     *status = rpc::ept::kNotRegistered;
   if (next >= map_.size()) {
     if (open != open_.end())
-      open_.erase(open);
+      end(open, "destroyed");
     *entry_handle = {};
     return;
   }
   if (open == open_.end()) {
-    open = begin(call.activity, inquiry, next);
+    open = begin(call.client, inquiry, next);
     entry_handle->id = open->first;
   }
   open->second.next = next;
@@ -98,23 +110,38 @@ std::optional<std::uint32_t> MapperInterface::room(std::uint32_t given,
   return std::min(most, *fail_after_ - given);
 }
 
-void MapperInterface::fail(error_status_t* status) {
+void MapperInterface::fail(error_status_t* status) const {
   if (failure_ == MapperFailure::silent)
-    stay_silent();
-  else
-    *status = rpc::ept::kCannotPerform;
+    throw rpc::server::Unanswered();
+  *status = rpc::ept::kCannotPerform;
 }
 
-void MapperInterface::ept_lookup_handle_free(const CallInfo&, rpc::WireContext* entry_handle,
+void MapperInterface::ept_lookup_handle_free(const CallInfo& call, rpc::WireContext* entry_handle,
                                              error_status_t*) {
   if (entry_handle->null())
     return;
-  open_.erase(find(*entry_handle));
+  end(find(call.client, *entry_handle), "destroyed");
   *entry_handle = {};
 }
 
+void MapperInterface::end(Inquiries::iterator inquiry, std::string_view change) {
+  if (observer_)
+    observer_("inquiry", inquiry->first, change);
+  open_.erase(inquiry);
+}
+
 void MapperInterface::run_down(const uuid_t& client) {
-  std::erase_if(open_, [&](const auto& entry) { return entry.second.client == client; });
+  for (auto each = open_.begin(); each != open_.end();) {
+    const auto next = std::next(each);
+    if (each->second.client == client)
+      end(each, "run down");
+    each = next;
+  }
+}
+
+void MapperInterface::run_down_all() {
+  while (!open_.empty())
+    end(open_.begin(), "run down");
 }
 
 }  // namespace agent

@@ -78,7 +78,7 @@ error_status_t lookup(const std::vector<Element>& elements, std::uint32_t id, st
 
 void MetadataInterface::LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
                                          error_status_t*) {
-  const DataSource& source = repository_.source();
+  const DataSource& source = repository_->source();
   put_head(result->Descriptor, source);
   result->Version = source.version;
   result->PathNameLength = put_text(result->PathName, source.path);
@@ -88,15 +88,17 @@ void MetadataInterface::LookupTable(const CallInfo&, std::uint32_t tableId,
                                     std::uint32_t* lookupHandle, std::uint32_t maxIndex,
                                     std::uint32_t* lastIndex, rep_sTableDescriptor* results,
                                     error_status_t* status) {
-  *status =
-      lookup(repository_.source().classes, tableId, lookupHandle, maxIndex, lastIndex, results);
+  const std::vector<ClassData>& classes = repository_->source().classes;
+  *status = lookup(classes, tableId, lookupHandle, maxIndex, lastIndex, results);
+  for (std::uint32_t i = 0; *status == 0 && i <= *lastIndex; ++i)
+    results[i].LastX = repository_->table(results[i].Descriptor.fId)->last_x();
 }
 
 void MetadataInterface::LookupInstance(const CallInfo&, std::uint32_t tableId,
                                        std::uint32_t instanceId, std::uint32_t* lookupHandle,
                                        std::uint32_t maxIndex, std::uint32_t* lastIndex,
                                        rep_sInstanceDescriptor* results, error_status_t* status) {
-  const RowTable* table = repository_.table(tableId);
+  const RowTable* table = repository_->table(tableId);
   if (table == nullptr) {
     *status = static_cast<error_status_t>(RepositoryStatus::nothing_found);
     return;
@@ -111,7 +113,7 @@ void MetadataInterface::LookupMetric(const CallInfo&, std::uint32_t tableId, std
                                      std::uint32_t* lookupHandle, std::uint32_t maxIndex,
                                      std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
                                      error_status_t* status) {
-  const RowTable* table = repository_.table(tableId);
+  const RowTable* table = repository_->table(tableId);
   if (table == nullptr)
     *status = static_cast<error_status_t>(RepositoryStatus::nothing_found);
   else

@@ -3,7 +3,6 @@
 
 #pragma once
 
-#include "agent/operation_script.h"
 #include "agent/repository.h"
 #include "rep_server.h"
 
@@ -12,11 +11,11 @@ namespace agent {
 // The lookups list what matches, from the element on that `lookupHandle` counts to (0 at first).
 // The handle that comes back goes on behind the last element sent, or is 0 when that was the end.
 // An identifier of 0 matches all.
-class MetadataInterface : public Scripted<rep_Server> {
+class MetadataInterface : public rep_Server {
  public:
-  // The script and the repository are not owned.
-  MetadataInterface(OperationScript& script, const Repository& repository)
-      : Scripted(script), repository_(repository) {}
+  // The repository is not owned.
+  explicit MetadataInterface(const Repository& repository) : repository_(&repository) {}
+  void serve(const Repository& repository) { repository_ = &repository; }
 
   void LookupRepository(const rpc::server::CallInfo& call, rep_sRepositoryDescriptor* result,
                         error_status_t* status) override;
@@ -33,7 +32,7 @@ class MetadataInterface : public Scripted<rep_Server> {
                     error_status_t* status) override;
 
  private:
-  const Repository& repository_;
+  const Repository* repository_;
 };
 
 }  // namespace agent

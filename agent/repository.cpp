@@ -49,7 +49,7 @@ bool ViewContexts::full(const uuid_t& client) const {
 RepositoryStatus ViewContexts::create_view(const uuid_t& client, const ViewRequest& request,
                                            std::vector<Shift> shifts, rpc::WireContext* context) {
   ViewDefinition definition;
-  definition.table = repository_.table(request.table);
+  definition.table = repository_->table(request.table);
   if (definition.table == nullptr)
     return RepositoryStatus::nothing_found;
   const ClassData& data = definition.table->data();
@@ -75,6 +75,7 @@ RepositoryStatus ViewContexts::create_view(const uuid_t& client, const ViewReque
     return RepositoryStatus::too_many_objects;
   context->id = random_.uuid();
   views_.emplace(context->id, ViewObject{client, request.kind, View(std::move(definition))});
+  tell("view", context->id, "made");
   return RepositoryStatus::ok;
 }
 
@@ -86,47 +87,80 @@ RepositoryStatus ViewContexts::create_filter(const uuid_t& client, std::vector<S
     return RepositoryStatus::too_many_objects;
   context->id = random_.uuid();
   filters_.emplace(context->id, FilterObject{client, std::move(shifts)});
+  tell("filter", context->id, "made");
   return RepositoryStatus::ok;
 }
 
 std::map<uuid_t, ViewContexts::ViewObject>::iterator ViewContexts::find_view(
-    const rpc::WireContext& context, std::optional<ViewKind> kind) {
+    const uuid_t& client, const rpc::WireContext& context, std::optional<ViewKind> kind) {
   const auto found = views_.find(context.id);
-  if (found == views_.end() || context.attributes != 0 || (kind && found->second.kind != *kind))
+  if (found == views_.end() || context.attributes != 0 || found->second.client != client ||
+      (kind && found->second.kind != *kind))
     throw Fault(rpc::nca::kContextMismatch);
   return found;
 }
 
-View& ViewContexts::view(const rpc::WireContext& context, std::optional<ViewKind> kind) {
-  return find_view(context, kind)->second.view;
+View& ViewContexts::view(const uuid_t& client, const rpc::WireContext& context,
+                         std::optional<ViewKind> kind) {
+  return find_view(client, context, kind)->second.view;
 }
 
-const std::vector<Shift>& ViewContexts::filter(const rpc::WireContext& context) const {
+const std::vector<Shift>& ViewContexts::filter(const uuid_t& client,
+                                               const rpc::WireContext& context) const {
   const auto found = filters_.find(context.id);
-  if (found == filters_.end() || context.attributes != 0)
+  if (found == filters_.end() || context.attributes != 0 || found->second.client != client)
     throw Fault(rpc::nca::kContextMismatch);
   return found->second.shifts;
 }
 
-void ViewContexts::destroy_view(rpc::WireContext* context, std::optional<ViewKind> kind) {
+void ViewContexts::destroy_view(const uuid_t& client, rpc::WireContext* context,
+                                std::optional<ViewKind> kind) {
   if (context->null())
     return;
-  views_.erase(find_view(*context, kind));
+  views_.erase(find_view(client, *context, kind));
+  tell("view", context->id, "destroyed");
   *context = {};
 }
 
-void ViewContexts::destroy_filter(rpc::WireContext* context) {
+void ViewContexts::destroy_filter(const uuid_t& client, rpc::WireContext* context) {
   if (context->null())
     return;
-  filter(*context);
+  filter(client, *context);
   filters_.erase(context->id);
+  tell("filter", context->id, "destroyed");
   *context = {};
+}
+
+void ViewContexts::tell(std::string_view object, const uuid_t& id, std::string_view change) const {
+  if (observer_)
+    observer_(object, id, change);
+}
+
+template <typename Objects, typename Predicate>
+void ViewContexts::end(Objects& objects, std::string_view name, Predicate goes) {
+  std::erase_if(objects, [&](const auto& entry) {
+    const bool ends = goes(entry.second);
+    if (ends)
+      tell(name, entry.first, "run down");
+    return ends;
+  });
 }
 
 void ViewContexts::run_down(const uuid_t& client) {
-  const auto own = [&](const auto& entry) { return entry.second.client == client; };
-  std::erase_if(views_, own);
-  std::erase_if(filters_, own);
+  const auto own = [&](const auto& object) { return object.client == client; };
+  end(views_, "view", own);
+  end(filters_, "filter", own);
+}
+
+void ViewContexts::run_down_all() {
+  const auto every = [](const auto&) { return true; };
+  end(views_, "view", every);
+  end(filters_, "filter", every);
+}
+
+void ViewContexts::serve(const Repository& repository) {
+  run_down_all();
+  repository_ = &repository;
 }
 
 }  // namespace agent

@@ -11,6 +11,7 @@
 #include <span>
 #include <vector>
 
+#include "agent/context_observer.h"
 #include "agent/repository_status.h"
 #include "agent/row_table.h"
 #include "agent/scenario.h"
@@ -48,27 +49,33 @@ struct ViewRequest {
   std::uint32_t interval = 0;
 };
 
-// Views and filters by context handle. An unknown handle, or one of another kind of object, is the
-// fault "context mismatch". Each object belongs to the client that made it and goes with it.
+// Views and filters by context handle. An unknown handle, one of another kind of object and one of
+// another client is the fault "context mismatch". Each object goes with the client that made it.
 class ViewContexts {
  public:
   static constexpr std::size_t kMostObjects = 4096;
   static constexpr std::size_t kMostObjectsOfClient = 256;
 
-  explicit ViewContexts(const Repository& repository) : repository_(repository) {}
+  explicit ViewContexts(const Repository& repository, ContextObserver observer = {})
+      : repository_(&repository), observer_(std::move(observer)) {}
+  // From now on views are of this one; those of the other are run down.
+  void serve(const Repository& repository);
 
   RepositoryStatus create_view(const uuid_t& client, const ViewRequest& request,
                                std::vector<Shift> shifts, rpc::WireContext* context);
   RepositoryStatus create_filter(const uuid_t& client, std::vector<Shift> shifts,
                                  rpc::WireContext* context);
   // Of any kind, or only of this one.
-  View& view(const rpc::WireContext& context, std::optional<ViewKind> kind = std::nullopt);
-  const std::vector<Shift>& filter(const rpc::WireContext& context) const;
+  View& view(const uuid_t& client, const rpc::WireContext& context,
+             std::optional<ViewKind> kind = std::nullopt);
+  const std::vector<Shift>& filter(const uuid_t& client, const rpc::WireContext& context) const;
   // A null handle stays null and is no error.
-  void destroy_view(rpc::WireContext* context, std::optional<ViewKind> kind = std::nullopt);
-  void destroy_filter(rpc::WireContext* context);
+  void destroy_view(const uuid_t& client, rpc::WireContext* context,
+                    std::optional<ViewKind> kind = std::nullopt);
+  void destroy_filter(const uuid_t& client, rpc::WireContext* context);
   // The client is gone: all that it made is destroyed.
   void run_down(const uuid_t& client);
+  void run_down_all();
   std::size_t objects() const { return views_.size() + filters_.size(); }
 
  private:
@@ -83,10 +90,15 @@ class ViewContexts {
   };
 
   bool full(const uuid_t& client) const;
-  std::map<uuid_t, ViewObject>::iterator find_view(const rpc::WireContext& context,
+  void tell(std::string_view object, const uuid_t& id, std::string_view change) const;
+  template <typename Objects, typename Predicate>
+  void end(Objects& objects, std::string_view name, Predicate goes);
+  std::map<uuid_t, ViewObject>::iterator find_view(const uuid_t& client,
+                                                   const rpc::WireContext& context,
                                                    std::optional<ViewKind> kind);
 
-  const Repository& repository_;
+  const Repository* repository_;
+  ContextObserver observer_;
   rpc::SystemRandom random_;
   std::map<uuid_t, ViewObject> views_;
   std::map<uuid_t, FilterObject> filters_;

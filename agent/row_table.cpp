@@ -2,6 +2,7 @@
 #include "agent/row_table.h"
 
 #include <algorithm>
+#include <ctime>
 
 namespace agent {
 
@@ -57,7 +58,17 @@ RowTable::RowTable(const ClassData& data) : data_(data) {
 }
 
 std::size_t RowTable::slots() const {
-  return starts_.empty() ? data_.row_count : starts_.size() - 1;
+  if (!starts_.empty())
+    return starts_.size() - 1;
+  if (!data_.live)
+    return data_.row_count;
+  const std::int64_t age = std::int64_t{std::time(nullptr)} - data_.first_time;
+  return std::max<std::size_t>(data_.row_count,
+                               age < 0 ? 0 : static_cast<std::size_t>(age / data_.interval) + 1);
+}
+
+std::int32_t RowTable::last_x() const {
+  return data_.live ? static_cast<std::int32_t>(time(slots() - 1)) : data_.last_x;
 }
 
 std::uint32_t RowTable::time(std::size_t slot) const {

@@ -27,6 +27,8 @@ class RowTable {
 
   const ClassData& data() const { return data_; }
   std::size_t slots() const;
+  // What the descriptor says of the last position.
+  std::int32_t last_x() const;
   std::uint32_t time(std::size_t slot) const;
   // The first slot that is not before `time`; slots() when there is none.
   std::size_t slot_from(std::uint32_t time) const;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <variant>
 #include <vector>
 
@@ -26,28 +27,34 @@ namespace agent {
 // at its first instance; numbers are what travels, before any scaling by the client.
 struct ConstantModel {
   std::int64_t value = 0;
+  bool operator==(const ConstantModel&) const = default;
 };
 // from, from + step, ... up to `to`, then from `from` again.
 struct RampModel {
   std::int64_t from = 0;
   std::int64_t to = 0;
   std::int64_t step = 1;
+  bool operator==(const RampModel&) const = default;
 };
 // A triangle between low and high; a full swing takes `period` rows.
 struct WaveModel {
   std::int64_t low = 0;
   std::int64_t high = 0;
   std::uint32_t period = 1;
+  bool operator==(const WaveModel&) const = default;
 };
 struct ValuesModel {
   std::vector<std::int64_t> values;  // in turn, never empty
+  bool operator==(const ValuesModel&) const = default;
 };
 struct TextsModel {
   std::vector<std::string> texts;  // in turn, never empty
+  bool operator==(const TextsModel&) const = default;
 };
 // The name or label of the row's instance.
 struct InstanceModel {
   bool label = false;
+  bool operator==(const InstanceModel&) const = default;
 };
 using ValueModel =
     std::variant<ConstantModel, RampModel, WaveModel, ValuesModel, TextsModel, InstanceModel>;
@@ -75,6 +82,7 @@ struct Metric {
   ValueModel model;
 
   bool is_text() const { return data_type < 0 || data_type > 2; }
+  bool operator==(const Metric&) const = default;
 };
 
 struct Instance {
@@ -83,6 +91,7 @@ struct Instance {
   std::string label;
   std::int32_t birth = 0;
   std::int32_t death = 0x7FFFFFFF;
+  bool operator==(const Instance&) const = default;
 };
 
 using Cell = std::variant<std::int64_t, std::string>;
@@ -91,6 +100,7 @@ using Cell = std::variant<std::int64_t, std::string>;
 struct ExplicitRow {
   std::uint32_t time = 0;
   std::vector<Cell> cells;  // one per metric
+  bool operator==(const ExplicitRow&) const = default;
 };
 
 struct ClassData {
@@ -110,8 +120,10 @@ struct ClassData {
   // Either rows by model, at first_time and every interval after it ...
   std::uint32_t first_time = 0;
   std::uint32_t row_count = 0;
+  bool live = false;  // rows go on after the last one as time goes by
   // ... or rows as the file has them, in rising order of time.
   std::vector<ExplicitRow> rows;
+  bool operator==(const ClassData&) const = default;
 };
 
 struct DataSource {
@@ -121,6 +133,7 @@ struct DataSource {
   std::int32_t version = 1;
   std::string path;
   std::vector<ClassData> classes;
+  bool operator==(const DataSource&) const = default;
 };
 
 // --- Servers.
@@ -136,8 +149,22 @@ struct OperationBehaviour {
   std::optional<std::vector<std::byte>> reply;  // these bytes as the reply's body
   bool silent = false;                          // never answered
   bool die = false;                             // the server's socket is closed
+  bool restart = false;                         // a new boot time, everything is forgotten
+  bool working = false;                         // says "working" for ever
+  bool no_call = false;                         // says "no call" for ever
+  std::uint32_t working_ms = 0;                 // says so, then answers
+  std::uint32_t no_call_ms = 0;
+  std::uint32_t cut = 0;  // octets at the end of a good reply
+  struct Patch {
+    std::uint32_t at = 0;
+    std::vector<std::byte> octets;
+    bool operator==(const Patch&) const = default;
+  };
+  std::optional<Patch> patch;  // octets of a good reply replaced
   std::uint32_t after = 0;
   std::uint32_t times = 0xFFFFFFFF;
+
+  bool operator==(const OperationBehaviour&) const = default;
 };
 
 enum class ServerState {
@@ -152,6 +179,8 @@ enum class CallBackKind { none, who_are_you, who_are_you2 };
 struct NetworkFaults {
   std::optional<rpc::server::FaultPlan> incoming;
   std::optional<rpc::server::FaultPlan> outgoing;
+
+  bool operator==(const NetworkFaults&) const = default;
 };
 
 // What every datagram server has.
@@ -164,6 +193,11 @@ struct ServerSettings {
   Listening listening = Listening::yes;
   std::vector<OperationBehaviour> behaviours;
   NetworkFaults network;
+  std::uint32_t client_silence = 600;  // seconds; a client that is not heard is forgotten
+  std::uint32_t fragment_size = 1464;  // of replies, header included
+  std::uint32_t max_activities = 1024;
+
+  bool operator==(const ServerSettings&) const = default;
 };
 
 // How a server stands in the endpoint map.
@@ -172,10 +206,12 @@ struct Registration {
   std::uint32_t copies = 1;
   uuid_t object{};
   std::string annotation;
+  bool operator==(const Registration&) const = default;
 };
 
 struct RepositoryServer {
-  std::shared_ptr<const DataSource> source;
+  std::shared_ptr<const DataSource> source;  // shared by the servers of one file that name it
+  std::string source_key;
   ServerSettings server;
   Registration registration;
 };
@@ -186,6 +222,7 @@ struct RegisteredSystem {
   std::uint32_t console_error = 0;
   bool snmp = false;
   std::uint32_t snmp_error = 0;
+  bool operator==(const RegisteredSystem&) const = default;
 };
 
 struct AlarmServer {
@@ -198,6 +235,13 @@ struct AlarmServer {
   std::uint32_t interval = 300;
   std::uint32_t evc_error = 0;
   std::vector<RegisteredSystem> systems;
+  // Whether what it was told to begin with is the same.
+  bool same_contents(const AlarmServer& other) const {
+    return std::tie(version, object, evc_flag, exec_flag, interval, evc_error, systems) ==
+           std::tie(other.version, other.object, other.evc_flag, other.exec_flag, other.interval,
+                    other.evc_error, other.systems);
+  }
+  bool operator==(const AlarmServer&) const = default;
 };
 
 enum class BrokerMode {
@@ -228,6 +272,7 @@ struct BrokerEntry {
   uuid_t type{};
   uuid_t object{};
   bool active = false;
+  bool operator==(const BrokerEntry&) const = default;
 };
 
 struct LocationBroker {
@@ -240,6 +285,7 @@ struct LocationBroker {
   Malformation malformation = Malformation::garbage;
   std::uint32_t idle_seconds = 60;   // a connection that says nothing for so long is closed
   std::vector<BrokerEntry> servers;  // registered from the start
+  bool operator==(const LocationBroker&) const = default;
 };
 
 // An element of the endpoint map that no server of the system put there.
@@ -255,6 +301,7 @@ struct MapElement {
   std::optional<std::vector<std::byte>> tower;  // these bytes instead
   std::uint32_t copies = 1;
   bool first = false;  // before the servers' own elements
+  bool operator==(const MapElement&) const = default;
 };
 
 inline constexpr std::uint16_t kEndpointMapperPort = 135;
@@ -269,6 +316,7 @@ struct EndpointMapper {
   std::optional<std::uint32_t> fail_after;  // elements of a listing, then it fails
   MapperFailure failure = MapperFailure::status;
   std::vector<MapElement> elements;
+  bool operator==(const EndpointMapper&) const = default;
 };
 
 struct System {
@@ -280,8 +328,17 @@ struct System {
   std::optional<AlarmServer> alarm;
 };
 
+// A change by the clock: what a system is from then on.
+struct ScenarioEvent {
+  std::uint32_t at = 0;   // seconds after the agents were ready
+  std::size_t index = 0;  // of the system
+  System system;
+  std::string text;  // what changes, for the log
+};
+
 struct Scenario {
   std::vector<System> systems;
+  std::vector<ScenarioEvent> events;  // in rising order of time
 };
 
 // --- Reading.
@@ -298,9 +355,10 @@ struct ParsedScenario {
 };
 
 // `now` (seconds since 1970) is what the file's relative times count from.
-ParsedScenario parse_scenario(std::string_view toml, std::uint32_t now);
+// Addresses beyond 127.0.0.0/8 are errors unless they may be `anywhere`.
+ParsedScenario parse_scenario(std::string_view toml, std::uint32_t now, bool anywhere = false);
 // Reads the file first; one that cannot be read is an error of line 0.
-ParsedScenario load_scenario(const std::string& path, std::uint32_t now);
+ParsedScenario load_scenario(const std::string& path, std::uint32_t now, bool anywhere = false);
 // "demo.toml:3:7: text"
 std::string error_text(const std::string& path, const ScenarioError& error);
 

@@ -53,16 +53,21 @@ using DataSources = std::map<std::string, std::shared_ptr<const DataSource>, std
 DataSource parse_source(const toml::table& table, const std::string& key, std::uint32_t now,
                         Budget& budget, ErrorList& errors);
 
-// One [[system]] with `count` not yet applied.
-System parse_system(TableReader& reader, const DataSources& sources);
+// One [[system]] with `count` not yet applied. `anywhere` allows addresses beyond loopback.
+System parse_system(TableReader& reader, const DataSources& sources, bool anywhere);
+// The keys of an [[event]] for one of the system's servers, which becomes what they say. False,
+// with an error, when the system has no server of the name.
+bool parse_change(TableReader& reader, const std::string& server, const DataSources& sources,
+                  System& system);
 
-// The keys that every datagram server has; `defaults` has been filled by the system.
-void parse_server(TableReader& reader, ServerSettings& server);
+enum class ServerKind { mapper, repository, alarm };
+// The keys that every datagram server has. Keys that are not there leave what was.
+void parse_server(TableReader& reader, ServerKind kind, ServerSettings& server);
 void parse_state(TableReader& reader, ServerState& state);
 void parse_registration(TableReader& reader, Registration& registration);
 // The table under the key "network" of a system or a server.
 void parse_network(TableReader& reader, NetworkFaults& network);
-LocationBroker parse_broker(TableReader& reader);
+void parse_broker(TableReader& reader, LocationBroker& broker);
 
 // A dotted IPv4 address, in host order.
 std::optional<std::uint32_t> parse_address(std::string_view text);

@@ -125,6 +125,10 @@ void TableReader::refuse(std::string_view key, std::string_view problem) {
   errors_.add(where(key), name_ + "." + std::string(key) + ": " + std::string(problem));
 }
 
+void TableReader::refuse_table(std::string_view problem) {
+  errors_.add(table_.source(), name_ + ": " + std::string(problem));
+}
+
 void TableReader::refuse_type(std::string_view key, const toml::node& found,
                               std::string_view expected) {
   refuse(key, "expected " + std::string(expected) + ", found " + std::string(type_name(found)));

@@ -109,6 +109,8 @@ class TableReader {
   void require(std::string_view key);
   // Reports "name.key: <problem>" at the key's value, or at the table when it is absent.
   void refuse(std::string_view key, std::string_view problem);
+  // Reports what is wrong with the table as a whole, at the table.
+  void refuse_table(std::string_view problem);
   void finish();
 
  private:

@@ -3,7 +3,9 @@
 // broker's own keys.
 
 #include <algorithm>
-#include <array>
+#include <iterator>
+#include <limits>
+#include <span>
 
 #include "agent/scenario_parser.h"
 
@@ -13,7 +15,9 @@ namespace {
 
 using rpc::server::FaultPlan;
 
-constexpr std::array kOperations = std::to_array<std::string_view>({
+constexpr std::uint32_t kEndless = 0xFFFFFFFF;  // of `times`
+
+constexpr std::string_view kRepositoryOperations[] = {
     "rep_LookupRepository",
     "rep_LookupTable",
     "rep_LookupInstance",
@@ -46,33 +50,30 @@ constexpr std::array kOperations = std::to_array<std::string_view>({
     "repTemporalView_GetXInterval",
     "repTemporalView_SetXInterval",
     "repTemporalView_Read",
-    "ag_Register",
-    "ag_Unregister",
-    "ag_SetEvCFlag",
-    "ag_GetEvCFlag",
-    "ag_SetExecFlag",
-    "ag_GetExecFlag",
-    "ag_SetInterval",
-    "ag_GetInterval",
-    "ag_SetEvCError",
-    "ag_GetEvCError",
-    "ag_GetGeneralInfo",
-    "ag_RegisterZT",
-    "ag_UnregisterZT",
-    "ag_RegisterSNMP",
-    "ag_UnregisterSNMP",
-    "ag_SetZTError",
-    "ag_GetZTError",
-    "ag_SetSNMPError",
-    "ag_GetSNMPError",
-    "ag_GetSystems",
-    "ag_Ping",
-    "ag_DBChanged",
-    "ag_DeleteZT",
-    "ept_lookup",
+};
+constexpr std::string_view kAlarmOperations[] = {
+    "ag_Register",     "ag_Unregister",   "ag_SetEvCFlag",     "ag_GetEvCFlag",
+    "ag_SetExecFlag",  "ag_GetExecFlag",  "ag_SetInterval",    "ag_GetInterval",
+    "ag_SetEvCError",  "ag_GetEvCError",  "ag_GetGeneralInfo", "ag_RegisterZT",
+    "ag_UnregisterZT", "ag_RegisterSNMP", "ag_UnregisterSNMP", "ag_SetZTError",
+    "ag_GetZTError",   "ag_SetSNMPError", "ag_GetSNMPError",   "ag_GetSystems",
+    "ag_Ping",         "ag_DBChanged",    "ag_DeleteZT",
+};
+constexpr std::string_view kMapperOperations[] = {"ept_lookup", "ept_map", "ept_lookup_handle_free",
+                                                  "ept_inq_object"};
 
-    "ept_lookup_handle_free",
-});
+// Those of the interfaces that a server of the kind has.
+std::span<const std::string_view> operations_of(ServerKind kind) {
+  switch (kind) {
+    case ServerKind::mapper:
+      return kMapperOperations;
+    case ServerKind::alarm:
+      return kAlarmOperations;
+    case ServerKind::repository:
+      break;
+  }
+  return kRepositoryOperations;
+}
 
 void optional_status(TableReader& reader, std::string_view key,
                      std::optional<std::uint32_t>& status) {
@@ -83,39 +84,110 @@ void optional_status(TableReader& reader, std::string_view key,
   status = value;
 }
 
-OperationBehaviour parse_behaviour(const toml::table& table, const std::string& name,
-                                   ErrorList& errors) {
-  TableReader reader(table, name + ".behaviour", errors);
+void parse_operation(TableReader& reader, ServerKind kind, std::string& operation) {
+  reader.text("operation", operation, kNameLength);
+  const auto known = operations_of(kind);
+  if (operation.empty() || std::find(known.begin(), known.end(), operation) != known.end())
+    return;
+  std::string names;
+  for (const std::string_view one : known)
+    (names += names.empty() ? "" : ", ") += one;
+  reader.refuse("operation", "expected an operation of this server, found " + quoted(operation) +
+                                 "; it has " + names);
+}
+
+std::optional<std::vector<std::byte>> parse_octets(TableReader& reader, std::string_view key) {
+  if (!reader.has(key))
+    return std::nullopt;
+  std::string hex;
+  reader.text(key, hex, 1'000'000);
+  auto octets = parse_hex(hex);
+  if (reader.has_text(key) && !octets)
+    reader.refuse(key, "expected pairs of hexadecimal digits");
+  return octets;
+}
+
+void parse_patch(TableReader& reader, OperationBehaviour& rule) {
+  const toml::table* table = reader.table("patch");
+  if (table == nullptr)
+    return;
+  TableReader patch(*table, reader.name() + ".patch", reader.errors());
+  OperationBehaviour::Patch result;
+  patch.required_integer("at", result.at);
+  patch.require("hex");
+  result.octets = parse_octets(patch, "hex").value_or(std::vector<std::byte>());
+  patch.finish();
+  rule.patch = std::move(result);
+}
+
+// A rule has one way to end a call at most, and does something.
+void check_outcome(TableReader& reader, const OperationBehaviour& rule) {
+  const bool ends[] = {rule.status.has_value(),
+                       rule.fault.has_value(),
+                       rule.reject.has_value(),
+                       rule.reply.has_value(),
+                       rule.silent,
+                       rule.die,
+                       rule.restart,
+                       rule.working,
+                       rule.no_call};
+  const auto endings = std::count(std::begin(ends), std::end(ends), true);
+  const bool spoils = rule.cut != 0 || rule.patch;
+  if (endings + (spoils ? 1 : 0) > 1)
+    reader.refuse_table(
+        "expected one of status, fault, reject, reply, silent, die, restart, working, no_call, "
+        "and cut with patch; found several");
+  const bool waits = rule.late_ms != 0 || rule.working_ms != 0 || rule.no_call_ms != 0;
+  if (endings == 0 && !spoils && !waits)
+    reader.refuse_table("expected an outcome such as status, fault, silent or late_ms, found none");
+}
+
+OperationBehaviour parse_behaviour(TableReader& reader, ServerKind kind) {
   OperationBehaviour result;
-  reader.text("operation", result.operation, kNameLength);
-  if (!result.operation.empty() &&
-      std::find(kOperations.begin(), kOperations.end(), result.operation) == kOperations.end())
-    reader.refuse("operation", "expected an operation such as \"rep_LookupTable\", found " +
-                                   quoted(result.operation));
+  parse_operation(reader, kind, result.operation);
   reader.integer("late_ms", result.late_ms, {0, 3'600'000});
+  reader.integer("working_ms", result.working_ms, {0, 3'600'000});
+  reader.integer("no_call_ms", result.no_call_ms, {0, 3'600'000});
   optional_status(reader, "status", result.status);
   optional_status(reader, "fault", result.fault);
   optional_status(reader, "reject", result.reject);
-  if (reader.has("reply")) {
-    std::string hex;
-    reader.text("reply", hex, 1'000'000);
-    result.reply = parse_hex(hex);
-    if (reader.has_text("reply") && !result.reply)
-      reader.refuse("reply", "expected pairs of hexadecimal digits");
-  }
+  result.reply = parse_octets(reader, "reply");
   reader.flag("silent", result.silent);
   reader.flag("die", result.die);
+  reader.flag("restart", result.restart);
+  reader.flag("working", result.working);
+  reader.flag("no_call", result.no_call);
+  reader.integer("cut", result.cut, {1, 1'000'000});
+  parse_patch(reader, result);
   reader.integer("after", result.after);
-  reader.integer("times", result.times);
-  const int endings = int{result.status.has_value()} + int{result.fault.has_value()} +
-                      int{result.reject.has_value()} + int{result.reply.has_value()} +
-                      int{result.silent} + int{result.die};
-  if (endings > 1)
-    errors.add(reader.where(), reader.name() +
-                                   ": expected one of status, fault, reject, reply, silent and "
-                                   "die, found several");
+  reader.integer("times", result.times, {1, std::numeric_limits<std::uint32_t>::max()});
+  check_outcome(reader, result);
   reader.finish();
   return result;
+}
+
+// A rule that an earlier one without end always takes the calls from would never happen.
+bool hides(const OperationBehaviour& earlier, const OperationBehaviour& later) {
+  const bool same_calls = earlier.operation.empty() || earlier.operation == later.operation;
+  return same_calls && earlier.times == kEndless && earlier.after <= later.after;
+}
+
+void parse_behaviours(TableReader& reader, ServerKind kind,
+                      std::vector<OperationBehaviour>& behaviours) {
+  if (!reader.has("behaviour"))
+    return;
+  behaviours.clear();
+  for (const toml::table* table : reader.tables("behaviour", kMostBehaviours)) {
+    TableReader one(*table, reader.name() + ".behaviour", reader.errors());
+    OperationBehaviour rule = parse_behaviour(one, kind);
+    const auto hiding = std::find_if(behaviours.begin(), behaviours.end(),
+                                     [&rule](const auto& earlier) { return hides(earlier, rule); });
+    if (hiding != behaviours.end())
+      one.refuse_table("expected a rule that can happen, but rule " +
+                       std::to_string(hiding - behaviours.begin() + 1) +
+                       " of this server takes every such call");
+    behaviours.push_back(std::move(rule));
+  }
 }
 
 std::optional<FaultPlan> parse_direction(TableReader& network, std::string_view key,
@@ -168,11 +240,8 @@ void parse_network(TableReader& reader, NetworkFaults& network) {
   one.finish();
 }
 
-void parse_server(TableReader& reader, ServerSettings& server) {
+void parse_server(TableReader& reader, ServerKind kind, ServerSettings& server) {
   reader.integer("port", server.port);
-  reader.choice<ServerState>(
-      "state", server.state,
-      {{"alive", ServerState::alive}, {"dead", ServerState::dead}, {"mute", ServerState::mute}});
   reader.choice<bool>("byte_order", server.little_endian, {{"little", true}, {"big", false}});
   reader.choice<CallBackKind>("call_back", server.call_back,
                               {{"none", CallBackKind::none},
@@ -184,8 +253,10 @@ void parse_server(TableReader& reader, ServerSettings& server) {
                             {"no", Listening::no},
                             {"mute", Listening::mute},
                             {"absent", Listening::absent}});
-  for (const toml::table* one : reader.tables("behaviour", kMostBehaviours))
-    server.behaviours.push_back(parse_behaviour(*one, reader.name(), reader.errors()));
+  reader.integer("client_silence_s", server.client_silence, {1, 86'400});
+  reader.integer("fragment_size", server.fragment_size, {200, 8'000});
+  reader.integer("max_activities", server.max_activities, {1, 65'536});
+  parse_behaviours(reader, kind, server.behaviours);
   parse_network(reader, server.network);
 }
 
@@ -202,8 +273,7 @@ void parse_registration(TableReader& reader, Registration& registration) {
   reader.text("annotation", registration.annotation, kAnnotationLength);
 }
 
-LocationBroker parse_broker(TableReader& reader) {
-  LocationBroker broker;
+void parse_broker(TableReader& reader, LocationBroker& broker) {
   reader.integer("port", broker.port, {1, 65'535});
   reader.choice<BrokerMode>("mode", broker.mode,
                             {{"normal", BrokerMode::normal},
@@ -227,6 +297,10 @@ LocationBroker parse_broker(TableReader& reader) {
                                {"data_too_long", Malformation::data_too_long},
                                {"cut", Malformation::cut},
                                {"garbage", Malformation::garbage}});
+  // In an event the key names the server that changes.
+  if (!reader.has("server") || reader.has_text("server"))
+    return;
+  broker.servers.clear();
   for (const toml::table* one : reader.tables("server", kMostServers)) {
     TableReader server(*one, "system.broker.server", reader.errors());
     BrokerEntry& added = broker.servers.emplace_back();
@@ -238,7 +312,6 @@ LocationBroker parse_broker(TableReader& reader) {
     server.flag("active", added.active);
     server.finish();
   }
-  return broker;
 }
 
 std::optional<std::vector<std::byte>> parse_hex(std::string_view text) {

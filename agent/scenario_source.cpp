@@ -126,6 +126,13 @@ void SourceParser::parse_class(const toml::table& table, DataSource& source) {
   reader.integer("count", count, {1, static_cast<std::int64_t>(kMostClasses)});
   parse_instances(reader, data);
   parse_metrics(reader, data);
+  const bool discriminated =
+      data.discriminator == kNoDiscriminator ||
+      std::any_of(data.metrics.begin(), data.metrics.end(),
+                  [&data](const Metric& metric) { return metric.id == data.discriminator; });
+  if (!discriminated)
+    reader.refuse("discriminator", "expected the identifier of a metric of the class, found " +
+                                       std::to_string(data.discriminator));
   parse_rows(reader, data);
   parse_schedule(reader, data);
   parse_extent(reader, data);
@@ -371,19 +378,25 @@ void SourceParser::parse_schedule(TableReader& reader, ClassData& data) {
   if (!data.rows.empty() || (reader.has("rows") && !reader.node("rows")->is_integer())) {
     if (first || last)
       reader.refuse(first ? "first" : "last", "expected no time where the rows are given");
+    if (reader.has("live"))
+      reader.refuse("live", "expected a number of rows beside it: rows that are given do not grow");
     return;
   }
   reader.integer("rows", data.row_count, {0, static_cast<std::int64_t>(kMostRows)});
   if (first && last)
     return reader.refuse("last", "expected either \"first\" or \"last\"");
-  if (data.row_count == 0)
+  if (data.row_count == 0) {
+    if (reader.node("live") != nullptr)
+      reader.refuse("live", "expected \"rows\" beside it: without a row there is no next one");
     return;
+  }
   const auto interval = static_cast<std::uint32_t>(data.interval);
   const std::uint64_t extent = std::uint64_t{interval} * (data.row_count - 1);
   const std::uint64_t end = first ? *first + extent : last.value_or(now_ / interval * interval);
   if (end >= static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()) || end < extent)
     return reader.refuse("rows", "expected rows between 1970 and 2038");
   data.first_time = static_cast<std::uint32_t>(end - extent);
+  reader.flag("live", data.live);
 }
 
 // What the descriptor says of the first and last position; `first_x` and `last_x` say otherwise.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // [[system]]: its address and its servers.
 
+#include <algorithm>
 #include <charconv>
 #include <set>
 
@@ -15,24 +16,21 @@ namespace {
 
 constexpr std::uint32_t kAnyLoopback = 0x7F000001;
 
-RepositoryServer parse_repository(const toml::table& table, const ServerSettings& defaults,
-                                  const DataSources& sources, ErrorList& errors) {
-  TableReader reader(table, "system.repository", errors);
-  RepositoryServer result;
-  result.server = defaults;
-  std::string key;
-  reader.required_text("source", key, kNameLength);
-  if (const auto found = sources.find(key); found != sources.end()) {
+void parse_source_name(TableReader& reader, const DataSources& sources, RepositoryServer& result) {
+  reader.required_text("source", result.source_key, kNameLength);
+  if (const auto found = sources.find(result.source_key); found != sources.end()) {
     result.source = found->second;
     result.registration.annotation = found->second->label;
   } else if (reader.has_text("source")) {
-    reader.refuse("source", "expected a data source of this file, found " + quoted(key));
+    reader.refuse("source",
+                  "expected a data source of this file, found " + quoted(result.source_key));
   }
-  parse_server(reader, result.server);
+}
+
+void parse_repository(TableReader& reader, RepositoryServer& result) {
+  parse_server(reader, ServerKind::repository, result.server);
   parse_state(reader, result.server.state);
   parse_registration(reader, result.registration);
-  reader.finish();
-  return result;
 }
 
 RegisteredSystem parse_registered(const toml::table& table, ErrorList& errors) {
@@ -52,13 +50,8 @@ RegisteredSystem parse_registered(const toml::table& table, ErrorList& errors) {
   return result;
 }
 
-AlarmServer parse_alarm(const toml::table& table, const ServerSettings& defaults,
-                        ErrorList& errors) {
-  TableReader reader(table, "system.alarm", errors);
-  AlarmServer result;
-  result.server = defaults;
-  result.registration.annotation = "almserver";
-  parse_server(reader, result.server);
+void parse_alarm(TableReader& reader, AlarmServer& result) {
+  parse_server(reader, ServerKind::alarm, result.server);
   parse_state(reader, result.server.state);
   parse_registration(reader, result.registration);
   reader.integer("version", result.version);
@@ -67,14 +60,16 @@ AlarmServer parse_alarm(const toml::table& table, const ServerSettings& defaults
   reader.integer("exec_flag", result.exec_flag);
   reader.integer("interval", result.interval);
   reader.integer("evc_error", result.evc_error);
+  // In an event the key names the system that changes.
+  if (!reader.has("system") || reader.has_text("system"))
+    return;
+  result.systems.clear();
   std::set<std::uint32_t> seen;
   for (const toml::table* one : reader.tables("system", kMostSystems)) {
-    result.systems.push_back(parse_registered(*one, errors));
+    result.systems.push_back(parse_registered(*one, reader.errors()));
     if (!seen.insert(result.systems.back().address).second)
-      errors.add(one->source(), "system.alarm.system: expected each address once");
+      reader.errors().add(one->source(), "system.alarm.system.address: expected each address once");
   }
-  reader.finish();
-  return result;
 }
 
 // A name of the product's interfaces, or any UUID.
@@ -137,14 +132,7 @@ MapElement parse_element(const toml::table& table, ErrorList& errors) {
   return result;
 }
 
-EndpointMapper parse_mapper(const toml::table* table, const ServerSettings& defaults,
-                            ErrorList& errors) {
-  EndpointMapper result;
-  result.server = defaults;
-  result.server.port = kEndpointMapperPort;
-  if (table == nullptr)
-    return result;
-  TableReader reader(*table, "system.mapper", errors);
+void parse_mapper_mode(TableReader& reader, EndpointMapper& mapper) {
   enum class Mode { normal, refused, silent, rejecting };
   Mode mode = Mode::normal;
   reader.choice<Mode>("mode", mode,
@@ -152,11 +140,16 @@ EndpointMapper parse_mapper(const toml::table* table, const ServerSettings& defa
                        {"refused", Mode::refused},
                        {"silent", Mode::silent},
                        {"rejecting", Mode::rejecting}});
-  result.rejecting = mode == Mode::rejecting;
-  if (mode == Mode::refused)
-    result.server.state = ServerState::dead;
-  else if (mode == Mode::silent)
-    result.server.state = ServerState::mute;
+  if (!reader.has("mode"))
+    return;
+  mapper.rejecting = mode == Mode::rejecting;
+  mapper.server.state = mode == Mode::refused  ? ServerState::dead
+                        : mode == Mode::silent ? ServerState::mute
+                                               : ServerState::alive;
+}
+
+void parse_mapper(TableReader& reader, EndpointMapper& result) {
+  parse_mapper_mode(reader, result);
   reader.integer("batch", result.batch, {1, 100'000});
   if (reader.has("fail_after"))
     reader.integer("fail_after", result.fail_after.emplace());
@@ -165,16 +158,17 @@ EndpointMapper parse_mapper(const toml::table* table, const ServerSettings& defa
       {{"status", MapperFailure::status}, {"silent", MapperFailure::silent}});
   if (reader.has("fail") && !result.fail_after)
     reader.refuse("fail", "expected \"fail_after\" beside it: without a number it never fails");
-  parse_server(reader, result.server);
+  parse_server(reader, ServerKind::mapper, result.server);
+  if (!reader.has("element"))
+    return;
+  result.elements.clear();
   std::size_t elements = 0;
   for (const toml::table* one : reader.tables("element", kMostElements)) {
-    result.elements.push_back(parse_element(*one, errors));
+    result.elements.push_back(parse_element(*one, reader.errors()));
     elements += result.elements.back().copies;
   }
   if (elements > kMostElements)
     reader.refuse("element", "expected at most " + std::to_string(kMostElements) + " in all");
-  reader.finish();
-  return result;
 }
 
 // Two servers that ask for one port would only fail when they are started.
@@ -194,12 +188,12 @@ void compare_ports(TableReader& reader, const System& system) {
 
 }  // namespace
 
-System parse_system(TableReader& reader, const DataSources& sources) {
+System parse_system(TableReader& reader, const DataSources& sources, bool anywhere) {
   System system;
   std::string address;
   reader.required_text("address", address, 15);
   const auto parsed = parse_address(address);
-  if (parsed && *parsed >> 24 == 127)
+  if (parsed && (*parsed >> 24 == 127 || anywhere))
     system.address = *parsed;
   else if (reader.has_text("address"))
     reader.refuse("address", "expected an address in 127.0.0.0/8, found " + quoted(address));
@@ -208,18 +202,62 @@ System parse_system(TableReader& reader, const DataSources& sources) {
 
   ServerSettings defaults;
   parse_network(reader, defaults.network);
-  if (const toml::table* table = reader.table("broker")) {
-    TableReader broker(*table, "system.broker", reader.errors());
-    system.broker = parse_broker(broker);
-    broker.finish();
-  }
-  system.mapper = parse_mapper(reader.table("mapper"), defaults, reader.errors());
-  for (const toml::table* one : reader.tables("repository", kMostServers))
-    system.repositories.push_back(parse_repository(*one, defaults, sources, reader.errors()));
+  const auto part = [&reader](const toml::table& table, const std::string& key, auto parse) {
+    TableReader one(table, "system." + key, reader.errors());
+    parse(one);
+    one.finish();
+  };
+  if (const toml::table* table = reader.table("broker"))
+    part(*table, "broker", [&](TableReader& one) { parse_broker(one, system.broker); });
+  system.mapper.server = defaults;
+  system.mapper.server.port = kEndpointMapperPort;
+  if (const toml::table* table = reader.table("mapper"))
+    part(*table, "mapper", [&](TableReader& one) { parse_mapper(one, system.mapper); });
+  for (const toml::table* table : reader.tables("repository", kMostServers))
+    part(*table, "repository", [&](TableReader& one) {
+      RepositoryServer& added = system.repositories.emplace_back();
+      added.server = defaults;
+      parse_source_name(one, sources, added);
+      parse_repository(one, added);
+    });
   if (const toml::table* table = reader.table("alarm"))
-    system.alarm = parse_alarm(*table, defaults, reader.errors());
+    part(*table, "alarm", [&](TableReader& one) {
+      system.alarm.emplace().server = defaults;
+      system.alarm->registration.annotation = "almserver";
+      parse_alarm(one, *system.alarm);
+    });
   compare_ports(reader, system);
   return system;
+}
+
+bool parse_change(TableReader& reader, const std::string& server, const DataSources& sources,
+                  System& system) {
+  if (server == "broker") {
+    parse_broker(reader, system.broker);
+    return true;
+  }
+  if (server == "mapper") {
+    parse_mapper(reader, system.mapper);
+    return true;
+  }
+  if (server == "alarm" && system.alarm) {
+    parse_alarm(reader, *system.alarm);
+    return true;
+  }
+  const auto found =
+      std::find_if(system.repositories.begin(), system.repositories.end(),
+                   [&server](const RepositoryServer& one) { return one.source_key == server; });
+  if (found == system.repositories.end()) {
+    reader.refuse("server",
+                  "expected \"broker\", \"mapper\", \"alarm\" or the source of a "
+                  "repository server that the system has, found " +
+                      quoted(server));
+    return false;
+  }
+  if (reader.has("source"))
+    parse_source_name(reader, sources, *found);
+  parse_repository(reader, *found);
+  return true;
 }
 
 std::optional<std::uint32_t> parse_address(std::string_view text) {

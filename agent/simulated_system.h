@@ -22,8 +22,14 @@
 
 namespace agent {
 
-// Repositories are the same for every server of a data source.
-using Repositories = std::map<const DataSource*, std::shared_ptr<const Repository>>;
+// Repositories are the same for every server of a data source; sources of one content are one.
+class Repositories {
+ public:
+  std::shared_ptr<const Repository> of(const std::shared_ptr<const DataSource>& source);
+
+ private:
+  std::vector<std::weak_ptr<const Repository>> all_;
+};
 
 // What the systems of one process have in common.
 struct SystemSurroundings {
@@ -31,19 +37,26 @@ struct SystemSurroundings {
   rpc::server::ServerHost& host;
   const Log& log;
   SharedListeners& listeners;
-  const SocketSharing& sharing;
   Repositories& repositories;
 };
 
 class SimulatedSystem {
  public:
   // What the surroundings name is not owned and must outlive the system.
-  SimulatedSystem(const SystemSurroundings& surroundings, const System& system);
+  SimulatedSystem(const SystemSurroundings& surroundings, const SocketSharing& sharing,
+                  const System& system);
   ~SimulatedSystem();
 
   // Opens every socket. An empty text, or what failed first: address, port and reason.
   std::string open();
+  // Becomes another system of this name and address: what differs is changed, all else stays as it
+  // is. leave_sockets() comes first, for every system. An empty text, or what failed first. With
+  // `revive`, servers that died live again.
+  void leave_sockets(const System& wanted, const SocketSharing& sharing);
+  std::string apply(const System& wanted, const SocketSharing& sharing, bool revive);
 
+  const System& system() const { return system_; }
+  void write_counters(const Log& log) const;
   const EndpointMap& endpoint_map() const { return map_; }
   const BrokerServer& broker() const { return broker_; }
   std::uint16_t mapper_port() const { return mapper_server_.port(); }
@@ -52,14 +65,19 @@ class SimulatedSystem {
   struct RepositoryNode;
   struct AlarmNode;
 
-  std::string open_repositories();
-  std::string open_alarm_server();
   std::string open_mapper();
+  std::string apply_repositories(const System& wanted, const SocketSharing& sharing, bool revive);
+  std::string apply_alarm(const System& wanted, const SocketSharing& sharing, bool revive);
+  std::unique_ptr<RepositoryNode> make_repository(const RepositoryServer& one,
+                                                  const SocketSharing& sharing) const;
+  std::string open_alarm();
+  void fill_map();
   void register_server(const Registration& registration, std::uint16_t port,
                        const std::vector<rpc::server::Interface*>& interfaces);
   void register_elements(bool first);
 
-  const System system_;
+  const SystemSurroundings around_;
+  System system_;
   BrokerServer broker_;
   EndpointMap map_;
   DatagramServer mapper_server_;

@@ -19,12 +19,14 @@ bool refuses(const ServerSettings& settings) {
 
 }  // namespace
 
-SocketSharing::SocketSharing(const Scenario& scenario)
-    : wanted_(scenario.systems.size() > kMostSystemsWithOwnSockets) {
+SocketSharing::SocketSharing(const Scenario& scenario, bool already)
+    : wanted_(already || scenario.systems.size() > kMostSystemsWithOwnSockets) {
   if (!wanted_)
     return;
   for (const System& system : scenario.systems)
     note(system);
+  for (const ScenarioEvent& event : scenario.events)
+    note(event.system);
 }
 
 void SocketSharing::note(const System& system) {

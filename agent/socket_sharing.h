@@ -18,7 +18,10 @@ class SocketSharing {
   // refuses as it should.
   static constexpr std::size_t kMostSystemsWithOwnSockets = 100;
 
-  explicit SocketSharing(const Scenario& scenario);
+  // Once sockets are shared (`already`), a scenario that has become smaller goes on with it.
+  explicit SocketSharing(const Scenario& scenario, bool already = false);
+
+  bool wanted() const { return wanted_; }
 
   bool broker(const System& system) const;
   bool server(const System& system, const ServerSettings& settings) const;
@@ -27,7 +30,7 @@ class SocketSharing {
   void note(const System& system);
   void note(const System& system, const ServerSettings& settings);
 
-  const bool wanted_;
+  bool wanted_;
   std::set<std::uint16_t> refusing_tcp_;
   std::set<std::uint16_t> refusing_udp_;
 };

@@ -28,10 +28,9 @@ std::uint32_t put(const Container& from, Element* to) {
   return from.empty() ? 0 : static_cast<std::uint32_t>(from.size() - 1);
 }
 
-class TimeFilterInterface : public Scripted<repTimeFilter_Server> {
+class TimeFilterInterface : public repTimeFilter_Server {
  public:
-  TimeFilterInterface(OperationScript& script, ViewContexts& contexts)
-      : Scripted(script), contexts_(contexts) {}
+  explicit TimeFilterInterface(ViewContexts& contexts) : contexts_(contexts) {}
 
   void Create(const CallInfo& call, std::uint32_t lastShiftIndex,
               const repTimeFilter_sShiftDescriptor* shifts, Context* filterContext,
@@ -41,17 +40,17 @@ class TimeFilterInterface : public Scripted<repTimeFilter_Server> {
       wanted.push_back(
           {static_cast<ShiftKind>(shifts[i].fShiftType), shifts[i].fStart, shifts[i].fStop});
     *status = static_cast<error_status_t>(
-        contexts_.create_filter(call.activity, std::move(wanted), filterContext));
+        contexts_.create_filter(call.client, std::move(wanted), filterContext));
   }
 
-  void Destroy(const CallInfo&, Context* filterContext, error_status_t*) override {
-    contexts_.destroy_filter(filterContext);
+  void Destroy(const CallInfo& call, Context* filterContext, error_status_t*) override {
+    contexts_.destroy_filter(call.client, filterContext);
   }
 
   void Copy(const CallInfo& call, const Context& fromFilterContext, Context* toFilterContext,
             error_status_t* status) override {
     *status = static_cast<error_status_t>(contexts_.create_filter(
-        call.activity, contexts_.filter(fromFilterContext), toFilterContext));
+        call.client, contexts_.filter(call.client, fromFilterContext), toFilterContext));
   }
 
  private:
@@ -60,42 +59,43 @@ class TimeFilterInterface : public Scripted<repTimeFilter_Server> {
 
 // What the view interfaces share: all but how their views are made.
 template <typename Skeleton>
-class ViewInterface : public Scripted<Skeleton> {
+class ViewInterface : public Skeleton {
  public:
   // Without a kind the interface reaches views of every kind.
-  ViewInterface(OperationScript& script, ViewContexts& contexts, std::optional<ViewKind> kind)
-      : Scripted<Skeleton>(script), contexts_(contexts), kind_(kind) {}
+  ViewInterface(ViewContexts& contexts, std::optional<ViewKind> kind)
+      : contexts_(contexts), kind_(kind) {}
 
-  void Destroy(const CallInfo&, Context* view, error_status_t*) override {
-    contexts_.destroy_view(view, kind_);
+  void Destroy(const CallInfo& call, Context* view, error_status_t*) override {
+    contexts_.destroy_view(call.client, view, kind_);
   }
-  void GetFirstPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+  void GetFirstPosition(const CallInfo& call, const Context& view, std::uint32_t* where,
                         error_status_t*) override {
-    *where = find(view).first_position();
+    *where = find(call, view).first_position();
   }
-  void GetLastPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+  void GetLastPosition(const CallInfo& call, const Context& view, std::uint32_t* where,
                        error_status_t*) override {
-    *where = find(view).last_position();
+    *where = find(call, view).last_position();
   }
-  void GetPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+  void GetPosition(const CallInfo& call, const Context& view, std::uint32_t* where,
                    error_status_t*) override {
-    *where = find(view).position();
+    *where = find(call, view).position();
   }
-  void SetPosition(const CallInfo&, const Context& view, std::uint32_t* where,
+  void SetPosition(const CallInfo& call, const Context& view, std::uint32_t* where,
                    error_status_t*) override {
-    *where = find(view).set_position(*where);
+    *where = find(call, view).set_position(*where);
   }
-  void GetXInterval(const CallInfo&, const Context& view, std::uint32_t* interval,
+  void GetXInterval(const CallInfo& call, const Context& view, std::uint32_t* interval,
                     error_status_t*) override {
-    *interval = find(view).x_interval();
+    *interval = find(call, view).x_interval();
   }
-  void Read(const CallInfo&, const Context& view, std::uint32_t max_position,
+  void Read(const CallInfo& call, const Context& view, std::uint32_t max_position,
             std::uint32_t* last_position, std::uint32_t max_integer, std::uint32_t* last_integer,
             std::uint32_t max_character, std::uint32_t* last_character, std::uint32_t* positions,
             std::uint32_t* integers, char* characters, error_status_t* status) override {
     const ReadResult result =
-        find(view).read({std::uint64_t{max_position} + 1, std::uint64_t{max_integer} + 1,
-                         std::uint64_t{max_character} + 1});
+        find(call, view)
+            .read({std::uint64_t{max_position} + 1, std::uint64_t{max_integer} + 1,
+                   std::uint64_t{max_character} + 1});
     *status = static_cast<error_status_t>(result.status);
     *last_position = put(result.positions, positions);
     *last_integer = put(result.integers, integers);
@@ -103,16 +103,18 @@ class ViewInterface : public Scripted<Skeleton> {
   }
 
  protected:
-  View& find(const Context& view) { return contexts_.view(view, kind_); }
+  View& find(const CallInfo& call, const Context& view) {
+    return contexts_.view(call.client, view, kind_);
+  }
 
   // `filter` may be null.
   void create(const CallInfo& call, const ViewRequest& request, const Context* filter,
               Context* view, error_status_t* status) {
     std::vector<Shift> shifts;
     if (filter != nullptr)
-      shifts = contexts_.filter(*filter);
+      shifts = contexts_.filter(call.client, *filter);
     *status = static_cast<error_status_t>(
-        contexts_.create_view(call.activity, request, std::move(shifts), view));
+        contexts_.create_view(call.client, request, std::move(shifts), view));
   }
 
  private:
@@ -122,8 +124,7 @@ class ViewInterface : public Scripted<Skeleton> {
 
 class BaseViewInterface : public ViewInterface<repView_Server> {
  public:
-  BaseViewInterface(OperationScript& script, ViewContexts& contexts)
-      : ViewInterface(script, contexts, std::nullopt) {}
+  explicit BaseViewInterface(ViewContexts& contexts) : ViewInterface(contexts, std::nullopt) {}
 
   void Create(const CallInfo& call, std::uint32_t table, std::uint32_t last_metric,
               const std::uint32_t* metrics, Context* view, error_status_t* status) override {
@@ -136,8 +137,8 @@ class BaseViewInterface : public ViewInterface<repView_Server> {
 
 class FilteredViewInterface : public ViewInterface<repFilteredView_Server> {
  public:
-  FilteredViewInterface(OperationScript& script, ViewContexts& contexts)
-      : ViewInterface(script, contexts, ViewKind::filtered) {}
+  explicit FilteredViewInterface(ViewContexts& contexts)
+      : ViewInterface(contexts, ViewKind::filtered) {}
 
   void Create(const CallInfo& call, std::uint32_t table, const Context& filter,
               std::uint32_t last_metric, const std::uint32_t* metrics, Context* view,
@@ -152,8 +153,8 @@ class FilteredViewInterface : public ViewInterface<repFilteredView_Server> {
 
 class TemporalViewInterface : public ViewInterface<repTemporalView_Server> {
  public:
-  TemporalViewInterface(OperationScript& script, ViewContexts& contexts)
-      : ViewInterface(script, contexts, ViewKind::temporal) {}
+  explicit TemporalViewInterface(ViewContexts& contexts)
+      : ViewInterface(contexts, ViewKind::temporal) {}
 
   void Create(const CallInfo& call, std::uint32_t table, const Context& filter,
               std::uint32_t interval, std::uint32_t last_instance, const std::uint32_t* instances,
@@ -167,21 +168,20 @@ class TemporalViewInterface : public ViewInterface<repTemporalView_Server> {
     request.metrics = identifiers(metrics, last_metric);
     create(call, request, &filter, view, status);
   }
-  void SetXInterval(const CallInfo&, const Context& view, std::uint32_t* interval,
+  void SetXInterval(const CallInfo& call, const Context& view, std::uint32_t* interval,
                     error_status_t*) override {
-    *interval = find(view).set_x_interval(*interval);
+    *interval = find(call, view).set_x_interval(*interval);
   }
 };
 
 }  // namespace
 
-std::vector<std::unique_ptr<rpc::server::Interface>> view_interfaces(OperationScript& script,
-                                                                     ViewContexts& contexts) {
+std::vector<std::unique_ptr<rpc::server::Interface>> view_interfaces(ViewContexts& contexts) {
   std::vector<std::unique_ptr<rpc::server::Interface>> all;
-  all.push_back(std::make_unique<BaseViewInterface>(script, contexts));
-  all.push_back(std::make_unique<TimeFilterInterface>(script, contexts));
-  all.push_back(std::make_unique<FilteredViewInterface>(script, contexts));
-  all.push_back(std::make_unique<TemporalViewInterface>(script, contexts));
+  all.push_back(std::make_unique<BaseViewInterface>(contexts));
+  all.push_back(std::make_unique<TimeFilterInterface>(contexts));
+  all.push_back(std::make_unique<FilteredViewInterface>(contexts));
+  all.push_back(std::make_unique<TemporalViewInterface>(contexts));
   return all;
 }
 

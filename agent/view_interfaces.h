@@ -8,14 +8,12 @@
 #include <memory>
 #include <vector>
 
-#include "agent/operation_script.h"
 #include "agent/repository.h"
 
 namespace agent {
 
-// `repView`, `repTimeFilter`, `repFilteredView` and `repTemporalView`. The script and the contexts
-// are not owned.
-std::vector<std::unique_ptr<rpc::server::Interface>> view_interfaces(OperationScript& script,
-                                                                     ViewContexts& contexts);
+// `repView`, `repTimeFilter`, `repFilteredView` and `repTemporalView`. The contexts are not
+// owned.
+std::vector<std::unique_ptr<rpc::server::Interface>> view_interfaces(ViewContexts& contexts);
 
 }  // namespace agent

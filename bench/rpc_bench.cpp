@@ -186,18 +186,17 @@ Pattern watch_long_reply() {
   rpc::server::EndpointOptions options;
   options.interfaces = {&interface};
   std::size_t acknowledged = 0;
-  options.on_datagram = [&](rpc::server::Direction direction, const rpc::SocketAddress&,
-                            std::span<const std::byte> bytes) {
-    const auto packet = rpc::decode_packet(bytes);
-    if (direction == rpc::server::Direction::received &&
+  options.on_datagram = [&](const rpc::server::DatagramReport& report) {
+    const auto packet = rpc::decode_packet(report.bytes);
+    if (report.direction == rpc::server::Direction::received &&
         packet->header.type == rpc::PacketType::fack) {
       ++pattern.facks;
       acknowledged = packet->header.fragment + 1U;
     }
-    if (direction == rpc::server::Direction::sent &&
+    if (report.direction == rpc::server::Direction::sent &&
         packet->header.type == rpc::PacketType::response) {
       ++pattern.fragments;
-      pattern.fragment_size = std::max(pattern.fragment_size, bytes.size());
+      pattern.fragment_size = std::max(pattern.fragment_size, report.bytes.size());
       pattern.most_in_flight = std::max(pattern.most_in_flight, pattern.fragments - acknowledged);
     }
   };

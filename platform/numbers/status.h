@@ -74,6 +74,7 @@ inline constexpr std::uint32_t kIntegerOverflow = 0x1C000010;
 inline constexpr std::uint32_t kUnspecifiedFault = 0x1C000012;
 inline constexpr std::uint32_t kContextMismatch = 0x1C00001A;
 inline constexpr std::uint32_t kRemoteNoMemory = 0x1C00001B;
+inline constexpr std::uint32_t kUnsupportedAuthentication = 0x1C00001D;
 inline constexpr std::uint32_t kCommunicationFailure = 0x1C010001;
 inline constexpr std::uint32_t kOperationRange = 0x1C010002;
 inline constexpr std::uint32_t kUnknownInterface = 0x1C010003;

@@ -33,8 +33,7 @@ class Alarms : public testing::Test {
     return text;
   }
 
-  OperationScript script_{{}};
-  AlarmInterface alarms_{script_, settings()};
+  AlarmInterface alarms_{settings()};
   std::uint16_t handle_ = 0;
   error_status_t status_ = 0;
 };

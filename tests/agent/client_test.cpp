@@ -45,11 +45,7 @@ class Clients : public testing::Test {
   ~Clients() override { stop(); }
 
   void start(const std::string& text) {
-    auto parsed = parse_scenario(text, kSunday);
-    ASSERT_TRUE(parsed.errors.empty()) << error_text("text", parsed.errors.front());
-    for (System& system : parsed.scenario.systems)
-      system.broker.port = system.mapper.server.port = 0;
-    simulator_.emplace(loop_, log_, parsed.scenario);
+    simulator_.emplace(loop_, log_, parse(text));
     ASSERT_EQ(simulator_->open(), std::vector<std::string>{});
     thread_ = std::thread([this] { loop_.run(); });
   }
@@ -61,6 +57,20 @@ class Clients : public testing::Test {
       loop_.stop();
       thread_.join();
     }
+  }
+  // To another scenario while the servers run, as on SIGHUP.
+  void change(const std::string& text) {
+    loop_.stop();
+    thread_.join();
+    EXPECT_EQ(simulator_->apply(parse(text)), std::vector<std::string>{});
+    thread_ = std::thread([this] { loop_.run(); });
+  }
+  static Scenario parse(const std::string& text) {
+    auto parsed = parse_scenario(text, kSunday);
+    EXPECT_TRUE(parsed.errors.empty()) << error_text("text", parsed.errors.front());
+    for (System& system : parsed.scenario.systems)
+      system.broker.port = system.mapper.server.port = 0;
+    return std::move(parsed.scenario);
   }
   // A binding to the server of the system's element.
   RPC_BINDING_HANDLE bind(std::size_t system, std::size_t element) {
@@ -189,6 +199,41 @@ TEST_F(Clients, ListManyClassesInOneReplyAndInSeveral) {
   EXPECT_EQ(tables[0].Descriptor.fId, 77u);
   zt_v2_rep_LookupTable(server, 999, &handle, 250, &last, tables.data(), &status_);
   EXPECT_EQ(status_, 0x4C010001u);
+}
+
+// Whether a server keeps its port, and its client its context, through a change of the scenario.
+TEST_F(Clients, FindWhatDidNotChangeAsItWas) {
+  const std::string base = kSource + "[source.B]\nid = 8\n[[system]]\naddress = '127.0.0.1'\n";
+  const std::string kept = "[[system.repository]]\nsource = 'A'\n";
+  start(base + kept + "[[system.repository]]\nsource = 'B'\n[system.alarm]\n");
+  const RPC_BINDING_HANDLE server = bind(0, 0);
+  const RPC_BINDING_HANDLE other = bind(0, 5);
+  const RPC_BINDING_HANDLE alarm = bind(0, 10);
+  const std::uint32_t metric = 4;
+  RPC_CONTEXT_HANDLE view = nullptr;
+  zt_v2_repView_Create(server, 3, 0, &metric, &view, &status_);
+  ASSERT_EQ(status_, 0u);
+
+  change(base + kept +
+         "behaviour = [{operation = 'rep_LookupRepository', status = 77}]\n"
+         "[system.alarm]\nstate = 'dead'\n"
+         "[[system]]\naddress = '127.0.0.5'\nrepository = [{source = 'B'}]\n");
+  EXPECT_EQ(read(view).integers.size(), 48u);
+  rep_sRepositoryDescriptor descriptor{};
+  zt_v2_rep_LookupRepository(server, &descriptor, &status_);
+  EXPECT_EQ(status_, 77u);
+  zt_v2_rep_LookupRepository(other, &descriptor, &status_);
+  EXPECT_EQ(status_, RPC_S_SERVER_UNAVAILABLE) << "it is gone from the scenario";
+  zt_v2_ag_Ping(alarm, &status_);
+  EXPECT_EQ(status_, RPC_S_SERVER_UNAVAILABLE) << "it is dead";
+  zt_v2_rep_LookupRepository(bind(1, 0), &descriptor, &status_);
+  EXPECT_EQ(status_, 0u);
+
+  change(base + kept + "[system.alarm]\n");
+  zt_v2_ag_Ping(alarm, &status_);
+  EXPECT_EQ(status_, 0u) << "it is back at its port";
+  zt_v2_repView_Destroy(&view, &status_);
+  EXPECT_EQ(status_, 0u);
 }
 
 TEST_F(Clients, AnswerASweepOfThousandsOfSystemsOnAFewDescriptors) {

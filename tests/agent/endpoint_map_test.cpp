@@ -87,7 +87,7 @@ class Batches : public Inquiries {
   Answer ask(MapperInterface& mapper, std::uint32_t most, std::uint32_t client = 1,
              std::uint32_t type = RPC_C_EP_ALL_ELTS) {
     rpc::server::CallInfo call;
-    call.activity.time_low = client;
+    call.client.time_low = client;
     std::vector<ept_entry_t> entries(most);
     Answer answer;
     mapper.ept_lookup(call, type, nullptr, nullptr, RPC_C_VERS_ALL, &handle_, most, &answer.entries,
@@ -101,12 +101,11 @@ class Batches : public Inquiries {
     return settings;
   }
 
-  OperationScript script_{{}};
   rpc::WireContext handle_;
 };
 
 TEST_F(Batches, GoOnUntilTheMapIsAtItsEnd) {
-  MapperInterface mapper(script_, map_, batches_of(4));
+  MapperInterface mapper(map_, batches_of(4));
   Answer answer = ask(mapper, 64);
   EXPECT_EQ(answer.entries, 4u);
   EXPECT_FALSE(handle_.null());
@@ -122,13 +121,13 @@ TEST_F(Batches, GoOnUntilTheMapIsAtItsEnd) {
 
 TEST_F(Batches, AnEmptyMapHasNothingRegistered) {
   const EndpointMap empty;
-  MapperInterface mapper(script_, empty, batches_of(4));
+  MapperInterface mapper(empty, batches_of(4));
   EXPECT_EQ(ask(mapper, 64).status, rpc::ept::kNotRegistered);
   EXPECT_TRUE(handle_.null());
 }
 
 TEST_F(Batches, CannotPerformWithoutRoomOrInterface) {
-  MapperInterface mapper(script_, map_, batches_of(4));
+  MapperInterface mapper(map_, batches_of(4));
   EXPECT_EQ(ask(mapper, 0).status, rpc::ept::kCannotPerform);
   EXPECT_EQ(ask(mapper, 9, 1, RPC_C_EP_MATCH_BY_IF).status, rpc::ept::kCannotPerform);
   EXPECT_EQ(ask(mapper, 9, 1, 77).status, rpc::ept::kCannotPerform);
@@ -137,7 +136,7 @@ TEST_F(Batches, CannotPerformWithoutRoomOrInterface) {
 TEST_F(Batches, FailAfterSoManyElementsOfTheListing) {
   EndpointMapper settings = batches_of(2);
   settings.fail_after = 3;
-  MapperInterface mapper(script_, map_, settings);
+  MapperInterface mapper(map_, settings);
   EXPECT_EQ(ask(mapper, 9).entries, 2u);
   EXPECT_EQ(ask(mapper, 9).entries, 1u);
   const Answer failed = ask(mapper, 9);
@@ -146,11 +145,13 @@ TEST_F(Batches, FailAfterSoManyElementsOfTheListing) {
 }
 
 TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {
-  MapperInterface mapper(script_, map_, batches_of(1));
+  MapperInterface mapper(map_, batches_of(1));
   ask(mapper, 1);
   const rpc::WireContext open = handle_;
   error_status_t status = 1;
-  mapper.ept_lookup_handle_free({}, &handle_, &status);
+  rpc::server::CallInfo call;
+  call.client.time_low = 1;
+  mapper.ept_lookup_handle_free(call, &handle_, &status);
   EXPECT_TRUE(handle_.null());
   handle_ = open;
   EXPECT_THROW(ask(mapper, 1), rpc::server::Fault);
@@ -162,7 +163,7 @@ TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {
 }
 
 TEST_F(Batches, TheOldestInquiryGivesWay) {
-  MapperInterface mapper(script_, map_, batches_of(1));
+  MapperInterface mapper(map_, batches_of(1));
   ask(mapper, 1);
   const rpc::WireContext oldest = handle_;
   for (std::size_t i = 0; i < MapperInterface::kMostInquiries; ++i) {

@@ -32,7 +32,7 @@ TEST(ScenarioErrors, NamePlaceAndExpectation) {
   const Case cases[] = {
       {"", "f:1:1: scenario: the key \"system\" is missing"},
       {"x = 1\n[[system]]\naddress = '127.0.0.1'\n",
-       "f:1:1: scenario: unknown key \"x\"; expected one of source, system"},
+       "f:1:1: scenario: unknown key \"x\"; expected one of event, source, system"},
       {"[[system]\n", "f:1:10: "},
       {"[[system]]\naddres = '127.0.0.1'\n", "f:1:1: system: the key \"address\" is missing"},
       {"[[system]]\naddress = 127\n", "f:2:11: system.address: expected a text, found a whole"},
@@ -54,7 +54,8 @@ TEST(ScenarioErrors, NamePlaceAndExpectation) {
       {"[[system]]\naddress = '127.0.0.1'\n[system.broker]\nport = 70000\n",
        "f:4:8: system.broker.port: expected a whole number from 1 to 65535, found 70000"},
       {"[[system]]\naddress = '127.0.0.1'\n[system.broker]\nmode = 'odd'\n",
-       "f:4:8: system.broker.mode: expected \"normal\", \"refused\", \"closing\", \"reset\", "
+       "f:4:8: system.broker.mode: expected \"normal\", \"refused\", \"unanswered\", \"closing\", "
+       "\"reset\", "
        "\"silent\", \"slow\" or \"malformed\", found \"odd\""},
       {"[[system]]\naddress = '127.0.0.1'\n[system.broker]\nversion = '2'\n",
        "f:4:11: system.broker.version: expected a version such as \"2.0\", found \"2\""},
@@ -69,9 +70,33 @@ TEST(ScenarioErrors, NamePlaceAndExpectation) {
       {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\nport = 135\n",
        "f:3:1: system.alarm: expected ports of their own, but UDP port 135 is asked for twice"},
       {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\nbehaviour = [{operation = 'ag_Pong'}]\n",
-       "f:4:27: system.alarm.behaviour.operation: expected an operation such as"},
+       "f:4:27: system.alarm.behaviour.operation: expected an operation of this server, "
+       "found \"ag_Pong\"; it has ag_Register, ag_Unregister"},
+      {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\n"
+       "behaviour = [{operation = 'rep_LookupTable', fault = 1}]\n",
+       "f:4:27: system.alarm.behaviour.operation: expected an operation of this server, "},
+      {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\n"
+       "behaviour = [{fault = 1, times = 0}]\n",
+       "f:4:34: system.alarm.behaviour.times: expected a whole number from 1 to"},
+      {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\nbehaviour = [{after = 3}]\n",
+       "f:4:14: system.alarm.behaviour: expected an outcome such as"},
+      {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\n"
+       "behaviour = [{fault = 1}, {operation = 'ag_Ping', silent = true}]\n",
+       "f:4:27: system.alarm.behaviour: expected a rule that can happen, but rule 1 of this "},
+      {"[[system]]\naddress = '127.0.0.1'\nname = 'a'\n[[system]]\naddress = '127.0.0.2'\n"
+       "name = 'a'\n",
+       "f:6:8: system.name: expected a name of its own, but \"a\" is the name of another"},
+      {"[source.A]\nid = 1\n[[source.A.class]]\nid = 1\nname = 'C'\ndiscriminator = 4\n",
+       "f:6:17: source.A.class.discriminator: expected the identifier of a metric of the class"},
+      {"[[system]]\naddress = '127.0.0.1'\n[[event]]\nat = 1\nsystem = 'b'\nserver = 'alarm'\n",
+       "f:5:10: event.system: expected the name of a system of this file, found \"b\""},
+      {"[[system]]\naddress = '127.0.0.1'\n[[event]]\nat = 1\nsystem = '127.0.0.1'\n"
+       "server = 'alarm'\n",
+       "f:6:10: event.server: expected \"broker\", \"mapper\", \"alarm\" or the source"},
+      {"[[system]]\naddress = '127.0.0.1'\n[system.mapper]\nfail = 'silent'\n",
+       "f:4:8: system.mapper.fail: expected \"fail_after\" beside it"},
       {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\nbehaviour = [{fault = 1, die = true}]\n",
-       "f:4:14: system.alarm.behaviour: expected one of status, fault, reject, reply, silent and "},
+       "f:4:14: system.alarm.behaviour: expected one of status, fault, reject, reply, silent, "},
       {"[[system]]\naddress = '127.0.0.1'\n[system.alarm]\nbehaviour = [{reply = '0g'}]\n",
        "f:4:23: system.alarm.behaviour.reply: expected pairs of hexadecimal digits"},
       {"[[system]]\naddress = '127.0.0.1'\n[[system.mapper.element]]\ninterface = 'rep'\n",

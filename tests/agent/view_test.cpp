@@ -347,6 +347,9 @@ class Contexts : public testing::Test {
   ViewContexts contexts_{repository_};
 };
 
+constexpr uuid_t kFirst{1, 0, 0, 0, 0, {}};
+constexpr uuid_t kSecond{2, 0, 0, 0, 0, {}};
+
 TEST_F(Contexts, RefuseWhatIsNotThere) {
   const Numbers good{1};
   const Numbers bad{1, 99};
@@ -387,22 +390,23 @@ TEST_F(Contexts, EndWithDestroyAndWithTheirClient) {
   rpc::WireContext filter;
   ASSERT_EQ(create({ViewKind::base, 1, metrics, {}, 0}, &mine, 1), RepositoryStatus::ok);
   ASSERT_EQ(create({ViewKind::base, 1, metrics, {}, 0}, &other, 2), RepositoryStatus::ok);
-  ASSERT_EQ(contexts_.create_filter(uuid_t{1, 0, 0, 0, 0, {}}, {{ShiftKind::daily, 1, 2}}, &filter),
+  ASSERT_EQ(contexts_.create_filter(kFirst, {{ShiftKind::daily, 1, 2}}, &filter),
             RepositoryStatus::ok);
-  EXPECT_THROW(contexts_.view(filter), rpc::server::Fault);
-  EXPECT_THROW(contexts_.filter(mine), rpc::server::Fault);
-  EXPECT_THROW(contexts_.view(mine, ViewKind::temporal), rpc::server::Fault);
-  EXPECT_THROW(contexts_.view({}), rpc::server::Fault);
+  EXPECT_THROW(contexts_.view(kFirst, filter), rpc::server::Fault);
+  EXPECT_THROW(contexts_.filter(kFirst, mine), rpc::server::Fault);
+  EXPECT_THROW(contexts_.view(kFirst, mine, ViewKind::temporal), rpc::server::Fault);
+  EXPECT_THROW(contexts_.view(kFirst, {}), rpc::server::Fault);
 
   rpc::WireContext stale = other;
-  contexts_.destroy_view(&other);
+  EXPECT_THROW(contexts_.view(kFirst, other), rpc::server::Fault);
+  contexts_.destroy_view(kSecond, &other);
   EXPECT_TRUE(other.null());
-  contexts_.destroy_view(&other);
-  EXPECT_THROW(contexts_.destroy_view(&stale), rpc::server::Fault);
+  contexts_.destroy_view(kSecond, &other);
+  EXPECT_THROW(contexts_.destroy_view(kSecond, &stale), rpc::server::Fault);
 
-  contexts_.run_down(uuid_t{1, 0, 0, 0, 0, {}});
+  contexts_.run_down(kFirst);
   EXPECT_EQ(contexts_.objects(), 0u);
-  EXPECT_THROW(contexts_.view(mine), rpc::server::Fault);
+  EXPECT_THROW(contexts_.view(kFirst, mine), rpc::server::Fault);
 }
 
 TEST_F(Contexts, AreBoundedForEachClient) {

@@ -91,8 +91,7 @@ class BigEndianAlarmServer : public testing::Test {
 
   rpc::server::EventLoop loop_;
   rpc::server::ServerHost host_{loop_};
-  OperationScript script_{{}};
-  AlarmInterface alarms_{script_, AlarmServer{}};
+  AlarmInterface alarms_{AlarmServer{}};
 };
 
 TEST_F(BigEndianAlarmServer, AnswersThePing) {
@@ -179,7 +178,7 @@ TEST_F(RunningSystem, GivesTheTowerThatWasAskedFor) {
   // A null handle; one entry of at most 64: nil object, a tower, the annotation "hi".
   EXPECT_EQ(part(reply, 80, 20 + 4 + 12 + 16), hex_text(hex("00*20 01 00 00 00 40 00 00 00"
                                                             "00 00 00 00 01 00 00 00 00*16")));
-  EXPECT_NE(word(reply, 132), 0u);
+  EXPECT_EQ(word(reply, 132), 0x20000u);
   EXPECT_EQ(part(reply, 136, 11), hex_text(hex("00 00 00 00 03 00 00 00 68 69 00")));
   EXPECT_EQ(part(reply, 148, 8), hex_text(hex("4b 00 00 00 4b 00 00 00")));
   EXPECT_EQ(part(reply, 156, 75),
@@ -267,6 +266,13 @@ TEST_F(RunningSystem, OperationsBehaveAsScripted) {
       {"reply = '01020304'", "02", 0x04030201},
       {"silent = true", nullptr, 0},
       {"late_ms = 50, status = 9", "02", 9},
+      {"working_ms = 50, status = 9", "02", 9},
+      {"no_call_ms = 50, status = 9", "02", 9},
+      {"working = true", nullptr, 0},
+      {"restart = true", nullptr, 0},
+      // The reply ends with the path "/a" and its zero, an empty octet before the status.
+      {"cut = 4", "02", 0x00612F00},
+      {"patch = {at = 28, hex = 'aabbccdd'}, times = 1", "02", 0},
       {"die = true", nullptr, 0},
   };
   for (const Case& one : cases) {

@@ -58,7 +58,9 @@ class HandlerWriter {
       if (!p.in)
         write_room(p);
     }
+    write_record();
     write_call();
+    write_recorded_status();
     for (const Parameter& p : op_.parameters) {
       if (p.out)
         write_out(p);
@@ -152,6 +154,40 @@ class HandlerWriter {
                  "server." + op_.method + "(" + arguments + ");");
   }
 
+  // What a log can tell of the in-parameters: numbers, contexts, and how long arrays are.
+  void write_record() {
+    std::vector<std::string> lines;
+    const auto note = [&](const Parameter& p, const std::string& value) {
+      lines.push_back("call.record->argument(\"" + p.name + "\", " + value + ");");
+    };
+    for (const Parameter& p : op_.parameters) {
+      if (!p.in)
+        continue;
+      const bool number = p.type.structure == nullptr && p.type.cpp != "uuid_t";
+      if ((p.shape == Shape::value || p.shape == Shape::reference) && number)
+        note(p, p.name);
+      else if (p.shape == Shape::context)
+        note(p, p.name + ".id");
+      else if (p.shape == Shape::array)
+        note(p, p.name + "_count");
+    }
+    if (lines.empty())
+      return;
+    source_.line("if (call.record != nullptr) {");
+    for (const std::string& line : lines)
+      source_.line(line);
+    source_.line("}");
+  }
+
+  void write_recorded_status() {
+    for (const Parameter& p : op_.parameters) {
+      if (!p.comm_status)
+        continue;
+      source_.line("if (call.record != nullptr)");
+      source_.line("  call.record->status = " + p.name + ";");
+    }
+  }
+
   void write_out(const Parameter& p) {
     if (p.shape == Shape::array) {
       const std::string count = p.name + "_count";
@@ -202,7 +238,7 @@ void write_members(Source& source, const Interface& interface) {
   source.line("if (operation(opnum) == nullptr)");
   source.line("  return rpc::server::Outcome::reject(rpc::nca::kOperationRange);");
   source.line("return rpc::server::answer(");
-  source.line("    request, representation, reply_little_endian,");
+  source.line("    call, request, representation, reply_little_endian,");
   source.line("    [&](ndr::Decoder& in, ndr::Encoder& out, bool& entered) {");
   source.line("kHandlers[opnum](*this, call, in, out, entered);");
   source.line("});");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/server/activity_table.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace rpc::server {
@@ -54,8 +55,7 @@ bool ActivityTable::make_room(std::size_t activities, std::size_t bytes, const A
          bytes_held_ > bounds_.bytes - bytes) {
     Activity* victim = nullptr;
     for (const auto& [id, activity] : activities_) {
-      const bool unproven = !activity->known && activity->state == CallState::receiving;
-      if (activity.get() == keep || (!activity->idle() && !unproven) ||
+      if (activity.get() == keep || (!activity->idle() && !activity->unproven()) ||
           (activities == 0 && activity->bytes == 0))
         continue;
       if (victim == nullptr || std::pair(activity->known, activity->last_heard) <
@@ -67,6 +67,14 @@ bool ActivityTable::make_room(std::size_t activities, std::size_t bytes, const A
     forget(*victim);
   }
   return true;
+}
+
+bool ActivityTable::has_other_activity(const Activity& activity) const {
+  return activity.client != uuid_t{} &&
+         std::any_of(activities_.begin(), activities_.end(), [&activity](const auto& each) {
+           return each.second.get() != &activity &&
+                  each.second->client == activity.client;
+         });
 }
 
 void ActivityTable::hold(Activity& activity, std::size_t bytes) {
@@ -99,8 +107,8 @@ void ActivityTable::forget(Activity& activity) {
   end_call(activity);
   end_call_back(activity);
   release_bytes(activity);
-  if (activity.has_run)
-    gone_.push_back(activity.id);
+  if (activity.has_run && !has_other_activity(activity))
+    gone_.push_back(activity.owner());
   if (activity.due)
     due_.erase({*activity.due, &activity});
   activities_.erase(uuid_t(activity.id));

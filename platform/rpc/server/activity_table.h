@@ -38,6 +38,7 @@ enum class CallState {
   calling_back,  // the request is here; the client is asked who it is
   running,       // handed out
   abandoned,     // handed out, and nothing is to be said about it
+  denied,        // handed out, and the client is told that it is not here
   answering,     // the answer is out and not acknowledged
   finished,      // acknowledged or given up; a repeat of the request is a stale duplicate
   unremembered,  // answered without keeping anything; a repeat of the request runs again
@@ -86,6 +87,14 @@ struct Activity {
   }
   bool idempotent() const { return operation != nullptr && operation->idempotent; }
   bool maybe() const { return (request.flags1 & kFlagMaybe) != 0; }
+  // Those that are asked many at once are not told that they asked in vain.
+  bool wants_rejects() const { return (request.flags1 & (kFlagMaybe | kFlagBroadcast)) == 0; }
+  const uuid_t& owner() const { return client == uuid_t{} ? id : client; }
+  // Nobody has vouched for it and nothing was run for it: a flood may invent such.
+  bool unproven() const {
+    return !known && (state == CallState::receiving || state == CallState::calling_back ||
+                      (state == CallState::answering && answer_type == PacketType::reject));
+  }
 };
 
 class ActivityTable {
@@ -128,7 +137,8 @@ class ActivityTable {
 
   std::size_t size() const { return activities_.size(); }
   std::size_t bytes_held() const { return bytes_held_; }
-  // Those that were forgotten since the last call of this, after they had run a call.
+  // The clients of those that were forgotten since the last call of this, after they had run a
+  // call; one with another activity left is not gone.
   std::vector<uuid_t> take_gone() { return std::exchange(gone_, {}); }
 
  private:
@@ -138,6 +148,7 @@ class ActivityTable {
 
   bool make_room(std::size_t activities, std::size_t bytes, const Activity* keep);
   void forget(Activity& activity);
+  bool has_other_activity(const Activity& activity) const;
 
   Bounds bounds_;
   std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;

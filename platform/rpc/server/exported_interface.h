@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/numbers/status.h"
@@ -17,12 +19,35 @@
 
 namespace rpc::server {
 
+// What an operation was asked and said, for a log: numbers and identifiers, never texts. `text` is
+// in the form of numbers or UUIDs.
+struct CallRecord {
+  struct Argument {
+    std::string_view name;
+    std::string text;
+  };
+  std::vector<Argument> arguments;
+  std::optional<std::uint32_t> status;
+  std::size_t octets_left_over = 0;  // behind the last in-parameter
+
+  template <typename Integer>
+  void argument(std::string_view name, Integer number) {
+    arguments.push_back({name, std::to_string(number)});
+  }
+  void argument(std::string_view name, const uuid_t& uuid);
+};
+
 // Who calls, for operations that care.
 struct CallInfo {
   uuid_t activity{};
   uuid_t object{};
   std::string client_address;  // dotted address of the client's host
   std::uint16_t client_port = 0;
+  // The client as a process where a call-back has told its address space, else the activity.
+  uuid_t client{};
+  CallRecord* record = nullptr;  // not owned; null when nobody wants one
+  // What the operation's status is to be; it does nothing then.
+  std::optional<std::uint32_t> forced_status;
 };
 
 // What becomes of a call.
@@ -53,6 +78,9 @@ class Fault : public std::exception {
   std::uint32_t status_;
 };
 
+// Thrown by an operation's implementation: the call is never answered.
+class Unanswered : public std::exception {};
+
 class Interface {
  public:
   virtual ~Interface() = default;
@@ -67,7 +95,10 @@ class Interface {
                            bool reply_little_endian) = 0;
   // Asked by dispatch() before it runs an operation that has a comm_status parameter. True when it
   // has set the status and the operation is not to run: the other out-parameters are zero.
-  virtual bool refuse(const CallInfo&, std::uint32_t* /*status*/) { return false; }
+  virtual bool refuse(const CallInfo& call, std::uint32_t* status) {
+    *status = call.forced_status.value_or(*status);
+    return call.forced_status.has_value();
+  }
 };
 
 }  // namespace rpc::server

@@ -54,13 +54,17 @@ std::vector<FaultInjector::Delivery> FaultInjector::pass(std::span<const std::by
   const bool doubled = happens(plan_.duplication);
   if (!lost)
     deliveries.push_back(delivery(datagram, now));
-  if (doubled)
+  if (doubled) {
     deliveries.push_back(delivery(datagram, now));
+    deliveries.back().copy = true;
+  }
   return deliveries;
 }
 
 FaultInjector::Delivery FaultInjector::delivery(std::span<const std::byte> datagram, Time now) {
-  Delivery result{now, {datagram.begin(), datagram.end()}};
+  Delivery result;
+  result.time = now;
+  result.bytes.assign(datagram.begin(), datagram.end());
 
   const auto least = std::max<std::int64_t>(plan_.delay_min.count(), 0);
   const auto spread = std::max<std::int64_t>(plan_.delay_max.count() - least, 0);
@@ -71,12 +75,15 @@ FaultInjector::Delivery FaultInjector::delivery(std::span<const std::byte> datag
   if (happens(plan_.reordering))
     result.time += std::chrono::microseconds(1 + below(hold));
 
-  if (happens(plan_.truncation))
+  if (happens(plan_.truncation)) {
     result.bytes.resize(below(result.bytes.size()));
+    result.cut_to = result.bytes.size();
+  }
   if (happens(plan_.byte_flips) && !result.bytes.empty()) {
     for (std::uint64_t flips = 1 + below(4); flips > 0; --flips) {
-      std::byte& flipped = result.bytes[below(result.bytes.size())];
-      flipped ^= static_cast<std::byte>(1 + below(255));
+      const auto at = static_cast<std::size_t>(below(result.bytes.size()));
+      result.bytes[at] ^= static_cast<std::byte>(1 + below(255));
+      result.flipped.push_back(at);
     }
   }
   return result;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -26,6 +27,8 @@ struct FaultPlan {
   std::chrono::microseconds reordering_hold{20'000};
   std::uint64_t seed = 1;
 
+  bool operator==(const FaultPlan&) const = default;
+
   // Whether a datagram can be changed or delayed at all.
   bool harmless() const;
 };
@@ -37,6 +40,10 @@ class FaultInjector {
   struct Delivery {
     Time time;
     std::vector<std::byte> bytes;
+    // What was done to it, for a log.
+    bool copy = false;                  // the second of a doubled one
+    std::optional<std::size_t> cut_to;  // its length, when it was cut
+    std::vector<std::size_t> flipped;   // offsets of the octets that were changed
   };
   // No delivery for a lost datagram, two for a duplicated one; times are never before `now`.
   std::vector<Delivery> pass(std::span<const std::byte> datagram, Time now);

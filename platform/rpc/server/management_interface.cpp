@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/rpc/server/management_interface.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/stub/ndr.h"
 
 namespace rpc::server {
@@ -29,25 +32,53 @@ std::vector<std::byte> interface_list(const std::vector<Interface*>& interfaces,
   return out.take();
 }
 
+constexpr std::uint16_t kInquireInterfaces = 0;
+constexpr std::uint16_t kInquireStatistics = 1;
+constexpr std::uint16_t kStopListening = 3;
+constexpr std::uint16_t kInquirePrincipal = 4;
+
+// No element of an array that the client made room for, and the status.
+std::vector<std::byte> refusal(std::uint16_t opnum, bool little_endian) {
+  ndr::Encoder out(little_endian);
+  if (opnum == kInquireStatistics) {
+    out.put(std::uint32_t{0});
+    out.put_conformant_varying(0, 0);
+  } else if (opnum == kInquirePrincipal) {
+    out.put_conformant_varying(1, 1);
+    out.put(char{0});
+  }
+  out.put(opnum == kStopListening ? RPC_S_ACCESS_DENIED : RPC_S_CANNOT_SUPPORT);
+  return out.take();
+}
+
 }  // namespace
 
 ManagementInterface::ManagementInterface(std::vector<Interface*> interfaces)
-    : interfaces_(std::move(interfaces)),
-      inquire_interfaces_{&spec(), 0, true, "mgmt_inq_if_ids"} {}
+    : interfaces_(std::move(interfaces)) {}
 
 boolean32 ManagementInterface::is_server_listening(const CallInfo&, error_status_t*) {
   return listening_ ? 1 : 0;
 }
 
 const OperationSpec* ManagementInterface::operation(std::uint16_t opnum) const {
-  return opnum == inquire_interfaces_.opnum ? &inquire_interfaces_ : mgmt_Server::operation(opnum);
+  static const std::array kByHand = {
+      OperationSpec{&spec(), kInquireInterfaces, true, "mgmt_inq_if_ids"},
+      OperationSpec{&spec(), kInquireStatistics, true, "mgmt_inq_stats"},
+      OperationSpec{&spec(), kStopListening, false, "mgmt_stop_server_listening"},
+      OperationSpec{&spec(), kInquirePrincipal, true, "mgmt_inq_princ_name"},
+  };
+  const auto found = std::find_if(kByHand.begin(), kByHand.end(),
+                                  [opnum](const auto& each) { return each.opnum == opnum; });
+  return found != kByHand.end() ? &*found : mgmt_Server::operation(opnum);
 }
 
 Outcome ManagementInterface::dispatch(const CallInfo& call, std::uint16_t opnum,
                                       std::span<const std::byte> request,
                                       DataRepresentation representation, bool reply_little_endian) {
-  if (opnum == inquire_interfaces_.opnum)
+  if (opnum == kInquireInterfaces)
     return {Outcome::Kind::reply, 0, interface_list(interfaces_, reply_little_endian)};
+  if (mgmt_Server::operation(opnum) == nullptr && operation(opnum) != nullptr)
+    return {Outcome::Kind::reply, 0, refusal(opnum, reply_little_endian)};
   return mgmt_Server::dispatch(call, opnum, request, representation, reply_little_endian);
 }
 

@@ -13,8 +13,8 @@
 namespace rpc::server {
 
 // Answers is_server_listening (2), which is generated, and inq_if_ids (0), whose list of pointers
-// is written by hand. The other operations are rejected as out of range: this server keeps no
-// statistics for strangers, has no principal name, and is not stopped from afar.
+// is written by hand. The other operations are refused by their status: this server keeps no
+// statistics for strangers and has no principal name (1764), and is not stopped from afar (5).
 class ManagementInterface : public mgmt_Server {
  public:
   // The interfaces are not owned; the list that inq_if_ids gives.
@@ -30,7 +30,6 @@ class ManagementInterface : public mgmt_Server {
 
  private:
   const std::vector<Interface*> interfaces_;
-  const OperationSpec inquire_interfaces_;
   bool listening_ = true;
 };
 

@@ -13,6 +13,9 @@
 namespace rpc::server {
 namespace {
 
+constexpr std::size_t kAuthenticationField = 78;
+constexpr std::uint8_t kReservedFlags = 0x81;
+
 // How far `a` is ahead of `b` among sequence numbers, which wrap at 32 bits.
 std::int32_t ahead(std::uint32_t a, std::uint32_t b) {
   return static_cast<std::int32_t>(a - b);
@@ -57,10 +60,12 @@ void ServerCore::receive(std::span<const std::byte> datagram, const SocketAddres
   const std::optional<Packet> packet = decode_packet(datagram);
   if (!packet) {
     ++statistics_.packets_dropped;
+    on_undecodable(datagram, source);
     return;
   }
   const Arrival arrival{*packet, source, now};
   const PacketHeader& header = packet->header;
+  look_for_violations(arrival, datagram.size());
   if (Activity* const asked = activities_.of_call_back(header.activity)) {
     on_call_back_answer(arrival, *asked);
     activities_.schedule(*asked);
@@ -77,6 +82,33 @@ void ServerCore::receive(std::span<const std::byte> datagram, const SocketAddres
   (this->*rule.handler)(arrival, activity);
   if (rule.of_known_call)
     activities_.schedule(*activity);
+}
+
+// Authentication is not spoken here, and a client that wants it must hear so.
+void ServerCore::on_undecodable(std::span<const std::byte> datagram, const SocketAddress& source) {
+  std::vector<std::byte> plain(datagram.begin(), datagram.end());
+  if (plain.size() < kHeaderSize || plain[kAuthenticationField] == std::byte{0})
+    return tell(CoreEvent::Kind::violation, source, "this is no packet");
+  plain[kAuthenticationField] = std::byte{0};
+  const std::optional<Packet> packet = decode_packet(plain);
+  if (packet && packet->header.type == PacketType::request && packet->header.fragment == 0)
+    send_reject(packet->header, source, nca::kUnsupportedAuthentication);
+}
+
+void ServerCore::look_for_violations(const Arrival& arrival, std::size_t datagram_size) {
+  const auto violation = [&](std::string_view detail) {
+    tell(CoreEvent::Kind::violation, arrival.source, detail);
+  };
+  if (datagram_size > kHeaderSize + arrival.packet.body.size())
+    violation("octets are left over behind the packet");
+  if ((arrival.header().flags1 & kReservedFlags) != 0)
+    violation("reserved flags are set");
+}
+
+void ServerCore::tell(CoreEvent::Kind kind, const SocketAddress& peer, std::string_view detail,
+                      std::uint32_t status) const {
+  if (options_.on_event)
+    options_.on_event({kind, peer, detail, status});
 }
 
 void ServerCore::hear(Activity& activity, const Arrival& arrival) {
@@ -119,6 +151,9 @@ void ServerCore::on_request(const Arrival& arrival, Activity* activity) {
       activities_.schedule(*activity);
       return;
     }
+    if (activity->state == CallState::running || activity->state == CallState::calling_back)
+      tell(CoreEvent::Kind::violation, arrival.source,
+           "a call begins while another of its activity runs");
     // A new call says that the last one's answer has arrived.
     release_call(*activity);
     activities_.schedule(*activity);
@@ -129,7 +164,7 @@ void ServerCore::on_request(const Arrival& arrival, Activity* activity) {
 void ServerCore::on_new_call(const Arrival& arrival, Activity* activity) {
   const PacketHeader& header = arrival.header();
   const bool first = header.fragment == 0;
-  Interface* const interface = find_interface(header);
+  Interface* const interface = knows_object(header.object) ? find_interface(header) : nullptr;
   const OperationSpec* const operation =
       interface == nullptr ? nullptr : interface->operation(header.opnum);
   if (operation == nullptr) {
@@ -145,6 +180,9 @@ void ServerCore::on_new_call(const Arrival& arrival, Activity* activity) {
       send_reject(header, arrival.source, nca::kServerTooBusy);
     return;
   }
+  if ((header.flags1 & kFlagIdempotent) != 0 && !operation->idempotent)
+    tell(CoreEvent::Kind::violation, arrival.source,
+         "the request says that the operation is idempotent");
   hear(*activity, arrival);
   begin_call(*activity, header, *interface, *operation);
   take_request_packet(arrival, *activity);
@@ -188,6 +226,9 @@ void ServerCore::on_ping(const Arrival& arrival, Activity* activity) {
                  : std::vector<std::byte>());
       break;
     }
+    case CallState::denied:
+      send_for(*activity, PacketType::nocall);
+      break;
     case CallState::calling_back:
     case CallState::running:
       send_for(*activity, PacketType::working);
@@ -211,18 +252,31 @@ void ServerCore::on_ack(const Arrival&, Activity* activity) {
     ++statistics_.packets_dropped;
 }
 
-// Version 0, the cancel's number, and whether the call can still be cancelled (C706 12.5.3.2).
+// Version 0, the cancel's number, and whether the call ends by it (C706 12.5.3.2): one that runs
+// does, since it would have been answered if it were not late.
 void ServerCore::on_cancel(const Arrival& arrival, Activity* activity) {
   const std::span<const std::byte> cancel = arrival.packet.body;
+  if (cancel.size() < 8)
+    tell(CoreEvent::Kind::violation, arrival.source, "a cancel packet is too short");
   if (cancel.size() < 8 || activity->state == CallState::abandoned) {
     ++statistics_.packets_dropped;
     return;
   }
+  const bool ends = activity->state == CallState::running;
   std::vector<std::byte> body(9);
   store32(body.data() + 4, load32(cancel.data() + 4, arrival.little_endian()),
           options_.little_endian);
-  body[8] = static_cast<std::byte>(activity->state == CallState::running ? 1 : 0);
+  body[8] = static_cast<std::byte>(ends ? 1 : 0);
   send_for(*activity, PacketType::cancel_ack, std::move(body));
+  if (!ends)
+    return;
+  tell(CoreEvent::Kind::cancelled, arrival.source);
+  complete(activity->number, Outcome::fault(nca::kCancelled), arrival.now);
+}
+
+bool ServerCore::knows_object(const uuid_t& object) const {
+  return object == uuid_t{} || std::find(options_.objects.begin(), options_.objects.end(),
+                                         object) != options_.objects.end();
 }
 
 // Same interface, same major version, a minor version that we have. A hint that names another of
@@ -296,9 +350,11 @@ void ServerCore::send_for(Activity& activity, PacketType type, std::vector<std::
 // A reject of a call of which nothing is kept.
 void ServerCore::send_reject(const PacketHeader& request, const SocketAddress& destination,
                              std::uint32_t status) {
-  if ((request.flags1 & kFlagMaybe) == 0)
-    send(header_for(request, PacketType::reject), destination,
-         encode_status_body(status, options_.little_endian));
+  if ((request.flags1 & (kFlagMaybe | kFlagBroadcast)) != 0)
+    return;
+  tell(CoreEvent::Kind::rejected, destination, {}, status);
+  send(header_for(request, PacketType::reject), destination,
+       encode_status_body(status, options_.little_endian));
 }
 
 void ServerCore::send(PacketHeader header, const SocketAddress& destination,

@@ -13,9 +13,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -30,6 +32,23 @@
 #include "platform/rpc/wire/time_constants.h"
 
 namespace rpc::server {
+
+// What happens in a core and shows neither in a call nor in what its packets say.
+struct CoreEvent {
+  enum class Kind {
+    violation,            // the client breaks the protocol; `detail` says how
+    rejected,             // a call was rejected with `status` before it was handed out
+    call_back_began,      // the client is asked who it is
+    call_back_confirmed,  // and has said so
+    call_back_stale,      // the client says that it is in another call
+    call_back_failed,     // it does not know the call, or has not answered
+    cancelled,            // a call was ended by its client
+  };
+  Kind kind;
+  SocketAddress peer;
+  std::string_view detail = {};
+  std::uint32_t status = 0;
+};
 
 struct CoreOptions {
   bool little_endian = true;    // byte order of everything that this server sends
@@ -55,6 +74,10 @@ struct CoreOptions {
   std::size_t max_bytes = 64 * 1024 * 1024;
   // A client that is not heard for so long is forgotten.
   std::chrono::seconds client_silence{600};
+  // The objects that calls may name; a call of any other is one of an unknown interface. The nil
+  // object is always known.
+  std::vector<uuid_t> objects = {};
+  std::function<void(const CoreEvent&)> on_event = {};  // may be empty
 };
 
 // A call whose request is complete and whose operation is to be run now.
@@ -90,6 +113,12 @@ class ServerCore {
   void complete(CallNumber number, Outcome outcome, Time now);
   // The call is never answered: from now on nothing is sent for it, not even to pings.
   void abandon(CallNumber number);
+  // Pings of the call are answered with "no call", as if its request were not here, until it is
+  // admitted.
+  void deny(CallNumber number);
+  void admit(CallNumber number);
+  // Whether the call still waits for its end: it was not cancelled, and its client not forgotten.
+  bool running(CallNumber number) const;
 
   // What has come out since the last call of each; the caller owns it.
   std::vector<ReadyCall> take_calls() { return std::exchange(calls_, {}); }
@@ -127,11 +156,16 @@ class ServerCore {
   void on_call_back_answer(const Arrival& arrival, Activity& activity);
   void on_repeated_request(Activity& activity, Time now);
   void on_new_call(const Arrival& arrival, Activity* activity);
+  void on_undecodable(std::span<const std::byte> datagram, const SocketAddress& source);
+  void look_for_violations(const Arrival& arrival, std::size_t datagram_size);
+  void tell(CoreEvent::Kind kind, const SocketAddress& peer, std::string_view detail = {},
+            std::uint32_t status = 0) const;
 
   static void hear(Activity& activity, const Arrival& arrival);
   bool other_life(const PacketHeader& header) const;
   bool of_current_call(const PacketHeader& header, const Activity* activity) const;
   Interface* find_interface(const PacketHeader& request) const;
+  bool knows_object(const uuid_t& object) const;
   Activity* make_activity(const uuid_t& id, Time now);
 
   void begin_call(Activity& activity, const PacketHeader& request, Interface& interface,

@@ -42,7 +42,8 @@ void ServerCore::begin_call(Activity& activity, const PacketHeader& request, Int
 
 // Forgets everything of the call but that it was there.
 void ServerCore::release_call(Activity& activity) {
-  if (activity.state == CallState::running || activity.state == CallState::abandoned)
+  if (activity.state == CallState::running || activity.state == CallState::abandoned ||
+      activity.state == CallState::denied)
     activities_.end_call(activity);
   end_call_back(activity);
   activities_.release_bytes(activity);
@@ -99,6 +100,7 @@ void ServerCore::request_complete(Activity& activity, Time now) {
   activities_.begin_call_back(activity, id);
   activity.call_back_deadline = now + kCallBackLimit;
   activity.call_back_clock.start(now, kCallBackRepeat);
+  tell(CoreEvent::Kind::call_back_began, activity.peer);
   call_back(activity);
 }
 
@@ -110,7 +112,7 @@ void ServerCore::hand_out(Activity& activity) {
   ++statistics_.calls_handed_out;
   calls_.push_back({activity.number, activity.interface, activity.operation,
                     CallInfo{activity.id, activity.request.object, dotted(activity.peer.host),
-                             activity.peer.port},
+                             activity.peer.port, activity.owner(), nullptr, std::nullopt},
                     std::move(activity.in_parameters), activity.request.representation,
                     options_.little_endian});
   activity.in_parameters = {};
@@ -128,6 +130,22 @@ void ServerCore::complete(CallNumber number, Outcome outcome, Time now) {
   activities_.schedule(*activity);
 }
 
+bool ServerCore::running(CallNumber number) const {
+  const Activity* const activity = activities_.of_call(number);
+  return activity != nullptr && activity->state == CallState::running;
+}
+
+void ServerCore::deny(CallNumber number) {
+  if (Activity* const activity = activities_.of_call(number))
+    activity->state = CallState::denied;
+}
+
+void ServerCore::admit(CallNumber number) {
+  Activity* const activity = activities_.of_call(number);
+  if (activity != nullptr && activity->state == CallState::denied)
+    activity->state = CallState::running;
+}
+
 void ServerCore::abandon(CallNumber number) {
   Activity* const activity = activities_.of_call(number);
   if (activity == nullptr)
@@ -137,7 +155,8 @@ void ServerCore::abandon(CallNumber number) {
 }
 
 void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
-  if (activity.maybe()) {
+  const bool rejected = outcome.kind == Outcome::Kind::reject;
+  if (activity.maybe() || (rejected && !activity.wants_rejects())) {
     activity.state = CallState::finished;
     return;
   }
@@ -198,8 +217,11 @@ void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
 void ServerCore::look_at(Activity& activity, Time now) {
   if (activity.keep_until && *activity.keep_until <= now) {
     activity.keep_until.reset();
-    if (activity.state == CallState::answering)
+    if (activity.state == CallState::answering) {
+      if (!activity.idempotent())
+        tell(CoreEvent::Kind::violation, activity.peer, "an answer was never acknowledged");
       return;
+    }
     // The rest may come yet, and finds a server that wants the whole again.
     release_call(activity);
     activity.state = CallState::unremembered;
@@ -231,6 +253,7 @@ void ServerCore::look_at(Activity& activity, Time now) {
     case CallState::none:
     case CallState::running:
     case CallState::abandoned:
+    case CallState::denied:
     case CallState::finished:
     case CallState::unremembered:
       break;
@@ -306,7 +329,10 @@ void ServerCore::on_call_back_answer(const Arrival& arrival, Activity& activity)
   activity.known = true;
   if (second)
     activity.client = load_uuid(packet.body.data() + 4, little);
-  if (sequence == activity.request.sequence) {
+  const bool current = sequence == activity.request.sequence;
+  tell(current ? CoreEvent::Kind::call_back_confirmed : CoreEvent::Kind::call_back_stale,
+       activity.peer);
+  if (current) {
     hand_out(activity);
     return;
   }
@@ -324,6 +350,7 @@ void ServerCore::end_call_back(Activity& activity) {
 // Nothing of the activity is believed: the client does not know it, or is not there. A client that
 // was told "working" meanwhile must hear of it, so the reject is kept like an answer.
 void ServerCore::fail_call_back(Activity& activity, Time now) {
+  tell(CoreEvent::Kind::call_back_failed, activity.peer, {}, nca::kWhoAreYouFailed);
   end_call_back(activity);
   activities_.release_bytes(activity);
   activity.in_parameters = {};

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/server/datagram_socket.h"
 #include "platform/rpc/server/management_interface.h"
@@ -58,11 +59,8 @@ class ServerHost::UdpEndpoint final : public Endpoint {
         management_(options_.interfaces),
         random_boot_time_(options_.core.boot_time == 0),
         random_activity_(options_.core.call_back_activity == uuid_t{}) {
-    management_.set_listening(options_.management != Management::not_listening);
-    if (options_.receive_faults)
-      receive_faults_.emplace(*options_.receive_faults);
-    if (options_.send_faults)
-      send_faults_.emplace(*options_.send_faults);
+    set_management(options_.management);
+    set_faults(options_.receive_faults, options_.send_faults);
   }
   ~UdpEndpoint() override { kill(); }
 
@@ -74,6 +72,20 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   bool alive() const override { return socket_ != nullptr; }
   ServerCore::Statistics statistics() const override {
     return core_ ? core_->statistics() : ServerCore::Statistics{};
+  }
+  void set_mute(bool mute) override { options_.mute = mute; }
+  void set_management(Management management) override {
+    options_.management = management;
+    management_.set_listening(management != Management::not_listening);
+  }
+  void set_faults(const std::optional<FaultPlan>& receive,
+                  const std::optional<FaultPlan>& send) override {
+    receive_faults_.reset();
+    send_faults_.reset();
+    if (receive)
+      receive_faults_.emplace(*receive);
+    if (send)
+      send_faults_.emplace(*send);
   }
   void kill() override;
   bool restart() override;
@@ -87,7 +99,8 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   void settle();
   void start_call(ReadyCall call);
   void finish_call(const ReadyCall& call, const Verdict& verdict);
-  static Outcome run(const ReadyCall& call, const Verdict& verdict);
+  void report(Direction direction, const SocketAddress& peer, std::span<const std::byte> bytes,
+              const std::vector<FaultInjector::Delivery>* deliveries = nullptr) const;
   bool flush();
   void send_badly(const OutgoingDatagram& datagram);
   void transmit(std::span<OutgoingDatagram> output);
@@ -159,8 +172,7 @@ void ServerHost::UdpEndpoint::begin_life() {
   if (random_activity_)
     options_.core.call_back_activity = SystemRandom().uuid();
   std::vector<Interface*> interfaces = options_.interfaces;
-  if (options_.management != Management::absent)
-    interfaces.push_back(&management_);
+  interfaces.push_back(&management_);
   core_ = std::make_unique<ServerCore>(options_.core, std::move(interfaces));
   life_ = std::make_shared<const int>();
 }
@@ -170,9 +182,13 @@ void ServerHost::UdpEndpoint::end_life() {
   loop_.cancel(wake_timer_);
   wake_timer_ = 0;
   life_ = std::make_shared<const int>();
+  if (options_.on_life_over)
+    options_.on_life_over();
 }
 
 void ServerHost::UdpEndpoint::kill() {
+  if (socket_ == nullptr)
+    return;
   for (SocketPointer* socket : {&socket_, &call_back_socket_}) {
     if (*socket != nullptr)
       (*socket)->detach(options_.address);
@@ -191,20 +207,29 @@ bool ServerHost::UdpEndpoint::restart() {
 
 void ServerHost::UdpEndpoint::received(const SocketAddress& source,
                                        std::span<const std::byte> datagram) {
-  if (options_.on_datagram)
-    options_.on_datagram(Direction::received, source, datagram);
   if (!receive_faults_) {
+    report(Direction::received, source, datagram);
     arrived(datagram, source);
     return;
   }
-  for (FaultInjector::Delivery& delivery : receive_faults_->pass(datagram, Clock::now()))
+  auto deliveries = receive_faults_->pass(datagram, Clock::now());
+  report(Direction::received, source, datagram, &deliveries);
+  for (FaultInjector::Delivery& delivery : deliveries)
     later(delivery.time,
           [this, source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
 }
 
+void ServerHost::UdpEndpoint::report(Direction direction, const SocketAddress& peer,
+                                     std::span<const std::byte> bytes,
+                                     const std::vector<FaultInjector::Delivery>* deliveries) const {
+  if (options_.on_datagram)
+    options_.on_datagram({direction, peer, bytes, deliveries, Clock::now(),
+                          options_.mute && direction == Direction::received});
+}
+
 void ServerHost::UdpEndpoint::arrived(std::span<const std::byte> datagram,
                                       const SocketAddress& source) {
-  if (options_.mute)
+  if (options_.mute || socket_ == nullptr)
     return;
   core_->receive(datagram, source, Clock::now());
   settle();
@@ -230,9 +255,9 @@ void ServerHost::UdpEndpoint::settle() {
   settling_ = false;
   if (life.expired())
     return;
-  for (const uuid_t& activity : core_->take_gone_clients()) {
+  for (const uuid_t& client : core_->take_gone_clients()) {
     if (options_.on_client_gone)
-      options_.on_client_gone(activity);
+      options_.on_client_gone(client);
   }
   set_wake_up();
 }
@@ -241,24 +266,36 @@ void ServerHost::UdpEndpoint::start_call(ReadyCall call) {
   Verdict verdict;
   if (call.interface == &management_) {
     if (options_.management == Management::mute)
-      verdict = Verdict::silent();
+      verdict.action = Verdict::Action::silent;
+    else if (options_.management == Management::absent)
+      verdict.outcome = Outcome::reject(nca::kUnknownInterface);
   } else if (options_.before_dispatch) {
     verdict = options_.before_dispatch(call.info, *call.operation);
   }
 
+  const CallNumber number = call.number;
   switch (verdict.action) {
     case Verdict::Action::die:
       kill();
       return;
-    case Verdict::Action::silent:
-      core_->abandon(call.number);
+    case Verdict::Action::restart:
+      restart();
       return;
+    case Verdict::Action::silent:
+      core_->abandon(number);
+      return;
+    case Verdict::Action::working:
+      return;
+    case Verdict::Action::no_call:
+      core_->deny(number);
+      if (verdict.delay.count() == 0)
+        return;
+      break;
     case Verdict::Action::run:
-    case Verdict::Action::fault:
-    case Verdict::Action::reject:
       break;
   }
   auto end = [this, verdict, shared = std::make_shared<ReadyCall>(std::move(call))] {
+    core_->admit(shared->number);
     finish_call(*shared, verdict);
   };
   if (verdict.delay.count() > 0)
@@ -268,11 +305,22 @@ void ServerHost::UdpEndpoint::start_call(ReadyCall call) {
 }
 
 void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& verdict) {
+  if (!core_->running(call.number))
+    return;
   // The operation may kill or restart the very endpoint that it runs on.
   const std::weak_ptr<const int> life = life_;
-  Outcome outcome = run(call, verdict);
-  if (options_.after_dispatch && call.interface != &management_)
-    options_.after_dispatch(call.info, *call.operation, outcome);
+  CallRecord record;
+  CallInfo info = call.info;
+  info.record = options_.record_calls ? &record : nullptr;
+  info.forced_status = verdict.status;
+  Outcome outcome = verdict.outcome
+                        ? *verdict.outcome
+                        : call.interface->dispatch(info, call.operation->opnum, call.request,
+                                                   call.representation, call.reply_little_endian);
+  if (verdict.spoil)
+    verdict.spoil(outcome);
+  if (options_.after_dispatch)
+    options_.after_dispatch(info, *call.operation, outcome);
   if (life.expired())
     return;
   if (outcome.kind == Outcome::Kind::none)
@@ -280,15 +328,6 @@ void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& 
   else
     core_->complete(call.number, std::move(outcome), Clock::now());
   settle();
-}
-
-Outcome ServerHost::UdpEndpoint::run(const ReadyCall& call, const Verdict& verdict) {
-  if (verdict.action == Verdict::Action::fault)
-    return Outcome::fault(verdict.status);
-  if (verdict.action == Verdict::Action::reject)
-    return Outcome::reject(verdict.status);
-  return call.interface->dispatch(call.info, call.operation->opnum, call.request,
-                                  call.representation, call.reply_little_endian);
 }
 
 // Sends what the core has to send; false when that is nothing.
@@ -305,14 +344,14 @@ bool ServerHost::UdpEndpoint::flush() {
 
 // Through the bad network; what is left of the datagram may not even be a header.
 void ServerHost::UdpEndpoint::send_badly(const OutgoingDatagram& datagram) {
-  for (FaultInjector::Delivery& delivery : send_faults_->pass(datagram.bytes(), Clock::now())) {
+  const std::vector<std::byte> whole = datagram.bytes();
+  auto deliveries = send_faults_->pass(whole, Clock::now());
+  report(Direction::sent, datagram.to, whole, &deliveries);
+  for (FaultInjector::Delivery& delivery : deliveries) {
     later(delivery.time, [this, to = datagram.to, call_back = datagram.call_back,
                           bytes = std::move(delivery.bytes)] {
-      if (!socket_)
-        return;
-      socket_for(call_back)->send(options_.address, to, bytes);
-      if (options_.on_datagram)
-        options_.on_datagram(Direction::sent, to, bytes);
+      if (socket_)
+        socket_for(call_back)->send(options_.address, to, bytes);
     });
   }
 }
@@ -327,7 +366,7 @@ void ServerHost::UdpEndpoint::transmit(std::span<OutgoingDatagram> output) {
     socket_for(call_back)->send(options_.address, batch);
     if (options_.on_datagram) {
       for (const OutgoingDatagram& datagram : batch)
-        options_.on_datagram(Direction::sent, datagram.to, datagram.bytes());
+        report(Direction::sent, datagram.to, datagram.bytes());
     }
     output = output.subspan(batch.size());
   }

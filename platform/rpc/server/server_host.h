@@ -24,25 +24,33 @@ namespace rpc::server {
 // What to do with a call that is ready.
 struct Verdict {
   enum class Action {
-    run,     // after `delay`; pings are answered with "working" meanwhile
-    fault,   // after `delay`, with `status`, instead of running it
-    reject,  // likewise
-    silent,  // never answered; pings of this call neither
-    die,     // the endpoint's socket is closed; the port is unreachable from now on
+    run,      // after `delay`; pings are answered with "working" meanwhile
+    silent,   // never answered; pings of this call neither
+    working,  // never answered; its pings say "working" for ever
+    no_call,  // its pings say "no call", for `delay` or (without one) for ever, then it runs
+    die,      // the endpoint's socket is closed; the port is unreachable from now on
+    restart,  // the endpoint forgets everything and has a new boot time; the call with it
   };
   Action action = Action::run;
   std::chrono::milliseconds delay{0};
-  std::uint32_t status = 0;
-
-  static Verdict run() { return {}; }
-  static Verdict run_after(std::chrono::milliseconds delay) { return {Action::run, delay, 0}; }
-  static Verdict fault(std::uint32_t status) { return {Action::fault, {}, status}; }
-  static Verdict reject(std::uint32_t status) { return {Action::reject, {}, status}; }
-  static Verdict silent() { return {Action::silent, {}, 0}; }
-  static Verdict die() { return {Action::die, {}, 0}; }
+  // When it runs:
+  std::optional<Outcome> outcome;            // this, instead of running the operation
+  std::optional<std::uint32_t> status;       // the operation's own status, nothing is done
+  std::function<void(Outcome& good)> spoil;  // what becomes of the outcome; may be empty
 };
 
 enum class Direction { received, sent };
+
+// A datagram as the log is to tell it.
+struct DatagramReport {
+  Direction direction;
+  SocketAddress peer;
+  std::span<const std::byte> bytes;  // before the bad network
+  // What the bad network made of it, null without one.
+  const std::vector<FaultInjector::Delivery>* deliveries;
+  Time now;
+  bool swallowed = false;  // it came in, and the server is deaf
+};
 
 enum class Management {
   listening,      // is_server_listening says yes
@@ -61,6 +69,7 @@ struct EndpointOptions {
   std::vector<Interface*> interfaces;  // not owned, must outlive the endpoint
   Management management = Management::listening;
   bool call_back_from_other_port = false;
+  bool record_calls = false;  // calls have a record when they end
   // Nothing that comes in is looked at: a server that is alive but deaf.
   bool mute = false;
   std::optional<FaultPlan> receive_faults;
@@ -71,10 +80,11 @@ struct EndpointOptions {
   // Told how each call ended; may be empty.
   std::function<void(const CallInfo&, const OperationSpec&, const Outcome&)> after_dispatch;
   // Told of each client that was forgotten, so that its contexts can be run down; may be empty.
-  std::function<void(const uuid_t& activity)> on_client_gone;
-  // Told of each datagram as it crosses the socket (after faults when sent, before them when
-  // received); may be empty.
-  std::function<void(Direction, const SocketAddress&, std::span<const std::byte>)> on_datagram;
+  std::function<void(const uuid_t& client)> on_client_gone;
+  // Told when the endpoint forgets everything: it was killed or started anew; may be empty.
+  std::function<void()> on_life_over;
+  // Told of each datagram and what the bad network made of it; may be empty.
+  std::function<void(const DatagramReport&)> on_datagram;
 };
 
 // One socket with its core. Belongs to its host.
@@ -85,6 +95,11 @@ class Endpoint {
   virtual std::uint16_t port() const = 0;
   virtual bool alive() const = 0;
   virtual ServerCore::Statistics statistics() const = 0;
+  // Changes that leave calls, clients and contexts as they are.
+  virtual void set_mute(bool mute) = 0;
+  virtual void set_management(Management management) = 0;
+  virtual void set_faults(const std::optional<FaultPlan>& receive,
+                          const std::optional<FaultPlan>& send) = 0;
   // Closes the socket; the port is unreachable afterwards. All state is forgotten.
   virtual void kill() = 0;
   // Opens the port again as a freshly booted server: new boot time, empty activity table. False

@@ -8,6 +8,10 @@
 
 namespace rpc::ndr {
 
+namespace {
+constexpr std::uint32_t kFirstReferent = 0x20000;
+}  // namespace
+
 void fail_data() {
   throw RpcException(RPC_X_BAD_STUB_DATA, FailureKind::local);
 }
@@ -42,6 +46,8 @@ void Encoder::put_string(const char* text, std::size_t size) {
   append(text, count);
 }
 
+// Numbers as the common runtimes choose them: tools that look at packets take small ones for a sign
+// of other data.
 bool Encoder::put_referent(const void* target, const void* type) {
   if (target == nullptr) {
     put(std::uint32_t{0});
@@ -51,7 +57,7 @@ bool Encoder::put_referent(const void* target, const void* type) {
     return r.target == target && r.type == type;
   });
   const bool fresh = known == referents_.end();
-  put(static_cast<std::uint32_t>(known - referents_.begin()) + 1);
+  put(kFirstReferent + 4 * static_cast<std::uint32_t>(known - referents_.begin()));
   if (fresh)
     referents_.push_back({target, type});
   return fresh;

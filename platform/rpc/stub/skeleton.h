@@ -59,14 +59,18 @@ inline void require_context(const WireContext& context) {
 // decoded. In-parameters that cannot be decoded reject the call; everything later is a fault: what
 // the operation throws, and results that do not fit their arrays.
 template <typename Operation>
-Outcome answer(std::span<const std::byte> request, DataRepresentation representation,
-               bool reply_little_endian, Operation operation) {
+Outcome answer(const CallInfo& call, std::span<const std::byte> request,
+               DataRepresentation representation, bool reply_little_endian, Operation operation) {
   bool entered = false;
   try {
     ndr::Decoder in(request, representation);
     ndr::Encoder out(reply_little_endian);
     operation(in, out, entered);
+    if (call.record != nullptr)
+      call.record->octets_left_over = in.remaining();
     return {Outcome::Kind::reply, 0, out.take()};
+  } catch (const Unanswered&) {
+    return Outcome::none();
   } catch (const Fault& fault) {
     return Outcome::fault(fault.status());
   } catch (const RpcException& failure) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/numbers/status.h"
 #include "platform/rpc/client/liveness.h"
 #include "platform/rpc/server/management_interface.h"
 #include "platform/rpc/wire/pdu.h"
@@ -187,6 +188,29 @@ TEST(ServerCoreTest, RejectsWhatItDoesNotOffer) {
   }
 }
 
+TEST(ServerCoreTest, RejectsStrangeObjectsAndAuthenticationButNoBroadcast) {
+  CoreOptions options = options_of(CallBack::none);
+  options.objects = {kActivity};
+  Server server(options);
+  PacketHeader header = Server::request(0, kChangeOperation);
+  header.object = kActivity;
+  EXPECT_EQ(server.serve(header), "response");
+  header.sequence = 1;
+  header.object.time_low = 1;
+  const auto strange = server.in(header);
+  ASSERT_EQ(names(strange), "reject");
+  EXPECT_EQ(strange[0].word(0), nca::kUnknownInterface);
+  header.flags1 = kFlagBroadcast;
+  EXPECT_EQ(names(server.in(header)), "");
+
+  auto signed_request = encode_packet(Server::request(2, kChangeOperation), {});
+  signed_request[78] = std::byte{1};
+  server.core.receive(signed_request, kClient, server.now);
+  const auto refused = server.out();
+  ASSERT_EQ(names(refused), "reject");
+  EXPECT_EQ(refused[0].word(0), nca::kUnsupportedAuthentication);
+}
+
 TEST(ServerCoreTest, TakesAnEarlierMinorVersionAndAForeignHint) {
   Server server;
   PacketHeader header = Server::request(0, kChangeOperation);
@@ -314,14 +338,31 @@ TEST(ServerCoreTest, ALateAnswerToACallThatTheClientLeftIsIgnored) {
   EXPECT_EQ(sent[0].header.sequence, 1u);
 }
 
-TEST(ServerCoreTest, AnswersACancelOfARunningCall) {
+TEST(ServerCoreTest, ACancelEndsARunningCallAndNoOther) {
   Server server;
   server.in(Server::request(0, kChangeOperation));
-  const auto sent = server.in(Server::packet(PacketType::cancel, 0), encode_cancel_body(1, true));
-  ASSERT_EQ(names(sent), "cancel_ack");
-  ASSERT_EQ(sent[0].body.size(), 9u);
+  const ReadyCall late = server.take_call();
+  const PacketHeader cancel = Server::packet(PacketType::cancel, 0);
+  const auto sent = server.in(cancel, encode_cancel_body(1, true));
+  ASSERT_EQ(names(sent), "cancel_ack fault");
   EXPECT_EQ(sent[0].word(4), 1u);
-  EXPECT_EQ(sent[0].body[8], std::byte{1});
+  EXPECT_EQ(sent[0].body.at(8), std::byte{1});
+  EXPECT_EQ(sent[1].word(0), nca::kCancelled);
+  EXPECT_FALSE(server.core.running(late.number));
+
+  const auto again = server.in(cancel, encode_cancel_body(2, true));
+  ASSERT_EQ(names(again), "cancel_ack");
+  EXPECT_EQ(again[0].body.at(8), std::byte{0});
+}
+
+TEST(ServerCoreTest, SaysNoCallWhileItDeniesOne) {
+  Server server;
+  server.in(Server::request(0, kChangeOperation));
+  const ReadyCall call = server.take_call();
+  server.core.deny(call.number);
+  EXPECT_EQ(names(server.in(Server::packet(PacketType::ping, 0))), "nocall");
+  server.core.admit(call.number);
+  EXPECT_EQ(names(server.in(Server::packet(PacketType::ping, 0))), "working");
 }
 
 TEST(ServerCoreTest, RunsAMaybeCallWithoutAnswer) {
@@ -360,6 +401,8 @@ std::vector<std::byte> who_answer(const Sent& asked, std::uint32_t sequence,
   const bool second = asked.header.opnum == 1;
   std::vector<std::byte> body(second ? 24 : 8);
   store32(body.data(), sequence, true);
+  if (second)
+    body[4] = std::byte{0xCA};  // of the client's address space
   store32(body.data() + body.size() - 4, status, true);
   return body;
 }
@@ -644,6 +687,25 @@ TEST(ServerCoreTest, AFloodOfInventedClientsPushesOutItsOwnFirst) {
   EXPECT_EQ(server.serve(1), "response") << "the real client is still known";
 }
 
+TEST(ServerCoreTest, InventedClientsThatWaitForACallBackLockNobodyOut) {
+  CoreOptions options = options_of(CallBack::who_are_you2);
+  options.max_activities = 16;
+  Server server(options);
+  PacketHeader header = Server::request(0, kChangeOperation);
+  for (std::uint32_t i = 0; i < 100; ++i) {
+    header.activity.time_low = i;
+    const auto asked = server.in(header);
+    ASSERT_EQ(names(asked), "request") << i;
+    // Every second one is refused by its client, and its reject is kept.
+    if (i % 2 == 0)
+      server.in(who_header(asked[0]), who_answer(asked[0], 0, nca::kBadActivity));
+  }
+  const auto asked = server.in(Server::request(0, kChangeOperation));
+  ASSERT_EQ(names(asked), "request");
+  server.in(who_header(asked[0]), who_answer(asked[0], 0));
+  EXPECT_EQ(names(server.run()), "response");
+}
+
 // --- Management
 
 TEST(ServerCoreTest, AnswersTheManagementInterface) {
@@ -672,7 +734,10 @@ TEST(ServerCoreTest, AnswersTheManagementInterface) {
   EXPECT_EQ(load_uuid(list[0].body.data() + 16, true), kEchoSpec.id);
   ++header.sequence;
   header.opnum = 3;
-  EXPECT_EQ(names(server.in(header)), "reject");
+  server.in(header);
+  const auto refused = server.run();
+  ASSERT_EQ(names(refused), "response");
+  EXPECT_EQ(refused[0].word(0), RPC_S_ACCESS_DENIED);
 }
 
 }  // namespace

@@ -120,7 +120,7 @@ TEST_F(ServerHostTest, AsksWhatBecomesOfEachCall) {
   Endpoint& endpoint = open(std::move(asking));
   Client client(endpoint);
 
-  verdict = Verdict::run_after(milliseconds(120));
+  verdict.delay = milliseconds(120);
   const auto begun = EventLoop::Clock::now();
   client.send();
   loop.run_once(milliseconds(50));
@@ -130,13 +130,14 @@ TEST_F(ServerHostTest, AsksWhatBecomesOfEachCall) {
   EXPECT_GE(EventLoop::Clock::now() - begun, milliseconds(120));
 
   ++client.header.sequence;
-  verdict = Verdict::fault(0x1C00001A);
+  verdict = {};
+  verdict.outcome = Outcome::fault(0x1C00001A);
   client.send();
   EXPECT_EQ(client.answer(loop), PacketType::fault);
   EXPECT_EQ(decode_status_body(client.received.body, true), 0x1C00001Au);
 
   ++client.header.sequence;
-  verdict = Verdict::reject(0x1C010014);
+  verdict.outcome = Outcome::reject(0x1C010014);
   client.send();
   EXPECT_EQ(client.answer(loop), PacketType::reject);
   EXPECT_EQ(echo.runs, 1);

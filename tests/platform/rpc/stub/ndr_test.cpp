@@ -264,7 +264,7 @@ TEST(NdrPointer, NumbersEachTargetOnce) {
   EXPECT_TRUE(out.put_referent(&one));
   EXPECT_TRUE(out.put_referent(&two));
   EXPECT_FALSE(out.put_referent(&one));
-  EXPECT_EQ(hex_text(out.body()), "00000000 01000000 02000000 01000000");
+  EXPECT_EQ(hex_text(out.body()), "00000000 00000200 04000200 00000200");
 }
 
 }  // namespace
