@@ -144,6 +144,7 @@ void check_outcome(TableReader& reader, const OperationBehaviour& rule) {
 
 OperationBehaviour parse_behaviour(TableReader& reader, ServerKind kind) {
   OperationBehaviour result;
+  const std::size_t errors_before = reader.errors().count();
   parse_operation(reader, kind, result.operation);
   reader.integer("late_ms", result.late_ms, {0, 3'600'000});
   reader.integer("working_ms", result.working_ms, {0, 3'600'000});
@@ -161,7 +162,8 @@ OperationBehaviour parse_behaviour(TableReader& reader, ServerKind kind) {
   parse_patch(reader, result);
   reader.integer("after", result.after);
   reader.integer("times", result.times, {1, std::numeric_limits<std::uint32_t>::max()});
-  check_outcome(reader, result);
+  if (reader.errors().count() == errors_before)
+    check_outcome(reader, result);
   reader.finish();
   return result;
 }

@@ -270,8 +270,8 @@ TEST_F(RunningSystem, OperationsBehaveAsScripted) {
       {"no_call_ms = 50, status = 9", "02", 9},
       {"working = true", nullptr, 0},
       {"restart = true", nullptr, 0},
-      // The reply ends with the path "/a" and its zero, an empty octet before the status.
-      {"cut = 4", "02", 0x00612F00},
+      // The reply ends with the path "/a" and its zero, then a gap before the status.
+      {"cut = 4", "02", 0x0000612F},
       {"patch = {at = 28, hex = 'aabbccdd'}, times = 1", "02", 0},
       {"die = true", nullptr, 0},
   };
