@@ -4,21 +4,24 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/rpc/wire/wire_bytes.h"
 #include "tests/support/rpc_bytes.h"
 
 namespace rpc::simulation {
 namespace {
 
 constexpr SocketAddress kClient{0x7F000001, 40'000};
+constexpr SocketAddress kClientElsewhere{0x7F000001, 40'001};
 constexpr SocketAddress kServer{0x7F000002, 1045};
 constexpr SocketAddress kServerElsewhere{0x7F000003, 1045};
 constexpr SocketAddress kCallBackPort{0x7F000002, 2999};
-constexpr std::size_t kFragmentBody = kLeastMaxFragment - kHeaderSize;
+constexpr Duration kLongestSleep = seconds(3);
+constexpr std::uint32_t kRefusal = 4711;
 // Whoever may wait for ever still ends within this, as long as the server lives.
 constexpr Duration kUnlimited = std::chrono::hours(4);
 
-std::size_t fragments_of(std::size_t size) {
-  return size / kFragmentBody + 1;
+std::size_t fragments_of(std::size_t size, std::size_t fragment) {
+  return size / (fragment - kHeaderSize - 7) + 1;
 }
 
 }  // namespace
@@ -36,7 +39,8 @@ World::World(const Setting& setting, std::uint64_t seed)
         return setting_.to_client;
       }()),
       identity_(ClientIdentity::make(random_)),
-      activity_(kServer, random_) {
+      activity_(kServer, random_, setting_.wrapping_sequence ? 0xFFFFFFFE : 0),
+      client_(kClient) {
   const char* const traced = std::getenv("ZT_SIMULATION_SEED");
   tracing_ = traced != nullptr && std::to_string(seed) == traced;
   start_server();
@@ -94,6 +98,8 @@ Duration World::duration_up_to(Duration longest) {
 Tally World::run() {
   for (unsigned i = 0; i < setting_.calls && tally_.broken.empty(); ++i) {
     one_call();
+    if (setting_.restart_in_pause && random_.chance(setting_.restart_share))
+      start_server();
     const Time until = now_ + duration_up_to(setting_.longest_pause);
     while (now_ < until && tally_.broken.empty())
       step(until);
@@ -115,7 +121,7 @@ void World::settle() {
       return fail("the server holds bodies and no clock runs");
     step(std::nullopt);
     if (now_ - begun > setting_.longest_operation + setting_.server.client_silence + seconds(100) ||
-        packets_of_call_ > 500)
+        packets_of_call_ > 500 + 200 * setting_.strangers)
       return fail("the server does not come to rest");
   }
 }
@@ -127,6 +133,7 @@ void World::one_call() {
   plan.request = bytes(id_, size_up_to(setting_.longest_request));
   plan.reply = bytes(id_, size_up_to(setting_.longest_reply));
   plan.operation = duration_up_to(setting_.longest_operation);
+  plan.refused = random_.chance(setting_.refused_share);
 
   CallRequest request;
   request.operation = plan.idempotent ? &server::kReadOperation : &server::kChangeOperation;
@@ -134,10 +141,23 @@ void World::one_call() {
   request.timeout_level =
       static_cast<unsigned>(random_.between(setting_.least_level, setting_.greatest_level));
   request.reply_limit = plan.reply.size() + random_.between(0, 100);
+  request.path_limit = setting_.client_fragment;
+  request.max_fragment =
+      static_cast<std::uint32_t>(std::max(setting_.client_fragment, kLeastMaxFragment));
+  working_.reset();
+  if (random_.chance(setting_.outage_share)) {
+    const std::uint64_t ways = random_.between(1, 3);
+    outage_.begin = now_ + duration_up_to(seconds(2));
+    outage_.end = outage_.begin + duration_up_to(setting_.longest_outage);
+    outage_.to_server = (ways & 1) != 0;
+    outage_.to_client = (ways & 2) != 0;
+  }
+  for (unsigned i = 0; i < setting_.strangers; ++i)
+    call_of_stranger();
   call_begun_ = last_life_ = now_;
   packets_of_call_ = 0;
   seen_.clear();
-  if (random_.chance(setting_.restart_share))
+  if (!setting_.restart_in_pause && random_.chance(setting_.restart_share))
     events_.push({now_ + duration_up_to(setting_.longest_operation + seconds(1)),
                   ++order_,
                   Event::Kind::restart,
@@ -156,7 +176,8 @@ void World::one_call() {
   const std::optional<Duration> silence = silence_of_level(request.timeout_level);
   // One retransmission, which at the shorter levels is cut to half of the silence.
   const Duration repeat = silence ? std::min(kLongestRepeat, *silence / 2) : kLongestRepeat;
-  const Duration slack = repeat + repeat * kSpreadPercent / 100;
+  const Duration slack = repeat + repeat * kSpreadPercent / 100 +
+                         (setting_.late_share > 0 ? kLongestSleep : Duration{});
   while (!call.done() && tally_.broken.empty()) {
     const std::optional<Time> wake_up = call.wakeup();
     if (!wake_up && events_.empty() && !core_->wakeup())
@@ -174,6 +195,12 @@ void World::one_call() {
     return;
 
   ++tally_.statuses[call.status()];
+  if (plan.refused && call.status() == 0)
+    fail("success of a call that was refused");
+  if (plan.refused && call.status() == kRefusal) {
+    ++tally_.succeeded;
+    return;
+  }
   if (call.status() != 0) {
     tally_.failed_seeds.push_back(seed_);
     return;
@@ -189,6 +216,8 @@ void World::one_call() {
 
 // The next thing that happens; time does not go beyond `client_wake_up`.
 void World::step(std::optional<Time> client_wake_up) {
+  if (client_wake_up)
+    client_wake_up = std::max(*client_wake_up, asleep_until_);
   std::optional<Time> next = client_wake_up;
   const auto earlier = [&next](const std::optional<Time>& time) {
     if (time && (!next || *time < *next))
@@ -206,8 +235,12 @@ void World::step(std::optional<Time> client_wake_up) {
     happen(event);
   }
   core_->on_time(now_);
-  if (call_ != nullptr)
-    call_->on_time(now_);
+  if (call_ != nullptr && now_ >= asleep_until_) {
+    if (client_wake_up && *client_wake_up <= now_ && random_.chance(setting_.late_share))
+      asleep_until_ = now_ + duration_up_to(kLongestSleep);
+    else
+      call_->on_time(now_);
+  }
   pump();
 }
 
@@ -217,9 +250,17 @@ void World::happen(const Event& event) {
       trace("to client", event.bytes);
       if (call_ == nullptr)
         return;
+      if (now_ < asleep_until_) {
+        Event later = event;
+        later.time = asleep_until_;
+        events_.push(std::move(later));
+        return;
+      }
       const bool was_done = call_->done();
       call_->receive(event.bytes, event.source, now_);
       const auto packet = decode_packet(event.bytes);
+      if (packet && packet->header.type == PacketType::working && !plans_[id_].idempotent)
+        working_ = packet->header;
       // An upper bound: whatever comes to the client may be a sign of life.
       if (!was_done && packet)
         last_life_ = now_;
@@ -227,11 +268,18 @@ void World::happen(const Event& event) {
     }
     case Event::Kind::to_server:
       trace("to server", event.bytes);
+      if (const auto packet = decode_packet(event.bytes);
+          packet && packet->header.type == PacketType::response && packet->body.size() >= 4)
+        vouched_ = load32(packet->body.data(), packet->header.representation.little_endian);
       core_->receive(event.bytes, event.source, now_);
       return;
     case Event::Kind::operation_done:
       if (event.life == life_)
-        core_->complete(event.number, {server::Outcome::Kind::reply, 0, event.bytes}, now_);
+        core_->complete(event.number,
+                        event.bytes.empty()
+                            ? server::Outcome::fault(kRefusal)
+                            : server::Outcome{server::Outcome::Kind::reply, 0, event.bytes},
+                        now_);
       return;
     case Event::Kind::restart:
       trace("new server", {});
@@ -252,7 +300,9 @@ void World::pump() {
         moved = true;
         const auto datagram = sent->bytes();
         note_sent(datagram, true);
-        pass_on(To::server, datagram, kClient);
+        if (random_.chance(setting_.move_share))
+          client_ = client_ == kClient ? kClientElsewhere : kClient;
+        pass_on(To::server, datagram, client_);
         if (packets_of_call_ > 10'000'000)
           return fail("packets without end");
       }
@@ -261,6 +311,8 @@ void World::pump() {
       moved = true;
       const auto datagram = sent->bytes();
       note_sent(datagram, false);
+      if (sent->to != client_)
+        continue;
       if (sent->call_back && random_.chance(setting_.call_back_loss))
         continue;
       pass_on(To::client, datagram,
@@ -271,13 +323,36 @@ void World::pump() {
       moved = true;
       run_operation(std::move(ready));
     }
+    vouched_.reset();
     core_->take_gone_clients();
     if (!moved)
       return;
   }
 }
 
+bool World::cut_off(To to) const {
+  return outage_.begin <= now_ && now_ < outage_.end &&
+         (to == To::server ? outage_.to_server : outage_.to_client);
+}
+
+// Half of the time a part of a call that never gets complete.
+void World::call_of_stranger() {
+  PacketHeader header;
+  header.interface_id = server::kEchoSpec.id;
+  header.interface_version = server::kEchoSpec.version();
+  header.opnum = server::kChangeOperation.opnum;
+  header.activity.time_low = ++invented_;
+  header.flags1 = random_.chance(0.5) ? kFlagFragment | kFlagNoFack : 0;
+  events_.push({now_ + duration_up_to(seconds(1)), ++order_, Event::Kind::to_server,
+                kClientElsewhere, encode_packet(header, bytes(0, 100))});
+}
+
 void World::pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source) {
+  if (cut_off(to)) {
+    if (to == To::server && setting_.outage_is_told && call_ != nullptr)
+      call_->unreachable(datagram, kServer, now_);
+    return;
+  }
   server::FaultInjector& network = to == To::server ? to_server_ : to_client_;
   for (server::FaultInjector::Delivery& delivery : network.pass(datagram, now_)) {
     const bool flipped =
@@ -293,6 +368,10 @@ void World::pass_on(To to, std::span<const std::byte> datagram, const SocketAddr
 void World::run_operation(server::ReadyCall ready) {
   std::uint64_t id = 0;
   std::memcpy(&id, ready.request.data(), std::min(sizeof id, ready.request.size()));
+  if (id == 0 && ready.info.activity.time_low <= invented_) {
+    core_->complete(ready.number, {}, now_);
+    return;
+  }
   const auto found = plans_.find(id);
   if (found == plans_.end()) {
     if (!setting_.deliver_flips)
@@ -307,15 +386,17 @@ void World::run_operation(server::ReadyCall ready) {
       fail("the request is not what the client sent");
     if (plan.runs > 1 && !plan.idempotent)
       fail("an operation that must not run twice ran twice");
+    if (vouched_ && *vouched_ != plan.sequence)
+      fail("a call ran that its client did not vouch for");
   }
-  if (plan.operation.count() == 0)
+  if (plan.operation.count() == 0 && !plan.refused)
     core_->complete(ready.number, {server::Outcome::Kind::reply, 0, plan.reply}, now_);
   else
     events_.push({now_ + plan.operation,
                   ++order_,
                   Event::Kind::operation_done,
                   {},
-                  plan.reply,
+                  plan.refused ? std::vector<std::byte>() : plan.reply,
                   life_,
                   ready.number});
 }
@@ -328,9 +409,18 @@ void World::note_sent(std::span<const std::byte> datagram, bool by_client) {
   const auto packet = decode_packet(datagram);
   if (!packet)
     return fail("something was sent that is no packet");
-  if (datagram.size() > kLeastMaxFragment)
-    return fail("a packet is longer than its receiver takes");
+  const std::size_t longest = by_client ? std::min(setting_.client_fragment, kLeastMaxFragment)
+                                        : std::max(setting_.client_fragment, kLeastMaxFragment);
   const PacketHeader& header = packet->header;
+  if (datagram.size() > longest && header.type != PacketType::fack)
+    return fail("a packet is longer than its receiver takes");
+  if (by_client && header.type == PacketType::request &&
+      header.interface_id == server::kEchoSpec.id) {
+    plans_[id_].sequence = header.sequence;
+    if (working_ && working_->activity == header.activity &&
+        working_->sequence == header.sequence && !setting_.deliver_flips)
+      fail("a request that must not run twice was sent again after \"working\"");
+  }
   tally_.acks += header.type == PacketType::ack ? 1 : 0;
   tally_.pings += header.type == PacketType::ping ? 1 : 0;
   if (header.type == PacketType::fack)
@@ -347,14 +437,20 @@ void World::check_bounds() {
   const double lost = std::max(setting_.to_client.loss, setting_.to_server.loss) +
                       setting_.to_client.truncation + setting_.to_client.byte_flips;
   const double tries = 1 / std::max(0.2, (1 - lost) * (1 - lost));
-  const auto fragments =
-      static_cast<double>(fragments_of(plan.request.size()) + fragments_of(plan.reply.size()));
+  const auto fragments = static_cast<double>(
+      fragments_of(plan.request.size(), std::min(setting_.client_fragment, kLeastMaxFragment)) +
+      fragments_of(plan.reply.size(), std::min(setting_.server.fragment_size, kLeastMaxFragment)));
   const double waited = std::chrono::duration<double>(now_ - call_begun_).count();
   const double allowed = 200 + tries * (8 * fragments + 6 * waited);
   tally_.worst_packets =
       std::max(tally_.worst_packets, static_cast<double>(packets_of_call_) / allowed);
   if (static_cast<double>(packets_of_call_) > allowed)
     fail("more packets than the bound");
+  if (setting_.strangers > 0) {
+    if (core_->statistics().activities > setting_.server.max_activities)
+      fail("the table exceeds its bound");
+    return;
+  }
   const std::size_t most_held = 2 * (setting_.longest_request + setting_.longest_reply + 64);
   if (core_->statistics().bytes_held > most_held && !setting_.deliver_flips)
     fail("the server holds more than its call");

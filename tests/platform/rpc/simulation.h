@@ -75,9 +75,19 @@ struct Setting {
   unsigned greatest_level = 5;
   double idempotent_share = 0.2;
   double restart_share = 0;             // of calls during which the server is started anew
+  bool restart_in_pause = false;        // after the call instead
   double call_back_loss = 0;            // on top of the plan
   bool answers_from_elsewhere = false;  // server answers from another address than the one called
-  bool deliver_flips = false;           // else a changed datagram is dropped, as its checksum tells
+  double outage_share = 0;  // of calls during which one or both ways are cut for a while
+  Duration longest_outage{};
+  bool outage_is_told = false;  // the network says that it cannot deliver
+  double late_share = 0;        // of the client's wake-ups that come late, as of a stopped process
+  double move_share = 0;        // of the client's datagrams that leave from another address
+  double refused_share = 0;     // of calls that end with a fault
+  bool wrapping_sequence = false;
+  std::size_t client_fragment = kLeastMaxFragment;  // path limit, and what the client announces
+  unsigned strangers = 0;      // invented clients that call the server during each call
+  bool deliver_flips = false;  // else a changed datagram is dropped, as its checksum tells
 };
 
 struct Tally {
@@ -138,7 +148,9 @@ class World {
     std::vector<std::byte> reply;
     bool idempotent = false;
     Duration operation{};
+    bool refused = false;
     unsigned runs = 0;
+    std::uint32_t sequence = 0;
   };
 
   void start_server();
@@ -148,6 +160,8 @@ class World {
   void happen(const Event& event);
   void pump();
   void pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source);
+  bool cut_off(To to) const;
+  void call_of_stranger();
   void run_operation(server::ReadyCall call);
   void note_sent(std::span<const std::byte> datagram, bool by_client);
   void check_bounds();
@@ -181,6 +195,16 @@ class World {
   std::map<std::vector<std::byte>, unsigned> seen_;
   Tally tally_;
   bool tracing_ = false;
+
+  struct Outage {
+    Time begin, end;
+    bool to_server = false, to_client = false;
+  } outage_;
+  Time asleep_until_{};
+  SocketAddress client_;
+  std::uint32_t invented_ = 0;
+  std::optional<PacketHeader> working_;   // of an operation that must not run twice
+  std::optional<std::uint32_t> vouched_;  // the sequence that a call-back was just answered with
 };
 
 }  // namespace rpc::simulation

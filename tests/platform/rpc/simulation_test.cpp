@@ -151,6 +151,61 @@ TEST(RpcSimulationTest, AServerStartedAnewInMidCallRunsNoCallTwice) {
   EXPECT_GT(tally.succeeded, tally.calls / 3);
 }
 
+TEST(RpcSimulationTest, OutagesSleepsMovesAndRefusalsBreakNoRule) {
+  const Tally tally = run_worlds(0.2, 800'000, [](SeededRandom& random) {
+    Setting setting = random.chance(0.3) ? clean(random) : bad(random);
+    setting.outage_share = random.chance(0.5) ? 0.5 : 0;
+    setting.longest_outage = seconds(random.between(1, 30));
+    setting.outage_is_told = random.chance(0.3);
+    setting.late_share = random.chance(0.3) ? random.fraction(0.5) : 0;
+    setting.move_share = random.chance(0.3) ? random.fraction(0.2) : 0;
+    setting.refused_share = 0.1;
+    setting.wrapping_sequence = random.chance(0.3);
+    setting.client_fragment = random.between(512, 8192);
+    setting.server.fragment_size = random.between(512, 8192);
+    return setting;
+  });
+  EXPECT_GT(tally.succeeded, tally.calls / 2);
+}
+
+TEST(RpcSimulationTest, AClientThatGivesUpEarlyIsNotServedLate) {
+  const Tally tally = run_worlds(0.2, 900'000, [](SeededRandom& random) {
+    Setting setting = bad(random);
+    vary_server(setting.server, random, true);
+    setting.idempotent_share = 0;
+    setting.least_level = setting.greatest_level = 0;
+    setting.longest_pause = {};
+    setting.longest_request = setting.longest_reply = 100;
+    setting.to_server.delay_max = seconds(3);
+    return setting;
+  });
+  EXPECT_GT(tally.succeeded, tally.calls / 10);
+}
+
+TEST(RpcSimulationTest, ARestartBetweenTwoCallsCostsNothing) {
+  const Tally tally = run_worlds(0.02, 1'000'000, [](SeededRandom& random) {
+    Setting setting = clean(random);
+    vary_server(setting.server, random, true);
+    setting.restart_share = 1;
+    setting.longest_pause = seconds(20);
+    setting.restart_in_pause = true;
+    return setting;
+  });
+  EXPECT_EQ(tally.succeeded, tally.calls);
+}
+
+TEST(RpcSimulationTest, AFullTableServesItsClientAgain) {
+  const Tally tally = run_worlds(0.05, 1'100'000, [](SeededRandom& random) {
+    Setting setting = clean(random);
+    vary_server(setting.server, random, true);
+    setting.strangers = 20;
+    setting.server.max_activities = 16;
+    setting.greatest_level = 7;
+    return setting;
+  });
+  EXPECT_GT(tally.succeeded, tally.calls / 4);
+}
+
 TEST(RpcSimulationTest, ChangedBytesCrashNothingAndEveryCallEnds) {
   run_worlds(0.04, 500'000, [](SeededRandom& random) {
     Setting setting = bad(random);
