@@ -117,7 +117,7 @@ TEST_F(Faults, AFailureOfTheDeviceIsToldAndLosesNothing) {
 
 TEST_F(Faults, KillsAtRandomInstantsLoseNothingThatWasReported) {
   const char* setting = std::getenv("ZT_KILLS");
-  const int kills = setting != nullptr ? std::atoi(setting) : 150;
+  const int kills = setting != nullptr ? std::atoi(setting) : 60;
   std::mt19937 random(std::random_device{}());
   // Up to twice what a command takes, so that as many are killed as not, wherever they are.
   const auto start = std::chrono::steady_clock::now();
