@@ -45,6 +45,7 @@ struct Element {
   Binding binding;
   uuid_t object;
   std::string annotation;
+  std::vector<unsigned> floors;
 };
 
 bool asks_for_interface(std::uint32_t inquiry_type) {
@@ -89,17 +90,23 @@ class Inquiry {
  public:
   Inquiry(CallTarget mapper, Question question) : mapper_(std::move(mapper)), question_(question) {}
 
-  // The next usable element, or the status that ended the inquiry, again at every later call.
-  RPC_STATUS next(Element* element) {
-    while (elements_.empty()) {
-      if (end_ != RPC_S_OK)
-        return end_;
-      fetch();
+  // The next element, or the status that ended the inquiry, again at every later call. Those of
+  // unknown protocols are passed over unless they are wanted.
+  RPC_STATUS next(Element* element, bool any) {
+    for (;;) {
+      while (elements_.empty()) {
+        if (end_ != RPC_S_OK)
+          return end_;
+        fetch();
+      }
+      *element = std::move(elements_.front());
+      elements_.pop_front();
+      if (any || !element->binding.target.protocol_sequence.empty())
+        return RPC_S_OK;
     }
-    *element = std::move(elements_.front());
-    elements_.pop_front();
-    return RPC_S_OK;
   }
+
+  std::uint32_t unreadable() const { return unreadable_; }
 
   // Gives the mapper's cursor back. A mapper that did not answer the last call is not asked again:
   // nobody waits for it twice.
@@ -160,10 +167,14 @@ class Inquiry {
       if (entry.tower == nullptr)
         continue;
       std::optional<Tower> tower =
-          decode_tower(std::as_bytes(std::span(entry.tower->tower_octet_string)));
-      if (tower)
-        elements_.push_back(
-            {tower->interface_id, binding_of(std::move(*tower)), entry.object, entry.annotation});
+          decode_any_tower(std::as_bytes(std::span(entry.tower->tower_octet_string)));
+      if (!tower) {
+        ++unreadable_;
+        continue;
+      }
+      std::vector<unsigned> floors = std::move(tower->floors);
+      elements_.push_back({tower->interface_id, binding_of(std::move(*tower)), entry.object,
+                           entry.annotation, std::move(floors)});
     }
   }
 
@@ -171,7 +182,8 @@ class Inquiry {
     Binding binding;
     CallTarget& target = binding.target;
     // A server that listens at every address of its host says so; it is where its mapper is.
-    const bool anywhere = tower.network_address == kAnyAddress &&
+    const bool anywhere = !tower.protocol_sequence.empty() &&
+                          tower.network_address == kAnyAddress &&
                           find_protocol_sequence(tower.protocol_sequence)->internet_address;
     target.network_address = std::move(tower.network_address);
     if (anywhere)
@@ -188,6 +200,7 @@ class Inquiry {
   std::deque<Element> elements_;
   RPC_STATUS end_ = RPC_S_OK;
   bool lost_ = false;  // the mapper does not answer any more
+  std::uint32_t unreadable_ = 0;
   std::size_t taken_ = 0;
   unsigned empty_batches_ = 0;
 };
@@ -271,7 +284,7 @@ RPC_STATUS RpcMgmtEpEltInqNextA(RPC_EP_INQ_HANDLE inquiry, rpc_if_id_t* interfac
     *annotation = nullptr;
 
   rpc::Element element;
-  RPC_STATUS status = found->next(&element);
+  RPC_STATUS status = found->next(&element, false);
   if (status == RPC_S_OK && annotation != nullptr)
     status = rpc::hand_out_text(element.annotation, annotation);
   if (status != RPC_S_OK)
@@ -282,6 +295,26 @@ RPC_STATUS RpcMgmtEpEltInqNextA(RPC_EP_INQ_HANDLE inquiry, rpc_if_id_t* interfac
   if (binding != nullptr)
     *binding = rpc::register_binding(std::move(element.binding));
   return RPC_S_OK;
+}
+
+RPC_STATUS RpcMgmtEpEltInqNextAny(RPC_EP_INQ_HANDLE inquiry, RpcEndpointElement* element) {
+  const std::shared_ptr<rpc::Inquiry> found = rpc::inquiries().find(inquiry);
+  if (found == nullptr)
+    return RPC_S_INVALID_BINDING;
+  rpc::Element next;
+  if (const RPC_STATUS status = found->next(&next, true); status != RPC_S_OK)
+    return status;
+  RPC_BINDING_HANDLE binding = nullptr;
+  if (!next.binding.target.protocol_sequence.empty())
+    binding = rpc::register_binding(std::move(next.binding));
+  *element = {next.interface_id, binding, next.object, std::move(next.annotation),
+              std::move(next.floors)};
+  return RPC_S_OK;
+}
+
+std::uint32_t RpcMgmtEpEltInqUnreadable(RPC_EP_INQ_HANDLE inquiry) {
+  const std::shared_ptr<rpc::Inquiry> found = rpc::inquiries().find(inquiry);
+  return found != nullptr ? found->unreadable() : 0;
 }
 
 RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry) {

@@ -5,8 +5,11 @@
 
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "platform/numbers/status.h"
 #include "platform/rpc/exception.h"
@@ -64,6 +67,8 @@ RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding);
 RPC_STATUS RpcBindingSetObject(RPC_BINDING_HANDLE binding, const uuid_t* object);
 // Levels 0 to 10; any other gives 1709.
 RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level);
+// Waits so long in place of the level's time; for who knows that an answer would come at once.
+RPC_STATUS RpcMgmtSetComWait(RPC_BINDING_HANDLE binding, std::chrono::milliseconds wait);
 RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level);
 
 // --- Endpoint inquiry (C706 appendix O). A null binding asks this host.
@@ -74,6 +79,19 @@ RPC_STATUS RpcMgmtEpEltInqBegin(RPC_BINDING_HANDLE mapper, std::uint32_t inquiry
 // (RpcBindingFree) and the annotation (RpcStringFreeA) belong to the caller.
 RPC_STATUS RpcMgmtEpEltInqNextA(RPC_EP_INQ_HANDLE inquiry, rpc_if_id_t* interface_id,
                                 RPC_BINDING_HANDLE* binding, uuid_t* object, char** annotation);
+// How elements are handed out whose protocols the runtime does not know: with the floors of their
+// towers in place of a binding.
+struct RpcEndpointElement {
+  rpc_if_id_t interface_id{};
+  RPC_BINDING_HANDLE binding = nullptr;  // RpcBindingFree; null for other protocols
+  uuid_t object{};
+  std::string annotation;
+  std::vector<unsigned> floors;  // identifiers of the protocol floors, from the third on
+};
+// The next element of any protocol; else as RpcMgmtEpEltInqNextA. An inquiry is read by one of both.
+RPC_STATUS RpcMgmtEpEltInqNextAny(RPC_EP_INQ_HANDLE inquiry, RpcEndpointElement* element);
+// Elements so far that were left out because theirs is no tower.
+std::uint32_t RpcMgmtEpEltInqUnreadable(RPC_EP_INQ_HANDLE inquiry);
 // Closes the inquiry, on the mapper too, and sets the handle to null.
 RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry);
 
@@ -82,10 +100,27 @@ RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding);
 // Acknowledges this thread's last replies. To be called before a pause: servers repeat what was not
 // acknowledged until the next call does so.
 void RpcMgmtAcknowledge();
-// Why nothing answered this thread's last remote call (its status was 1722, or 1820 in an inquiry):
-// 10061 the port was refused, 10065 the host or network cannot be reached, 10060 silence; 0 when
-// the call was answered.
-RPC_STATUS RpcLastNetworkError();
+// How a remote call ended, beyond its status.
+struct RpcCallOutcome {
+  enum class Kind : std::uint8_t {
+    answered,     // a reply came, whatever status stands in it
+    undelivered,  // nothing of the server was heard; `network` says why
+    silent,       // the server was heard and then no more
+    fault,        // `number` is the fault's
+    reject,       // `number` is the reject's
+    local,        // ended on this side: a binding that cannot be called, a reply that is too long
+  };
+  Kind kind = Kind::answered;
+  // 10061 the port was refused, 10065 the host and 10051 the network cannot be reached, 10013 it is
+  // prohibited, 10060 silence.
+  RPC_STATUS network = 0;
+  std::uint32_t number = 0;  // as it came (C706 appendix E, or the server's own)
+  RPC_STATUS status = 0;     // the call's own; a stub may report another
+  // The server's question who we are got no answer, so that it did not run the call.
+  bool call_back_lost() const { return kind == Kind::reject && number == 0x1C00000B; }
+};
+// Of this thread's last remote call; to be read before the next one.
+const RpcCallOutcome& RpcLastCallOutcome();
 RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id);
 
 // --- UUIDs.

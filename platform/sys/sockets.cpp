@@ -4,10 +4,12 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <nss.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -20,6 +22,10 @@ namespace sockets {
 namespace {
 
 sys::FiberLocal<int> last_error;
+
+std::atomic<bool> silent_name_server = false;
+// A failure that took so long is a time-out; a name server that is there and fails says so sooner.
+constexpr std::chrono::milliseconds kSilence{1000};
 
 int fail(int error_number) {
   *last_error = error_number;
@@ -109,12 +115,16 @@ std::optional<HostEntry> look_up_host(Lookup lookup) {
   hostent entry{};
   hostent* found = nullptr;
   int h_error = NO_RECOVERY;
+  const auto begin = std::chrono::steady_clock::now();
   sys::run_beside([&] {
     while (lookup(&entry, buffer.data(), buffer.size(), &found, &h_error) == ERANGE &&
            buffer.size() < kLargestEntry)
       buffer.resize(buffer.size() * 2);
   });
   if (found == nullptr) {
+    if (h_error == TRY_AGAIN && std::chrono::steady_clock::now() - begin >= kSilence &&
+        !silent_name_server.exchange(true))
+      ::__nss_configure_lookup("hosts", "files");
     fail(resolver_error(h_error));
     return std::nullopt;
   }
@@ -214,6 +224,25 @@ std::optional<HostEntry> gethostbyaddr(std::uint32_t address) {
         return ::gethostbyaddr_r(&address, sizeof(address), AF_INET, entry, buffer, size, found,
                                  h_error);
       });
+}
+
+bool has_other_family(const char* name) {
+  in6_addr literal{};
+  std::string text = name != nullptr ? name : "";
+  text.resize(std::min(text.size(), text.find('%')));
+  if (::inet_pton(AF_INET6, text.c_str(), &literal) == 1)
+    return true;
+  addrinfo wanted{};
+  wanted.ai_family = AF_INET6;
+  addrinfo* found = nullptr;
+  if (text.empty() || ::getaddrinfo(text.c_str(), nullptr, &wanted, &found) != 0)
+    return false;
+  ::freeaddrinfo(found);
+  return true;
+}
+
+bool name_server_silent() {
+  return silent_name_server;
 }
 
 std::uint32_t inet_addr(const char* text) {

@@ -76,6 +76,13 @@ int gethostname(char* name, int size);
 // WSANO_DATA.
 std::optional<HostEntry> gethostbyname(const char* name);
 
+// Whether a name, or a literal, stands for addresses of another family only (IPv6).
+bool has_other_family(const char* name);
+
+// Whether a look-up in this process failed for want of a name server's answer. From then on names
+// and addresses are looked up in the hosts file alone, so that nobody waits for it again.
+bool name_server_silent();
+
 // The name of an address (network byte order). Errors as for gethostbyname.
 std::optional<HostEntry> gethostbyaddr(std::uint32_t address);
 

@@ -12,8 +12,6 @@
 
 namespace {
 
-hublnk_Limits limits;
-
 // The workstation's C library numbers for an interrupted call and an invalid argument; like a
 // reset, they count as the end of the connection and not as an error of their own.
 constexpr int kInterrupted = 4;
@@ -70,7 +68,7 @@ class Exchange {
 
   // Sends the command and receives the reply. False: the status holds why. True without a reply
   // when the daemon closed the connection instead.
-  bool run(sockets::Socket fd, std::uint32_t* status) {
+  bool run(sockets::Socket fd, const hublnk_Limits& limits, std::uint32_t* status) {
     if (!fits_) {
       *status = kHublnkMalformed;
       return false;
@@ -78,8 +76,8 @@ class Exchange {
     Buffer packet;
     std::size_t length = 0;
     if (!MarshallHublnkPacket(message_, packet, &length, status) ||
-        !SendHublnkPacket(fd, std::span(packet).first(length), status) ||
-        !RecvHublnkPacket(fd, packet, &length, status))
+        !SendHublnkPacket(fd, std::span(packet).first(length), status, limits) ||
+        !RecvHublnkPacket(fd, packet, &length, status, limits))
       return false;
     replied_ = length != 0;
     if (!replied_)
@@ -122,7 +120,7 @@ unsigned char server_command(sockets::Socket fd, HublnkCommand command, const uu
   }
   for (const char* text : texts)
     exchange.add(text);
-  if (!exchange.run(fd, status))
+  if (!exchange.run(fd, {}, status))
     return 0;
   if (!exchange.replied()) {
     *status = kHublnkNoReply;
@@ -135,10 +133,6 @@ unsigned char server_command(sockets::Socket fd, HublnkCommand command, const uu
 }
 
 }  // namespace
-
-void hublnk_SetLimits(const hublnk_Limits& new_limits) {
-  limits = new_limits;
-}
 
 std::uint16_t hublnk_Port() {
   for (const char* service : {cHublnkdServiceName, cZtserverServiceName}) {
@@ -163,6 +157,12 @@ unsigned char hublnk_Open(const char* hostName, sockets::Socket* fd, std::uint32
     address.sin_addr.s_addr = host->h_addr_list.front();
   }
   address.sin_port = hublnk_Port();
+  return hublnk_OpenAt(address, {}, fd, status);
+}
+
+unsigned char hublnk_OpenAt(const sockaddr_in& address, const hublnk_Limits& limits,
+                            sockets::Socket* fd, std::uint32_t* status) {
+  *status = 0;
   sockets::Socket connection = sockets::socket(AF_INET, SOCK_STREAM, 0);
   if (connection == sockets::kInvalidSocket) {
     *status = last_socket_error();
@@ -185,11 +185,14 @@ unsigned char hublnk_Close(sockets::Socket& fd, std::uint32_t* status) {
 }
 
 unsigned char hublnk_Negotiate(sockets::Socket fd, std::uint16_t* versionMajor,
-                               std::uint16_t* versionMinor, std::uint32_t* status) {
+                               std::uint16_t* versionMinor, std::uint32_t* status,
+                               const hublnk_Limits& limits, bool* closed) {
   *status = 0;
   Exchange exchange(kHublnkNegotiate);
-  if (!exchange.run(fd, status))
+  if (!exchange.run(fd, limits, status))
     return 0;
+  if (closed != nullptr)
+    *closed = !exchange.replied();
   if (!exchange.replied()) {
     // A daemon from before the negotiation closes the connection at the unknown command.
     *versionMajor = 1;
@@ -293,7 +296,7 @@ unsigned char UnmarshallHublnkPacket(HXMessage_t& hxaMessage, std::span<const st
 }
 
 unsigned char SendHublnkPacket(sockets::Socket fd, std::span<const std::byte> msgBuf,
-                               std::uint32_t* status) {
+                               std::uint32_t* status, const hublnk_Limits& limits) {
   *status = sockets::send(fd, msgBuf, sockets::deadline_after(limits.reply)) < 0
                 ? last_socket_error()
                 : 0;
@@ -301,7 +304,8 @@ unsigned char SendHublnkPacket(sockets::Socket fd, std::span<const std::byte> ms
 }
 
 unsigned char RecvHublnkPacket(sockets::Socket fd, std::span<std::byte> msgBuf,
-                               std::size_t* msgBufLen, std::uint32_t* status) {
+                               std::size_t* msgBufLen, std::uint32_t* status,
+                               const hublnk_Limits& limits) {
   *status = 0;
   *msgBufLen = 0;
   const std::size_t most = std::min(msgBuf.size(), kHublnkBufferSize);

@@ -71,23 +71,27 @@ struct hublnk_sServerDescriptor {
   char fPath[1024];
 };
 
-// How long a connection attempt and the receipt of one whole reply may take. Process-wide.
+// How long a connection attempt and the receipt of one whole reply may take.
 struct hublnk_Limits {
   std::chrono::seconds connect = sockets::kLongestConnect;
   std::chrono::seconds reply{30};
 };
-void hublnk_SetLimits(const hublnk_Limits& limits);
 
 // The port of the daemon in network byte order, from the services database or the default.
 std::uint16_t hublnk_Port();
 
 unsigned char hublnk_Open(const char* hostName, sockets::Socket* fd, std::uint32_t* status);
+// The same to an address, with limits of the caller's.
+unsigned char hublnk_OpenAt(const sockaddr_in& address, const hublnk_Limits& limits,
+                            sockets::Socket* fd, std::uint32_t* status);
 // Always succeeds; the descriptor becomes invalid.
 unsigned char hublnk_Close(sockets::Socket& fd, std::uint32_t* status);
 
-// A daemon that closes without a reply counts as version 1.0 with status 0.
+// A daemon that closes without a reply counts as version 1.0 with status 0; `closed`, where it is
+// given, tells it from one that says so.
 unsigned char hublnk_Negotiate(sockets::Socket fd, std::uint16_t* versionMajor,
-                               std::uint16_t* versionMinor, std::uint32_t* status);
+                               std::uint16_t* versionMinor, std::uint32_t* status,
+                               const hublnk_Limits& limits = {}, bool* closed = nullptr);
 unsigned char hublnk_Shutdown(sockets::Socket fd, std::uint32_t* status);
 unsigned char hublnk_RegisterServer(sockets::Socket fd, uuid_t serverType, const char* serverName,
                                     const char* serverPath, uuid_t* serverObjId,
@@ -115,9 +119,10 @@ unsigned char MarshallHublnkPacket(const HXMessage_t& hxaMessage, std::span<std:
 unsigned char UnmarshallHublnkPacket(HXMessage_t& hxaMessage, std::span<const std::byte> msgBuf,
                                      std::uint32_t* status);
 unsigned char SendHublnkPacket(sockets::Socket fd, std::span<const std::byte> msgBuf,
-                               std::uint32_t* status);
+                               std::uint32_t* status, const hublnk_Limits& limits = {});
 // Receives one packet; length 0 with status 0 when the daemon closed or reset the connection before
 // the first byte. A connection that ends within the packet gives kHublnkCutShort, a length field
 // that no packet can have kHublnkMalformed, a time-out 10060.
 unsigned char RecvHublnkPacket(sockets::Socket fd, std::span<std::byte> msgBuf,
-                               std::size_t* msgBufLen, std::uint32_t* status);
+                               std::size_t* msgBufLen, std::uint32_t* status,
+                               const hublnk_Limits& limits = {});

@@ -13,6 +13,7 @@
 #include "platform/numbers/network_error.h"
 #include "platform/rpc/names/protocol_sequence.h"
 #include "platform/sys/native_path.h"
+#include "platform/sys/sockets.h"
 #include "shared/general/SHcontrolObj.h"
 #include "shared/general/SHsysNameConv.h"
 
@@ -55,8 +56,15 @@ void release(ptc_RpcClientContextStruct& record) {
 
 class Query {
  public:
-  Query(std::span<ptc_RpcClientContextStruct> records) : records_(records) {
-    ignored_count_ = ept_CheckIgnoreIPs(ignored_);
+  Query(std::span<ptc_RpcClientContextStruct> records, const ptc_LookupOptions& options)
+      : records_(records), silence_(options.silence) {
+    if (options.ignored != nullptr) {
+      ignored_ = *options.ignored;
+      return;
+    }
+    std::array<std::int32_t, kMostIgnored> keys;
+    ignored_.assign(keys.begin(),
+                    keys.begin() + static_cast<std::ptrdiff_t>(ept_CheckIgnoreIPs(keys)));
   }
 
   // Fills records until the list or the map ends.
@@ -72,7 +80,7 @@ class Query {
           inquiry, &record.fInterfaceId, &record.fBindingHandle, &record.fObjectUuid, nullptr);
       if (status != RPC_S_OK) {
         if (status != RPC_X_NO_MORE_ENTRIES)
-          losses_.mapper = cause_of(status);
+          losses_.mapper = {status, RpcLastCallOutcome()};
         return ends_list(status) ? RPC_S_OK : status;
       }
       if (const error_status_t failure = examine(record); failure != RPC_S_OK) {
@@ -80,6 +88,7 @@ class Query {
         return failure;
       }
     }
+    losses_.full = accepted_ == records_.size();
     return RPC_S_OK;
   }
 
@@ -102,7 +111,8 @@ class Query {
     // The name in another sequence's address is a stranger's text that no resolver need see.
     const bool ignored = datagram && is_ignored(address.get());
     const bool valid =
-        !ignored && !is_repeated(endpoint.get()) && is_listening(record.fBindingHandle, datagram);
+        !ignored && !is_repeated(endpoint.get()) &&
+        is_listening(record.fBindingHandle, datagram ? address.get() : nullptr, endpoint.get());
     if (!valid || !datagram) {
       release(record);
       return RPC_S_OK;
@@ -114,13 +124,12 @@ class Query {
   }
 
   bool is_ignored(char* address) const {
-    if (ignored_count_ == 0)
+    if (ignored_.empty())
       return false;
     SystemKey key = kNoSystemKey;
     if (ARPANameToSystemKey(address, key) != 0 || key == kNoSystemKey)
       return false;
-    const auto end = ignored_.begin() + static_cast<std::ptrdiff_t>(ignored_count_);
-    return std::find(ignored_.begin(), end, key) != end;
+    return std::find(ignored_.begin(), ignored_.end(), key) != ignored_.end();
   }
 
   // The first registration of an endpoint number wins; the address does not count.
@@ -131,22 +140,35 @@ class Query {
     return std::find(endpoints_.begin(), end, number) != end;
   }
 
-  // What the network knows of a failed call says more than that it failed.
-  static error_status_t cause_of(RPC_STATUS status) {
-    const RPC_STATUS network = RpcLastNetworkError();
-    return network != RPC_S_OK ? network : status;
+  // Without an address the element is of another protocol sequence: asked, and never missed.
+  bool is_listening(RPC_BINDING_HANDLE binding, const char* address, const char* endpoint) {
+    KnownSilence::Thing server;
+    if (address != nullptr)
+      server = {sockets::inet_addr(address),
+                static_cast<std::uint16_t>(std::strtol(endpoint, nullptr, 10))};
+    const bool remembers = address != nullptr && silence_ != nullptr;
+    if (const LostCall* known = remembers ? silence_->find(server) : nullptr) {
+      miss(*known, address, server.port);
+      return false;
+    }
+    const LostCall probed{probe(binding), RpcLastCallOutcome()};
+    if (probed.status == RPC_S_OK)
+      return true;
+    if (address != nullptr)
+      miss(probed, address, server.port);
+    // A server that got less than the whole time is not known to be silent.
+    if (probed.timed_out() && remembers && silent_ < kPatientProbes)
+      silence_->add(server, probed);
+    silent_ += probed.timed_out() ? 1 : 0;
+    return false;
   }
 
-  bool is_listening(RPC_BINDING_HANDLE binding, bool datagram) {
-    const RPC_STATUS status = probe(binding);
-    if (status == RPC_S_OK)
-      return true;
-    const error_status_t cause = cause_of(status);
-    if (datagram)
-      losses_.server = cause;
-    if (cause == sockets::WSAETIMEDOUT || cause == RPC_S_CALL_FAILED)
-      ++silent_;
-    return false;
+  void miss(const LostCall& lost, const char* address, std::uint16_t port) {
+    if (++losses_.servers != 1)
+      return;
+    losses_.server = lost;
+    losses_.server_address = address;
+    losses_.server_port = port;
   }
 
   RPC_STATUS probe(RPC_BINDING_HANDLE binding) const {
@@ -162,14 +184,14 @@ class Query {
   std::span<ptc_RpcClientContextStruct> records_;
   std::size_t accepted_ = 0;
   int silent_ = 0;  // servers so far that answered nothing
-  std::array<std::int32_t, kMostIgnored> ignored_;
-  std::size_t ignored_count_ = 0;
+  std::vector<std::int32_t> ignored_;
+  KnownSilence* silence_;
   std::array<std::uint16_t, kMostEndpoints> endpoints_;  // of the records, by index
   ptc_LookupLosses losses_;
 };
 
 bool is_separator(char character) {
-  return character == ' ' || character == '\t' || character == '\n';
+  return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
 
 struct CloseFile {
@@ -181,16 +203,16 @@ struct CloseFile {
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId,
                        const uuid_t* objectId, ptc_RpcClientContextStruct* clientContextList,
                        std::uint32_t* clientContextListSize, error_status_t* status,
-                       ptc_LookupLosses* losses) {
+                       ptc_LookupLosses* losses, const ptc_LookupOptions& options) {
   std::uint32_t count = *clientContextListSize;
-  QueryEPT(epHandle, interfaceId, objectId, clientContextList, &count, status, losses);
+  QueryEPT(epHandle, interfaceId, objectId, clientContextList, &count, status, losses, options);
   if (*status == RPC_S_OK)
     *clientContextListSize = count;
 }
 
 void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const uuid_t* objectId,
               ptc_RpcClientContextStruct* clientContextList, std::uint32_t* clientContextListSize,
-              error_status_t* status, ptc_LookupLosses* losses) {
+              error_status_t* status, ptc_LookupLosses* losses, const ptc_LookupOptions& options) {
   *status = RPC_S_OK;
   if (losses != nullptr)
     *losses = {};
@@ -199,7 +221,7 @@ void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const
     return;
   }
   const std::size_t capacity = std::min<std::size_t>(*clientContextListSize, kMostEndpoints);
-  Query query({clientContextList, capacity});
+  Query query({clientContextList, capacity}, options);
   RPC_EP_INQ_HANDLE inquiry = nullptr;
   *status = RpcMgmtEpEltInqBegin(epHandle, RPC_C_EP_MATCH_BY_IF, interfaceId, RPC_C_VERS_EXACT,
                                  objectId, &inquiry);

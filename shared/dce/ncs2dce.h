@@ -11,8 +11,10 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "platform/rpc/rpc.h"
+#include "shared/dce/known_silence.h"
 
 using _ptc_ObjId = uuid_t;
 
@@ -28,15 +30,27 @@ struct ptc_RpcClientContextStruct {
   RPC_BINDING_HANDLE fBindingHandle;  // RpcBindingFree; carries the object UUID
 };
 
-// What stood in the way of a query that succeeded all the same. Each is 0 for nothing, else the
-// network's number (RpcLastNetworkError) or, where the network did its part, the call's status.
+// What a query that succeeded may have missed.
 struct ptc_LookupLosses {
-  error_status_t mapper = 0;  // the map was not read, or not to its end
-  error_status_t server =
-      0;  // the last server that is registered and was left out for not answering
+  LostCall mapper;  // the map was not read, or not to its end
+  // The first server over ncadg_ip_udp that is registered and was left out for not answering, and
+  // how many there are.
+  LostCall server;
+  std::string server_address;
+  std::uint16_t server_port = 0;
+  int servers = 0;
   // The map names more elements, or more servers that answer nothing, than a query has time for;
   // the rest was not looked at.
   bool unfinished = false;
+  bool full = false;  // the list was full before the map ended
+};
+
+// What a query is made with besides the map.
+struct ptc_LookupOptions {
+  // Keys left out; null: those of ignoreip.txt.
+  const std::vector<std::int32_t>* ignored = nullptr;
+  // Servers that are known to be silent are left out, others that are silent noted; may be null.
+  KnownSilence* silence = nullptr;
 };
 
 // The live servers of an interface over ncadg_ip_udp, in the map's order. `epHandle` is a binding
@@ -48,13 +62,14 @@ struct ptc_LookupLosses {
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId,
                        const uuid_t* objectId, ptc_RpcClientContextStruct* clientContextList,
                        std::uint32_t* clientContextListSize, error_status_t* status,
-                       ptc_LookupLosses* losses = nullptr);
+                       ptc_LookupLosses* losses = nullptr, const ptc_LookupOptions& options = {});
 
 // The worker of ptc_rpc_ep_lookup. The count is written whenever the inquiry was opened; it is 0
 // after a failure.
 void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const uuid_t* objectId,
               ptc_RpcClientContextStruct* clientContextList, std::uint32_t* clientContextListSize,
-              error_status_t* status, ptc_LookupLosses* losses = nullptr);
+              error_status_t* status, ptc_LookupLosses* losses = nullptr,
+              const ptc_LookupOptions& options = {});
 
 // Frees what the first records own. The status is that of the last call made, untouched for none.
 void ptc_rpc_clnt_ctx_free(ptc_RpcClientContextStruct* clientContextList,
@@ -65,7 +80,8 @@ void ptc_binding_from_hostname(const char* host, const char* protseq, RPC_BINDIN
                                error_status_t* opStatus);
 
 // The keys of ignoreip.txt in the configuration directory; their number. A file that cannot be read
-// holds none. docs/formats/ignore-list.md describes it.
+// holds none, and a carriage return ends a name like a blank. docs/formats/ignore-list.md describes
+// it.
 std::size_t ept_CheckIgnoreIPs(std::span<std::int32_t, kMostIgnored> ignore_ip);
 
 // The address or host name of the next entry of an ignore list; nothing at its end.

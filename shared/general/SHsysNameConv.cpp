@@ -11,7 +11,9 @@ namespace {
 
 // The key of an entry's first address; the others are of no interest.
 SystemKey FirstKey(const std::optional<sockets::HostEntry>& entry) {
-  return entry ? static_cast<SystemKey>(entry->h_addr_list.front()) : kNoSystemKey;
+  return entry && entry->h_addr_list.front() != 0
+             ? static_cast<SystemKey>(entry->h_addr_list.front())
+             : kNoSystemKey;
 }
 
 ptc_KeyConversion_struct Conversion(SystemKey key) {
@@ -32,14 +34,31 @@ void SystemKeyToIPAddr(SystemKey key, char* output) {
 }
 
 int ARPANameToSystemKey(char* name, SystemKey& key) {
+  std::vector<SystemKey> keys;
+  return ARPANameToSystemKeys(name, key, keys);
+}
+
+int ARPANameToSystemKeys(char* name, SystemKey& key, std::vector<SystemKey>& keys) {
   std::size_t length = std::strlen(name);
   while (length > 0 && name[length - 1] == ' ')
     name[--length] = '\0';
 
+  keys.clear();
   key = static_cast<SystemKey>(sockets::inet_addr(name));
-  if (key == kNoSystemKey)
-    key = FirstKey(sockets::gethostbyname(name));
+  if (key == 0) {
+    key = kNoSystemKey;
+  } else if (key != kNoSystemKey) {
+    keys.push_back(key);
+  } else if (const auto entry = sockets::gethostbyname(name)) {
+    key = FirstKey(entry);
+    for (const std::uint32_t address : entry->h_addr_list)
+      keys.push_back(static_cast<SystemKey>(address));
+  }
   return key == kNoSystemKey ? -1 : 0;
+}
+
+bool SystemHasOtherFamily(const char* name) {
+  return sockets::has_other_family(name);
 }
 
 int GetLocalSystemKey(SystemKey& key) {

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // System keys: a system is known by its IPv4 address, whose octets in dotted order are the key's
-// four bytes in memory (the value of inet_addr). -1 means no address, wherever it comes from.
+// four bytes in memory (the value of inet_addr). -1 means no address, wherever it comes from; a
+// name or text that gives 0.0.0.0 has none either.
 //
 // The socket library must be started before the first lookup.
 
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 using SystemKey = std::int32_t;
 inline constexpr SystemKey kNoSystemKey = -1;
@@ -37,6 +39,11 @@ int GetLocalSocketString(char* output);
 // The key of a host name or dotted address, whose trailing blanks are cut off in place. 0; -1: no
 // address, and the key holds -1.
 int ARPANameToSystemKey(char* name, SystemKey& key);
+
+// Whether a name or literal that has no key stands for addresses of another family.
+bool SystemHasOtherFamily(const char* name);
+// As ARPANameToSystemKey, and all addresses of the name, the key's first.
+int ARPANameToSystemKeys(char* name, SystemKey& key, std::vector<SystemKey>& keys);
 
 // 0; -1: the local name cannot be read; -2: it does not resolve. The key is written for 0 only.
 int GetLocalSystemKey(SystemKey& key);

@@ -5,17 +5,20 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "shared/dce/ncs2dce.h"
 #include "shared/general/SHsysNameConv.h"
+#include "source/domain/ZTagentRoad.h"
 #include "source/domain/ZTrepInterface.h"
 
 class zt_SystemInfo_class;
 
 class zt_RPCAlarmNoticeLink_class {
  public:
-  zt_RPCAlarmNoticeLink_class();
+  // `silence` is what the run knows to be silent; it may be null, and outlives the link.
+  explicit zt_RPCAlarmNoticeLink_class(KnownSilence* silence = nullptr);
   ~zt_RPCAlarmNoticeLink_class();
   zt_RPCAlarmNoticeLink_class(const zt_RPCAlarmNoticeLink_class&) = delete;
   zt_RPCAlarmNoticeLink_class& operator=(const zt_RPCAlarmNoticeLink_class&) = delete;
@@ -31,7 +34,7 @@ class zt_RPCAlarmNoticeLink_class {
   // Whether the endpoint map leads to an alarm server. The result of ConnectToAlmServer.
   int IsRegistered(SystemKey system_key, unsigned char& registered);
   // The same, and pings it: 0; -1 or a status on failure. A server that is registered and was
-  // dropped by the listening probe counts as not registered; ReturnUnreachable tells it apart.
+  // dropped by the listening probe counts as not registered; ReturnFailure tells it apart.
   int PingAlmServer(SystemKey system_key, unsigned char& registered);
 
   void LogStatus() const;
@@ -40,19 +43,16 @@ class zt_RPCAlarmNoticeLink_class {
   const char* ReturnEndPoint() const {
     return fEndPointString.empty() ? nullptr : fEndPointString.c_str();
   }
-  // 1 when the last look-up found a registration but nobody listening; it is recorded as a message.
-  int ReturnUnreachable() const { return fUnreachable; }
+  // What stood in the way of the last operation, also when it succeeded all the same: a server that
+  // is registered and not listening, or a map that was not read. Nothing: see the message.
+  const std::optional<RoadFailure>& ReturnFailure() const { return fFailure; }
 
  private:
-  int Failed(int set, int number, error_status_t status, int result);
-  int Failed(int set, int number, int result);
-  int CheckLocationBroker(const char* address, std::uint16_t* major);
-  int FindServer(RPC_BINDING_HANDLE mapper);
-  int TakeServer();
+  int Failed(MessageId message, int result, std::string parameter = {});
+  int Failed(RoadFailure failure, int result);
 
   unsigned char fIsValid = 0;
   unsigned char fRemoveClientContext = 0;
-  unsigned char fUnreachable = 0;
   SystemKey fMgrNodeSystemKey = kNoSystemKey;
   std::string fEndPointString;
   int fErrorSet = 0;
@@ -61,4 +61,7 @@ class zt_RPCAlarmNoticeLink_class {
   std::string fErrorMsgParm;
   zt_RPCinfo_t fRPCinfo;
   ptc_RpcClientContextStruct fAlmclientContext{};
+  RoadAddress fServerAddress;
+  const RoadSettings fSettings;
+  std::optional<RoadFailure> fFailure;
 };

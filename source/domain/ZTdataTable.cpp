@@ -14,8 +14,26 @@ constexpr int kClassType = 1;
 constexpr std::uint16_t kWidest = 1023;  // the description's 10 bits
 constexpr unsigned kDecimalBits = 0x7;
 constexpr unsigned kScaleBits = 0x3FF;
-constexpr const char* kFirstHeading = "              ";
-constexpr const char* kSecondHeading = "Date     Time ";
+constexpr std::size_t kLeastDateWidth = 14;  // of a short date of eight characters, and the time
+constexpr std::size_t kTimeWidth = 6;        // with the blank before it
+
+// The letters of a text, or its octets when it is no UTF-8.
+std::size_t letters_of(std::string_view text) {
+  std::size_t letters = 0;
+  for (std::string_view rest = text; !rest.empty(); ++letters) {
+    const std::size_t length = utf8_length(rest);
+    if (length == 0)
+      return text.size();
+    rest.remove_prefix(length);
+  }
+  return letters;
+}
+
+// Appends a text with the blank before it, padded to the column's width.
+void append_column(std::string& line, std::size_t width, const std::string& text) {
+  line += ' ' + text;
+  line.append(width - std::min(width, letters_of(text)), ' ');
+}
 
 bool is_number(const rep_sMetricDescriptor& metric) {
   return metric.DataType >= 0 && metric.DataType <= 2;
@@ -40,14 +58,17 @@ FieldParm description_of(const rep_sMetricDescriptor& metric) {
 
 }  // namespace
 
-std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns) {
-  std::string first = kFirstHeading;
-  std::string second = kSecondHeading;
+std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns,
+                                 std::size_t date_width) {
+  date_width = std::max(date_width, kLeastDateWidth);
+  std::string first(date_width, ' ');
+  std::string second = "Date";
+  second.append(date_width - kTimeWidth - second.size() + 1, ' ');
+  second += "Time ";
   for (const rep_sMetricDescriptor* metric : columns) {
-    const int width = width_of(*metric);
-    const char* heading = metric->HeadOneLength == 0 ? "" : metric->HeadingOne;
-    append_text(first, " %-*s", width, printable(heading).c_str());
-    append_text(second, " %-*s", width, printable(metric->HeadingTwo).c_str());
+    const auto width = static_cast<std::size_t>(width_of(*metric));
+    append_column(first, width, printable(metric->HeadOneLength == 0 ? "" : metric->HeadingOne));
+    append_column(second, width, printable(metric->HeadingTwo));
   }
   return first + "\n" + second + "\n";
 }
@@ -63,18 +84,21 @@ void append_data_value(std::string& line, const rep_sMetricDescriptor& metric, s
     return;
   }
   variable = text;
-  append_text(line, " %-*s", width, printable(variable.GetString()).c_str());
+  append_column(line, static_cast<std::size_t>(width), printable(variable.GetString()));
 }
 
 std::optional<std::string> format_data_table(
     const zt_RepServerInfo_class& client,
     const std::vector<const rep_sMetricDescriptor*>& columns) {
-  std::string table = format_data_headings(columns);
+  std::string table;
+  std::size_t date_width = 0;
   const std::uint32_t* value = client.ReturnIntResults();
   for (std::size_t row = 0; row < client.ReturnRowCount(); ++row) {
     DateTime time;
     time.SetGmt(client.ReturnTimeStamps()[row]);
-    table += time.FmtDateTime();
+    const std::string date = time.FmtDateTime();
+    date_width = std::max(date_width, letters_of(date));
+    table += date;
     for (const rep_sMetricDescriptor* metric : columns) {
       std::optional<std::string_view> text = std::string_view();
       if (!is_number(*metric))
@@ -86,5 +110,5 @@ std::optional<std::string> format_data_table(
     }
     table += '\n';
   }
-  return table;
+  return format_data_headings(columns, date_width) + table;
 }

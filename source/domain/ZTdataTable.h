@@ -15,7 +15,9 @@
 std::optional<std::string> format_data_table(
     const zt_RepServerInfo_class& client, const std::vector<const rep_sMetricDescriptor*>& columns);
 
-std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns);
+// The columns of values begin behind a date and time of so many letters, at least 14.
+std::string format_data_headings(const std::vector<const rep_sMetricDescriptor*>& columns,
+                                 std::size_t date_width = 0);
 // Appends one value with the blank before it; `text` is used for text metrics alone.
 void append_data_value(std::string& line, const rep_sMetricDescriptor& metric, std::int32_t number,
                        const char* text);

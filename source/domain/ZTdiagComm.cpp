@@ -13,6 +13,7 @@
 #include "source/domain/ZTcommandLine.h"
 #include "source/domain/ZTdiagCommObj.h"
 #include "source/domain/ZTdiagCommTrace.h"
+#include "source/domain/ZTmessages.h"
 #include "source/support/ZTglobal.h"
 #include "source/support/ZTprintable.h"
 
@@ -52,13 +53,19 @@ int diagnose(const CommandLine& line) {
 
   if (!diagnostic.ValidSystemName(line.System.c_str())) {
     diagnostic.DisplayErrors();
+    diagnostic.DisplayNameNotes();
     return 1;
   }
   print_system("Target System: ", diagnostic.ReturnSystemName(), diagnostic.ReturnSystemKey());
   std::printf("\n");
   std::fflush(stdout);
+  diagnostic.DisplayNameNotes();
   run_checks(diagnostic, line);
-  return 0;
+  diagnostic.DisplayNameNotes();
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+    return 0;
+  show_message({messages::kCommandSet, messages::kOutputFailed});
+  return 1;
 }
 
 }  // namespace

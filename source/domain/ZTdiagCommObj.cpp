@@ -4,27 +4,13 @@
 #include <cstdio>
 
 #include "platform/sys/sockets.h"
-#include "shared/general/SHNLSmsg.h"
 #include "source/domain/ZTdiagCommTrace.h"
 #include "source/domain/ZTenvInit.h"
-#include "source/support/ZTprintable.h"
 
 namespace {
 
-constexpr int kCommandSet = 20;
-constexpr int kNoLocalKey = 103;
-constexpr int kUnknownName = 104;
-constexpr int kNoLocalName = 105;
-constexpr int kRuntimeText = 108;
-constexpr int kCannotConnect = 110;
-constexpr int kSocketError = 111;
-constexpr int kAgentTooOldMessage = 112;
-constexpr int kConnectionRefused = 114;
-
-void show(int number, const std::string& parameter) {
-  const std::string text =
-      NLS_MESSAGE_OBJ::FormatNLSmessage(kCommandSet, number, printable(parameter).c_str());
-  std::fprintf(stderr, "%s\n", text.c_str());
+void show(int number, std::string_view parameter) {
+  show_message({messages::kCommandSet, number}, parameter);
 }
 
 }  // namespace
@@ -65,23 +51,44 @@ void zt_DiagComm_class::DisplayErrors() {
     fErrorNum2 = 0;
   }
   if (fRPCErrorStatus != 0) {
-    show(kRuntimeText, error_text(fRPCErrorStatus));
+    show(messages::kRuntimeText, error_text(fRPCErrorStatus));
     fRPCErrorStatus = 0;
   }
+  if (fFailure) {
+    show(messages::kDetails, fFailure->sentence());
+    fFailure.reset();
+  }
   std::fflush(stderr);
+}
+
+void zt_DiagComm_class::DisplayNameNotes() {
+  if (sockets::name_server_silent() && !fNameServerReported) {
+    fNameServerReported = true;
+    show(messages::kNameServerSilent, {});
+  }
+  std::string further;
+  for (const SystemKey key : fTargetKeys) {
+    char address[kKeyTextSize];
+    SystemKeyToIPAddr(key, address);
+    if (key != fSystemKey)
+      further += (further.empty() ? "" : ", ") + std::string(address);
+  }
+  fTargetKeys.clear();
+  if (!further.empty())
+    show(messages::kMoreAddresses, further);
 }
 
 int zt_DiagComm_class::GetLocalSystem(char* name, SystemKey& key) {
   const TracedOperation traced("zt_DiagComm_class::GetLocalSystem");
   if (GetLocalSystemKey(key) != 0) {
-    fErrorNum = kNoLocalKey;
+    fErrorNum = messages::kNoLocalKey;
     return 0;
   }
   fSystemKey = key;
   if (SystemKeyToARPAName(key, name, kHostNameSize - 1) != 0) {
     char address[kKeyTextSize];
     SystemKeyToIPAddr(key, address);
-    fErrorNum = kNoLocalName;
+    fErrorNum = messages::kNoLocalName;
     fErrorParm = address;
     return 0;
   }
@@ -93,23 +100,30 @@ int zt_DiagComm_class::ValidSystemName(const char* name) {
   const std::string given = name;  // the name may be our own, which changes below
   if (fConnectedToSystem)
     DisconnectFromSystem();
+  if (fTargetPinned && given == fSystemName)
+    return 1;
+  fTargetPinned = false;
   char official[kHostNameSize] = "";
   if (given.empty()) {
     const int found = GetLocalSystem(official, fSystemKey);
     fSystemName = official;
+    fTargetPinned = found != 0;
     return found;
   }
   fSystemName = given;
   // The conversion cuts trailing blanks in place, as the target's name is to be.
-  const int status = ARPANameToSystemKey(fSystemName.data(), fSystemKey);
+  const int status = ARPANameToSystemKeys(fSystemName.data(), fSystemKey, fTargetKeys);
   fSystemName.resize(std::char_traits<char>::length(fSystemName.c_str()));
   if (status != 0 || fSystemKey == kNoSystemKey) {
-    fErrorNum = kUnknownName;
-    fErrorParm = given;
+    fTargetKeys.clear();
+    const RoadFailure failure = road_name_failure(given);
+    fErrorNum = failure.message.number;
+    fErrorParm = failure.parameter;
     return 0;
   }
   if (SystemKeyToARPAName(fSystemKey, official, kHostNameSize) == 0)
     fSystemName = official;
+  fTargetPinned = true;
   return 1;
 }
 
@@ -121,7 +135,8 @@ int zt_DiagComm_class::ConnectToSystem(const char* system_name) {
   if (!ValidSystemName(name.c_str()))
     return 0;
   fRepServerInfoObj.reset();
-  fRepServerInfoObj = std::make_unique<zt_RepServerInfo_class>(fSystemKey, fSystemName.c_str());
+  fRepServerInfoObj =
+      std::make_unique<zt_RepServerInfo_class>(fSystemKey, fSystemName.c_str(), &fSilence);
   if (fRepServerInfoObj->ValidObj()) {
     fConnectedToSystem = 1;
     return 1;
@@ -129,18 +144,21 @@ int zt_DiagComm_class::ConnectToSystem(const char* system_name) {
   const int connect_error = fRepServerInfoObj->ReturnConnectError();
   if (connect_error == sockets::WSAECONNREFUSED) {
     gTraceObj.LogMsg("zt_RepServerInfo_class returned ConnectError = %d", connect_error);
-    fErrorNum = kConnectionRefused;
+    fErrorNum = messages::kConnectionRefused;
   } else if (connect_error != 0) {
     gTraceObj.LogMsg("zt_RepServerInfo_class returned ConnectError = %d", connect_error);
-    fErrorNum = kCannotConnect;
-    fErrorNum2 = kSocketError;
+    fErrorNum = messages::kSystemUnreachable;
+    fErrorNum2 = messages::kSocketError;
     fErrorParm2 = std::to_string(connect_error);
   } else {
     const int last_error = fRepServerInfoObj->ReturnLastError();
     gTraceObj.LogMsg("zt_RepServerInfo_class returned LastError = %d", last_error);
     if (last_error == static_cast<int>(kAgentTooOld))
-      fErrorNum = kAgentTooOldMessage;
+      fErrorNum = messages::kSystemTooOld;
   }
+  // What is told with a message of ours ends with the client's failure.
+  if (fErrorNum != 0)
+    fFailure = fRepServerInfoObj->ReturnFailure();
   return 0;
 }
 

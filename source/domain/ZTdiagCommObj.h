@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/rpc/rpc.h"
 #include "shared/general/SHsysNameConv.h"
@@ -42,6 +43,10 @@ class zt_DiagComm_class {
   // Shows and forgets the pending messages; without a first one, those of the repository client.
   void DisplayErrors();
 
+  // Shows what was found out about names: further addresses of the target, a name server that does
+  // not answer. Each once.
+  void DisplayNameNotes();
+
   // The local host's name (kHostNameSize characters) and key; also makes the key the target's.
   int GetLocalSystem(char* name, SystemKey& key);
   // Makes a name or dotted address the target, an empty one the local system.
@@ -56,11 +61,12 @@ class zt_DiagComm_class {
   int ReportAlarmServer();
   int PrintElements(RPC_EP_INQ_HANDLE inquiry, std::uint32_t& element_count);
   int EndOfElements(RPC_STATUS status);
-  int InquiryFailed(int message, RPC_STATUS status);
+  int InquiryFailed(int message, RPC_STATUS status, bool with_status = true);
   int PrintConfiguration();
   int QueryDataSource();
   const char* ConnectionStatus(const char* system_name, zt_RPCAlarmNoticeLink_class& alarms);
   void ForgetErrors();
+  void DisplayLeftOut();
 
   std::unique_ptr<zt_RepServerInfo_class> fRepServerInfoObj;
   std::string fErrorParm;
@@ -68,9 +74,14 @@ class zt_DiagComm_class {
   std::string fSystemName;
   std::optional<std::string> fDataSourceName;
   SystemKey fSystemKey = kNoSystemKey;
-  int fErrorNum = 0;  // message numbers of set 20, 0 for none
+  std::vector<SystemKey> fTargetKeys;  // all addresses of the target's name
+  bool fNameServerReported = false;
+  bool fTargetPinned = false;  // fSystemName stands for fSystemKey, whatever a name service says
+  int fErrorNum = 0;           // message numbers of set 20, 0 for none
   int fErrorNum2 = 0;
   int fConnectedToSystem = 0;
   int fConnectedToServer = 0;
   RPC_STATUS fRPCErrorStatus = 0;
+  std::optional<RoadFailure> fFailure;  // its sentence follows the pending messages
+  KnownSilence fSilence;
 };

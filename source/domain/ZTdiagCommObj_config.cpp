@@ -16,9 +16,6 @@ namespace {
 
 constexpr const char* kCollectorSource = "TAMBO";
 constexpr const char* kConfigurationClass = "CONFIGURATION";
-constexpr int kCannotOpen = 100;
-constexpr int kNoData = 101;
-constexpr int kNoCollector = 102;
 constexpr std::uint32_t kOldestData = 0;
 
 struct ConfigurationLine {
@@ -77,12 +74,13 @@ int zt_DiagComm_class::PrintConfigInfo() {
   int result = 0;
   const auto& names = fRepServerInfoObj->ReturnDataSourceNames();
   if (std::find(names.begin(), names.end(), kCollectorSource) == names.end()) {
-    fErrorNum = kNoCollector;
+    fErrorNum = messages::kNoCollector;
   } else if (!ConnectToServer(kCollectorSource)) {
     fRepServerInfoObj->DisplayErrors();
-    fErrorNum = kCannotOpen;
+    fErrorNum = messages::kCollectorCannotBeOpened;
   } else {
     fConnectedToServer = 1;
+    DisplayLeftOut();
     result = PrintConfiguration();
   }
   if (fConnectedToServer)
@@ -99,16 +97,23 @@ int zt_DiagComm_class::PrintConfiguration() {
     return 0;
   const ConfigurationView view(client.ReturnMetrics(class_index),
                                client.ReturnNumMetrics(class_index));
+  if (view.ids().empty()) {
+    fErrorNum = messages::kMetricsMissing;
+    fErrorParm = kConfigurationClass;
+    return 0;
+  }
   if (!client.CreateBaseView(class_index, view.ids().data(), static_cast<int>(view.ids().size())))
     return 0;
-  if (!client.SetPosition(class_index, kOldestData))
+  if (!client.SetPosition(class_index, kOldestData)) {
+    client.DisconnectFromClass();
     return 0;
+  }
   const int read = client.ReadData();
   client.DisconnectFromClass();
   if (!read)
     return 0;
   if (client.ReturnTimeStamps()[0] == kEndOfData || client.ReturnRowCount() == 0) {
-    fErrorNum = kNoData;
+    fErrorNum = messages::kNoData;
     fErrorParm = kConfigurationClass;
     return 0;
   }
@@ -123,7 +128,7 @@ int zt_DiagComm_class::PrintConfiguration() {
     if (kMetrics[slot].is_text) {
       const auto text = client.ReturnText(value);
       if (!text) {
-        client.RMSOHandleError(RPC_X_BAD_STUB_DATA);
+        client.RefuseRead();
         return 0;
       }
       report += printable(strrtrim(std::string(*text).c_str()));

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "present/util/util.h"
 #include "source/domain/ZTdataTable.h"
 #include "source/domain/ZTdiagCommObj.h"
 #include "source/domain/ZTdiagCommTrace.h"
@@ -19,8 +20,6 @@ constexpr const char* kCollectorMetrics[] = {"GBL_CPU_TOTAL_UTIL", "GBL_PRI_QUEU
 constexpr int kMostMetrics = 3;
 constexpr int kFirstClass = 0;
 constexpr std::uint32_t kLastHour = 3600;  // seconds
-constexpr int kNoData = 101;
-constexpr int kClassEmpty = 122;
 
 }  // namespace
 
@@ -31,6 +30,7 @@ int zt_DiagComm_class::QueryServer(const char* data_source_name) {
   if ((fConnectedToSystem || ConnectToSystem(fSystemName.c_str())) &&
       ConnectToServer(data_source_name)) {
     fConnectedToServer = 1;
+    DisplayLeftOut();
     result = QueryDataSource();
   }
   if (fConnectedToServer)
@@ -38,6 +38,11 @@ int zt_DiagComm_class::QueryServer(const char* data_source_name) {
   std::fflush(stdout);
   std::fflush(stderr);
   return result;
+}
+
+void zt_DiagComm_class::DisplayLeftOut() {
+  for (const auto& left_out : fRepServerInfoObj->ReturnLeftOut())
+    show_message({messages::kCommandSet, left_out.number}, left_out.parameter);
 }
 
 int zt_DiagComm_class::QueryDataSource() {
@@ -63,7 +68,7 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
   if (class_index < 0)
     return 0;
   if (client.ReturnLastX(class_index) == 0) {
-    fErrorNum = kClassEmpty;
+    fErrorNum = messages::kClassEmpty;
     fErrorParm = class_name;
     return 0;
   }
@@ -80,24 +85,31 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
     columns.push_back(&metrics[i]);
     ids.push_back(metrics[i].Descriptor.fId);
   }
+  if (ids.empty()) {
+    fErrorNum = messages::kMetricsMissing;
+    fErrorParm = class_name;
+    return 0;
+  }
 
   if (!client.CreateBaseView(class_index, ids.data(), static_cast<int>(ids.size())))
     return 0;
-  if (!client.SetPosition(class_index, kLastHour))
+  if (!client.SetPosition(class_index, kLastHour)) {
+    client.DisconnectFromClass();
     return 0;
+  }
   const int read = client.ReadData();
   client.DisconnectFromClass();
   if (!read)
     return 0;
   if (client.ReturnTimeStamps()[0] == kEndOfData) {
-    fErrorNum = kNoData;
+    fErrorNum = messages::kNoData;
     fErrorParm = class_name;
     return 0;
   }
 
   const auto table = format_data_table(client, columns);
   if (!table) {
-    client.RMSOHandleError(RPC_X_BAD_STUB_DATA);
+    client.RefuseRead();
     return 0;
   }
   std::printf("Data source %s, class %s\n", printable(fDataSourceName.value_or("")).c_str(),
@@ -105,6 +117,11 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
   std::fwrite(table->data(), 1, table->size(), stdout);
   std::fputs("\n", stdout);
   std::fflush(stdout);
+  if (client.ReturnBatchFull()) {
+    DateTime last;
+    last.SetGmt(client.ReturnTimeStamps()[client.ReturnLastTimeStampIndex()]);
+    show_message({messages::kCommandSet, messages::kMoreRows}, last.FmtDateTime());
+  }
   std::fflush(stderr);
   return 1;
 }

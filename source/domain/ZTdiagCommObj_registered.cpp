@@ -12,14 +12,6 @@
 
 namespace {
 
-constexpr int kListingFailed = 107;
-constexpr int kInquiryCannotBegin = 115;
-constexpr int kElementFailed = 116;
-constexpr int kNoMapperBinding = 117;
-constexpr int kMapperUnknown = 118;
-constexpr int kMapperSilent = 121;
-constexpr int kSearchUnfinished = 123;
-
 // Elements listed at most, so that a mapper which never ends its map cannot hold us.
 constexpr std::uint32_t kMostElements = 65536;
 
@@ -33,6 +25,21 @@ void print_uuid(const char* heading, const uuid_t& uuid) {
   UuidToStringA(&uuid, &text);
   std::printf("%s%s\n", heading, text != nullptr ? text : "");
   RpcStringFreeA(&text);
+}
+
+// The element's string binding, or the numbers of its protocols where they give none.
+std::string place_of(const RpcEndpointElement& element) {
+  char* text = nullptr;
+  if (element.binding != nullptr &&
+      RpcBindingToStringBindingA(element.binding, &text) == RPC_S_OK) {
+    std::string place = text;
+    RpcStringFreeA(&text);
+    return place;
+  }
+  std::string place = "protocol floors";
+  for (const unsigned floor : element.floors)
+    place += " " + std::to_string(floor);
+  return place;
 }
 
 std::string printable_or_empty(const char* text) {
@@ -55,16 +62,15 @@ int zt_DiagComm_class::Breakout() {
     std::printf("  Path  : %s\n\n", printable(paths[i]).c_str());
   }
   std::fflush(stdout);
-  if (fRepServerInfoObj->ReturnSearchUnfinished()) {
-    fErrorNum = kSearchUnfinished;
-    fErrorParm = fSystemName;
-    DisplayErrors();
-  }
+  if (fRepServerInfoObj->ReturnSearchUnfinished())
+    show_message({messages::kCommandSet, messages::kSearchUnfinished}, fSystemName);
+  if (fRepServerInfoObj->ReturnServersLeftOut())
+    show_message({messages::kCommandSet, messages::kMoreServers}, std::to_string(names.size()));
   return ReportAlarmServer();
 }
 
 int zt_DiagComm_class::ReportAlarmServer() {
-  zt_RPCAlarmNoticeLink_class alarms;
+  zt_RPCAlarmNoticeLink_class alarms(&fSilence);
   unsigned char registered = 0;
   const int ping = alarms.PingAlmServer(fSystemKey, registered);
   if (registered == 1) {
@@ -77,7 +83,7 @@ int zt_DiagComm_class::ReportAlarmServer() {
     std::printf("\n");
   std::fflush(stdout);
   // A server that is registered and dead would otherwise look like one that was never there.
-  if (ping != 0 || alarms.ReturnUnreachable())
+  if (ping != 0 || alarms.ReturnFailure())
     alarms.DisplayErrors();
   std::fflush(stderr);
   return ping == 0;
@@ -91,16 +97,22 @@ int zt_DiagComm_class::ListAllRegistered() {
   std::fflush(stdout);
   std::uint32_t count = 0;
   if (!PrintEndPointMap(count) || count == 0) {
-    fErrorNum = kListingFailed;
+    fErrorNum = messages::kListingFailed;
+    fErrorParm = count == 0 ? "element" : "further element";
     return 0;
   }
   return 1;
 }
 
-int zt_DiagComm_class::InquiryFailed(int message, RPC_STATUS status) {
+// Leaves the messages of a failed inquiry, and the failure itself for the line behind them.
+int zt_DiagComm_class::InquiryFailed(int message, RPC_STATUS status, bool with_status) {
+  const RoadSettings settings{.timeout_level = zt_com_timeout, .silence = &fSilence};
+  fFailure = ZTagentRoad(fSystemKey, settings).mapper_failure({status, RpcLastCallOutcome()});
   fErrorNum2 = message;
-  fErrorParm2 = std::to_string(static_cast<std::int32_t>(status));
-  fRPCErrorStatus = status;
+  if (with_status) {
+    fErrorParm2 = std::to_string(static_cast<std::int32_t>(status));
+    fRPCErrorStatus = status;
+  }
   return 0;
 }
 
@@ -108,41 +120,41 @@ int zt_DiagComm_class::PrintEndPointMap(std::uint32_t& element_count) {
   const TracedOperation traced("zt_DiagComm_class::PrintEndPointMap");
   fErrorNum = 0;
   element_count = 0;
+  char address[kKeyTextSize];
+  SystemKeyToIPAddr(fSystemKey, address);
   MapperBinding mapper;
   error_status_t released = RPC_S_OK;
-  RPC_STATUS status = mapper.bind(fSystemName.c_str(), &released);
+  RPC_STATUS status = mapper.bind(address, &released);
   if (status != RPC_S_OK)
-    return InquiryFailed(kNoMapperBinding, status);
+    return InquiryFailed(messages::kNoBindingToMapper, status);
   RpcMgmtSetComTimeout(mapper.get(), zt_com_timeout);
+  const RoadSettings settings{.timeout_level = zt_com_timeout, .silence = &fSilence};
+  ZTagentRoad(fSystemKey, settings).shorten_wait(mapper.get());
   RPC_EP_INQ_HANDLE inquiry = nullptr;
   status = RpcMgmtEpEltInqBegin(mapper.get(), RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry);
   if (status != RPC_S_OK)
-    return InquiryFailed(kInquiryCannotBegin, status);
+    return InquiryFailed(messages::kInquiryCannotBegin, status);
   const int result = PrintElements(inquiry, element_count);
+  const std::uint32_t unreadable = RpcMgmtEpEltInqUnreadable(inquiry);
   RpcMgmtEpEltInqDone(&inquiry);
   std::fflush(stdout);
+  if (unreadable != 0)
+    show_message({messages::kCommandSet, messages::kUnreadableElements},
+                 std::to_string(unreadable));
   return result;
 }
 
 int zt_DiagComm_class::PrintElements(RPC_EP_INQ_HANDLE inquiry, std::uint32_t& element_count) {
   while (element_count < kMostElements) {
-    rpc_if_id_t interface_id{};
-    RPC_BINDING_HANDLE binding = nullptr;
-    uuid_t object{};
-    char* annotation = nullptr;
-    const RPC_STATUS status =
-        RpcMgmtEpEltInqNextA(inquiry, &interface_id, &binding, &object, &annotation);
+    RpcEndpointElement element;
+    const RPC_STATUS status = RpcMgmtEpEltInqNextAny(inquiry, &element);
     if (status != RPC_S_OK)
       return EndOfElements(status);
-    char* text = nullptr;
-    RpcBindingToStringBindingA(binding, &text);
-    print_uuid("  <object>         ", object);
-    print_uuid("  <interface id>   ", interface_id.uuid);
-    std::printf("  <string binding> %s\n", printable_or_empty(text).c_str());
-    std::printf("  <annotation>     %s\n\n", printable_or_empty(annotation).c_str());
-    RpcBindingFree(&binding);
-    RpcStringFreeA(&annotation);
-    RpcStringFreeA(&text);
+    print_uuid("  <object>         ", element.object);
+    print_uuid("  <interface id>   ", element.interface_id.uuid);
+    std::printf("  <string binding> %s\n", printable(place_of(element)).c_str());
+    std::printf("  <annotation>     %s\n\n", printable(element.annotation).c_str());
+    RpcBindingFree(&element.binding);
     ++element_count;
   }
   return EndOfElements(RPC_S_PROTOCOL_ERROR);
@@ -154,12 +166,10 @@ int zt_DiagComm_class::EndOfElements(RPC_STATUS status) {
     case RPC_S_CANNOT_SUPPORT:
       return 1;
     case RPC_S_UNKNOWN_IF:
-      fErrorNum2 = kMapperUnknown;
-      return 0;
+      return InquiryFailed(messages::kMapperUnknown, status, false);
     case RPC_S_COMM_FAILURE:
-      fErrorNum2 = kMapperSilent;
-      return 0;
+      return InquiryFailed(messages::kMapperFailed, status, false);
     default:
-      return InquiryFailed(kElementFailed, status);
+      return InquiryFailed(messages::kElementFailed, status);
   }
 }

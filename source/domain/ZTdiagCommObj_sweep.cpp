@@ -11,9 +11,6 @@
 
 namespace {
 
-constexpr int kNoSystems = 106;
-constexpr int kDetails = 124;
-
 // The status fields, 17 characters wide.
 constexpr const char* kNotSupported = "Not Supported ---";
 constexpr const char* kNotAvailable = "Not Available ---";
@@ -26,9 +23,9 @@ struct FailureStatus {
   const char* field;
 };
 constexpr FailureStatus kFailures[] = {
-    {112, kNotSupported},
-    {110, kNotAvailable},
-    {114, kNoAgent},
+    {messages::kSystemTooOld, kNotSupported},
+    {messages::kSystemUnreachable, kNotAvailable},
+    {messages::kConnectionRefused, kNoAgent},
 };
 
 constexpr const char* kHeader =
@@ -46,11 +43,14 @@ void zt_DiagComm_class::CheckZTDBConnections() {
   const SystemKey target_key = fSystemKey;
   zt_SystemInfo_class system;
   zt_SystemDBAccess_class database;
-  zt_RPCAlarmNoticeLink_class alarms;
+  zt_RPCAlarmNoticeLink_class alarms(&fSilence);
   int status = database.GetFirstSystemRec(system);
   if (status != 0) {
-    fErrorNum = kNoSystems;
+    fErrorNum = messages::kNoSystems;
   } else {
+    SystemKey console = kNoSystemKey;
+    if (GetLocalSystemKey(console) != 0)
+      show_message({messages::kCommandSet, messages::kConsoleNameless});
     std::fputs(kHeader, stdout);
     std::fflush(stdout);
     do {
@@ -65,14 +65,15 @@ void zt_DiagComm_class::CheckZTDBConnections() {
     } while (status == 0);
   }
   // Which file and why: nothing was read, or the walk has come to a place that cannot be.
-  if (fErrorNum == kNoSystems || status != kSysDbNoMoreSystems) {
-    fErrorNum2 = kDetails;
+  if (fErrorNum == messages::kNoSystems || status != kSysDbNoMoreSystems) {
+    fErrorNum2 = messages::kDetails;
     fErrorParm2 = database.ReturnTrouble(status);
     DisplayErrors();
   }
   DisconnectFromSystem();
   fSystemName = target_name;
   fSystemKey = target_key;
+  fTargetPinned = true;
   std::printf("\n");
   std::fflush(stdout);
   std::fflush(stderr);
@@ -81,6 +82,7 @@ void zt_DiagComm_class::CheckZTDBConnections() {
 const char* zt_DiagComm_class::ConnectionStatus(const char* system_name,
                                                 zt_RPCAlarmNoticeLink_class& alarms) {
   ForgetErrors();
+  fTargetPinned = false;
   if (ConnectToSystem(system_name)) {
     unsigned char registered = 0;
     const int ping = alarms.PingAlmServer(fSystemKey, registered);
@@ -97,4 +99,5 @@ void zt_DiagComm_class::ForgetErrors() {
   fErrorNum = 0;
   fErrorNum2 = 0;
   fRPCErrorStatus = 0;
+  fFailure.reset();
 }

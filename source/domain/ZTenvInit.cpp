@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "source/domain/ZTmessages.h"
 #include "source/support/ZTglobal.h"
 
 std::int32_t zt_trace_level = 0;
@@ -12,13 +13,6 @@ zt_TimeValue slownet_wait_interval;
 zt_TimeValue ncs_wait_interval;
 
 namespace {
-
-constexpr int kNoiseRejected = 200;
-constexpr int kNoiseAccepted = 201;
-constexpr int kTimeoutRejected = 202;
-constexpr int kTimeoutAccepted = 203;
-constexpr int kTraceRejected = 204;
-constexpr int kTraceAccepted = 205;
 
 // As atol reads it; a number beyond 32 bits counts as the nearest one within.
 std::int32_t number_of(const char* text) {
@@ -51,9 +45,9 @@ int Init_ZT_RPC_NOISE(std::string& parameter, int& error_number) {
     return 1;
   const std::int32_t seconds = number_of(value);
   if (seconds == 0) {
-    error_number = kNoiseRejected;
+    error_number = messages::kNoiseRejected;
   } else {
-    error_number = kNoiseAccepted;
+    error_number = messages::kNoiseAccepted;
     parameter = std::to_string(seconds);
     zt_set_slownet_wait_interval(seconds, 0);
   }
@@ -66,9 +60,9 @@ int Init_ZT_RPC_TIMEOUT(std::string& parameter, int& error_number) {
     return 1;
   const std::int32_t level = number_of(value);
   if (level < 0 || level > static_cast<std::int32_t>(kNoComTimeout)) {
-    error_number = kTimeoutRejected;
+    error_number = messages::kTimeoutRejected;
   } else {
-    error_number = kTimeoutAccepted;
+    error_number = messages::kTimeoutAccepted;
     parameter = std::to_string(level);
     zt_com_timeout = static_cast<std::uint32_t>(level);
   }
@@ -82,9 +76,9 @@ int Init_ZT_TRACE_INTERNAL(std::string& parameter, int& error_number) {
     return 1;
   zt_trace_level = number_of(value);
   if (zt_trace_level == 0) {
-    error_number = kTraceRejected;
+    error_number = messages::kTraceRejected;
   } else {
-    error_number = kTraceAccepted;
+    error_number = messages::kTraceAccepted;
     parameter = std::to_string(zt_trace_level);
   }
   return 0;

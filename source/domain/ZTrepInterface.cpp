@@ -10,13 +10,11 @@
 #include <thread>
 
 #include "shared/general/SHstatusMsg.h"
-#include "source/domain/ZTrpcSystemObj.h"
+#include "source/domain/ZTmessages.h"
 
 namespace {
 
 constexpr std::int32_t kLongestPause = 3600;  // seconds; a pause that a user asked for still ends
-constexpr int kStatusSet = 13;
-constexpr int kDelayMessage = 19;
 
 // A record that no bind or create made is the caller's fault, never the server's.
 [[noreturn]] void broken_precondition(const char* expression, int line) {
@@ -97,7 +95,7 @@ void zt_rpc_delay(zt_TimeValue* delay) {
   delay->seconds = static_cast<std::int32_t>(std::clamp(seconds * 2, kLeast, kMost));
   const std::string text = std::to_string(seconds);
   const char* parameter = text.c_str();
-  STATUS_MESSAGE_OBJECT::LogStatus(&kStatusSet, &kDelayMessage, &parameter, 1, 0);
+  STATUS_MESSAGE_OBJECT::LogStatus(&messages::kDelay.set, &messages::kDelay.number, &parameter, 1, 0);
 }
 
 void zt_rep_LookupRepository(const zt_RPCinfo_t& RPCinfo, rep_sRepositoryDescriptor* result,

@@ -21,27 +21,7 @@
 #include "repView.h"
 #include "shared/dce/ncs2dce.h"
 #include "source/domain/ZTenvInit.h"
-
-enum zt_RPCversion_t : std::int32_t {
-  ZT_RPC_NO_VERSION = 0,
-  ZT_RPC_V1 = 1,
-  ZT_RPC_V2 = 2,
-};
-inline constexpr zt_RPCversion_t zt_RPCversion_min = ZT_RPC_V2;
-inline constexpr zt_RPCversion_t zt_RPCversion_max = ZT_RPC_V2;
-
-// One connected server.
-struct zt_RPCinfo_t {
-  RPC_BINDING_HANDLE rpc_handle = nullptr;
-  RPC_CONTEXT_HANDLE filter_context = nullptr;  // the time filter on the server
-  RPC_CONTEXT_HANDLE view_context = nullptr;    // the view on the server
-  zt_RPCversion_t version = ZT_RPC_NO_VERSION;
-};
-
-// Statuses besides the runtime's: an exception ended the call, and the repository server's own
-// numbers, which begin with "nothing found".
-inline constexpr error_status_t kCallRaised = 101;
-inline constexpr error_status_t kRepNothingFound = 0x4C010001;
+#include "source/domain/ZTrpcInfo.h"
 
 // Sets the status to 0 and traces the entry. Always 1.
 int rpc_prologue(const char* operation, const zt_RPCinfo_t& RPCinfo, error_status_t* status);

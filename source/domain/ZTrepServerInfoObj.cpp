@@ -5,18 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "shared/general/SHNLSmsg.h"
 #include "source/domain/ZTdiagCommTrace.h"
 #include "source/support/ZTprintable.h"
 #include "source/support/ZTsupport_procs.h"
 
 namespace {
-
-constexpr int kCommandSet = 20;
-constexpr int kUnknownClass = 1;
-constexpr int kUnknownInstance = 2;
-constexpr int kUnknownDataSource = 9;
-constexpr int kRepositorySet = 13;
 
 constexpr std::uint32_t kAllTables = 0;
 constexpr std::uint32_t kAllOfTable = 0;
@@ -76,13 +69,6 @@ void trim_label(rep_sDescriptor& descriptor) {
     descriptor.Label[--descriptor.LabelLength] = '\0';
 }
 
-void show(int set, int number, const std::string& parameter) {
-  const std::string text =
-      NLS_MESSAGE_OBJ::FormatNLSmessage(set, number, printable(parameter).c_str());
-  std::fprintf(stderr, "%s\n", text.c_str());
-  std::fflush(stderr);
-}
-
 }  // namespace
 
 struct zt_RepServerInfo_class::Scratch {
@@ -90,8 +76,9 @@ struct zt_RepServerInfo_class::Scratch {
   std::vector<rep_sInstanceDescriptor> instances;
 };
 
-zt_RepServerInfo_class::zt_RepServerInfo_class(SystemKey system_key, const char* system_id)
-    : RPC_MONITORED_SYSTEM_OBJ(system_key, system_id), fErrorMsgParm(system_id) {
+zt_RepServerInfo_class::zt_RepServerInfo_class(SystemKey system_key, const char* system_id,
+                                               KnownSilence* silence)
+    : RPC_MONITORED_SYSTEM_OBJ(system_key, system_id, silence), fErrorMsgParm(system_id) {
   const TracedOperation traced("zt_RepServerInfo_class::zt_RepServerInfo_class");
   if (!gTraceObj.ReturnDebugOn())
     return;
@@ -105,22 +92,14 @@ zt_RepServerInfo_class::zt_RepServerInfo_class(SystemKey system_key, const char*
 
 zt_RepServerInfo_class::~zt_RepServerInfo_class() {
   const TracedOperation traced("zt_RepServerInfo_class::~zt_RepServerInfo_class");
-  error_status_t status = RPC_S_OK;
-  // The view stands on the filter, so it goes first. A binding that was lost has taken both along.
-  if (fViewCreated && fRPCinfo.rpc_handle != nullptr && fRPCinfo.view_context != nullptr) {
-    gTraceObj.LogMsg("calling zt_repView_Destroy");
-    zt_repView_Destroy(&fRPCinfo, &fViewId, &status);
-  }
-  if (fFilterCreated && fRPCinfo.rpc_handle != nullptr && fRPCinfo.filter_context != nullptr) {
-    gTraceObj.LogMsg("calling zt_repTimeFilter_Destroy");
-    zt_repTimeFilter_Destroy(&fRPCinfo, &fFilterId, &status);
-  }
+  DestroyView();
+  DestroyFilter();
   if (fConnectedToServer)
     DisconnectFromServer();
 }
 
-int zt_RepServerInfo_class::Fail(error_status_t status) {
-  RMSOHandleError(status);
+int zt_RepServerInfo_class::Fail(const LostCall& call) {
+  RecordFailedCall(call);
   return 0;
 }
 
@@ -140,7 +119,7 @@ int zt_RepServerInfo_class::ConnectToServer(const char* data_source_name) {
     Upshift(name);
   fDataSourceName = name;
   if (!IsDataSource(name)) {
-    RecordMessage(kCommandSet, kUnknownDataSource);
+    RecordMessage(messages::kUnknownDataSource);
     fErrorMsgParm = data_source_name;
     return 0;
   }
@@ -149,7 +128,8 @@ int zt_RepServerInfo_class::ConnectToServer(const char* data_source_name) {
   const error_status_t status = BindToServer(system_name.c_str(), name.c_str(), objServerKey);
   if (status != RPC_S_OK) {
     gTraceObj.LogMsg("BindToServer failed with %d", static_cast<std::int32_t>(status));
-    return Fail(status);
+    RMSOHandleError(status);
+    return 0;
   }
   fConnectedToServer = 1;
   return GetDataSourceInfo();
@@ -157,6 +137,8 @@ int zt_RepServerInfo_class::ConnectToServer(const char* data_source_name) {
 
 void zt_RepServerInfo_class::DisconnectFromServer() {
   const TracedOperation traced("zt_RepServerInfo_class::DisconnectFromServer");
+  DestroyView();
+  DestroyFilter();
   gTraceObj.LogMsg("calling UnbindToServer");
   UnbindFromServer();
   fDataSourceName.reset();
@@ -168,23 +150,29 @@ int zt_RepServerInfo_class::GetDataSourceInfo() {
   const TracedOperation traced("zt_RepServerInfo_class::GetDataSourceInfo");
   gTraceObj.LogMsg("fDataSourceName = %s", printable(fDataSourceName.value_or("")).c_str());
   gTraceObj.LogMsg("Calling zt_rep_LookupRepository");
-  error_status_t status = RPC_S_OK;
   rep_sRepositoryDescriptor repository{};
-  zt_rep_LookupRepository(fRPCinfo, &repository, &status);
-  if (status != RPC_S_OK)
-    return Fail(status);
+  LostCall call = Ask("rep_LookupRepository", [&](error_status_t* status) {
+    zt_rep_LookupRepository(fRPCinfo, &repository, status);
+  });
+  if (call.status != RPC_S_OK)
+    return Fail(call);
 
   gTraceObj.LogMsg("calling zt_rep_LookupTable");
   std::vector<rep_sTableDescriptor> tables(kMostClasses);
   std::uint32_t lookup_handle = 0;
   std::uint32_t last_index = 0;
-  zt_rep_LookupTable(fRPCinfo, kAllTables, &lookup_handle, kMostClasses - 1, &last_index,
-                     tables.data(), &status);
-  if (status == RPC_S_OK && !is_sound(tables, last_index))
-    status = RPC_X_BAD_STUB_DATA;
-  if (status != RPC_S_OK)
-    return Fail(status);
+  call = Ask("rep_LookupTable", [&](error_status_t* status) {
+    zt_rep_LookupTable(fRPCinfo, kAllTables, &lookup_handle, kMostClasses - 1, &last_index,
+                       tables.data(), status);
+  });
+  if (call.status == RPC_S_OK && !is_sound(tables, last_index))
+    call.status = RPC_X_BAD_STUB_DATA;
+  if (call.status != RPC_S_OK)
+    return Fail(call);
   tables = first_elements(tables, last_index);
+  fLeftOut.clear();
+  if (tables.size() == kMostClasses)
+    fLeftOut.push_back({messages::kMoreClasses, std::to_string(kMostClasses)});
   gTraceObj.LogMsg("The number of classes is %d", static_cast<int>(tables.size()));
 
   fClasses = std::vector<zt_ClassInfo_struct>(tables.size());
@@ -211,19 +199,24 @@ int zt_RepServerInfo_class::GetMetrics(zt_ClassInfo_struct& class_info) {
   metrics.resize(kMostMetrics);
   std::uint32_t lookup_handle = 0;
   std::uint32_t last_index = 0;
-  error_status_t status = RPC_S_OK;
-  zt_rep_LookupMetric(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable, &lookup_handle,
-                      kMostMetrics - 1, &last_index, metrics.data(), &status);
-  if (status == kRepNothingFound) {
+  LostCall call = Ask("rep_LookupMetric", [&](error_status_t* status) {
+    zt_rep_LookupMetric(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable, &lookup_handle,
+                        kMostMetrics - 1, &last_index, metrics.data(), status);
+  });
+  if (call.status == kRepNothingFound) {
     gTraceObj.LogMsg("zt_rep_LookupMetric found no metrics");
     return 2;
   }
-  if (status == RPC_S_OK && !is_sound(metrics, last_index))
-    status = RPC_X_BAD_STUB_DATA;
-  if (status != RPC_S_OK)
-    return Fail(status);
+  if (call.status == RPC_S_OK && !is_sound(metrics, last_index))
+    call.status = RPC_X_BAD_STUB_DATA;
+  if (call.status != RPC_S_OK)
+    return Fail(call);
   class_info.Metrics = first_elements(metrics, last_index);
   class_info.NumMetrics = static_cast<int>(class_info.Metrics.size());
+  if (class_info.Metrics.size() == kMostMetrics)
+    fLeftOut.push_back({messages::kMoreMetrics, std::to_string(kMostMetrics) +
+                                                    " metrics of the class " +
+                                                    class_info.ClassInfo.Descriptor.fName});
   gTraceObj.LogMsg("The number of metrics is %d", class_info.NumMetrics);
   return 1;
 }
@@ -239,19 +232,25 @@ int zt_RepServerInfo_class::GetInstances(zt_ClassInfo_struct& class_info) {
   instances.resize(kMostInstances);
   std::uint32_t lookup_handle = 0;
   std::uint32_t last_index = 0;
-  error_status_t status = RPC_S_OK;
-  zt_rep_LookupInstance(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable, &lookup_handle,
-                        kMostInstances - 1, &last_index, instances.data(), &status);
-  if (status == kRepNothingFound) {
+  LostCall call = Ask("rep_LookupInstance", [&](error_status_t* status) {
+    zt_rep_LookupInstance(fRPCinfo, class_info.ClassInfo.Descriptor.fId, kAllOfTable,
+                          &lookup_handle, kMostInstances - 1, &last_index, instances.data(),
+                          status);
+  });
+  if (call.status == kRepNothingFound) {
     gTraceObj.LogMsg("zt_rep_LookupInstance found no instances");
     return 2;
   }
-  if (status == RPC_S_OK && !is_sound(instances, last_index))
-    status = RPC_X_BAD_STUB_DATA;
-  if (status != RPC_S_OK)
-    return Fail(status);
+  if (call.status == RPC_S_OK && !is_sound(instances, last_index))
+    call.status = RPC_X_BAD_STUB_DATA;
+  if (call.status != RPC_S_OK)
+    return Fail(call);
   class_info.Instances = first_elements(instances, last_index);
   class_info.NumInstances = static_cast<int>(class_info.Instances.size());
+  if (class_info.Instances.size() == kMostInstances)
+    fLeftOut.push_back({messages::kMoreInstances, std::to_string(kMostInstances) +
+                                                      " instances of the class " +
+                                                      class_info.ClassInfo.Descriptor.fName});
   for (rep_sInstanceDescriptor& instance : class_info.Instances)
     trim_label(instance.Descriptor);
   gTraceObj.LogMsg("The number of instances is %d", class_info.NumInstances);
@@ -263,7 +262,7 @@ int zt_RepServerInfo_class::ValidClassName(const char* class_name) {
   gTraceObj.LogMsg("class_name = %s", printable(class_name).c_str());
   int index = find_named(fClasses, class_name);
   if (index < 0 || FindClass(index)->NumMetrics == 0) {
-    RecordMessage(kCommandSet, kUnknownClass);
+    RecordMessage(messages::kUnknownClass);
     fErrorMsgParm = class_name;
     index = -1;
   }
@@ -276,7 +275,7 @@ int zt_RepServerInfo_class::ValidInstanceName(int class_index, const char* insta
   gTraceObj.LogMsg("instance_name = %s", printable(instance_name).c_str());
   const int index = find_named(FindClass(class_index)->Instances, instance_name);
   if (index < 0) {
-    RecordMessage(kCommandSet, kUnknownInstance);
+    RecordMessage(messages::kUnknownInstance);
     fErrorMsgParm = instance_name;
   }
   gTraceObj.LogMsg("Index = %d", index);
@@ -286,18 +285,19 @@ int zt_RepServerInfo_class::ValidInstanceName(int class_index, const char* insta
 void zt_RepServerInfo_class::DisplayErrors() {
   std::fflush(stdout);
   std::fflush(stderr);
-  if (objErrorMessageNum != kNoMessage)
-    show(objErrorMessageSet, objErrorMessageNum, fErrorMsgParm);
-  if (objRepErrorMessageNum != kNoMessage) {
+  if (objErrorMessageNum != MessageId::kNoMessage)
+    show_message({objErrorMessageSet, objErrorMessageNum}, fErrorMsgParm);
+  if (objRepErrorMessageNum != MessageId::kNoMessage) {
     std::string cause = objErrorCause;
     while (!cause.empty() && (cause.back() == '\n' || cause.back() == '\r'))
       cause.pop_back();
-    show(kRepositorySet, objRepErrorMessageNum, cause);
+    show_message({messages::kRepositorySet, objRepErrorMessageNum}, cause);
+    // The message whose parameter is ours holds all of it.
+    if (ReturnFailure() && objRepErrorMessageNum != messages::kNothingFound.number)
+      show_message({messages::kCommandSet, messages::kDetails}, ReturnFailure()->sentence());
   }
   // A later check on this connection must not show an old failure again.
-  RecordMessage(kNoMessage, kNoMessage);
-  objRepErrorMessageNum = kNoMessage;
-  objErrorCause.clear();
+  ForgetMessages();
   fErrorMsgParm = objSystemID;
 }
 

@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "source/domain/ZTrepInterface.h"
 #include "source/domain/ZTrpcSystemObj.h"
 
 class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
@@ -31,12 +32,15 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
     std::vector<rep_sMetricDescriptor> Metrics;
   };
 
-  zt_RepServerInfo_class(SystemKey system_key, const char* system_id);
+  // As RPC_MONITORED_SYSTEM_OBJ.
+  zt_RepServerInfo_class(SystemKey system_key, const char* system_id,
+                         KnownSilence* silence = nullptr);
   ~zt_RepServerInfo_class() override;
 
   // Binds to a data source and loads its catalogue, disconnecting first. A name in any letter case
   // serves when the data source's name is in upper case.
   int ConnectToServer(const char* data_source_name);
+  // Destroys the view, then the filter, then the binding.
   void DisconnectFromServer();
   int GetDataSourceInfo();
   // 2: the class has none.
@@ -70,8 +74,9 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   int HasDiscriminator(int class_index) const;
   std::int32_t ReturnLastX(int class_index) const;  // the index must be valid
 
-  // --- Views (ZTrepServerInfoObj_views.cpp). One view and one filter at a time; the class index
-  // must be valid. A view over no metric is the server's to accept; reading it is refused.
+  // --- Views (ZTrepServerInfoObj_views.cpp). One view and one filter at a time: a new one takes
+  // the place of the old, which is destroyed on the server. The class index must be valid. A view
+  // over no metric is the server's to accept; reading it is refused.
   int CreateBaseView(int class_index, const std::uint32_t* metric_ids, int num_metrics);
   int CreateFilteredView(int class_index, const std::uint32_t* metric_ids, int num_metrics,
                          const repTimeFilter_sShiftDescriptor* shifts, int num_shifts);
@@ -86,7 +91,16 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   int ReadData();
   void DisconnectFromClass();
 
+  // What of the catalogue was left out for want of room, as messages of set 20 with parameters.
+  struct LeftOut {
+    int number;
+    std::string parameter;
+  };
+  const std::vector<LeftOut>& ReturnLeftOut() const { return fLeftOut; }
+
   int ReturnMoreData() const { return fMoreData; }
+  // Whether the last read filled its batch, and the data did not end with it.
+  bool ReturnBatchFull() const;
   // Indexes of the last elements read, all bits set for none.
   std::uint32_t ReturnLastTimeStampIndex() const { return fLastTimeStampIndex; }
   std::uint32_t ReturnLastIntResultsIndex() const { return fLastIntResultsIndex; }
@@ -96,6 +110,8 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   const char* ReturnCharResults() const { return fCharResults.data(); }
   // The rows of the last read: the time stamps before the end mark.
   std::size_t ReturnRowCount() const;
+  // Records that the last read's reply lies about itself, as a reply that cannot be decoded.
+  void RefuseRead();
   // The text at an offset of the character results; nothing when the offset lies behind them or
   // the text has no end within them.
   std::optional<std::string_view> ReturnText(std::uint32_t offset) const;
@@ -108,14 +124,17 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   const rep_sInstanceDescriptor* FindInstance(int class_index, int instance_index) const;
   bool IsDataSource(const std::string& name) const;
   Scratch& GetScratch();
-  int Fail(error_status_t status);
+  int Fail(const LostCall& call);
 
   int CreateFilter(const repTimeFilter_sShiftDescriptor* shifts, int num_shifts);
-  int FinishView(error_status_t status);
+  int FinishView(const LostCall& call);
+  void DestroyView();
+  void DestroyFilter();
   std::uint32_t MaxTimeStamps() const;
   bool ReadReplyIsSound(std::uint32_t most_time_stamps) const;
 
   std::vector<zt_ClassInfo_struct> fClasses;
+  std::vector<LeftOut> fLeftOut;
   std::string fErrorMsgParm;  // of the connection message; the system name unless a check set it
   std::optional<std::string> fDataSourceName;
   int fMoreData = 0;

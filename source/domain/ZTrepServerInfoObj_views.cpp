@@ -11,6 +11,10 @@
 
 namespace {
 
+// A parameter, or a state of the object, that no call can be made with.
+constexpr LostCall kBadParameter{RPC_S_INVALID_ARG, {RpcCallOutcome::Kind::local}};
+constexpr LostCall kUndecodable{RPC_X_BAD_STUB_DATA, {}};
+
 const char* shift_type_name(std::int16_t type) {
   switch (type) {
     case repTimeFilter_cShiftAbsolute:
@@ -68,17 +72,18 @@ void trace_shifts(const repTimeFilter_sShiftDescriptor* shifts, int num_shifts) 
 int zt_RepServerInfo_class::CreateBaseView(int class_index, const std::uint32_t* metric_ids,
                                            int num_metrics) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateBaseView");
-  if (num_metrics < 0)
-    return Fail(RPC_S_INVALID_ARG);
+  if (num_metrics < 0 || FindClass(class_index) == nullptr)
+    return Fail(kBadParameter);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   trace_ids("Metric ID  ", metric_ids, num_metrics);
   gTraceObj.LogMsg("calling zt_repView_Create");
   fNumMetrics = num_metrics;
-  error_status_t status = RPC_S_OK;
-  zt_repView_Create(&fRPCinfo, table.fId, last_index_of(num_metrics), list_or_empty(metric_ids),
-                    &fViewId, &status);
-  return FinishView(status);
+  DestroyView();
+  return FinishView(Ask("repView_Create", [&](error_status_t* status) {
+    zt_repView_Create(&fRPCinfo, table.fId, last_index_of(num_metrics), list_or_empty(metric_ids),
+                      &fViewId, status);
+  }));
 }
 
 int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint32_t* metric_ids,
@@ -86,8 +91,8 @@ int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint3
                                                const repTimeFilter_sShiftDescriptor* shifts,
                                                int num_shifts) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateFilteredView");
-  if (num_metrics < 0 || num_shifts < 1)
-    return Fail(RPC_S_INVALID_ARG);
+  if (num_metrics < 0 || num_shifts < 1 || FindClass(class_index) == nullptr)
+    return Fail(kBadParameter);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index = %d", class_index);
@@ -98,10 +103,10 @@ int zt_RepServerInfo_class::CreateFilteredView(int class_index, const std::uint3
   if (!CreateFilter(shifts, num_shifts))
     return 0;
   gTraceObj.LogMsg("calling zt_repFilteredView_Create");
-  error_status_t status = RPC_S_OK;
-  zt_repFilteredView_Create(&fRPCinfo, table.fId, &fFilterId, last_index_of(num_metrics),
-                            list_or_empty(metric_ids), &fViewId, &status);
-  return FinishView(status);
+  return FinishView(Ask("repFilteredView_Create", [&](error_status_t* status) {
+    zt_repFilteredView_Create(&fRPCinfo, table.fId, &fFilterId, last_index_of(num_metrics),
+                              list_or_empty(metric_ids), &fViewId, status);
+  }));
 }
 
 int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint32_t* metric_ids,
@@ -111,8 +116,8 @@ int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint3
                                                int num_shifts,
                                                std::uint32_t summarization_interval) {
   const TracedOperation traced("zt_RepServerInfo_class::CreateTemporalView");
-  if (num_metrics < 0 || num_instances < 1 || num_shifts < 1)
-    return Fail(RPC_S_INVALID_ARG);
+  if (num_metrics < 0 || num_instances < 1 || num_shifts < 1 || FindClass(class_index) == nullptr)
+    return Fail(kBadParameter);
   const rep_sDescriptor& table = FindClass(class_index)->ClassInfo.Descriptor;
   gTraceObj.LogMsg("Class is %s", printable(table.fName).c_str());
   gTraceObj.LogMsg("class_index   = %d", class_index);
@@ -125,35 +130,61 @@ int zt_RepServerInfo_class::CreateTemporalView(int class_index, const std::uint3
   if (!CreateFilter(shifts, num_shifts))
     return 0;
   gTraceObj.LogMsg("calling zt_repTemporalView_Create");
-  error_status_t status = RPC_S_OK;
-  zt_repTemporalView_Create(&fRPCinfo, table.fId, &fFilterId, summarization_interval,
-                            last_index_of(num_instances), instance_ids, last_index_of(num_metrics),
-                            list_or_empty(metric_ids), &fViewId, &status);
-  return FinishView(status);
+  return FinishView(Ask("repTemporalView_Create", [&](error_status_t* status) {
+    zt_repTemporalView_Create(
+        &fRPCinfo, table.fId, &fFilterId, summarization_interval, last_index_of(num_instances),
+        instance_ids, last_index_of(num_metrics), list_or_empty(metric_ids), &fViewId, status);
+  }));
 }
 
 int zt_RepServerInfo_class::CreateFilter(const repTimeFilter_sShiftDescriptor* shifts,
                                          int num_shifts) {
+  DestroyView();
+  DestroyFilter();
   gTraceObj.LogMsg("calling zt_repTimeFilter_Create");
-  error_status_t status = RPC_S_OK;
-  zt_repTimeFilter_Create(&fRPCinfo, last_index_of(num_shifts), shifts, &fFilterId, &status);
-  if (status != RPC_S_OK)
-    return Fail(status);
-  fFilterCreated = 1;
-  return 1;
+  const LostCall call = Ask("repTimeFilter_Create", [&](error_status_t* status) {
+    zt_repTimeFilter_Create(&fRPCinfo, last_index_of(num_shifts), shifts, &fFilterId, status);
+  });
+  fFilterCreated = fRPCinfo.filter_context != nullptr;
+  if (call.status == RPC_S_OK)
+    return 1;
+  // A server may hand out an object together with its refusal.
+  DestroyFilter();
+  return Fail(call);
 }
 
-int zt_RepServerInfo_class::FinishView(error_status_t status) {
-  if (status != RPC_S_OK)
-    return Fail(status);
-  fViewCreated = 1;
-  return 1;
+int zt_RepServerInfo_class::FinishView(const LostCall& call) {
+  fViewCreated = fRPCinfo.view_context != nullptr;
+  if (call.status == RPC_S_OK)
+    return 1;
+  DestroyView();
+  return Fail(call);
+}
+
+void zt_RepServerInfo_class::DestroyView() {
+  if (!fViewCreated)
+    return;
+  fViewCreated = 0;
+  gTraceObj.LogMsg("calling zt_repView_Destroy");
+  Ask("repView_Destroy",
+      [&](error_status_t* status) { zt_repView_Destroy(&fRPCinfo, &fViewId, status); });
+  fRPCinfo.view_context = nullptr;
+}
+
+void zt_RepServerInfo_class::DestroyFilter() {
+  if (!fFilterCreated)
+    return;
+  fFilterCreated = 0;
+  gTraceObj.LogMsg("calling zt_repTimeFilter_Destroy");
+  Ask("repTimeFilter_Destroy",
+      [&](error_status_t* status) { zt_repTimeFilter_Destroy(&fRPCinfo, &fFilterId, status); });
+  fRPCinfo.filter_context = nullptr;
 }
 
 int zt_RepServerInfo_class::SetPosition(int class_index, std::uint32_t start_time) {
   const TracedOperation traced("zt_RepServerInfo_class::SetPosition");
-  if (!fViewCreated)
-    return Fail(RPC_S_INVALID_ARG);
+  if (!fViewCreated || FindClass(class_index) == nullptr)
+    return Fail(kBadParameter);
   const rep_sTableDescriptor& table = FindClass(class_index)->ClassInfo;
   gTraceObj.LogMsg("Class is %s", printable(table.Descriptor.fName).c_str());
   gTraceObj.LogMsg("start_time = %d", signed_number(start_time));
@@ -161,9 +192,10 @@ int zt_RepServerInfo_class::SetPosition(int class_index, std::uint32_t start_tim
                                            : static_cast<std::uint32_t>(table.LastX) - start_time;
   gTraceObj.LogMsg("calling zt_repView_SetPosition.  StartTime = %s",
                    text_of_time(position, &DateTime::FmtDateTime).c_str());
-  error_status_t status = RPC_S_OK;
-  zt_repView_SetPosition(fRPCinfo, &fViewId, &position, &status);
-  return status == RPC_S_OK ? 1 : Fail(status);
+  const LostCall call = Ask("repView_SetPosition", [&](error_status_t* status) {
+    zt_repView_SetPosition(fRPCinfo, &fViewId, &position, status);
+  });
+  return call.status == RPC_S_OK ? 1 : Fail(call);
 }
 
 int zt_RepServerInfo_class::ReadData() {
@@ -173,23 +205,24 @@ int zt_RepServerInfo_class::ReadData() {
   // Without a metric no row has a value, and more metrics than integers fit into no row.
   if (!fViewCreated || fNumMetrics < 1 ||
       static_cast<std::size_t>(fNumMetrics) > fIntResults.size())
-    return Fail(RPC_S_INVALID_ARG);
+    return Fail(kBadParameter);
   const std::uint32_t most_time_stamps = MaxTimeStamps();
   gTraceObj.LogMsg("calling zt_repView_Read with MaxTimeStamps = %d",
                    signed_number(most_time_stamps));
   fTimeStamps.fill(0);
   fIntResults.fill(0);
   fCharResults.fill('\0');
-  error_status_t status = RPC_S_OK;
-  zt_repView_Read(fRPCinfo, &fViewId, most_time_stamps, &fLastTimeStampIndex,
-                  static_cast<std::uint32_t>(fIntResults.size() - 1), &fLastIntResultsIndex,
-                  static_cast<std::uint32_t>(fCharResults.size() - 1), &fLastCharResultsIndex,
-                  fTimeStamps.data(), fIntResults.data(), fCharResults.data(), &status);
-  if (status == RPC_S_OK && !ReadReplyIsSound(most_time_stamps))
-    status = RPC_X_BAD_STUB_DATA;
-  if (status != RPC_S_OK) {
+  LostCall call = Ask("repView_Read", [&](error_status_t* status) {
+    zt_repView_Read(fRPCinfo, &fViewId, most_time_stamps, &fLastTimeStampIndex,
+                    static_cast<std::uint32_t>(fIntResults.size() - 1), &fLastIntResultsIndex,
+                    static_cast<std::uint32_t>(fCharResults.size() - 1), &fLastCharResultsIndex,
+                    fTimeStamps.data(), fIntResults.data(), fCharResults.data(), status);
+  });
+  if (call.status == RPC_S_OK && !ReadReplyIsSound(most_time_stamps))
+    call = kUndecodable;
+  if (call.status != RPC_S_OK) {
     fLastTimeStampIndex = fLastIntResultsIndex = fLastCharResultsIndex = kNoIndex;
-    return Fail(status);
+    return Fail(call);
   }
   // A batch without any time stamp is an end as well: asking again would bring the same.
   if (fLastTimeStampIndex != kNoIndex && fTimeStamps[fLastTimeStampIndex] != kEndOfData)
@@ -217,10 +250,18 @@ bool zt_RepServerInfo_class::ReadReplyIsSound(std::uint32_t most_time_stamps) co
   return integers >= ReturnRowCount() * static_cast<std::size_t>(fNumMetrics);
 }
 
+bool zt_RepServerInfo_class::ReturnBatchFull() const {
+  return fMoreData && fNumMetrics > 0 && fLastTimeStampIndex == MaxTimeStamps();
+}
+
 std::size_t zt_RepServerInfo_class::ReturnRowCount() const {
   const auto end = fTimeStamps.begin() + static_cast<std::uint32_t>(fLastTimeStampIndex + 1);
   return static_cast<std::size_t>(std::find(fTimeStamps.begin(), end, kEndOfData) -
                                   fTimeStamps.begin());
+}
+
+void zt_RepServerInfo_class::RefuseRead() {
+  Fail(kUndecodable);
 }
 
 std::optional<std::string_view> zt_RepServerInfo_class::ReturnText(std::uint32_t offset) const {
@@ -236,12 +277,5 @@ std::optional<std::string_view> zt_RepServerInfo_class::ReturnText(std::uint32_t
 
 void zt_RepServerInfo_class::DisconnectFromClass() {
   const TracedOperation traced("zt_RepServerInfo_class::DisconnectFromClass");
-  if (!fViewCreated)
-    return;
-  fViewCreated = 0;
-  if (fRPCinfo.rpc_handle == nullptr || fRPCinfo.view_context == nullptr)
-    return;
-  gTraceObj.LogMsg("calling zt_repView_Destroy");
-  error_status_t status = RPC_S_OK;
-  zt_repView_Destroy(&fRPCinfo, &fViewId, &status);
+  DestroyView();
 }

@@ -9,29 +9,17 @@
 #include <cstdint>
 #include <string>
 
+#include "source/domain/ZTagentRoad.h"
 #include "source/domain/ZTbasicConnectedSystem.h"
-#include "source/domain/ZTrepInterface.h"
-
-// The runtime's text for a status, or a sentence that names the status when there is none.
-std::string zt_status_text(error_status_t status);
-
-// Writes one trace line of a remote call: its entry (enter not 0) or its exit with the status.
-void zt_rpc_log(int enter, const char* operation, const zt_RPCinfo_t& RPCinfo,
-                error_status_t status);
-
-// Hands the time-out level down to the location broker client.
-void zt_apply_broker_limits();
-
-// Statuses of this layer, besides those of the call layer.
-inline constexpr error_status_t kAgentTooOld = 300;
-inline constexpr error_status_t kLocationBrokerFailed = 301;
-inline constexpr std::uint16_t kLeastAgentVersion = 2;
+#include "source/domain/ZTrpcInfo.h"
 
 class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
  public:
   // Probes, checks the version and lists the servers; ValidObj tells the outcome. A key of 0 ends
-  // the program through Fatal.
-  RPC_MONITORED_SYSTEM_OBJ(SystemKey system_key, const char* system_name);
+  // the program through Fatal. All that is asked goes to the key's address; the name is for
+  // display. `silence` is what the run knows to be silent; it may be null, and outlives the object.
+  RPC_MONITORED_SYSTEM_OBJ(SystemKey system_key, const char* system_name,
+                           KnownSilence* silence = nullptr);
   ~RPC_MONITORED_SYSTEM_OBJ() override;
 
   // Lists the servers anew and makes one current: the one of that name, else (no name) the one of
@@ -44,8 +32,12 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
 
   int ReturnConnectError() const { return objConnectError; }  // of the probe, 0 for none
   int ReturnLastError() const { return objErrorMessageNum; }
-  // Whether the endpoint map was left before its end (ptc_LookupLosses).
-  bool ReturnSearchUnfinished() const { return fSearchUnfinished; }
+  // The last failure of the road or of a call, while its messages are recorded.
+  const std::optional<RoadFailure>& ReturnFailure() const { return fFailure; }
+  // Whether the endpoint map was left before its end, and whether only as many servers were taken
+  // as there is room for.
+  bool ReturnSearchUnfinished() const { return fLosses.unfinished; }
+  bool ReturnServersLeftOut() const { return fLosses.full; }
   int ReturnSocketFile() override;
   void CancelDuplicateConnection() { objSocketIndex = -1; }
   void ConnectionLost();
@@ -57,14 +49,24 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
   void DeallocateSocket(SystemKey system_key);
 
  protected:
-  static constexpr int kNoMessage = -1;
+  static constexpr LostCall kNotConnected{RPC_S_INVALID_ARG, {RpcCallOutcome::Kind::local}};
 
-  void RecordMessage(int set, int number);
+  void RecordMessage(MessageId message);
+  void ForgetMessages();
+  // Makes a remote call on the bound server, or takes what an earlier one that waited in vain got.
+  template <typename Call>
+  LostCall Ask(const char* operation, const Call& call) const {
+    if (fRPCinfo.rpc_handle == nullptr)
+      return kNotConnected;
+    return fRoad.ask(fServerAddress, operation, call);
+  }
+  // Records a failed call on the bound server, or (Ask's result made here) a reply that is refused.
+  void RecordFailedCall(const LostCall& call);
 
   std::string objErrorCause;
-  int objErrorMessageSet = kNoMessage;
-  int objErrorMessageNum = kNoMessage;
-  int objRepErrorMessageNum = kNoMessage;  // set 13
+  int objErrorMessageSet = MessageId::kNoMessage;
+  int objErrorMessageNum = MessageId::kNoMessage;
+  int objRepErrorMessageNum = MessageId::kNoMessage;  // set 13
   zt_RPCinfo_t fRPCinfo;
   int objWaitMode = 0;
   error_status_t objStatus = 0;
@@ -72,15 +74,15 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
   int objSocketIndex = -1;
 
  private:
-  class ServerList;
+  error_status_t RecordFailure(RoadFailure failure);
+  error_status_t KeepBinding(const RoadRepository& server);
+  void TakeServers(const char* system_id, const std::vector<RoadRepository>& repositories);
 
-  error_status_t NegotiateVersion(const char* system_id, std::uint16_t* major);
-  error_status_t FindServers(const char* system_id, ServerList& servers);
-  error_status_t AppendServer(const char* system_id, ptc_RpcClientContextStruct& server);
-  error_status_t KeepBinding(const ptc_RpcClientContextStruct& server);
-  void ForgetServers();
-
-  bool fSearchUnfinished = false;
+  const RoadSettings fSettings;
+  const ZTagentRoad fRoad;
+  RoadAddress fServerAddress;  // of the bound server
+  ptc_LookupLosses fLosses;
+  std::optional<RoadFailure> fFailure;
 
   // The table of probe connections, shared by all objects and kept for the whole run. A slot is
   // free while its node is 0.

@@ -120,19 +120,20 @@ TEST(Attack, RepliesThatNeverEndAreGivenUp) {
     std::function<std::vector<std::string>(const std::string&)> answer;
     std::string reason;
   } cases[] = {
-      {"fragments without end", twenty, message(13, 101)},
+      {"fragments without end", twenty, "answered with more than the call can return"},
       {"a gap that never closes",
        [](const std::string& datagram) {
          return std::vector{fragment_for(datagram, 0, 200), fragment_for(datagram, 2, 200)};
        },
-       message(13, 90, "The call failed; it may have run on the server.")},
+       "took the call and then fell silent"},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
     next = 0;
     const Result result = check_against(each.answer);
     EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha"));
-    EXPECT_EQ(result.err, message(20, 203, "1") + "\n" + message(11, 32, "alpha") + each.reason);
+    EXPECT_EQ(result.err.find(message(20, 203, "1") + "\n" + message(11, 32, "alpha")), 0U);
+    EXPECT_NE(result.err.find(each.reason), std::string::npos) << result.err;
     EXPECT_EQ(result.status, 0);
     EXPECT_LT(result.seconds, 6);
     expect_small(result);
@@ -244,7 +245,7 @@ TEST(Attack, AnEndpointMapThatNeverEndsIsGivenUp) {
   EXPECT_EQ(result.out, heading("ztcomm -s 127.0.6.1 -b -r", "127.0.6.1") +
                             "Elements of the endpoint map or location broker.\n\n");
   EXPECT_NE(result.err.find(message(11, 34, "127.0.6.1")), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find(message(20, 107)), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find(message(20, 107, "element")), std::string::npos) << result.err;
   EXPECT_EQ(result.status, 0);
   EXPECT_LT(result.seconds, 45);
   expect_small(result);

@@ -113,12 +113,14 @@ std::string TemporaryFolder::read(const std::string& name) const {
 }
 
 Result run(const std::string& program, const std::vector<std::string>& arguments,
-           const std::map<std::string, std::string>& environment, int limit_seconds) {
+           const std::map<std::string, std::string>& environment, int limit_seconds,
+           const std::string& output_file) {
   const TemporaryFolder folder;
   const std::string out = (folder.path() / "out").string();
   const std::string err = (folder.path() / "err").string();
   const auto begin = Clock::now();
-  const pid_t pid = start(program, arguments, environment, out, err);
+  const pid_t pid =
+      start(program, arguments, environment, output_file.empty() ? out : output_file, err);
 
   const int ended = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   if (!wait_for(ended, limit_seconds))

@@ -23,9 +23,11 @@ struct Result {
 };
 
 // Runs a program of the build to its end; killed after `limit_seconds` (status 137). The
-// environment is this process's without the product's own variables, plus `environment`.
+// environment is this process's without the product's own variables, plus `environment`. Standard
+// output goes to the file instead where one is given, and is not in the result.
 Result run(const std::string& program, const std::vector<std::string>& arguments,
-           const std::map<std::string, std::string>& environment = {}, int limit_seconds = 60);
+           const std::map<std::string, std::string>& environment = {}, int limit_seconds = 60,
+           const std::string& output_file = {});
 
 inline Result ztcomm(const std::vector<std::string>& arguments,
                      const std::map<std::string, std::string>& environment = {},

@@ -124,32 +124,6 @@ TEST(Sweep, ANameThatNoLongerResolvesHasFailed) {
   EXPECT_EQ(result.err, level_note());
 }
 
-TEST(Sweep, SaysWhyThereIsNoSystem) {
-  const Installation missing;
-  const Installation emptied;
-  emptied.ztsys({"add", "alpha"});
-  emptied.ztsys({"delete", "--yes", "alpha"});
-  const Installation damaged;
-  std::ofstream(damaged.database()) << std::string(5000, 'x');
-  const Installation folder;
-  std::filesystem::create_directory(folder.database());
-  constexpr std::string_view kEmpty = "it holds no system yet; add some with ztsys add";
-  const std::pair<const Installation*, std::string_view> cases[] = {
-      {&missing, kEmpty},
-      {&emptied, kEmpty},
-      {&damaged, "not a system database, damaged, or of an unknown version; go back to a backup"},
-      {&folder, "no permission to read and write it, or it is not a plain file"}};
-  for (const auto& [installation, why] : cases) {
-    SCOPED_TRACE(why);
-    const Result result = installation->check();
-    EXPECT_EQ(result.out, kHeading + "\n");
-    EXPECT_EQ(result.err, level_note() + message(20, 106) +
-                              message(20, 124, installation->database().string() + ": " +
-                                                   std::string(why)));
-    EXPECT_EQ(result.status, 0);
-  }
-}
-
 TEST(Sweep, LeavesTheTargetToTheChecksThatFollow) {
   const Agent agent(every_outcome());
   const Installation installation;

@@ -29,7 +29,7 @@ ClientCall::ClientCall(Activity& activity, const ClientIdentity& identity, Rando
       identity_(identity),
       random_(random),
       request_(request),
-      silence_(silence_of_level(request.timeout_level)),
+      silence_(request.silence ? request.silence : silence_of_level(request.timeout_level)),
       started_(now) {
   begin(now, std::move(buffer));
 }
@@ -405,7 +405,8 @@ void ClientCall::on_fault(const Arrival& arrival) {
   const auto number = decode_status_body(arrival.packet.body, arrival.little_endian());
   if (!request_.operation->idempotent)
     activity_.owe_ack(header(PacketType::ack), peer_);
-  end(from_fault(number.value_or(nca::kUnspecifiedFault)), FailureKind::fault);
+  answer_number_ = number.value_or(nca::kUnspecifiedFault);
+  end(from_fault(answer_number_), FailureKind::fault);
 }
 
 void ClientCall::on_reject(const Arrival& arrival) {
@@ -415,6 +416,7 @@ void ClientCall::on_reject(const Arrival& arrival) {
     on_restarted_server(from_reject(number), arrival.now);
   else
     end(from_reject(number), FailureKind::communication);
+  answer_number_ = done_ ? number : 0;
 }
 
 void ClientCall::unreachable(std::span<const std::byte> quoted, const SocketAddress& destination,

@@ -38,6 +38,7 @@ struct CallRequest {
   uuid_t object{};
   std::span<const std::byte> body;
   unsigned timeout_level = 5;
+  std::optional<Duration> silence = std::nullopt;  // in place of the level's
   std::size_t reply_limit = 0;                     // largest legal body of the reply
   std::size_t path_limit = kLeastMaxFragment;      // largest datagram to send
   std::uint32_t max_fragment = kLeastMaxFragment;  // largest datagram that we announce
@@ -77,6 +78,8 @@ class ClientCall {
   // Packets of this call that carried an authentication verifier, and were dropped: whoever sent
   // them speaks a protocol that we do not.
   unsigned verifiers_dropped() const { return verifiers_dropped_; }
+  // The number of the fault or reject that ended the call, as it came; 0 when neither did.
+  std::uint32_t answer_number() const { return answer_number_; }
   // The reply's body, once, when the call is done with status 0.
   std::vector<std::byte> take_reply() { return joiner_.take_body(); }
   // Of the reply.
@@ -160,6 +163,7 @@ class ClientCall {
   bool done_ = false;
   unsigned verifiers_dropped_ = 0;
   std::uint32_t status_ = 0;
+  std::uint32_t answer_number_ = 0;
   FailureKind kind_ = FailureKind::communication;
   DataRepresentation representation_;
 };

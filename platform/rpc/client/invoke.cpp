@@ -17,6 +17,8 @@
 #include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/rpc.h"
+#include "platform/sys/fiber.h"
+#include "platform/sys/sockets.h"
 
 namespace rpc {
 namespace {
@@ -67,11 +69,25 @@ class Caller {
   std::uint64_t uses_ = 0;
 };
 
-// The socket number of a call that nothing answered.
+// Why nothing answered; 10060 when no datagram came back either.
 RPC_STATUS network_error(int undelivered_reason) {
-  if (undelivered_reason == 0)
-    return sockets::WSAETIMEDOUT;
-  return undelivered_reason == ECONNREFUSED ? sockets::WSAECONNREFUSED : sockets::WSAEHOSTUNREACH;
+  return undelivered_reason == 0
+             ? static_cast<RPC_STATUS>(sockets::WSAETIMEDOUT)
+             : static_cast<RPC_STATUS>(sockets::workstation_error(undelivered_reason));
+}
+
+// What is known of a call that is over.
+RpcCallOutcome outcome_of(const ClientCall& call, int undelivered_reason) {
+  using Kind = RpcCallOutcome::Kind;
+  if (call.status() == RPC_S_OK)
+    return {};
+  if (call.status() == RPC_S_SERVER_UNAVAILABLE && call.answer_number() == 0)
+    return {Kind::undelivered, network_error(undelivered_reason), 0, call.status()};
+  if (call.answer_number() == 0)
+    return {call.kind() == FailureKind::communication ? Kind::silent : Kind::local, 0, 0,
+            call.status()};
+  return {call.kind() == FailureKind::fault ? Kind::fault : Kind::reject, 0, call.answer_number(),
+          call.status()};
 }
 
 [[noreturn]] void fail(RPC_STATUS status) {
@@ -151,7 +167,7 @@ void Caller::acknowledge_all() {
 
 Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
                    std::span<const std::byte> request, std::size_t reply_limit) {
-  set_last_network_error(RPC_S_OK);
+  set_last_call_outcome({RpcCallOutcome::Kind::local});
   Server& server = server_at(resolve(target));
   turn_to(server);
 
@@ -160,6 +176,7 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   what.object = target.object;
   what.body = request;
   what.timeout_level = target.timeout_level;
+  what.silence = target.silence;
   what.reply_limit = reply_limit;
   what.path_limit = server.transport->path_limit();
   what.max_fragment =
@@ -169,8 +186,7 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
                   std::exchange(reply_memory_, {}));
   server.transport->run(call, buffers_);
 
-  if (call.status() == RPC_S_SERVER_UNAVAILABLE)
-    set_last_network_error(network_error(server.transport->undelivered_reason()));
+  set_last_call_outcome(outcome_of(call, server.transport->undelivered_reason()));
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
   // The body grew in memory that is used again; the caller gets one of its exact size.
@@ -181,7 +197,7 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   return reply;
 }
 
-thread_local RPC_STATUS last_network_error = RPC_S_OK;
+sys::FiberLocal<RpcCallOutcome> last_call_outcome;
 
 Caller& this_threads_caller() {
   thread_local Caller caller;
@@ -199,12 +215,12 @@ void release_activities() {
   this_threads_caller().acknowledge_all();
 }
 
-void set_last_network_error(std::uint32_t number) {
-  last_network_error = number;
+void set_last_call_outcome(const RpcCallOutcome& outcome) {
+  *last_call_outcome = outcome;
 }
 
 }  // namespace rpc
 
-RPC_STATUS RpcLastNetworkError() {
-  return rpc::last_network_error;
+const RpcCallOutcome& RpcLastCallOutcome() {
+  return *rpc::last_call_outcome;
 }

@@ -4,8 +4,10 @@
 
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,6 +15,8 @@
 #include "platform/rpc/names/uuid.h"
 #include "platform/rpc/stub/interface.h"
 #include "platform/rpc/wire/data_representation.h"
+
+struct RpcCallOutcome;
 
 namespace rpc {
 
@@ -23,6 +27,8 @@ struct CallTarget {
   std::string endpoint;           // UDP port in decimal; empty: status 1753
   uuid_t object{};
   unsigned timeout_level = 5;  // 0 to 10
+  // In place of the level's; for a question whose answer would come at once.
+  std::optional<std::chrono::milliseconds> silence = std::nullopt;
 };
 
 struct Reply {
@@ -35,8 +41,8 @@ struct Reply {
 Reply invoke(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit);
 
-// What RpcLastNetworkError gives to this thread from now on; set by every call.
-void set_last_network_error(std::uint32_t number);
+// What RpcLastCallOutcome gives to this thread from now on; set at the end of every call.
+void set_last_call_outcome(const RpcCallOutcome& outcome);
 
 // Acknowledges the last reply of every server that the calling thread called and that still keeps
 // it for us. Called when a binding is released; safe to call at any time, and done by itself when

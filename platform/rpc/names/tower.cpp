@@ -50,7 +50,7 @@ constexpr std::size_t kPortSize = 2;
 constexpr std::size_t kInternetAddressSize = 4;
 constexpr std::size_t kNetwareAddressSize = 10;  // network 4, node 6
 constexpr std::size_t kAddressFloor = 4;         // counted from 0
-constexpr std::size_t kUsedFloors = 5;
+constexpr std::size_t kUsedFloors = 16;
 
 struct Floor {
   Bytes left;
@@ -76,7 +76,8 @@ std::optional<Bytes> take_part(Bytes& rest) {
   return part;
 }
 
-// All floors are walked, so that a tower cut short is known as one; the used ones are returned.
+// All floors are walked, so that a tower cut short is known as one; as many as anybody uses are
+// returned.
 std::optional<std::vector<Floor>> split_floors(Bytes octets) {
   if (octets.size() < kCountSize)
     return std::nullopt;
@@ -311,19 +312,27 @@ bool write_place(const Profile& profile, const Tower& tower, Writer& writer) {
 
 }  // namespace
 
-std::optional<Tower> decode_tower(std::span<const std::byte> octets) {
+std::optional<Tower> decode_any_tower(std::span<const std::byte> octets) {
   const std::optional<std::vector<Floor>> floors = split_floors(octets);
-  if (!floors || floors->size() < 4 || !is_uuid_floor((*floors)[0]) || !is_uuid_floor((*floors)[1]))
+  if (!floors || floors->size() < 3 || !is_uuid_floor((*floors)[0]) || !is_uuid_floor((*floors)[1]))
     return std::nullopt;
-  const Profile* profile = find_profile((*floors)[2], (*floors)[3]);
   Tower tower;
-  if (profile == nullptr || !read_place(profile->layout, *floors, tower))
-    return std::nullopt;
-  tower.protocol_sequence = profile->protocol_sequence;
   const std::byte* const identity = (*floors)[0].left.data() + 1;
   tower.interface_id = {load_uuid(identity, true), load16(identity + 16, true),
                         load16((*floors)[0].right.data(), true)};
+  for (std::size_t i = 2; i < floors->size(); ++i) {
+    const Bytes left = (*floors)[i].left;
+    tower.floors.push_back(left.empty() ? 0 : std::to_integer<unsigned>(left[0]));
+  }
+  const Profile* profile = floors->size() > 3 ? find_profile((*floors)[2], (*floors)[3]) : nullptr;
+  if (profile != nullptr && read_place(profile->layout, *floors, tower))
+    tower.protocol_sequence = profile->protocol_sequence;
   return tower;
+}
+
+std::optional<Tower> decode_tower(std::span<const std::byte> octets) {
+  std::optional<Tower> tower = decode_any_tower(octets);
+  return tower && !tower->protocol_sequence.empty() ? tower : std::nullopt;
 }
 
 std::optional<std::vector<std::byte>> encode_tower(const Tower& tower) {

@@ -40,6 +40,7 @@ inline constexpr std::uint16_t kNdrMajor = 2;
 inline constexpr std::uint16_t kNdrMinor = 0;
 
 struct Tower {
+  // Empty for a tower whose protocols the runtime does not know; `floors` then says which they are.
   rpc_if_id_t interface_id{};
   std::string protocol_sequence;
   // Internet: dotted. IPX and SPX: network and node as 20 hexadecimal digits. Named pipes: the
@@ -47,12 +48,15 @@ struct Tower {
   std::string network_address;
   // A decimal port (empty for port 0, which says that there is none) or the name of a pipe.
   std::string endpoint;
+  std::vector<unsigned> floors = {};  // identifiers from the third floor on
 };
 
 // Nothing for bytes that are no tower of a protocol sequence that the runtime knows: a length
 // beyond the end, a floor of another kind or size, a text without its end. The transfer syntax is
 // not judged. Floors and bytes behind the address are ignored.
 std::optional<Tower> decode_tower(std::span<const std::byte> octets);
+// The same, and towers of other protocols as far as they are known: interface and floors.
+std::optional<Tower> decode_any_tower(std::span<const std::byte> octets);
 
 // Nothing for an unknown protocol sequence and for an address or endpoint that it cannot carry.
 std::optional<std::vector<std::byte>> encode_tower(const Tower& tower);

@@ -22,6 +22,7 @@ constexpr Mapping kMappings[] = {
     {nca::kInvalidBound, Carrier::fault_only, RPC_S_INVALID_BOUND},
     {nca::kVersionMismatch, Carrier::both, RPC_S_PROTOCOL_ERROR},
     {nca::kBadActivity, Carrier::both, RPC_S_CALL_FAILED_DNE},
+    {nca::kWhoAreYouFailed, Carrier::both, RPC_S_CALL_FAILED_DNE},
     {nca::kManagerNotEntered, Carrier::both, RPC_S_CALL_FAILED_DNE},
     {nca::kCancelled, Carrier::fault_only, RPC_S_CALL_CANCELLED},
     {nca::kFloatError, Carrier::fault_only, RPC_S_FP_OVERFLOW},

@@ -237,7 +237,6 @@ TEST(HublnkNegotiate, TellsWhatTheBrokerDid) {
       {"length above the buffer", {{long_length}}, 0, 10022, 9, 9},
       {"nine words", {{nine_words}}, 0, 10022, 9, 9},
   };
-  hublnk_SetLimits({});
   for (const Case& test : cases) {
     const ToyBroker broker(test.script);
     std::uint16_t major = 9, minor = 9;
@@ -250,7 +249,6 @@ TEST(HublnkNegotiate, TellsWhatTheBrokerDid) {
 }
 
 TEST(HublnkNegotiate, GivesUpOnTheWholeReplyAndNotOnEachByte) {
-  hublnk_SetLimits({1s, 1s});
   const Script cases[] = {
       {{}},                                  // silent
       {cut(version_reply(2, 0), 1), 150ms},  // a byte now and then
@@ -260,13 +258,12 @@ TEST(HublnkNegotiate, GivesUpOnTheWholeReplyAndNotOnEachByte) {
     std::uint16_t major = 0, minor = 0;
     std::uint32_t status = 0;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, hublnk_Negotiate(broker.client(), &major, &minor, &status));
+    EXPECT_EQ(0, hublnk_Negotiate(broker.client(), &major, &minor, &status, {1s, 1s}));
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(10060U, status);
     EXPECT_GE(waited, 900ms);
     EXPECT_LE(waited, 3s);
   }
-  hublnk_SetLimits({});
 }
 
 uuid_t server_type() {

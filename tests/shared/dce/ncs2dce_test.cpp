@@ -116,7 +116,7 @@ class SettingsFolder {
 struct Outcome {
   error_status_t status = 99;
   std::uint32_t count = 0;
-  ptc_LookupLosses losses{99, 99, true};
+  ptc_LookupLosses losses;
   std::vector<std::string> bindings;
 };
 
@@ -158,6 +158,7 @@ TEST(EndpointQuery, StopsAtItsCapacity) {
   const Outcome outcome = query(1);
   EXPECT_EQ(std::vector{udp("10.0.0.1", 2)}, outcome.bindings);
   EXPECT_EQ(2, script.probes);
+  EXPECT_TRUE(outcome.losses.full);
 }
 
 TEST(EndpointQuery, ReportsHowTheInquiryEnded) {
@@ -186,32 +187,22 @@ TEST(EndpointQuery, ReportsHowTheInquiryEnded) {
   }
 }
 
-TEST(EndpointQuery, TellsWhyItFoundNothing) {
-  struct Case {
-    std::vector<MapElement> elements;
-    RPC_STATUS end;
-    RPC_STATUS network;
-    ptc_LookupLosses losses;
-  };
-  const Case cases[] = {
-      {{}, RPC_X_NO_MORE_ENTRIES, 0, {0, 0}},
-      {{}, RPC_S_COMM_FAILURE, 10060, {10060, 0}},
-      {{}, RPC_S_UNKNOWN_IF, 0, {RPC_S_UNKNOWN_IF, 0}},
-      {{{udp("10.0.0.1", 1), RPC_S_SERVER_UNAVAILABLE}}, RPC_X_NO_MORE_ENTRIES, 10061, {0, 10061}},
-      {{{"ncacn_ip_tcp:10.0.0.1[1]", RPC_S_PROTSEQ_NOT_SUPPORTED}},
-       RPC_X_NO_MORE_ENTRIES,
-       0,
-       {0, 0}},
-  };
-  for (const Case& test : cases) {
-    script = {};
-    script.elements = test.elements;
-    script.end = test.end;
-    rpc::set_last_network_error(test.network);
-    const Outcome outcome = query(8);
-    EXPECT_EQ(test.losses.mapper, outcome.losses.mapper);
-    EXPECT_EQ(test.losses.server, outcome.losses.server);
-  }
+void answer_with(RPC_STATUS network) {
+  rpc::set_last_call_outcome({RpcCallOutcome::Kind::undelivered, network});
+}
+
+TEST(EndpointQuery, TellsTheFirstServerThatDoesNotAnswerAndHowManyThereAre) {
+  script = {};
+  script.elements = {{"ncacn_ip_tcp:10.0.0.1[1]", RPC_S_PROTSEQ_NOT_SUPPORTED},
+                     {udp("10.0.0.1", 7), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.2", 8), RPC_S_SERVER_UNAVAILABLE}};
+  answer_with(10061);
+  const ptc_LookupLosses losses = query(8).losses;
+  EXPECT_EQ("10.0.0.1", losses.server_address);
+  EXPECT_EQ(7, losses.server_port);
+  EXPECT_EQ(2, losses.servers);
+  EXPECT_EQ(10061U, losses.server.outcome.network);
+  EXPECT_FALSE(losses.full);
 }
 
 TEST(EndpointQuery, NeverLooksUpAnOldInterface) {
@@ -238,7 +229,7 @@ TEST(EndpointQuery, LosesPatienceWithServersThatAnswerNothing) {
   for (int port = 1; port <= 200; ++port)
     script.elements.push_back({udp("10.0.0.1", port), RPC_S_SERVER_UNAVAILABLE});
   script.elements[20].listening = RPC_S_OK;
-  rpc::set_last_network_error(10060);
+  answer_with(10060);
   const Outcome outcome = query(128);
   EXPECT_EQ(std::vector{udp("10.0.0.1", 21)}, outcome.bindings);
   EXPECT_TRUE(outcome.losses.unfinished);
@@ -246,7 +237,7 @@ TEST(EndpointQuery, LosesPatienceWithServersThatAnswerNothing) {
   levels.resize(65, kLevel - 3);
   EXPECT_EQ(levels, script.levels);
 
-  rpc::set_last_network_error(10061);
+  answer_with(10061);
   script.next = 0;
   script.probes = 0;
   EXPECT_FALSE(query(128).losses.unfinished) << "a refusal costs no time";
@@ -259,8 +250,9 @@ TEST(IgnoreList, DropsItsAddresses) {
       "\n"
       "    \n"
       "   # a comment behind blanks\n"
-      "192.168.7.20 the second network card\n"
-      "\t10.9.9.9\n" +
+      "192.168.7.20 the second network card\r\n"
+      "\r\n"
+      "\t10.9.9.9\r\n" +
       ("# " + std::string(400, 'x')) +
       " 192.168.7.21\n"
       "  192.168.7.22");

@@ -139,7 +139,8 @@ TEST_F(RepServerInfo, RefusesLastIndexesBeyondWhatWasAskedFor) {
     agent.last_indexes = {{test.operation, test.index}};
     zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
     EXPECT_EQ(test.result, client.ConnectToServer("DATA")) << test.operation << test.index;
-    EXPECT_EQ(test.result == 1 ? "" : message(11, 32) + message(13, 90), errors(client));
+    EXPECT_EQ(test.result == 1 ? "" : message(11, 32) + message(13, 90) + message(20, 124),
+              errors(client));
   }
 }
 
@@ -184,7 +185,7 @@ TEST_F(RepServerInfo, ViewsOverNoMetricAreAskedForAndNotRead) {
   EXPECT_EQ(0xFFFFFFFF, agent.last_metric_index);
   EXPECT_EQ(0, client.ReadData());
   EXPECT_EQ(0, agent.count("repView_Read"));
-  EXPECT_EQ(message(11, 32) + message(13, 90), errors(client));
+  EXPECT_EQ(message(11, 32) + message(13, 90) + message(20, 124), errors(client));
   client.DisconnectFromClass();
   const std::vector<std::uint32_t> ids(4097, 1);
   ASSERT_EQ(1, client.CreateBaseView(0, ids.data(), 4097));
@@ -247,7 +248,7 @@ TEST_F(RepServerInfo, RefusesRepliesThatDoNotAddUp) {
     agent.reads = {test.read};
     EXPECT_EQ(0, client.ReadData()) << test.name;
     EXPECT_EQ(0U, client.ReturnRowCount()) << test.name;
-    EXPECT_EQ(message(11, 32) + message(13, 90), errors(client)) << test.name;
+    EXPECT_EQ(message(11, 32) + message(13, 90) + message(20, 124), errors(client)) << test.name;
   }
 }
 
@@ -294,6 +295,56 @@ TEST_F(RepServerInfo, FilteredAndTemporalViewsStandOnAFilter) {
     EXPECT_EQ(0, client.CreateFilteredView(0, &id, 1, shifts, 0));
   }
   EXPECT_EQ("repTimeFilter_Destroy", agent.calls.back());
+}
+
+TEST_F(RepServerInfo, NothingIsLeftOnTheAgent) {
+  const repTimeFilter_sShiftDescriptor period[] = {{0, 3600, 1}};
+  const std::uint32_t metric = 1;
+  using Client = zt_RepServerInfo_class;
+  const struct {
+    const char* name;
+    void (*act)(Client& client, const std::uint32_t* id,
+                const repTimeFilter_sShiftDescriptor* shifts);
+  } cases[] = {
+      {"a view that cannot be positioned",
+       [](Client& client, auto id, auto) {
+         agent.statuses["repView_SetPosition"] = 5;
+         client.CreateBaseView(0, id, 1);
+         EXPECT_EQ(0, client.SetPosition(0, 0));
+       }},
+      {"a second view, and a second filter",
+       [](Client& client, auto id, auto shifts) {
+         client.CreateFilteredView(0, id, 1, shifts, 1);
+         client.CreateTemporalView(2, id, 1, id, 1, shifts, 1, 300);
+         client.CreateBaseView(0, id, 1);
+       }},
+      {"a refusal that hands out an object",
+       [](Client& client, auto id, auto shifts) {
+         agent.object_with_refusal = true;
+         agent.statuses = {{"repView_Create", 5}, {"repTimeFilter_Create", 5}};
+         EXPECT_EQ(0, client.CreateBaseView(0, id, 1));
+         EXPECT_EQ(0, client.CreateFilteredView(0, id, 1, shifts, 1));
+       }},
+  };
+  for (const auto& each : cases) {
+    agent.calls.clear();
+    agent.statuses.clear();
+    Client client(kLoopback, "127.0.0.1");
+    ASSERT_EQ(1, client.ConnectToServer("DATA"));
+    each.act(client, &metric, period);
+    client.DisconnectFromServer();
+    EXPECT_EQ(agent.count("repView_Create") + agent.count("repFilteredView_Create") +
+                  agent.count("repTemporalView_Create"),
+              agent.count("repView_Destroy"))
+        << each.name;
+    EXPECT_EQ(agent.count("repTimeFilter_Create"), agent.count("repTimeFilter_Destroy"))
+        << each.name;
+    EXPECT_EQ(0, client.ReadData()) << "nothing is read of a data source that was let go";
+    EXPECT_EQ(0, client.CreateBaseView(0, &metric, 1));
+    agent.statuses.clear();
+    EXPECT_EQ(1, client.ConnectToServer("DATA"));
+    EXPECT_EQ(0, client.ReadData()) << "nor from the next one as if it were its own";
+  }
 }
 
 }  // namespace

@@ -26,11 +26,7 @@ class System : public RPC_MONITORED_SYSTEM_OBJ {
   SystemKey current_key() const { return objServerKey; }
   int slot() const { return objSocketIndex; }
   const zt_RPCinfo_t& record() const { return fRPCinfo; }
-  void forget() {
-    RecordMessage(kNoMessage, kNoMessage);
-    objRepErrorMessageNum = kNoMessage;
-    objErrorCause.clear();
-  }
+  void forget() { ForgetMessages(); }
   void hold(const char* collector) {
     struct Info : BASIC_SERVER_INFO_OBJ {
       explicit Info(const char* text) : BASIC_SERVER_INFO_OBJ(nullptr, 1) {
@@ -110,37 +106,6 @@ TEST(RpcSystem, SelectsByNameOrKey) {
       EXPECT_EQ(43, system.number());
       EXPECT_EQ(2, system.repository_number());
     }
-  }
-}
-
-TEST(RpcSystem, EachBrokenLinkLeavesItsOwnMessages) {
-  struct Case {
-    const char* name;
-    void (*breakage)();
-    int connect_error, set, number, repository;
-    const char* cause;  // null: any
-  };
-  const Case cases[] = {
-      {"probe refused", [] { agent.probe_port = refusing_port(); }, 10061, 11, 31, -1, ""},
-      {"broker fails", [] { agent.broker_status = 10060; }, 0, 11, 32, 301, "10060"},
-      {"agent too old", [] { agent.major = 1; }, 0, 13, 300, -1, ""},
-      {"query fails", [] { agent.lookup_status = 1728; }, 0, 11, 34, 90, nullptr},
-      {"no server", [] { agent.servers.clear(); }, 0, 11, 33, 2, nullptr},
-      {"server fails", [] { agent.statuses["rep_LookupRepository"] = 1726; }, 0, 11, 32, 90,
-       nullptr},
-      {"server faults", [] { agent.raised["rep_LookupRepository"] = 5; }, 0, 11, 32, 101, ""},
-  };
-  for (const Case& test : cases) {
-    script_three_servers();
-    test.breakage();
-    const System system;
-    EXPECT_EQ(0, system.ValidObj()) << test.name;
-    EXPECT_EQ(test.connect_error, system.ReturnConnectError()) << test.name;
-    EXPECT_EQ(test.set, system.set()) << test.name;
-    EXPECT_EQ(test.number, system.ReturnLastError()) << test.name;
-    EXPECT_EQ(test.repository, system.repository_number()) << test.name;
-    EXPECT_TRUE(test.cause == nullptr || system.cause() == test.cause) << test.name;
-    EXPECT_EQ(0, agent.records_held) << test.name;
   }
 }
 

@@ -25,7 +25,7 @@ bool enter(const std::string& operation, error_status_t* status) {
 }
 
 void create(const std::string& operation, RPC_CONTEXT_HANDLE* context, error_status_t* status) {
-  if (enter(operation, status) && !agent.null_contexts)
+  if ((enter(operation, status) && !agent.null_contexts) || agent.object_with_refusal)
     *context = reinterpret_cast<RPC_CONTEXT_HANDLE>(&agent);
 }
 

@@ -65,37 +65,41 @@ int refusing_port() {
 
 // --- Location broker.
 
-void hublnk_SetLimits(const hublnk_Limits&) {}
-
 std::uint16_t hublnk_Port() {
   const int port = agent.probe_port != 0 ? agent.probe_port : listening_port();
   return sockets::htons(static_cast<std::uint16_t>(port));
 }
 
-unsigned char hublnk_Open(const char*, sockets::Socket* fd, std::uint32_t* status) {
-  *fd = 0;
-  *status = agent.broker_status;
-  return *status == 0;
+unsigned char hublnk_OpenAt(const sockaddr_in& address, const hublnk_Limits&, sockets::Socket* fd,
+                            std::uint32_t* status) {
+  *fd = sockets::socket(AF_INET, SOCK_STREAM, 0);
+  *status = 0;
+  if (sockets::connect(*fd, address) == 0)
+    return 1;
+  *status = static_cast<std::uint32_t>(sockets::WSAGetLastError());
+  sockets::closesocket(*fd);
+  return 0;
 }
 
-unsigned char hublnk_Close(sockets::Socket&, std::uint32_t* status) {
+unsigned char hublnk_Close(sockets::Socket& fd, std::uint32_t* status) {
+  sockets::closesocket(fd);
   *status = 0;
   return 1;
 }
 
 unsigned char hublnk_Negotiate(sockets::Socket, std::uint16_t* major, std::uint16_t* minor,
-                               std::uint32_t* status) {
+                               std::uint32_t* status, const hublnk_Limits&, bool*) {
   *major = agent.major;
   *minor = 0;
-  *status = 0;
-  return 1;
+  *status = agent.broker_status;
+  return *status == 0;
 }
 
 // --- Endpoint query.
 
 void ptc_rpc_ep_lookup(RPC_BINDING_HANDLE, const rpc_if_id_t* interface_id, const uuid_t*,
                        ptc_RpcClientContextStruct* list, std::uint32_t* size,
-                       error_status_t* status, ptc_LookupLosses* losses) {
+                       error_status_t* status, ptc_LookupLosses* losses, const ptc_LookupOptions&) {
   *status = agent.lookup_status;
   *losses = agent.losses;
   if (*status != 0)
