@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
+#include <list>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -23,29 +25,78 @@
 namespace rpc {
 namespace {
 
-// Sockets kept open; a sweep over many hosts must not use up the process's descriptors.
+// Jobs that share a socket before another one is opened, and sockets at most.
+constexpr std::size_t kJobsPerSocket = 16;
 constexpr std::size_t kMostSockets = 32;
+// Servers remembered by one job; the one that was called longest ago goes first.
+constexpr std::size_t kMostServers = 256;
 // Host names remembered, so that one name's calls do not each ask the resolver.
 constexpr std::size_t kMostNames = 1024;
 // Memory of the last reply that is kept for the next one; a longer one is given back.
 constexpr std::size_t kKeptReplyMemory = 2 * 1024 * 1024;
 
-// A server and the activity of our calls to it. The activity lives as long as the thread, so that
-// the server asks only once who we are; the socket only while it is among the last used.
-struct Server {
-  Server(const SocketAddress& address, RandomSource& random) : activity(address, random) {}
-
-  Activity activity;
-  std::unique_ptr<Transport> transport;
-  std::uint64_t last_use = 0;
+struct ByAddress {
+  std::size_t operator()(const SocketAddress& address) const {
+    return std::hash<std::uint64_t>()(std::uint64_t{address.host} << 16 | address.port);
+  }
 };
 
-// What one thread needs for its calls: an activity carries one call at a time, so threads share
-// none.
+// The sockets of all jobs of a loop, or of a thread outside loops.
+class Sockets {
+ public:
+  // The one that the fewest jobs use; null when the system gives none.
+  Transport* take() {
+    const auto fewest = std::min_element(shares_.begin(), shares_.end(), [](auto& a, auto& b) {
+      return a.jobs < b.jobs;
+    });
+    const bool full = fewest == shares_.end() || fewest->jobs >= kJobsPerSocket;
+    if (full && shares_.size() < kMostSockets) {
+      auto made = std::make_unique<Transport>();
+      if (made->open()) {
+        shares_.push_back({std::move(made), 1});
+        return shares_.back().transport.get();
+      }
+    }
+    if (shares_.empty())
+      return nullptr;
+    ++fewest->jobs;
+    return fewest->transport.get();
+  }
+
+  void give_back(const Transport* transport) {
+    for (Share& each : shares_)
+      if (each.transport.get() == transport)
+        --each.jobs;
+  }
+  std::size_t jobs(const Transport* transport) const {
+    for (const Share& each : shares_)
+      if (each.transport.get() == transport)
+        return each.jobs;
+    return 1;
+  }
+
+  SystemRandom random;
+
+ private:
+  struct Share {
+    std::unique_ptr<Transport> transport;
+    std::size_t jobs;
+  };
+  std::vector<Share> shares_;
+};
+
+const sys::LoopLocal<Sockets> sockets_of_loop;
+
+// What one job, or thread outside loops, needs for its calls: an activity carries one call at a
+// time, so jobs share none. What is kept of servers goes with it; until then a server asks only once
+// who we are.
 class Caller {
  public:
-  Caller() = default;
-  ~Caller() { acknowledge_all(); }
+  Caller() : sockets_(*sockets_of_loop) {}
+  ~Caller() {
+    acknowledge_all();
+    sockets_.give_back(transport_);
+  }
   Caller(const Caller&) = delete;
   Caller& operator=(const Caller&) = delete;
 
@@ -54,19 +105,21 @@ class Caller {
   void acknowledge_all();
 
  private:
-  SocketAddress resolve(const CallTarget& target);
-  Server& server_at(const SocketAddress& address);
-  void turn_to(Server& server);
-  void close_idle_socket();
-  static void acknowledge(Server& server);
+  using Activities = std::list<Activity>;
 
-  SystemRandom random_;
-  ReceiveBuffers buffers_;
+  SocketAddress resolve(const CallTarget& target);
+  Activity& activity_at(const SocketAddress& address);
+  std::size_t path_limit(const SocketAddress& address);
+  void acknowledge(Activity& activity);
+
+  Sockets& sockets_;
+  Transport* transport_ = nullptr;
   std::vector<std::byte> reply_memory_;
   std::unordered_map<std::string, std::uint32_t> names_;
-  std::vector<std::unique_ptr<Server>> servers_;
-  Server* current_ = nullptr;
-  std::uint64_t uses_ = 0;
+  Activities activities_;  // last called first
+  std::unordered_map<SocketAddress, Activities::iterator, ByAddress> by_address_;
+  std::uint32_t path_host_ = 0;  // whose path was looked at last
+  std::size_t path_limit_ = 0;
 };
 
 // Why nothing answered; 10060 when no datagram came back either.
@@ -114,62 +167,52 @@ SocketAddress Caller::resolve(const CallTarget& target) {
   return {resolved.host, *port};
 }
 
-Server& Caller::server_at(const SocketAddress& address) {
-  if (current_ != nullptr && current_->activity.server() == address)
-    return *current_;
-  for (const auto& each : servers_)
-    if (each->activity.server() == address)
-      return *each;
-  servers_.push_back(std::make_unique<Server>(address, random_));
-  return *servers_.back();
+Activity& Caller::activity_at(const SocketAddress& address) {
+  if (!activities_.empty() && activities_.front().server() == address)
+    return activities_.front();
+  // Whoever is left waits for its acknowledgement no longer.
+  if (!activities_.empty())
+    acknowledge(activities_.front());
+  if (const auto known = by_address_.find(address); known != by_address_.end()) {
+    activities_.splice(activities_.begin(), activities_, known->second);
+    return activities_.front();
+  }
+  if (activities_.size() == kMostServers) {
+    by_address_.erase(activities_.back().server());
+    activities_.pop_back();
+  }
+  activities_.emplace_front(address, sockets_.random);
+  by_address_.emplace(address, activities_.begin());
+  return activities_.front();
 }
 
-void Caller::turn_to(Server& server) {
-  if (current_ != nullptr && current_ != &server)
-    acknowledge(*current_);
-  current_ = &server;
-  server.last_use = ++uses_;
-  if (server.transport == nullptr) {
-    close_idle_socket();
-    server.transport = std::make_unique<Transport>(server.activity.server());
+std::size_t Caller::path_limit(const SocketAddress& address) {
+  if (path_limit_ == 0 || path_host_ != address.host) {
+    path_limit_ = path_limit_to(address);
+    path_host_ = address.host;
   }
-  if (!server.transport->open()) {
-    server.transport.reset();
-    fail(RPC_S_OUT_OF_MEMORY);
-  }
+  return path_limit_;
 }
 
-void Caller::close_idle_socket() {
-  Server* oldest = nullptr;
-  std::size_t open = 0;
-  for (const auto& each : servers_) {
-    if (each->transport == nullptr)
-      continue;
-    ++open;
-    if (oldest == nullptr || each->last_use < oldest->last_use)
-      oldest = each.get();
-  }
-  if (open >= kMostSockets)
-    oldest->transport.reset();
-}
-
-void Caller::acknowledge(Server& server) {
-  if (server.transport == nullptr)
-    return;
-  if (const auto ack = server.activity.take_ack())
-    server.transport->send(*ack);
+void Caller::acknowledge(Activity& activity) {
+  if (const auto ack = activity.take_ack())
+    transport_->send(*ack);
 }
 
 void Caller::acknowledge_all() {
-  for (const auto& each : servers_)
-    acknowledge(*each);
+  for (Activity& each : activities_)
+    acknowledge(each);
 }
 
 Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
                    std::span<const std::byte> request, std::size_t reply_limit) {
   set_last_call_outcome({RpcCallOutcome::Kind::local});
-  Server& server = server_at(resolve(target));
-  turn_to(server);
+  const SocketAddress address = resolve(target);
+  if (transport_ == nullptr)
+    transport_ = sockets_.take();
+  if (transport_ == nullptr)
+    fail(RPC_S_OUT_OF_MEMORY);
+  Activity& activity = activity_at(address);
 
   CallRequest what;
   what.operation = &operation;
@@ -178,15 +221,12 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   what.timeout_level = target.timeout_level;
   what.silence = target.silence;
   what.reply_limit = reply_limit;
-  what.path_limit = server.transport->path_limit();
-  what.max_fragment =
-      static_cast<std::uint32_t>(std::max(server.transport->path_limit(), kLeastMaxFragment));
-  what.window_kilobytes = server.transport->window_kilobytes();
-  ClientCall call(server.activity, ClientIdentity::of_this_process(), random_, what, Clock::now(),
+  what.path_limit = path_limit(address);
+  what.max_fragment = static_cast<std::uint32_t>(std::max(what.path_limit, kLeastMaxFragment));
+  what.window_kilobytes = transport_->window_kilobytes(sockets_.jobs(transport_));
+  ClientCall call(activity, ClientIdentity::of_this_process(), sockets_.random, what, Clock::now(),
                   std::exchange(reply_memory_, {}));
-  server.transport->run(call, buffers_);
-
-  set_last_call_outcome(outcome_of(call, server.transport->undelivered_reason()));
+  set_last_call_outcome(outcome_of(call, transport_->run(call, activity)));
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
   // The body grew in memory that is used again; the caller gets one of its exact size.
@@ -197,22 +237,18 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   return reply;
 }
 
-sys::FiberLocal<RpcCallOutcome> last_call_outcome;
-
-Caller& this_threads_caller() {
-  thread_local Caller caller;
-  return caller;
-}
+const sys::FiberLocal<RpcCallOutcome> last_call_outcome;
+const sys::FiberLocal<Caller> caller;
 
 }  // namespace
 
 Reply invoke(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit) {
-  return this_threads_caller().call(target, operation, request, reply_limit);
+  return caller->call(target, operation, request, reply_limit);
 }
 
 void release_activities() {
-  this_threads_caller().acknowledge_all();
+  caller->acknowledge_all();
 }
 
 void set_last_call_outcome(const RpcCallOutcome& outcome) {

@@ -1,75 +1,66 @@
 // SPDX-License-Identifier: Apache-2.0
-// One UDP socket and one clock that drive a call's state machine. Nothing of the protocol is
-// decided here. The socket is not connected, since a reply may come from another address or port
-// than the one called; what the network says of undelivered datagrams comes from the socket's error
-// queue.
+// One UDP socket that drives the state machines of calls, many at once when they run on fibers.
+// Nothing of the protocol is decided here. The socket is not connected, since a reply may come from
+// another address or port than the one called, and one socket serves all servers: what comes in
+// finds its call by the activity. What the network says of undelivered datagrams comes from the
+// socket's error queue.
 
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "platform/rpc/client/activity.h"
 #include "platform/rpc/client/client_call.h"
+#include "platform/sys/fiber.h"
 
 namespace rpc {
 
-// Room for the datagrams of one batch; shared by the sockets of a thread.
-class ReceiveBuffers {
- public:
-  static constexpr std::size_t kCount = 16;
-  static constexpr std::size_t kSize = 65'536;  // no UDP datagram is larger
-
-  ReceiveBuffers();
-  std::byte* at(std::size_t index) { return bytes_.get() + index * kSize; }
-
- private:
-  // Pages that no datagram ever filled take no memory.
-  std::unique_ptr<std::byte[]> bytes_;
-};
+// The largest datagram that leaves this host for the server unfragmented, up to 8 KiB.
+std::size_t path_limit_to(const SocketAddress& server);
 
 class Transport {
  public:
-  // A socket for calls to `server`. open() tells whether the system gave one.
-  explicit Transport(const SocketAddress& server);
+  // open() tells whether the system gave a socket. On a fiber, the transport must end before its
+  // loop.
+  Transport();
   ~Transport();
   Transport(const Transport&) = delete;
   Transport& operator=(const Transport&) = delete;
 
   bool open() const { return descriptor_ >= 0; }
+  // What the socket's buffer holds for certain while `calls` calls share it, in fragments'
+  // kilobytes.
+  std::uint16_t window_kilobytes(std::size_t calls) const;
 
-  // The largest datagram that leaves this host for the server unfragmented. Sent requests and
-  // announced fragments follow it, up to 8 KiB.
-  std::size_t path_limit() const { return path_limit_; }
-  // What the socket's buffer holds for certain, in fragments' kilobytes.
-  std::uint16_t window_kilobytes() const { return window_kilobytes_; }
-
-  // Runs the call to its end.
-  void run(ClientCall& call, ReceiveBuffers& buffers);
-  // Why a datagram of the last call came back undelivered, as the system's error number; 0 when
-  // none did.
-  int undelivered_reason() const { return undelivered_reason_; }
+  // Runs the call to its end. Why a datagram of it came back undelivered, as the system's error
+  // number; 0 when none did.
+  int run(ClientCall& call, const Activity& activity);
   // Sends one packet and forgets it.
   void send(const OutgoingDatagram& packet);
 
  private:
-  void flush(ClientCall& call);
-  void receive(ClientCall& call, ReceiveBuffers& buffers, Duration longest);
+  struct Running;
+
+  void flush(Running& running);
+  void wait(const Running& running, Time until);
+  void receive(std::size_t most, int flags);
+  void deliver(std::span<const std::byte> datagram, const SocketAddress& source, Time now);
   int send_once(const OutgoingDatagram& packet);
-  void read_errors(ClientCall* call);
-  bool read_error(ClientCall* call);
+  void read_errors();
+  bool read_error();
+  void undelivered(int reason, std::span<const std::byte> quoted,
+                   const SocketAddress& destination);
   void wait_at_most(Duration longest);
 
-  void undelivered(ClientCall& call, int reason, std::span<const std::byte> quoted,
-                   const SocketAddress& destination);
-
   int descriptor_ = -1;
-  int undelivered_reason_ = 0;
-  std::size_t path_limit_ = kLeastMaxFragment;
-  std::uint16_t window_kilobytes_ = 0;
+  int receive_buffer_ = 0;      // what the kernel granted
   Duration receive_timeout_{};  // what the kernel was told last; zero: no time-out yet
+  std::vector<Running*> running_;
+  std::unique_ptr<sys::FiberLoop::Watch> watch_;
 };
 
 }  // namespace rpc

@@ -10,6 +10,8 @@
 #include "platform/rpc/client/invoke.h"
 #include "platform/rpc/exception.h"
 #include "platform/rpc/names/network_address.h"
+#include "platform/rpc/rpc.h"
+#include "platform/sys/fiber.h"
 #include "tests/support/rpc_bytes.h"
 #include "tests/support/udp_socket.h"
 
@@ -103,8 +105,7 @@ TEST(Invoke, ReportOfAnEarlierPacketDoesNotEndACall) {
   const std::uint16_t port = socket->port();
   SystemRandom random;
   const ClientIdentity identity = ClientIdentity::make(random);
-  ReceiveBuffers buffers;
-  Transport transport({INADDR_LOOPBACK, port});
+  Transport transport;
   ASSERT_TRUE(transport.open());
   Activity gone({INADDR_LOOPBACK, port}, random);
   Activity alive({INADDR_LOOPBACK, other.port()}, random);
@@ -114,7 +115,7 @@ TEST(Invoke, ReportOfAnEarlierPacketDoesNotEndACall) {
   {
     std::thread server([&] { answer_one(*socket); });
     ClientCall call(gone, identity, random, request, Clock::now());
-    transport.run(call, buffers);
+    transport.run(call, gone);
     server.join();
     EXPECT_EQ(call.status(), 0U);
   }
@@ -123,7 +124,7 @@ TEST(Invoke, ReportOfAnEarlierPacketDoesNotEndACall) {
   std::this_thread::sleep_for(20ms);  // the report is in the socket's queue now
   std::thread server([&] { answer_one(other); });
   ClientCall call(alive, identity, random, request, Clock::now());
-  transport.run(call, buffers);
+  transport.run(call, alive);
   server.join();
   EXPECT_EQ(call.status(), 0U);
 }
@@ -141,6 +142,47 @@ TEST(Invoke, LostRequestIsRepeatedAndMuteServerGivenUp) {
   const Duration took = Clock::now() - before;
   EXPECT_GE(took, 1s);
   EXPECT_LT(took, 1500ms);
+}
+
+// Calls of many jobs share few sockets; each gets its own outcome.
+TEST(Invoke, JobsOnFibersCallAtOnce) {
+  constexpr std::size_t kJobs = 60;
+  const UdpSocket alive;
+  const UdpSocket mute;
+  std::uint16_t dead = 0;
+  {
+    const UdpSocket socket;
+    dead = socket.port();
+  }
+  std::thread server([&] {
+    // Nobody is answered before all have asked.
+    std::vector<test::Received> requests;
+    while (requests.size() < kJobs / 3) {
+      const auto request = alive.receive();
+      if (!request)
+        return;
+      requests.push_back(*request);
+    }
+    for (auto each = requests.rbegin(); each != requests.rend(); ++each) {
+      PacketHeader header = each->header;
+      header.type = PacketType::response;
+      header.flags1 = 0;
+      header.server_boot = 1;
+      alive.send(header, pattern(4), each->source);
+    }
+  });
+  std::vector<std::uint32_t> statuses(kJobs);
+  std::vector<RPC_STATUS> networks(kJobs);
+  sys::FiberLoop(kJobs).run(kJobs, [&](std::size_t job) {
+    const std::uint16_t ports[] = {alive.port(), mute.port(), dead};
+    statuses[job] = status_of(target_at(ports[job % 3], 0));
+    networks[job] = RpcLastCallOutcome().network;
+  });
+  server.join();
+  for (std::size_t job = 0; job < kJobs; ++job) {
+    EXPECT_EQ(statuses[job], job % 3 == 0 ? 0U : 1722U);
+    EXPECT_EQ(networks[job], job % 3 == 0 ? 0U : job % 3 == 1 ? 10060U : 10061U);
+  }
 }
 
 TEST(Invoke, AckGoesOutWhenTheRuntimeTurnsToAnotherServerAndWhenReleased) {
