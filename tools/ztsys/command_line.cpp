@@ -45,6 +45,31 @@ std::vector<sys::Command> ReadingCommands(Arguments& a) {
   };
 }
 
+sys::Command CheckCommand(Arguments& a) {
+  constexpr int kMostSystems = 1'000'000;
+  return {
+      .name = "check",
+      .operands = "[NAME|ADDRESS ...]",
+      .summary = "ask systems at once and say why one cannot be reached",
+      .most_operands = sys::kAnyNumber,
+      .options = {{"--group", "", "G", "the systems of group G; may be repeated", &a.groups},
+                  {"--from", "", "FILE", "read operands, one a line; -: standard input", &a.from},
+                  {"--jobs", "", "N", "at most N systems at once, 1 to 1024; default: 128",
+                   sys::Integer{&a.jobs, 1, 1024}},
+                  {"--timeout", "", "LEVEL", "time-out level 0 to 10; default: ZT_RPC_TIMEOUT or 3",
+                   sys::Integer{&a.timeout, 0, 10}},
+                  {"--json", "", "", "print one JSON object a line", &a.json},
+                  {"--prometheus", "", "", "print metrics for a textfile collector", &a.prometheus},
+                  {"--plugin", "", "", "print one status line for a monitoring system", &a.plugin},
+                  {"--critical", "", "N", "CRITICAL from N that did not succeed; default: 1",
+                   sys::Integer{&a.critical, 1, kMostSystems}},
+                  {"--warning", "", "N", "WARNING from N that did not succeed",
+                   sys::Integer{&a.warning, 1, kMostSystems}},
+                  {"--output", "", "FILE", "write FILE, renamed when it is whole", &a.output},
+                  {"--failed", "", "", "print only systems that did not succeed", &a.failed}},
+      .run = Run(a, RunCheck)};
+}
+
 std::vector<sys::Command> ChangingCommands(Arguments& a) {
   const sys::Option wait{"--wait", "", "SECONDS", "wait so long for the lock; default: 60",
                          sys::Integer{&a.wait, 0, kLongestWait}};
@@ -121,6 +146,7 @@ std::vector<sys::Command> ChangingCommands(Arguments& a) {
 
 sys::Command Program(Arguments& arguments) {
   std::vector<sys::Command> commands = ReadingCommands(arguments);
+  commands.push_back(CheckCommand(arguments));
   for (sys::Command& command : ChangingCommands(arguments))
     commands.push_back(std::move(command));
   return {.name = "ztsys",

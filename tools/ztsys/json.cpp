@@ -71,6 +71,11 @@ void JsonObject::Null(std::string_view name) {
   text_ += "null";
 }
 
+void JsonObject::Raw(std::string_view name, std::string_view json) {
+  Name(name);
+  text_ += json;
+}
+
 std::string JsonObject::Take() {
   return text_ + '}';
 }

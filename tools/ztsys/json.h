@@ -18,6 +18,8 @@ class JsonObject {
   void Truth(std::string_view name, bool value);
   void Null(std::string_view name);
 
+  void Raw(std::string_view name, std::string_view json);  // a value that is JSON already
+
   std::string Take();  // the finished object
 
  private:

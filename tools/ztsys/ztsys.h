@@ -55,6 +55,17 @@ struct Arguments {
   bool dry_run = false;
   bool update = false;
   bool repair = false;
+  // --- Of check
+  std::vector<std::string> groups;    // --group G
+  std::vector<std::string> from;      // --from FILE
+  std::optional<std::string> output;  // --output FILE
+  int jobs = 128;                     // --jobs N
+  int timeout = -1;                   // --timeout LEVEL; -1: the environment's
+  int critical = 1;                   // --critical N
+  int warning = 0;                    // --warning N; 0: none
+  bool prometheus = false;
+  bool plugin = false;
+  bool failed = false;
   std::vector<std::string> operands;
 };
 
@@ -62,6 +73,7 @@ Status RunList(const Arguments& arguments);
 Status RunShow(const Arguments& arguments);
 Status RunAlarms(const Arguments& arguments);
 Status RunInfo(const Arguments& arguments);
+Status RunCheck(const Arguments& arguments);
 Status RunAdd(const Arguments& arguments);
 Status RunSet(const Arguments& arguments);
 Status RunMove(const Arguments& arguments);

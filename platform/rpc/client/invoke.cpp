@@ -46,9 +46,8 @@ class Sockets {
  public:
   // The one that the fewest jobs use; null when the system gives none.
   Transport* take() {
-    const auto fewest = std::min_element(shares_.begin(), shares_.end(), [](auto& a, auto& b) {
-      return a.jobs < b.jobs;
-    });
+    const auto fewest = std::min_element(shares_.begin(), shares_.end(),
+                                         [](auto& a, auto& b) { return a.jobs < b.jobs; });
     const bool full = fewest == shares_.end() || fewest->jobs >= kJobsPerSocket;
     if (full && shares_.size() < kMostSockets) {
       auto made = std::make_unique<Transport>();
@@ -88,8 +87,8 @@ class Sockets {
 const sys::LoopLocal<Sockets> sockets_of_loop;
 
 // What one job, or thread outside loops, needs for its calls: an activity carries one call at a
-// time, so jobs share none. What is kept of servers goes with it; until then a server asks only once
-// who we are.
+// time, so jobs share none. What is kept of servers goes with it; until then a server asks only
+// once who we are.
 class Caller {
  public:
   Caller() : sockets_(*sockets_of_loop) {}

@@ -52,8 +52,7 @@ class Transport {
   int send_once(const OutgoingDatagram& packet);
   void read_errors();
   bool read_error();
-  void undelivered(int reason, std::span<const std::byte> quoted,
-                   const SocketAddress& destination);
+  void undelivered(int reason, std::span<const std::byte> quoted, const SocketAddress& destination);
   void wait_at_most(Duration longest);
 
   int descriptor_ = -1;
