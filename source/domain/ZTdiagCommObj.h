@@ -17,6 +17,7 @@
 #include "platform/rpc/rpc.h"
 #include "shared/general/SHsysNameConv.h"
 #include "source/domain/ZTrepServerInfoObj.h"
+#include "source/domain/ZTsweep.h"
 
 // The runtime's text for a status, in a buffer that the next call overwrites.
 const char* error_text(unsigned int status);
@@ -64,7 +65,8 @@ class zt_DiagComm_class {
   int InquiryFailed(int message, RPC_STATUS status, bool with_status = true);
   int PrintConfiguration();
   int QueryDataSource();
-  const char* ConnectionStatus(const char* system_name, zt_RPCAlarmNoticeLink_class& alarms);
+  void SweepInTurn(const std::vector<SweepSystem>& systems, zt_RPCAlarmNoticeLink_class& alarms);
+  RoadState ConnectionState(const char* system_name, zt_RPCAlarmNoticeLink_class& alarms);
   void ForgetErrors();
   void DisplayLeftOut();
 

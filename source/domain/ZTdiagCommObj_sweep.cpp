@@ -1,32 +1,101 @@
 // SPDX-License-Identifier: Apache-2.0
 // The connection check: one status line for every system of the system database.
 
+#include <array>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <vector>
 
+#include "shared/dce/hublnk_client.h"
+#include "shared/dce/ncs2dce.h"
 #include "source/domain/ZTalarmNotifyObj.h"
 #include "source/domain/ZTdiagCommObj.h"
 #include "source/domain/ZTdiagCommTrace.h"
+#include "source/support/ZTglobal.h"
 #include "source/support/ZTprintable.h"
 #include "source/sysdb/ZTsysInfoObj.h"
 
 namespace {
 
-// The status fields, 17 characters wide.
-constexpr const char* kNotSupported = "Not Supported ---";
-constexpr const char* kNotAvailable = "Not Available ---";
-constexpr const char* kNoAgent = "No Halvex -------";
-constexpr const char* kFailed = "Failed ----------";
-constexpr const char* kSucceeded = "Succeeded -------";
+constexpr const char* kJobsVariable = "ZT_SWEEP_JOBS";
+constexpr unsigned kDefaultJobs = 32;
+constexpr unsigned kMostJobs = 1024;
 
-struct FailureStatus {
+struct FailureState {
   int message;  // of set 20, recorded by the attempt
-  const char* field;
+  RoadState state;
 };
-constexpr FailureStatus kFailures[] = {
-    {messages::kSystemTooOld, kNotSupported},
-    {messages::kSystemUnreachable, kNotAvailable},
-    {messages::kConnectionRefused, kNoAgent},
+constexpr FailureState kFailures[] = {
+    {messages::kSystemTooOld, RoadState::not_supported},
+    {messages::kSystemUnreachable, RoadState::not_available},
+    {messages::kConnectionRefused, RoadState::no_halvex},
 };
+
+void print_status(RoadState state, const std::string& name) {
+  std::printf("  %s %s\n", zt_SweepField(state).c_str(), printable(name).c_str());
+  std::fflush(stdout);
+}
+
+// Systems at once. Trace lines and pauses are for one call at a time.
+unsigned sweep_jobs() {
+  if (gTraceObj.ReturnDebugOn() || zt_trace_level > 0 || slownet_wait_interval.seconds > 0)
+    return 1;
+  const char* text = std::getenv(kJobsVariable);
+  if (text == nullptr)
+    return kDefaultJobs;
+  unsigned jobs = 0;
+  const char* end = text + std::strlen(text);
+  const auto [stop, error] = std::from_chars(text, end, jobs);
+  if (error == std::errc() && stop == end && jobs >= 1 && jobs <= kMostJobs)
+    return jobs;
+  std::fprintf(stderr, "%s: '%s' is no number from 1 to %u; %u systems are asked at once.\n",
+               kJobsVariable, printable(text).c_str(), kMostJobs, kDefaultJobs);
+  return kDefaultJobs;
+}
+
+// The address of the system's name, and the official name of the address, as a target has them.
+void resolve(SweepSystem& system) {
+  SystemKey key = kNoSystemKey;
+  const int status = ARPANameToSystemKey(system.name.data(), key);
+  system.name.resize(std::char_traits<char>::length(system.name.c_str()));
+  if (status != 0)
+    return;
+  system.key = key;
+  char official[kHostNameSize] = "";
+  if (key != kNoSystemKey && key != 0 && SystemKeyToARPAName(key, official, kHostNameSize) == 0)
+    system.name = official;
+}
+
+// Lines in the order of the list, each as soon as all before it are there.
+void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms_can_be_asked) {
+  RoadSettings settings;
+  settings.timeout_level = zt_com_timeout;
+  settings.broker_port = sockets::ntohs(hublnk_Port());
+  std::array<std::int32_t, kMostIgnored> list{};
+  const std::size_t count = ept_CheckIgnoreIPs(list);
+  const std::vector<std::int32_t> ignored(list.begin(),
+                                          list.begin() + static_cast<std::ptrdiff_t>(count));
+  settings.ignored = &ignored;
+  std::map<std::size_t, RoadState> waiting;
+  std::size_t next = 0;
+  sys::FiberLoop loop(jobs);
+  zt_Sweep(
+      loop, systems, settings,
+      [&](std::size_t index, const SweepResult& result) {
+        RoadState state = result.report.state();
+        if (state == RoadState::succeeded && !alarms_can_be_asked)
+          state = RoadState::failed;
+        waiting.emplace(index, state);
+        for (auto first = waiting.begin(); first != waiting.end() && first->first == next; ++next) {
+          print_status(first->second, systems[next].name);
+          first = waiting.erase(first);
+        }
+      },
+      [&](std::size_t index) { resolve(systems[index]); });
+}
 
 constexpr const char* kHeader =
     "Checking connection to all systems in Zentrace system database:\n"
@@ -53,16 +122,15 @@ void zt_DiagComm_class::CheckZTDBConnections() {
       show_message({messages::kCommandSet, messages::kConsoleNameless});
     std::fputs(kHeader, stdout);
     std::fflush(stdout);
+    std::vector<SweepSystem> systems;
     do {
-      const std::string name = system.ReturnSystemName();
-      const char* field = ConnectionStatus(name.c_str(), alarms);
-      std::printf("  %s %s\n", field, printable(fSystemName).c_str());
-      std::fflush(stdout);
-      ForgetErrors();
-      DisconnectFromSystem();
-      fRepServerInfoObj.reset();
+      systems.push_back({system.ReturnSystemName(), {}});
       status = database.GetNextSystemRec(system);
     } while (status == 0);
+    if (const unsigned jobs = sweep_jobs(); jobs > 1)
+      sweep_at_once(systems, jobs, console != kNoSystemKey);
+    else
+      SweepInTurn(systems, alarms);
   }
   // Which file and why: nothing was read, or the walk has come to a place that cannot be.
   if (fErrorNum == messages::kNoSystems || status != kSysDbNoMoreSystems) {
@@ -79,20 +147,31 @@ void zt_DiagComm_class::CheckZTDBConnections() {
   std::fflush(stderr);
 }
 
-const char* zt_DiagComm_class::ConnectionStatus(const char* system_name,
-                                                zt_RPCAlarmNoticeLink_class& alarms) {
+void zt_DiagComm_class::SweepInTurn(const std::vector<SweepSystem>& systems,
+                                    zt_RPCAlarmNoticeLink_class& alarms) {
+  for (const SweepSystem& each : systems) {
+    const RoadState state = ConnectionState(each.name.c_str(), alarms);
+    print_status(state, fSystemName);
+    ForgetErrors();
+    DisconnectFromSystem();
+    fRepServerInfoObj.reset();
+  }
+}
+
+RoadState zt_DiagComm_class::ConnectionState(const char* system_name,
+                                             zt_RPCAlarmNoticeLink_class& alarms) {
   ForgetErrors();
   fTargetPinned = false;
   if (ConnectToSystem(system_name)) {
     unsigned char registered = 0;
     const int ping = alarms.PingAlmServer(fSystemKey, registered);
-    return ping == 0 && registered == 1 ? kSucceeded : kFailed;
+    return ping == 0 && registered == 1 ? RoadState::succeeded : RoadState::failed;
   }
-  for (const FailureStatus& failure : kFailures) {
+  for (const FailureState& failure : kFailures) {
     if (fErrorNum == failure.message)
-      return failure.field;
+      return failure.state;
   }
-  return kFailed;
+  return RoadState::failed;
 }
 
 void zt_DiagComm_class::ForgetErrors() {
