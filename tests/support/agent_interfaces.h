@@ -18,7 +18,7 @@ namespace agent::test {
 class Interfaces {
  public:
   Interfaces(std::shared_ptr<const DataSource> source, const AlarmServer& alarms)
-      : repository_(std::move(source)), alarms_(script_, alarms) {
+      : repository_(std::move(source)), alarms_(alarms) {
     all_ = {&metadata_, &mapper_, &alarms_};
     for (const auto& interface : views_)
       all_.push_back(interface.get());
@@ -30,14 +30,13 @@ class Interfaces {
   EndpointMap& map() { return map_; }
 
  private:
-  OperationScript script_{{}};
   EndpointMap map_;
   Repository repository_;
   ViewContexts contexts_{repository_};
-  MetadataInterface metadata_{script_, repository_};
-  MapperInterface mapper_{script_, map_, EndpointMapper{}};
+  MetadataInterface metadata_{repository_};
+  MapperInterface mapper_{map_, EndpointMapper{}};
   AlarmInterface alarms_;
-  std::vector<std::unique_ptr<rpc::server::Interface>> views_ = view_interfaces(script_, contexts_);
+  std::vector<std::unique_ptr<rpc::server::Interface>> views_ = view_interfaces(contexts_);
   std::vector<rpc::server::Interface*> all_;
 };
 
