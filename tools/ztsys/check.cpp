@@ -193,10 +193,12 @@ class Run {
 };
 
 std::string WrongOptions(const Arguments& arguments) {
-  if (arguments.json + arguments.prometheus + arguments.plugin > 1)
-    return "only one of --json, --prometheus and --plugin can be given";
-  if (arguments.failed && (arguments.prometheus || arguments.plugin))
-    return "--failed does not go with --prometheus or --plugin";
+  if (arguments.json + arguments.html + arguments.prometheus + arguments.plugin > 1)
+    return "only one of --json, --html, --prometheus and --plugin can be given";
+  if (arguments.failed && (arguments.html || arguments.prometheus || arguments.plugin))
+    return "--failed does not go with --html, --prometheus or --plugin";
+  if (arguments.html && !arguments.output)
+    return "--html needs --output FILE";
   return "";
 }
 

@@ -9,6 +9,7 @@
 #include "source/support/ZTformat.h"
 #include "source/support/ZTprintable.h"
 #include "tools/ztsys/check.h"
+#include "tools/ztsys/check_html.h"
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/json.h"
 
@@ -32,6 +33,10 @@ std::string ValidUtf8(std::string_view text) {
 
 std::string AddressOf(const SweepSystem& system) {
   return system.key == kNoSystemKey ? "" : AddressText(system.key);
+}
+
+std::string PlaceText(const RoadAddress& at) {
+  return AddressText(at.key) + (at.port != 0 ? ':' + std::to_string(at.port) : "");
 }
 
 // The lines of a sweep, in the order of the list, each as soon as all before it are there.
@@ -124,8 +129,7 @@ class JsonWriter : public CheckWriter {
     if (failure.status != 0)
       object->Number("status", failure.status);
     if (failure.at.key != kNoSystemKey)
-      object->Text("at", AddressText(failure.at.key) +
-                             (failure.at.port != 0 ? ':' + std::to_string(failure.at.port) : ""));
+      object->Text("at", PlaceText(failure.at));
     object->Text("text", failure.text);
     object->Text("try", failure.advice);
   }
@@ -280,11 +284,64 @@ class PluginWriter : public CheckWriter {
   std::map<std::size_t, std::string> named_;
 };
 
+constexpr PageState page_state(RoadState state) {
+  switch (state) {
+    case RoadState::succeeded:
+      return PageState::succeeded;
+    case RoadState::no_halvex:
+      return PageState::no_halvex;
+    case RoadState::not_supported:
+      return PageState::not_supported;
+    case RoadState::not_available:
+      return PageState::not_available;
+    case RoadState::failed:
+      break;
+  }
+  return PageState::failed;
+}
+
+// A page shows the systems in the order of the list.
+class HtmlWriter : public CheckWriter {
+ public:
+  explicit HtmlWriter(std::FILE* out) : out_(out) {}
+
+  void System(std::size_t index, const SweepResult& result) override {
+    PageSystem system{.name = result.system.name,
+                      .address = AddressOf(result.system),
+                      .group = result.system.group,
+                      .state = page_state(result.report.state()),
+                      .milliseconds = result.took.count() * 1000};
+    if (const auto& failure = result.report.failure) {
+      system.link = road_link_name(failure->link);
+      system.cause = road_cause_name(failure->cause);
+      if (failure->at.key != kNoSystemKey)
+        system.at = PlaceText(failure->at);
+      system.text = failure->text;
+      system.advice = failure->advice;
+    }
+    systems_.emplace(index, std::move(system));
+  }
+
+  void End(const CheckTotals& totals) override {
+    std::vector<PageSystem> list;
+    for (auto& [index, system] : systems_)
+      list.push_back(std::move(system));
+    std::fputs(CheckPage(list, began_, totals.seconds).c_str(), out_);
+  }
+
+ private:
+  std::FILE* out_;
+  const std::time_t began_ = std::time(nullptr);
+  std::map<std::size_t, PageSystem> systems_;
+};
+
 }  // namespace
 
 std::unique_ptr<CheckWriter> MakeCheckWriter(const Arguments& arguments, std::FILE* out) {
   if (arguments.json)
     return std::make_unique<JsonWriter>(out, arguments.failed);
+  if (arguments.html)
+    return std::make_unique<HtmlWriter>(out);
   if (arguments.prometheus)
     return std::make_unique<PrometheusWriter>(out);
   if (arguments.plugin)

@@ -59,6 +59,7 @@ sys::Command CheckCommand(Arguments& a) {
                   {"--timeout", "", "LEVEL", "time-out level 0 to 10; default: ZT_RPC_TIMEOUT or 3",
                    sys::Integer{&a.timeout, 0, 10}},
                   {"--json", "", "", "print one JSON object a line", &a.json},
+                  {"--html", "", "", "write a page for a browser to --output", &a.html},
                   {"--prometheus", "", "", "print metrics for a textfile collector", &a.prometheus},
                   {"--plugin", "", "", "print one status line for a monitoring system", &a.plugin},
                   {"--critical", "", "N", "CRITICAL from N that did not succeed; default: 1",

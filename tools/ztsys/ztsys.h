@@ -63,6 +63,7 @@ struct Arguments {
   int timeout = -1;                   // --timeout LEVEL; -1: the environment's
   int critical = 1;                   // --critical N
   int warning = 0;                    // --warning N; 0: none
+  bool html = false;
   bool prometheus = false;
   bool plugin = false;
   bool failed = false;
