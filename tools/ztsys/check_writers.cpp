@@ -306,11 +306,12 @@ class HtmlWriter : public CheckWriter {
   explicit HtmlWriter(std::FILE* out) : out_(out) {}
 
   void System(std::size_t index, const SweepResult& result) override {
-    PageSystem system{.name = result.system.name,
-                      .address = AddressOf(result.system),
-                      .group = result.system.group,
-                      .state = page_state(result.report.state()),
-                      .milliseconds = result.took.count() * 1000};
+    PageSystem system;
+    system.name = result.system.name;
+    system.address = AddressOf(result.system);
+    system.group = result.system.group;
+    system.state = page_state(result.report.state());
+    system.milliseconds = result.took.count() * 1000;
     if (const auto& failure = result.report.failure) {
       system.link = road_link_name(failure->link);
       system.cause = road_cause_name(failure->cause);
