@@ -21,7 +21,6 @@ constexpr std::uint16_t kDelete = 1;
 constexpr std::uint16_t kMap = 3;
 constexpr std::uint16_t kInquireObject = 5;
 constexpr std::uint16_t kManagementDelete = 6;
-constexpr std::uint32_t kFirstReferent = 0x20000;
 constexpr std::uint32_t kLongestTower = 2048;
 constexpr std::uint32_t kMostTowers = 500;
 
@@ -56,7 +55,7 @@ void put_towers(rpc::ndr::Encoder& out, const std::vector<const MapEntry*>& foun
   out.put(count);
   out.put_conformant_varying(room, count);
   for (std::uint32_t i = 0; i < count; ++i)
-    out.put(kFirstReferent + 4 * i);
+    out.put(rpc::ndr::kReplyReferents.at(i));
   for (const MapEntry* entry : found) {
     const auto size = static_cast<std::uint32_t>(entry->tower.size());
     out.put(size);

@@ -15,14 +15,13 @@ namespace {
 // arrays of pointers.
 std::vector<std::byte> interface_list(const std::vector<Interface*>& interfaces,
                                       bool little_endian) {
-  constexpr std::uint32_t kFirstReferent = 0x20000;
   const auto count = static_cast<std::uint32_t>(interfaces.size());
   ndr::Encoder out(little_endian);
-  out.put(kFirstReferent);
+  out.put(ndr::kReplyReferents.at(0));
   out.put(count);
   out.put(count);
   for (std::uint32_t i = 0; i < count; ++i)
-    out.put(kFirstReferent + 4 * (i + 1));
+    out.put(ndr::kReplyReferents.at(i + 1));
   for (const Interface* interface : interfaces) {
     out.put(interface->spec().id);
     out.put(interface->spec().major);

@@ -8,10 +8,6 @@
 
 namespace rpc::ndr {
 
-namespace {
-constexpr std::uint32_t kFirstReferent = 0x20000;
-}  // namespace
-
 void fail_data() {
   throw RpcException(RPC_X_BAD_STUB_DATA, FailureKind::local);
 }
@@ -46,8 +42,6 @@ void Encoder::put_string(const char* text, std::size_t size) {
   append(text, count);
 }
 
-// Numbers as the common runtimes choose them: tools that look at packets take small ones for a sign
-// of other data.
 bool Encoder::put_referent(const void* target, const void* type) {
   if (target == nullptr) {
     put(std::uint32_t{0});
@@ -57,7 +51,7 @@ bool Encoder::put_referent(const void* target, const void* type) {
     return r.target == target && r.type == type;
   });
   const bool fresh = known == referents_.end();
-  put(kFirstReferent + 4 * static_cast<std::uint32_t>(known - referents_.begin()));
+  put(numbers_.at(static_cast<std::size_t>(known - referents_.begin())));
   if (fresh)
     referents_.push_back({target, type});
   return fresh;

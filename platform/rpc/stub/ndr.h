@@ -113,10 +113,22 @@ constexpr std::size_t wire_size_of() {
 template <typename T>
 inline constexpr char kTypeTag = 0;
 
+// How full pointers are numbered. Packet analysers take small numbers in replies for a sign of
+// other data, so that servers number as the common runtimes do.
+struct ReferentNumbers {
+  std::uint32_t first = 1;
+  std::uint32_t step = 1;
+
+  constexpr std::uint32_t at(std::size_t index) const {
+    return first + step * static_cast<std::uint32_t>(index);
+  }
+};
+inline constexpr ReferentNumbers kReplyReferents{0x00020000, 4};
+
 class Encoder {
  public:
-  explicit Encoder(bool little_endian = true)
-      : swap_(little_endian != (std::endian::native == std::endian::little)) {}
+  explicit Encoder(bool little_endian = true, ReferentNumbers numbers = {})
+      : swap_(little_endian != (std::endian::native == std::endian::little)), numbers_(numbers) {}
 
   void align(std::size_t alignment) {
     body_.resize((body_.size() + alignment - 1) & ~(alignment - 1));
@@ -198,6 +210,7 @@ class Encoder {
 
   std::vector<std::byte> body_;
   bool swap_;
+  ReferentNumbers numbers_;
   std::vector<Referent> referents_;
   std::vector<bool> deferred_;
   std::size_t next_deferred_ = 0;

@@ -259,12 +259,18 @@ TEST(NdrPointer, ReadsNullNewAndKnownTargets) {
 TEST(NdrPointer, NumbersEachTargetOnce) {
   const std::uint32_t one = 1;
   const std::uint32_t two = 2;
-  Encoder out;
-  EXPECT_FALSE(out.put_referent(static_cast<const std::uint32_t*>(nullptr)));
-  EXPECT_TRUE(out.put_referent(&one));
-  EXPECT_TRUE(out.put_referent(&two));
-  EXPECT_FALSE(out.put_referent(&one));
-  EXPECT_EQ(hex_text(out.body()), "00000000 00000200 04000200 00000200");
+  const std::pair<ReferentNumbers, const char*> cases[] = {
+      {{}, "00000000 01000000 02000000 01000000"},
+      {kReplyReferents, "00000000 00000200 04000200 00000200"},
+  };
+  for (const auto& [numbers, body] : cases) {
+    Encoder out(true, numbers);
+    EXPECT_FALSE(out.put_referent(static_cast<const std::uint32_t*>(nullptr)));
+    EXPECT_TRUE(out.put_referent(&one));
+    EXPECT_TRUE(out.put_referent(&two));
+    EXPECT_FALSE(out.put_referent(&one));
+    EXPECT_EQ(hex_text(out.body()), body);
+  }
 }
 
 }  // namespace
