@@ -32,6 +32,7 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
   for (int seed = 1; seed <= kSeeds; ++seed) {
     std::string one = shipped.substr(system);
     one = replace_all(one, "127.0.4.1\"", address_of(seed) + "\"");
+    one = replace_all(one, "name = \"bad-network\"", "name = \"bad-" + std::to_string(seed) + "\"");
     one = replace_all(one, "seed = 1\n", "seed = " + std::to_string(seed) + "\n");
     // The ports are given so that the report is known to the digit.
     for (int i = 0; i < 3; ++i) {

@@ -236,7 +236,6 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   return reply;
 }
 
-const sys::FiberLocal<RpcCallOutcome> last_call_outcome;
 const sys::FiberLocal<Caller> caller;
 
 }  // namespace
@@ -250,12 +249,4 @@ void release_activities() {
   caller->acknowledge_all();
 }
 
-void set_last_call_outcome(const RpcCallOutcome& outcome) {
-  *last_call_outcome = outcome;
-}
-
 }  // namespace rpc
-
-const RpcCallOutcome& RpcLastCallOutcome() {
-  return *rpc::last_call_outcome;
-}

@@ -44,9 +44,9 @@ Reply invoke(const CallTarget& target, const OperationSpec& operation,
 // What RpcLastCallOutcome gives to this job or thread from now on; set at the end of every call.
 void set_last_call_outcome(const RpcCallOutcome& outcome);
 
-// Acknowledges the last reply of every server that the calling job or thread called and that still keeps
-// it for us. Called when a binding is released; safe to call at any time, and done by itself when
-// it ends. The activities go on, so that no server asks a second time who we are.
+// Acknowledges the last reply of every server that the calling job or thread called and that still
+// keeps it for us. Called when a binding is released; safe to call at any time, and done by itself
+// when it ends. The activities go on, so that no server asks a second time who we are.
 void release_activities();
 
 }  // namespace rpc
