@@ -292,10 +292,10 @@ void zt_RepServerInfo_class::DisplayErrors() {
     while (!cause.empty() && (cause.back() == '\n' || cause.back() == '\r'))
       cause.pop_back();
     show_message({messages::kRepositorySet, objRepErrorMessageNum}, cause);
-    // The message whose parameter is ours holds all of it.
-    if (ReturnFailure() && objRepErrorMessageNum != messages::kNothingFound.number)
-      show_message({messages::kCommandSet, messages::kDetails}, ReturnFailure()->sentence());
   }
+  // The message whose parameter is ours holds all of it.
+  if (ReturnFailure() && objRepErrorMessageNum != messages::kNothingFound.number)
+    show_message({messages::kCommandSet, messages::kDetails}, ReturnFailure()->sentence());
   // A later check on this connection must not show an old failure again.
   ForgetMessages();
   fErrorMsgParm = objSystemID;
