@@ -302,7 +302,7 @@ id = 1
 [[source.LARGE.class]]
 id = 1
 name = "CLASS"
-count = 251
+count = 250
 rows = 2
 first = 1705319940
 interval = 60
