@@ -11,7 +11,6 @@ namespace agent {
 
 namespace {
 
-using rpc::server::CallInfo;
 
 // A system key's lowest byte is the address's first octet.
 std::uint32_t address_of(std::int32_t key) {
