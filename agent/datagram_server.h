@@ -48,11 +48,12 @@ class DatagramServer {
   ServerLog& log() { return log_; }
   ContextObserver context_observer();
   void write_counters(const Log& log) const;
+  // Ends it, with a rundown of the contexts: before the interfaces that it serves go.
+  void close();
 
  private:
   rpc::server::EndpointOptions options();
   std::string open();
-  void close();
   void settle_state(bool revive);
 
   rpc::server::ServerHost& host_;

@@ -43,6 +43,7 @@ struct SimulatedSystem::RepositoryNode {
         contexts(*repository, server.context_observer()),
         metadata(*repository),
         views(view_interfaces(contexts)) {}
+  ~RepositoryNode() { server.close(); }
 
   std::vector<Interface*> interfaces() {
     std::vector<Interface*> all{&metadata};
@@ -99,7 +100,9 @@ SimulatedSystem::SimulatedSystem(const SystemSurroundings& around, const SocketS
                                     sharing.server(system, system.alarm->server));
 }
 
-SimulatedSystem::~SimulatedSystem() = default;
+SimulatedSystem::~SimulatedSystem() {
+  mapper_server_.close();
+}
 
 std::unique_ptr<SimulatedSystem::RepositoryNode> SimulatedSystem::make_repository(
     const RepositoryServer& one, const SocketSharing& sharing) const {
