@@ -8,5 +8,5 @@ here=$(dirname "$(readlink -f "$0")")
 if [ "${ZT_IN_NAMESPACE-}" != 1 ]; then
   ZT_IN_NAMESPACE=1 enter_namespace bash "$0" "$@"
 fi
-furnish_namespace "$here/hosts" console
+furnish_namespace "${ZT_TEST_HOSTS:-$here/hosts}" console
 exec "$@"
