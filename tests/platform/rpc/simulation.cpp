@@ -121,7 +121,7 @@ void World::settle() {
       return fail("the server holds bodies and no clock runs");
     step(std::nullopt);
     if (now_ - begun > setting_.longest_operation + setting_.server.client_silence + seconds(100) ||
-        packets_of_call_ > 500 + 200 * setting_.strangers)
+        packets_of_call_ > 500)
       return fail("the server does not come to rest");
   }
 }
