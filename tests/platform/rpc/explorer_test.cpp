@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // All schedules of the client's machine against the server's with up to so many faults: each
 // datagram is delivered, lost, doubled, delayed behind the next one of its direction or behind
-// everything; the server is started anew before any event; the client is woken late. A schedule is
-// a row of decisions, and each is run from its beginning. Both machines are deterministic, so that
-// their state is what each has been told and when: a schedule that comes where another was, with
-// the same on its way, is cut there.
+// all of its call; the server is started anew before any event; the client is woken late. A
+// schedule is a row of decisions, and each is run from its beginning. Both machines are
+// deterministic, so that their state is what each has been told and when: a schedule that comes
+// where another was, with the same on its way, is cut there.
 //
 // ZT_EXPLORER_FAULTS sets how many faults a schedule may have; the default, four, takes about a
 // minute of one core in a release build. Sanitizers are slower: give them three.
@@ -150,6 +150,7 @@ class World {
   void step();
   void deliver(Datagram datagram);
   void pump();
+  void release(std::vector<Datagram>& delayed, Time at);
   void put_on_its_way(Direction direction, Bytes bytes);
   void check_sent(const PacketHeader& header);
   void run_operation(server::ReadyCall call);
@@ -259,6 +260,7 @@ void World::one_call() {
   last_heard_ = now_;
   call_.emplace(activity_, identity_, random_, request, now_);
   client_history_ = mix(mix(client_history_, id_), now_);
+  release(behind_all_, now_);
   pump();
   while (going() && !call_->done()) {
     step();
@@ -432,18 +434,21 @@ void World::run_operation(server::ReadyCall call) {
   operations_.emplace_back(now_ + scenario_.operation, std::move(call));
 }
 
+void World::release(std::vector<Datagram>& delayed, Time at) {
+  for (Datagram& datagram : delayed) {
+    datagram.at = at;
+    on_its_way_.push_back(std::move(datagram));
+  }
+  delayed.clear();
+}
+
 // The rest of what was delayed comes, and the server forgets everything.
 void World::settle() {
   call_.reset();
   if (!going())
     return;
   for (auto* each : {&behind_next_, &behind_all_})
-    for (Datagram& datagram : *each) {
-      datagram.at = now_ + kLatency;
-      on_its_way_.push_back(std::move(datagram));
-    }
-  behind_next_.clear();
-  behind_all_.clear();
+    release(*each, now_ + kLatency);
   faults_left_ = 0;
   while (going() && (!on_its_way_.empty() || !operations_.empty() || core_->wakeup()))
     step();
