@@ -2,13 +2,9 @@
 #include "shared/dce/hublnk_client.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
-#include <initializer_list>
-#include <string>
-#include <string_view>
 
-#include "platform/rpc/rpc.h"
+#include "shared/dce/hublnk_exchange.h"
 
 namespace {
 
@@ -19,10 +15,6 @@ constexpr int kInvalidArgument = 22;
 
 bool ends_silently(int error) {
   return error == kInterrupted || error == kInvalidArgument || error == sockets::WSAECONNRESET;
-}
-
-std::uint32_t last_socket_error() {
-  return static_cast<std::uint32_t>(sockets::WSAGetLastError());
 }
 
 void put16(std::span<std::byte> buffer, std::size_t offset, std::size_t value) {
@@ -39,99 +31,6 @@ std::size_t packet_length(const HXMessage_t& message) {
   return message.fHxmbBcc + 2U * message.fHxmbWct + kHublnkFixedSize;
 }
 
-using Buffer = std::array<std::byte, kHublnkBufferSize>;
-
-// One command and its reply.
-class Exchange {
- public:
-  explicit Exchange(HublnkCommand command) {
-    message_.fHxmbIdf[1] = 'H';
-    message_.fHxmbIdf[2] = 'X';
-    message_.fHxmbIdf[3] = 'A';
-    message_.fHxmbCom = command;
-    message_.fHxmbData = data_.data();
-  }
-
-  // Appends a data item. A text for which there is no room makes the exchange fail.
-  void add(std::string_view text) {
-    const std::size_t size = text.size() + 2;
-    if (size > data_.size() - kHublnkFixedSize - message_.fHxmbBcc) {
-      fits_ = false;
-      return;
-    }
-    std::uint8_t* at = data_.data() + message_.fHxmbBcc;
-    *at++ = kHublnkItemMark;
-    at = std::copy(text.begin(), text.end(), at);
-    *at = 0;
-    message_.fHxmbBcc = static_cast<std::uint16_t>(message_.fHxmbBcc + size);
-  }
-
-  // Sends the command and receives the reply. False: the status holds why. True without a reply
-  // when the daemon closed the connection instead.
-  bool run(sockets::Socket fd, const hublnk_Limits& limits, std::uint32_t* status) {
-    if (!fits_) {
-      *status = kHublnkMalformed;
-      return false;
-    }
-    Buffer packet;
-    std::size_t length = 0;
-    if (!MarshallHublnkPacket(message_, packet, &length, status) ||
-        !SendHublnkPacket(fd, std::span(packet).first(length), status, limits) ||
-        !RecvHublnkPacket(fd, packet, &length, status, limits))
-      return false;
-    replied_ = length != 0;
-    if (!replied_)
-      return true;
-    data_.fill(0);
-    return UnmarshallHublnkPacket(message_, std::span(packet).first(length), status) != 0;
-  }
-
-  bool replied() const { return replied_; }
-  const HXMessage_t& reply() const { return message_; }
-
-  // The text of the reply's first item, without the mark before it.
-  std::string first_item() const {
-    if (message_.fHxmbBcc < 2)
-      return {};
-    const char* start = reinterpret_cast<const char*>(data_.data()) + 1;
-    return std::string(start, strnlen(start, message_.fHxmbBcc - 1U));
-  }
-
- private:
-  HXMessage_t message_{};
-  std::array<std::uint8_t, kHublnkBufferSize> data_{};
-  bool fits_ = true;
-  bool replied_ = false;
-};
-
-// A command whose reply is its status, and an object identifier where one is wanted.
-unsigned char server_command(sockets::Socket fd, HublnkCommand command, const uuid_t* serverType,
-                             std::initializer_list<const char*> texts, uuid_t* serverObjId,
-                             std::uint32_t* status) {
-  *status = 0;
-  Exchange exchange(command);
-  if (serverType != nullptr) {
-    char* text = nullptr;
-    *status = UuidToStringA(serverType, &text);
-    if (*status != 0)
-      return 0;
-    exchange.add(text);
-    RpcStringFreeA(&text);
-  }
-  for (const char* text : texts)
-    exchange.add(text);
-  if (!exchange.run(fd, {}, status))
-    return 0;
-  if (!exchange.replied()) {
-    *status = kHublnkNoReply;
-    return 1;
-  }
-  *status = exchange.reply().fHxmbErr;
-  if (*status == 0 && serverObjId != nullptr)
-    *status = UuidFromStringA(exchange.first_item().c_str(), serverObjId);
-  return 1;
-}
-
 }  // namespace
 
 std::uint16_t hublnk_Port() {
@@ -140,24 +39,6 @@ std::uint16_t hublnk_Port() {
       return entry->s_port;
   }
   return sockets::htons(kHublnkdPort);
-}
-
-unsigned char hublnk_Open(const char* hostName, sockets::Socket* fd, std::uint32_t* status) {
-  *status = 0;
-  *fd = sockets::kInvalidSocket;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = sockets::inet_addr(hostName);
-  if (address.sin_addr.s_addr == sockets::kNoAddress) {
-    const auto host = sockets::gethostbyname(hostName);
-    if (!host) {
-      *status = last_socket_error();
-      return 0;
-    }
-    address.sin_addr.s_addr = host->h_addr_list.front();
-  }
-  address.sin_port = hublnk_Port();
-  return hublnk_OpenAt(address, {}, fd, status);
 }
 
 unsigned char hublnk_OpenAt(const sockaddr_in& address, const hublnk_Limits& limits,
@@ -203,39 +84,6 @@ unsigned char hublnk_Negotiate(sockets::Socket fd, std::uint16_t* versionMajor,
   *versionMinor = exchange.reply().fHxmbParms[1];
   *status = exchange.reply().fHxmbErr;
   return 1;
-}
-
-unsigned char hublnk_Shutdown(sockets::Socket fd, std::uint32_t* status) {
-  return server_command(fd, kHublnkShutdown, nullptr, {}, nullptr, status);
-}
-
-unsigned char hublnk_RegisterServer(sockets::Socket fd, uuid_t serverType, const char* serverName,
-                                    const char* serverPath, uuid_t* serverObjId,
-                                    std::uint32_t* status) {
-  return server_command(fd, kHublnkRegisterServer, &serverType, {serverName, serverPath},
-                        serverObjId, status);
-}
-
-unsigned char hublnk_UnregisterServer(sockets::Socket fd, uuid_t serverType, const char* serverName,
-                                      std::uint32_t* status) {
-  return server_command(fd, kHublnkUnregisterServer, &serverType, {serverName}, nullptr, status);
-}
-
-unsigned char hublnk_ActivateServer(sockets::Socket fd, uuid_t serverType, const char* serverName,
-                                    uuid_t* serverObjId, std::uint32_t* status) {
-  return server_command(fd, kHublnkActivateServer, &serverType, {serverName}, serverObjId, status);
-}
-
-unsigned char hublnk_DeactivateServer(sockets::Socket fd, uuid_t serverType, const char* serverName,
-                                      std::uint32_t* status) {
-  return server_command(fd, kHublnkDeactivateServer, &serverType, {serverName}, nullptr, status);
-}
-
-unsigned char hublnk_LookupServer(sockets::Socket, uuid_t, std::uint32_t*, std::uint32_t,
-                                  std::uint32_t*, hublnk_sServerDescriptor*,
-                                  std::uint32_t* status) {
-  *status = kHublnkLookupNotSupported;
-  return 0;
 }
 
 unsigned char MarshallHublnkPacket(const HXMessage_t& hxaMessage, std::span<std::byte> msgBuf,

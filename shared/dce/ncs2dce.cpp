@@ -248,14 +248,6 @@ void ptc_rpc_clnt_ctx_free(ptc_RpcClientContextStruct* clientContextList,
   }
 }
 
-void ptc_binding_from_hostname(const char* host, const char* protseq, RPC_BINDING_HANDLE* handle,
-                               error_status_t* opStatus) {
-  RpcText binding;
-  *opStatus = RpcStringBindingComposeA(nullptr, protseq, host, nullptr, nullptr, binding.out());
-  if (*opStatus == RPC_S_OK)
-    *opStatus = RpcBindingFromStringBindingA(binding.get(), handle);
-}
-
 std::size_t ept_CheckIgnoreIPs(std::span<std::int32_t, kMostIgnored> ignore_ip) {
   const char* directory = BASE_CONTROL_OBJ::GetConfigDirectory();
   if (directory == nullptr)

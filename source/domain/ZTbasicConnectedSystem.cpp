@@ -7,7 +7,3 @@ BASIC_CONNECTED_SYSTEM_OBJ::BASIC_CONNECTED_SYSTEM_OBJ(SystemKey system_key,
                                                        const char* system_name,
                                                        SystemKey server_key)
     : objSystemKey(system_key), objServerKey(server_key), objSystemID(system_name) {}
-
-int BASIC_CONNECTED_SYSTEM_OBJ::IsTAMBO() const {
-  return objServerInfo && std::string_view(objServerInfo->ReturnCollector()).starts_with("TAMBO");
-}

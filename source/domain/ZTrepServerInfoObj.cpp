@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "source/domain/ZTdiagCommTrace.h"
+#include "source/domain/ZTnamedElement.h"
 #include "source/support/ZTprintable.h"
 #include "source/support/ZTsupport_procs.h"
 
@@ -16,10 +17,6 @@ constexpr std::uint32_t kAllOfTable = 0;
 constexpr std::uint32_t kMostClasses = 251;
 constexpr std::uint32_t kMostMetrics = 500;
 constexpr std::uint32_t kMostInstances = 2048;
-
-constexpr std::int16_t kSummarizable = 1;
-constexpr std::int16_t kMultiInstance = 2;
-constexpr std::uint32_t kNoDiscriminator = 0xFFFFFFFF;
 
 // Whether a reply's last index and the elements up to it can be used. All bits set: no element.
 template <typename Element>
@@ -39,29 +36,6 @@ template <typename Element>
 std::vector<Element> first_elements(const std::vector<Element>& elements,
                                     std::uint32_t last_index) {
   return {elements.begin(), elements.begin() + static_cast<std::uint32_t>(last_index + 1)};
-}
-
-// Matches a label first, then a name, then a name in upper case.
-bool is_named(const rep_sDescriptor& descriptor, const char* name, const std::string& upper) {
-  return std::strcmp(name, descriptor.Label) == 0 || std::strcmp(name, descriptor.fName) == 0 ||
-         upper == descriptor.fName;
-}
-
-template <typename Elements>
-int find_named(const Elements& elements, const char* name) {
-  std::string upper = name;
-  Upshift(upper);
-  for (std::size_t i = 0; i < elements.size(); ++i) {
-    const auto& element = elements[i];
-    if constexpr (requires { element.ClassInfo; }) {
-      if (is_named(element.ClassInfo.Descriptor, name, upper))
-        return static_cast<int>(i);
-    } else {
-      if (is_named(element.Descriptor, name, upper))
-        return static_cast<int>(i);
-    }
-  }
-  return -1;
 }
 
 void trim_label(rep_sDescriptor& descriptor) {
@@ -270,18 +244,6 @@ int zt_RepServerInfo_class::ValidClassName(const char* class_name) {
   return index;
 }
 
-int zt_RepServerInfo_class::ValidInstanceName(int class_index, const char* instance_name) {
-  const TracedOperation traced("zt_RepServerInfo_class::ValidInstanceName");
-  gTraceObj.LogMsg("instance_name = %s", printable(instance_name).c_str());
-  const int index = find_named(FindClass(class_index)->Instances, instance_name);
-  if (index < 0) {
-    RecordMessage(messages::kUnknownInstance);
-    fErrorMsgParm = instance_name;
-  }
-  gTraceObj.LogMsg("Index = %d", index);
-  return index;
-}
-
 void zt_RepServerInfo_class::DisplayErrors() {
   std::fflush(stdout);
   std::fflush(stderr);
@@ -311,14 +273,6 @@ const zt_RepServerInfo_class::zt_ClassInfo_struct* zt_RepServerInfo_class::FindC
   return exists ? &fClasses[static_cast<std::size_t>(class_index)] : nullptr;
 }
 
-const rep_sInstanceDescriptor* zt_RepServerInfo_class::FindInstance(int class_index,
-                                                                    int instance_index) const {
-  const zt_ClassInfo_struct* found = FindClass(class_index);
-  const bool exists =
-      found != nullptr && instance_index >= 0 && instance_index < found->NumInstances;
-  return exists ? &found->Instances[static_cast<std::size_t>(instance_index)] : nullptr;
-}
-
 int zt_RepServerInfo_class::ReturnNumMetrics(int class_index) const {
   const auto* found = FindClass(class_index);
   return found != nullptr ? found->NumMetrics : -1;
@@ -329,59 +283,9 @@ const rep_sMetricDescriptor* zt_RepServerInfo_class::ReturnMetrics(int class_ind
   return found != nullptr ? found->Metrics.data() : nullptr;
 }
 
-int zt_RepServerInfo_class::ReturnNumInstances(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? found->NumInstances : -1;
-}
-
-const rep_sInstanceDescriptor* zt_RepServerInfo_class::ReturnInstances(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? found->Instances.data() : nullptr;
-}
-
 const char* zt_RepServerInfo_class::ReturnClassName(int class_index) const {
   const auto* found = FindClass(class_index);
   return found != nullptr ? found->ClassInfo.Descriptor.fName : nullptr;
-}
-
-const char* zt_RepServerInfo_class::ReturnClassLabel(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? found->ClassInfo.Descriptor.Label : nullptr;
-}
-
-int zt_RepServerInfo_class::ReturnClassLabelLen(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? found->ClassInfo.Descriptor.LabelLength : -1;
-}
-
-const char* zt_RepServerInfo_class::ReturnInstanceName(int class_index, int instance_index) const {
-  const auto* found = FindInstance(class_index, instance_index);
-  return found != nullptr ? found->Descriptor.fName : nullptr;
-}
-
-const char* zt_RepServerInfo_class::ReturnInstanceLabel(int class_index, int instance_index) const {
-  const auto* found = FindInstance(class_index, instance_index);
-  return found != nullptr ? found->Descriptor.Label : nullptr;
-}
-
-int zt_RepServerInfo_class::ReturnInstanceLabelLen(int class_index, int instance_index) const {
-  const auto* found = FindInstance(class_index, instance_index);
-  return found != nullptr ? found->Descriptor.LabelLength : -1;
-}
-
-int zt_RepServerInfo_class::IsMultiInstance(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? (found->ClassInfo.Flags & kMultiInstance) != 0 : -1;
-}
-
-int zt_RepServerInfo_class::IsSummarizable(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? (found->ClassInfo.Flags & kSummarizable) != 0 : -1;
-}
-
-int zt_RepServerInfo_class::HasDiscriminator(int class_index) const {
-  const auto* found = FindClass(class_index);
-  return found != nullptr ? found->ClassInfo.DiscriminatorId != kNoDiscriminator : -1;
 }
 
 std::int32_t zt_RepServerInfo_class::ReturnLastX(int class_index) const {

@@ -182,11 +182,6 @@ int RPC_MONITORED_SYSTEM_OBJ::ReturnSocketFile() {
   return objSocketIndex < 0 ? -1 : objSocketNumber[static_cast<std::size_t>(objSocketIndex)];
 }
 
-void RPC_MONITORED_SYSTEM_OBJ::ConnectionLost() {
-  objValidObject = 0;
-  objConnectionStatus = CONNECTION_BAD;
-}
-
 void RPC_MONITORED_SYSTEM_OBJ::InitializeSockets() {
   if (objSocketCount != 0)
     return;

@@ -100,10 +100,3 @@ void BackConnectFile::ForEach(const std::function<bool(const char*, const char*)
       return;
   name_[0] = '\0';
 }
-
-const char* BackConnectFile::NameOf(const char* system_name) {
-  ForEach([&](const char* system, const char*) {
-    return std::strncmp(system, system_name, kSystemNameSize) != 0;
-  });
-  return name_[0] != '\0' ? name_ : nullptr;
-}

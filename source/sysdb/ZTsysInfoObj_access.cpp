@@ -5,12 +5,12 @@
 #include <cstring>
 #include <limits>
 #include <string>
-#include <type_traits>
 #include <utility>
 
 #include "platform/sys/native_path.h"
 #include "shared/general/SHcontrolObj.h"
 #include "source/sysdb/ZTsysInfoObj.h"
+#include "source/sysdb/ZTsysInfoObj_forward.h"
 
 namespace {
 
@@ -18,19 +18,6 @@ constexpr char kDatabaseName[] = "ztdb";
 
 std::unique_ptr<zt_SystemDBMgt_class> statSystemInfoObj;
 int statUserCount = 0;
-
-template <std::size_t size>
-void StoreText(char (&field)[size], const std::string& text) {
-  const std::size_t length = std::min(text.size(), size - 1);
-  std::fill(std::copy_n(text.data(), length, field), field + size, '\0');
-}
-
-// A name of at most 256 characters without its trailing blanks.
-std::string Trimmed(const char* name) {
-  std::string text(name, strnlen(name, kSystemNameSize - 1));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
 
 }  // namespace
 
@@ -75,7 +62,8 @@ zt_SystemDBAccess_class::zt_SystemDBAccess_class(const char* system_file_name,
   if (statUserCount == 1 || statSystemInfoObj == nullptr) {
     // The old one first: its files may be the new one's.
     statSystemInfoObj.reset();
-    statSystemInfoObj = std::make_unique<zt_SystemDBMgt_class>(system_file_name, std::move(options));
+    statSystemInfoObj =
+        std::make_unique<zt_SystemDBMgt_class>(system_file_name, std::move(options));
   }
   TakeState();
 }
@@ -87,28 +75,6 @@ zt_SystemDBAccess_class::~zt_SystemDBAccess_class() {
 void zt_SystemDBAccess_class::TakeState() {
   fError = statSystemInfoObj->ReturnError();
   fValidObject = statSystemInfoObj->ValidObj();
-}
-
-// On a manager that is not valid nothing runs: a status is the manager's error, any other result is
-// the null one.
-template <typename Operation>
-auto zt_SystemDBAccess_class::Forward(Operation operation) {
-  using Result = decltype(operation(*statSystemInfoObj));
-  if (statSystemInfoObj->ValidObj() == 0) {
-    TakeState();
-    if constexpr (std::is_same_v<Result, int>)
-      return fError;
-    else
-      return Result();
-  }
-  if constexpr (std::is_void_v<Result>) {
-    operation(*statSystemInfoObj);
-    TakeState();
-  } else {
-    const Result result = operation(*statSystemInfoObj);
-    TakeState();
-    return result;
-  }
 }
 
 const char* zt_SystemDBAccess_class::ReturnFileName() const {
@@ -127,52 +93,8 @@ zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {
   return *statSystemInfoObj;
 }
 
-SystemKey zt_SystemDBAccess_class::ReturnSystemKey(const char* system_name) {
-  if (system_name == nullptr) {
-    fError = kSysDbNameUnknown;
-    return kNoSystemKey;
-  }
-  const std::string name = Trimmed(system_name);
-  if (!name.empty() && name == fSavedSystemName)
-    return fSavedSystemKey;
-  StoreText(fSavedSystemName, name);
-  fSavedSystemKey = ReturnSystemKey(name.c_str(), fError);
-  return fSavedSystemKey;
-}
-
-SystemKey zt_SystemDBAccess_class::ReturnSystemKey(const char* system_name, int& error) {
-  error = 0;
-  SystemKey key = kNoSystemKey;
-  // The conversion trims its argument in place.
-  std::string name = system_name != nullptr ? Trimmed(system_name) : std::string();
-  if (ARPANameToSystemKey(name.data(), key) == 0 && key != kNoSystemKey)
-    return key;
-  error = kSysDbNameUnknown;
-  return kNoSystemKey;
-}
-
-const char* zt_SystemDBAccess_class::ReturnSystemName(SystemKey key) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.ReturnSystemName(key); });
-}
-
-const char* zt_SystemDBAccess_class::ReturnGroupName(SystemKey key) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.ReturnGroupName(key); });
-}
-
-const char* zt_SystemDBAccess_class::ReturnBackConnectName(SystemKey key) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.ReturnBackConnectName(key); });
-}
-
 int zt_SystemDBAccess_class::GetSystemRec(SystemKey key, zt_SystemInfo_class& info) {
   return Forward([&](zt_SystemDBMgt_class& db) { return db.GetSystemRec(key, info); });
-}
-
-int zt_SystemDBAccess_class::GetSystemRec(const char* name, zt_SystemInfo_class& info) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.GetSystemRec(name, info); });
-}
-
-int zt_SystemDBAccess_class::PositionAtSystem(SystemKey key) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.PositionAtSystem(key); });
 }
 
 int zt_SystemDBAccess_class::GetFirstSystemRec(zt_SystemInfo_class& info) {
@@ -191,62 +113,12 @@ int zt_SystemDBAccess_class::DeleteSystemRec(SystemKey key) {
   return Forward([&](zt_SystemDBMgt_class& db) { return db.DeleteSystemRec(key); });
 }
 
-int zt_SystemDBAccess_class::GetSystemRecCount() {
-  return Forward([](zt_SystemDBMgt_class& db) { return db.GetSystemRecCount(); });
-}
-
 void zt_SystemDBAccess_class::Lock() {
   Forward([](zt_SystemDBMgt_class& db) { db.Lock(); });
 }
 
 void zt_SystemDBAccess_class::Unlock() {
   Forward([](zt_SystemDBMgt_class& db) { db.Unlock(); });
-}
-
-unsigned char zt_SystemDBAccess_class::DBChanged(zt_SystemDBMgt_class::zt_ModLevel_enum mod_level) {
-  return Forward([&](zt_SystemDBMgt_class& db) { return db.DBChanged(mod_level); });
-}
-
-void zt_SystemDBAccess_class::PrintGeneralInfo() {
-  Forward([](zt_SystemDBMgt_class& db) { db.PrintGeneralInfo(); });
-}
-
-int zt_SystemDBAccess_class::SetFilter(FILTER_TYPE type, const char* text) {
-  if (type < GLOBAL_ID || type > ALARM_MONITOR_STATUS)
-    return 0;
-  fFilters.fFiltersSet = 1;
-  switch (type) {
-    case GLOBAL_ID:
-      StoreText(fFilters.fSystemNameFilter, text != nullptr ? text : "");
-      return 0;
-    case SYSTEM_TYPE:
-    case ALARM_MGR_ERROR:
-    case ALARM_MONITOR_STATUS:
-      return -1;
-    default:
-      return 0;
-  }
-}
-
-int zt_SystemDBAccess_class::SetFilter(FILTER_TYPE type, int number) {
-  if (type < GLOBAL_ID || type > ALARM_MONITOR_STATUS)
-    return 0;
-  fFilters.fFiltersSet = 1;
-  switch (type) {
-    case GLOBAL_ID:
-      return -1;
-    case SYSTEM_TYPE:
-      fFilters.fSystemTypeFilter = number;
-      return 0;
-    case ALARM_MGR_ERROR:
-      fFilters.fAlarmMgrErrorFilter = 1;
-      return 0;
-    case ALARM_MONITOR_STATUS:
-      fFilters.fAlarmMgrStatusFilter = number;
-      return 0;
-    default:
-      return 0;
-  }
 }
 
 void zt_SystemDBAccess_class::TranslateSysInfoError(int& error) const {

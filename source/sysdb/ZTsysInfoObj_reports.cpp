@@ -13,16 +13,9 @@ namespace {
 
 constexpr int kAlarmsPerRow = 20;
 constexpr int kAlarmsPerBlock = 5;
-constexpr std::int32_t kReportHostNameSize = 255;
 
 constexpr char kAlarmRule[] =
     "          -----------------------------------------------------------------\n";
-
-// The host name of a key; empty when it has none.
-std::string HostNameOf(SystemKey key) {
-  char name[kHostNameSize] = "";
-  return SystemKeyToARPAName(key, name, kReportHostNameSize) == 0 ? printable(name) : "";
-}
 
 const char* MonitoringText(int monitor_alarms) {
   switch (monitor_alarms) {
@@ -69,14 +62,6 @@ const char* zt_SystemInfo_class::ReturnSystemTypeName() const {
   if (type < 1 || type > ReturnSupportedSystemTypeCount())
     return "UNKNOWN";
   return ReturnSystemTypeNames()[type - 1];
-}
-
-void zt_SystemInfo_class::PrintSystemShortInfo() const {
-  PrintSystemShortInfo(HostNameOf(fSystemKey));
-}
-
-void zt_SystemInfo_class::PrintSystemInfo() const {
-  PrintSystemInfo(HostNameOf(fSystemKey), ReturnBackConnectName());
 }
 
 void zt_SystemInfo_class::PrintSystemShortInfo(const std::string& host) const {
@@ -147,12 +132,4 @@ void zt_SystemInfo_class::PrintAlarmStates() const {
     std::printf("%s", AlarmCell(states[static_cast<std::size_t>(alarm)]));
   }
   std::printf("\n%s", kAlarmRule);
-}
-
-void zt_SystemDBMgt_class::PrintGeneralInfo() {
-  SYSTEM_VERSION_ENTRY version{};
-  if (ReadVersion(version) != 0)
-    std::printf("\n  System DB Version : unknown\n");
-  else
-    std::printf("\n  System DB Version : %d\n", version.fVersion);
 }

@@ -117,12 +117,6 @@ void zt_SystemDBMgt_class::TakeInInsertedSystem() {
   fXrefSynced = 1;
 }
 
-int zt_SystemDBMgt_class::GetSystemRecCount() {
-  if (fSystemRecCount < 0)
-    InitSystemXrefTable();
-  return fSystemRecCount;
-}
-
 int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) const {
   if (fSystemRecCount <= 0)
     return -1;
@@ -141,18 +135,6 @@ int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) const {
   const bool found =
       key_at(lower) == key && fSystemXrefTable[static_cast<std::size_t>(lower)].fLocation != -1;
   return found ? lower : -1;
-}
-
-int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) const {
-  if (system_name == nullptr)
-    return -1;
-  for (int index = 1; index <= fSystemRecCount; ++index) {
-    const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
-    if (entry.ReturnSystemName() != nullptr &&
-        std::strcmp(entry.ReturnSystemName(), system_name) == 0)
-      return entry.fLocation == -1 ? -1 : index;
-  }
-  return -1;
 }
 
 void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {

@@ -160,15 +160,6 @@ SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(std::string_view system_name, SystemKey key
                                      std::int32_t location)
     : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
 
-SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const SYSTEM_XREF_ENTRY& other)
-    : SYSTEM_XREF_ENTRY(other.ReturnSystemName(), other.fKey, other.fLocation) {}
-
-SYSTEM_XREF_ENTRY& SYSTEM_XREF_ENTRY::operator=(const SYSTEM_XREF_ENTRY& other) {
-  if (this != &other)
-    *this = SYSTEM_XREF_ENTRY(other);
-  return *this;
-}
-
 void SYSTEM_XREF_ENTRY::Switch(SYSTEM_XREF_ENTRY& entry_1, SYSTEM_XREF_ENTRY& entry_2) {
   std::swap(entry_1.fKey, entry_2.fKey);
   std::swap(entry_1.fLocation, entry_2.fLocation);

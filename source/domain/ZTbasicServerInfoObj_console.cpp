@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "source/domain/ZTbasicServerInfoObj.h"
+// What the console calls and no program of ours does (docs/console-surface.md): what is known of a
+// server before it is asked.
 
 #include <cstring>
+
+#include "source/domain/ZTbasicServerInfoObj.h"
 
 BASIC_SERVER_INFO_OBJ::BASIC_SERVER_INFO_OBJ(const char* system_name, SystemKey system_key)
     : objSystemKey(system_key) {
