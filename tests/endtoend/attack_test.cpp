@@ -18,8 +18,14 @@
 namespace endtoend {
 namespace {
 
+using rpc::encode_packet;
+using rpc::PacketHeader;
+using rpc::PacketType;
+using rpc::test::Bytes;
+
 constexpr std::uint16_t kToyPort = 2000;
 constexpr std::uint16_t kRealPort = 2001;
+constexpr std::uint32_t kElsewhere = ToyServer::kAlpha + 1;
 constexpr long kMostKilobytes = 16 * 1024;
 
 void expect_small([[maybe_unused]] const Result& result) {
@@ -69,61 +75,60 @@ void expect_whole_report() {
 
 TEST(Attack, AServerMayAnswerFromAnotherOfItsAddresses) {
   const Agent agent(system_behind_toy());
-  const ToyServer server({.port = kToyPort, .server_port = kRealPort, .answers_from = "127.0.1.2"});
+  const ToyServer server({.port = kToyPort, .server_port = kRealPort, .answers_from = kElsewhere});
   expect_whole_report();
   EXPECT_GT(server.received(), 10);
 }
 
-std::string random_bytes(std::mt19937& random, std::size_t size) {
-  std::string bytes(size, '\0');
-  std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+Bytes random_bytes(std::mt19937& random, std::size_t size) {
+  Bytes bytes(size);
+  std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::byte>(random()); });
   return bytes;
 }
 
-constexpr char kFragmentFlag = 4;
-
-std::string fragment_for(const std::string& datagram, std::uint32_t number, std::size_t size) {
-  std::string packet = packet_for(datagram, kResponse, std::string(size, 'f'));
-  packet.at(Header::kFlags1) = kFragmentFlag;
-  put_number(packet, Header::kFragment, number, 2);
-  return packet;
+Bytes fragment_for(const PacketHeader& request, std::size_t number, std::size_t size) {
+  PacketHeader header = header_for(request, PacketType::response);
+  header.flags1 = rpc::kFlagFragment;
+  header.fragment = static_cast<std::uint16_t>(number);
+  return encode_packet(header, Bytes(size, std::byte{'f'}));
 }
 
 // The system alpha whose only repository server is the toy server, which says that it listens and
 // leaves the lookup to the case.
-Result check_against(std::function<std::vector<std::string>(const std::string& datagram)> answer) {
+Result check_against(const std::function<Datagrams(const PacketHeader& request)>& answer) {
+  constexpr std::uint32_t kManagement = 0xafa8bd80;
   const Agent agent(
       "[[system]]\naddress = \"127.0.1.1\"\n"
       "[[system.mapper.element]]\ninterface = \"rep\"\nendpoint = \"2000\"\n");
   const ToyServer server(
-      {.port = kToyPort,
-       .receive = [&](const std::string& datagram, std::vector<std::string>& answers) {
-         if (is_for_management(datagram))
-           answers = {packet_for(datagram, kResponse, std::string("\0\0\0\0\1\0\0\0", 8))};
+      {.port = kToyPort, .receive = [&](const PacketHeader& request, Datagrams& answers) {
+         if (request.interface_id.time_low == kManagement)
+           answers = {encode_packet(header_for(request, PacketType::response),
+                                    rpc::test::hex("00000000 01000000"))};
          else
-           answers = answer(datagram);
+           answers = answer(request);
          return false;
        }});
   return ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "1"}});
 }
 
 TEST(Attack, RepliesThatNeverEndAreGivenUp) {
-  std::uint32_t next = 0;
-  const auto twenty = [&next](const std::string& datagram) {
-    std::vector<std::string> answers;
+  std::size_t next = 0;
+  const auto twenty = [&next](const PacketHeader& request) {
+    Datagrams answers;
     for (int i = 0; i < 20; ++i)
-      answers.push_back(fragment_for(datagram, next++, 1384));
+      answers.push_back(fragment_for(request, next++, 1384));
     return answers;
   };
   const struct {
     std::string_view name;
-    std::function<std::vector<std::string>(const std::string&)> answer;
+    std::function<Datagrams(const PacketHeader&)> answer;
     std::string reason;
   } cases[] = {
       {"fragments without end", twenty, "answered with more than the call can return"},
       {"a gap that never closes",
-       [](const std::string& datagram) {
-         return std::vector{fragment_for(datagram, 0, 200), fragment_for(datagram, 2, 200)};
+       [](const PacketHeader& request) {
+         return Datagrams{fragment_for(request, 0, 200), fragment_for(request, 2, 200)};
        },
        "took the call and then fell silent"},
   };
@@ -140,48 +145,45 @@ TEST(Attack, RepliesThatNeverEndAreGivenUp) {
   }
 }
 
-// 333a2276-0000-0000-0d00-00809c000000 version 3, which asks a client who it is.
-std::string call_back(std::mt19937& random, const std::string& datagram, std::uint32_t operation,
-                      std::string_view body) {
-  std::string packet = packet_for(datagram, kRequest, body);
-  packet.replace(Header::kObject, 16, std::string(16, '\0'));
-  packet.replace(Header::kInterface, 16,
-                 std::string("\x76\x22\x3a\x33\0\0\0\0\x0d\0\0\x80\x9c\0\0\0", 16));
-  packet.replace(Header::kActivity, 16, random_bytes(random, 16));
-  put_number(packet, Header::kVersion, 3, 4);
-  put_number(packet, Header::kSequence, static_cast<std::uint32_t>(random() % 100), 4);
-  put_number(packet, Header::kOperation, operation, 2);
-  return packet;
+// Asks a client who it is.
+Bytes call_back(std::mt19937& random, const PacketHeader& request, std::uint32_t operation) {
+  PacketHeader header = header_for(request, PacketType::request);
+  header.object = {};
+  header.interface_id = {0x333a2276, 0, 0, 0x0d, 0, {0, 0x80, 0x9c, 0, 0, 0}};
+  header.interface_version = 3;
+  header.activity.time_low = static_cast<std::uint32_t>(random());
+  header.sequence = random() % 100;
+  header.opnum = static_cast<std::uint16_t>(operation);
+  return encode_packet(header, random_bytes(random, 20));
 }
 
 struct Spoof {
   std::string name;
   // What is sent to the console ahead of the server's answer.
-  std::function<std::vector<std::string>(std::mt19937& random, const std::string& datagram)> make;
+  std::function<Datagrams(std::mt19937& random, const PacketHeader& request)> make;
 };
 
 // One of each kind; which packets belong to a call is told with the call.
 std::vector<Spoof> spoofs() {
-  using Packets = std::vector<std::string>;
   return {
       {"responses to other calls",
-       [](std::mt19937& random, const std::string& datagram) {
-         std::string of_other = packet_for(datagram, kResponse, std::string(12, '\1'));
-         std::string of_last = of_other;
-         of_other.replace(Header::kActivity, 16, random_bytes(random, 16));
-         put_number(of_last, Header::kSequence, 0xFFFFFFFF, 4);
-         return Packets{of_other, of_last};
+       [](std::mt19937& random, const PacketHeader& request) {
+         PacketHeader of_other = header_for(request, PacketType::response);
+         PacketHeader of_last = of_other;
+         of_other.activity.time_low = static_cast<std::uint32_t>(random());
+         of_last.sequence = 0xFFFFFFFF;
+         return Datagrams{encode_packet(of_other, Bytes(12)), encode_packet(of_last, Bytes(12))};
        }},
       {"a flood of call-backs",
-       [](std::mt19937& random, const std::string& datagram) {
-         Packets packets;
+       [](std::mt19937& random, const PacketHeader& request) {
+         Datagrams packets;
          for (std::uint32_t i = 0; i < 300; ++i)
-           packets.push_back(call_back(random, datagram, i % 3, random_bytes(random, 20)));
+           packets.push_back(call_back(random, request, i % 3));
          return packets;
        }},
       {"bytes at random",
-       [](std::mt19937& random, const std::string&) {
-         Packets packets;
+       [](std::mt19937& random, const PacketHeader&) {
+         Datagrams packets;
          for (const std::size_t size : {0, 1, 79, 80, 81, 500, 1464, 9000})
            packets.push_back(random_bytes(random, size));
          return packets;
@@ -196,15 +198,15 @@ TEST(Attack, SpoofedPacketsChangeNoReport) {
     SCOPED_TRACE(spoof.name);
     from_elsewhere = !from_elsewhere;
     std::mt19937 random(7);
-    const ToyServer server(
-        {.port = kToyPort,
-         .server_port = kRealPort,
-         .answers_from = from_elsewhere ? "127.0.1.2" : "",
-         .receive = [&](const std::string& datagram, std::vector<std::string>& answers) {
-           if (type_of(datagram) == kRequest || type_of(datagram) == kPing)
-             answers = spoof.make(random, datagram);
-           return true;
-         }});
+    const ToyServer server({.port = kToyPort,
+                            .server_port = kRealPort,
+                            .answers_from = from_elsewhere ? kElsewhere : ToyServer::kAlpha,
+                            .receive = [&](const PacketHeader& request, Datagrams& answers) {
+                              if (request.type == PacketType::request ||
+                                  request.type == PacketType::ping)
+                                answers = spoof.make(random, request);
+                              return true;
+                            }});
     expect_whole_report();
   }
 }

@@ -1,83 +1,102 @@
 // SPDX-License-Identifier: Apache-2.0
-// Plain UDP sockets between the console and a simulated server: they pass datagrams on, answer in
-// the server's place, or slip in what no server sent. For the tests of what an enemy can do.
+// A server of a few lines between the console and a simulated one: it passes packets on, answers in
+// the server's place, or slips in what no server sent. For the tests of what an enemy can do.
 
 #pragma once
 
-#include <netinet/in.h>
+#include <poll.h>
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <map>
-#include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
+#include "tests/support/rpc_bytes.h"
+#include "tests/support/udp_socket.h"
+
 namespace endtoend {
 
-// The places of the connectionless header (C706 12.5.2.1) and the packet types (12.5.2.4) used.
-struct Header {
-  static constexpr std::size_t kType = 1, kFlags1 = 2, kFlags2 = 3, kObject = 8, kInterface = 24,
-                               kActivity = 40, kBoot = 56, kVersion = 60, kSequence = 64,
-                               kOperation = 68, kLength = 74, kFragment = 76, kSize = 80;
-};
-enum PacketType : unsigned char {
-  kRequest = 0,
-  kPing = 1,
-  kResponse = 2,
-  kFault = 3,
-  kWorking = 4,
-  kNoCall = 5,
-  kReject = 6,
-};
+using Datagrams = std::vector<rpc::test::Bytes>;
 
-PacketType type_of(std::string_view datagram);
-// Little-endian, as the console sends and the tests answer.
-void put_number(std::string& datagram, std::size_t at, std::uint32_t value, std::size_t size);
-// A packet of the call that a datagram of the console belongs to.
-std::string packet_for(std::string_view datagram, PacketType type, std::string_view body = {});
-// Whether it asks the management interface (C706 appendix Q) something.
-bool is_for_management(std::string_view datagram);
+// A packet of the call that a packet of the console belongs to.
+inline rpc::PacketHeader header_for(rpc::PacketHeader header, rpc::PacketType type) {
+  header.type = type;
+  header.flags1 = header.flags2 = 0;
+  header.server_boot = 0x60000000;
+  header.fragment = 0;
+  return header;
+}
 
 class ToyServer {
  public:
+  static constexpr std::uint32_t kAlpha = 0x7F000101;
+
   struct Settings {
-    std::string address = "127.0.1.1";
     std::uint16_t port = 0;
-    std::uint16_t server_port = 0;  // of the real server on the same address; 0 for none
-    std::string answers_from = {};  // another local address; empty for the same
-    // Called with each datagram of the console; what it appends is sent to the console at once.
-    // True for passing the datagram on.
-    std::function<bool(const std::string& datagram, std::vector<std::string>& answers)> receive =
-        {};
+    std::uint16_t server_port = 0;        // of the real server on the same address; 0 for none
+    std::uint32_t answers_from = kAlpha;  // a local address
+    // Called with each packet of the console; what it appends is sent to the console at once. True
+    // for passing the packet on.
+    std::function<bool(const rpc::PacketHeader& header, Datagrams& answers)> receive = {};
   };
 
   // Serves until it goes.
-  explicit ToyServer(Settings settings);
-  ~ToyServer();
-  ToyServer(const ToyServer&) = delete;
-  ToyServer& operator=(const ToyServer&) = delete;
+  explicit ToyServer(Settings settings) : settings_(std::move(settings)) {}
+  ~ToyServer() {
+    ending_ = true;
+    thread_.join();
+  }
 
-  int received() const { return received_; }  // datagrams of the console so far
+  int received() const { return received_; }  // packets of the console so far
 
  private:
-  int open(const std::string& address, std::uint16_t port) const;
-  void serve();
-  void from_console(int socket);
-  void from_server();
-  void send_to_console(const std::string& datagram, const sockaddr_in& console) const;
+  const rpc::test::UdpSocket& out() const {
+    return settings_.answers_from == kAlpha ? front_ : side_;
+  }
 
-  Settings settings_;
-  int front_ = -1;
-  int side_ = -1;  // answers leave here
-  int back_ = -1;
-  sockaddr_in last_console_{};
-  std::map<std::string, sockaddr_in> consoles_;  // by activity
+  void serve() {
+    constexpr int kPollMilliseconds = 20;
+    while (!ending_) {
+      pollfd waiting[] = {{front_.descriptor(), POLLIN, 0},
+                          {side_.descriptor(), POLLIN, 0},
+                          {back_.descriptor(), POLLIN, 0}};
+      ::poll(waiting, std::size(waiting), kPollMilliseconds);
+      for (const auto* socket : {&front_, &side_})
+        if (const auto packet = socket->receive(MSG_DONTWAIT))
+          from_console(*packet);
+      // A call-back has an activity of its own; it concerns the call that was passed on last.
+      if (const auto packet = back_.receive(MSG_DONTWAIT)) {
+        const auto found = consoles_.find(packet->header.activity);
+        out().send(packet->header, packet->body,
+                   found != consoles_.end() ? found->second : last_console_);
+      }
+    }
+  }
+
+  void from_console(const rpc::test::Received& packet) {
+    ++received_;
+    last_console_ = packet.source;
+    if (packet.header.type != rpc::PacketType::response)
+      consoles_[packet.header.activity] = packet.source;
+    Datagrams answers;
+    const bool pass_on = !settings_.receive || settings_.receive(packet.header, answers);
+    for (const rpc::test::Bytes& answer : answers)
+      out().send(answer, packet.source);
+    if (pass_on && settings_.server_port != 0)
+      back_.send(packet.header, packet.body, {kAlpha, settings_.server_port});
+  }
+
+  const Settings settings_;
+  const rpc::test::UdpSocket front_{kAlpha, settings_.port};
+  const rpc::test::UdpSocket side_{
+      settings_.answers_from, settings_.answers_from == kAlpha ? std::uint16_t{0} : settings_.port};
+  const rpc::test::UdpSocket back_{kAlpha};
+  rpc::SocketAddress last_console_;
+  std::map<uuid_t, rpc::SocketAddress> consoles_;  // by activity
   std::atomic<int> received_ = 0;
   std::atomic<bool> ending_ = false;
-  std::thread thread_;
+  std::thread thread_{[this] { serve(); }};
 };
 
 }  // namespace endtoend

@@ -26,9 +26,10 @@ struct Received {
 
 class UdpSocket {
  public:
-  explicit UdpSocket(std::uint32_t host = INADDR_LOOPBACK)
+  // Port 0: any.
+  explicit UdpSocket(std::uint32_t host = INADDR_LOOPBACK, std::uint16_t port = 0)
       : descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = to_sockaddr({host, 0});
+    sockaddr_in address = to_sockaddr({host, port});
     socklen_t size = sizeof address;
     EXPECT_EQ(bind(descriptor_, reinterpret_cast<sockaddr*>(&address), size), 0);
     getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &size);
@@ -41,6 +42,7 @@ class UdpSocket {
   UdpSocket& operator=(const UdpSocket&) = delete;
 
   std::uint16_t port() const { return port_; }
+  int descriptor() const { return descriptor_; }
 
   // The next packet; nothing after five seconds, at once with MSG_DONTWAIT, or when it is none.
   std::optional<Received> receive(int flags = 0) const {
@@ -60,7 +62,9 @@ class UdpSocket {
 
   void send(const PacketHeader& header, std::span<const std::byte> body,
             const SocketAddress& to) const {
-    const std::vector<std::byte> datagram = encode_packet(header, body);
+    send(encode_packet(header, body), to);
+  }
+  void send(std::span<const std::byte> datagram, const SocketAddress& to) const {
     const sockaddr_in address = to_sockaddr(to);
     sendto(descriptor_, datagram.data(), datagram.size(), 0,
            reinterpret_cast<const sockaddr*>(&address), sizeof address);
