@@ -4,10 +4,10 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "tests/idl/product_servers.h"
 #include "tests/idl/stub_runtime.h"
 #include "tests/support/agent_interfaces.h"
 
@@ -16,15 +16,14 @@ namespace stub_test {
 struct ProductCall {
   std::string name;
   rpc::server::Interface* server;
-  const Notes* notes;  // null when the server notes nothing
   // Calls the client stub; returns all out-parameters as "status value value ...".
   std::function<std::string()> run;
-  std::string request;  // body in little-endian order, as hexadecimal text
-  std::string heard;    // what the server must note
+  // The body in little-endian order, as hexadecimal text; that of the last run.
+  std::string request;
   std::string results;  // what run must return when the server answers
 };
 
-// The servers, a binding and contexts for the calls.
+// A simulated agent that answers, a binding, and contexts for the calls.
 class Product {
  public:
   Product();
@@ -35,19 +34,21 @@ class Product {
   const std::vector<ProductCall>& calls() const { return calls_; }
 
  private:
+  void add(std::string name, rpc::server::Interface& server, const std::string& request,
+           const std::string& results, std::function<std::string()> run);
   void add_rep();
   void add_views();
   void add_time_filter();
   void add_alarms();
 
   Binding binding_;
-  RPC_CONTEXT_HANDLE view_ = nullptr;
-  RPC_CONTEXT_HANDLE filter_ = nullptr;
-  RepServer rep_;
-  TemporalViewServer view_server_;
-  TimeFilterServer time_filter_;
   agent::test::Interfaces agent_;
+  rpc::WireContext view_;
+  rpc::WireContext filter_;
   std::vector<ProductCall> calls_;
 };
+
+// A repository whose classes, metrics and instances differ in every field.
+std::shared_ptr<agent::DataSource> data_source();
 
 }  // namespace stub_test

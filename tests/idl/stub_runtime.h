@@ -67,11 +67,6 @@ class Binding {
 // A context that a server has issued.
 RPC_CONTEXT_HANDLE issued_context(const rpc::WireContext& wire);
 
-inline constexpr rpc::WireContext kView{
-    0, {0x11121314, 0x2122, 0x3132, 0x41, 0x42, {0x51, 0x52, 0x53, 0x54, 0x55, 0x56}}};
-inline constexpr rpc::WireContext kFilter{
-    0, {0xF1F2F3F4, 0xE1E2, 0xD1D2, 0xC1, 0xC2, {0xB1, 0xB2, 0xB3, 0xB4, 0xB5, 0xB6}}};
-
 // The status and kind of the RpcException that `action` throws; 0 and communication for none.
 struct Raised {
   std::uint32_t status = 0;

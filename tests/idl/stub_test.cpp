@@ -10,6 +10,11 @@
 
 #include "platform/rpc/stub/ndr.h"
 #include "platform/rpc/stub/skeleton.h"
+#include "platform/rpc/wire/wire_bytes.h"
+#include "repFilteredView.h"
+#include "repTemporalView.h"
+#include "repTimeFilter.h"
+#include "repView.h"
 #include "tests/idl/product_calls.h"
 #include "tests/support/rpc_bytes.h"
 
@@ -22,40 +27,42 @@ using rpc::test::hex;
 using rpc::test::hex_text;
 
 constexpr Raised kBadData{1783, FailureKind::local};
+constexpr rpc::WireContext kView{0, {1, 2, 3, 4, 5, {6, 7, 8, 9, 10, 11}}};
 
 rpc::Reply little(const std::string& text) {
   return {hex(text), {.little_endian = true}};
 }
 
 TEST(ProductStubs, RunEveryShapeInBothByteOrders) {
-  const Product product;
+  Product product;
   for (const bool little_endian : {true, false}) {
     for (const ProductCall& call : product.calls()) {
       SCOPED_TRACE(call.name + (little_endian ? ", little-endian" : ", big-endian"));
       Runtime runtime(served_by(*call.server, little_endian));
       EXPECT_EQ(call.run(), call.results);
       EXPECT_EQ(runtime.calls(), 1u);
-      EXPECT_EQ(call.notes == nullptr ? "" : call.notes->heard(), call.heard);
       EXPECT_EQ(hex_text(runtime.last().request), hex_text(hex(call.request)));
       EXPECT_FALSE(runtime.last().operation->idempotent);
     }
   }
 }
 
-// The operations by number, without the interface's name.
+// The operations by number, without the interface's name; a line for one without code.
 std::string operations(const rpc::server::Interface& interface) {
   std::string names;
   const std::size_t prefix = std::string(interface.spec().name).size() + 1;
-  for (std::uint16_t opnum = 0; interface.operation(opnum) != nullptr; ++opnum)
-    names +=
-        (names.empty() ? "" : " ") + std::string(interface.operation(opnum)->name).substr(prefix);
-  return names;
+  for (std::uint16_t opnum = 0; opnum < 32; ++opnum) {
+    const rpc::OperationSpec* found = interface.operation(opnum);
+    names += found != nullptr ? std::string(found->name).substr(prefix) + " " : "- ";
+  }
+  return names.erase(names.find_last_not_of("- ") + 1);
 }
 
 TEST(ProductSkeletons, HaveTheirOperationsInOrder) {
   const char* const views =
       "Create Destroy GetFirstPosition GetLastPosition GetPosition SetPosition GetXInterval Read";
   const std::map<std::string, std::string> expected = {
+      {"epm", "- - lookup - lookup_handle_free"},
       {"rep", "LookupRepository LookupTable LookupInstance LookupMetric"},
       {"repView", views},
       {"repFilteredView", views},
@@ -70,8 +77,7 @@ TEST(ProductSkeletons, HaveTheirOperationsInOrder) {
   const agent::test::Interfaces agent(std::make_shared<agent::DataSource>(), {});
   std::map<std::string, std::string> found;
   for (const rpc::server::Interface* interface : agent.all())
-    if (const std::string name = interface->spec().name; name != "epm")
-      found[name] = operations(*interface);
+    found[interface->spec().name] = operations(*interface);
   EXPECT_EQ(found, expected);
 }
 
@@ -98,7 +104,7 @@ TEST(ProductStubs, CarryTheInterfacesIdentities) {
 // Every byte of a reply is needed: each one cut off must be noticed. What is behind the last
 // parameter does not matter.
 TEST(ProductStubs, RefuseEveryTruncatedReply) {
-  const Product product;
+  Product product;
   for (const bool little_endian : {true, false}) {
     for (const ProductCall& call : product.calls()) {
       rpc::Reply whole;
@@ -121,7 +127,7 @@ TEST(ProductStubs, RefuseEveryTruncatedReply) {
 }
 
 TEST(ProductStubs, StoreFailuresOfCommunicationAndRaiseAllOthers) {
-  const Product product;
+  Product product;
   for (const ProductCall& call : product.calls()) {
     SCOPED_TRACE(call.name);
     for (const std::uint32_t status : {1722u, 1726u, 1730u, 1130u}) {
@@ -217,19 +223,19 @@ TEST(ProductStubs, StoreABadBindingInTheStatus) {
 
 // A call on a context goes to the server that issued it, whatever became of the binding.
 TEST(ProductStubs, CallTheServerThatIssuedTheContext) {
-  ViewServer server;
+  agent::test::Interfaces agent(data_source(), {});
   RPC_CONTEXT_HANDLE view = nullptr;
   error_status_t status = 0;
-  Runtime runtime(served_by(server, false));
+  Runtime runtime(served_by(agent.views(), false));
   {
     const Binding binding;
-    const std::uint32_t metric = 1;
-    zt_v2_repView_Create(binding, 1, 0, &metric, &view, &status);
+    const std::uint32_t metric = 40;
+    zt_v2_repView_Create(binding, 10, 0, &metric, &view, &status);
   }
   ASSERT_NE(view, nullptr);
-  std::uint32_t where = 5;
+  std::uint32_t where = 1001;
   zt_v2_repView_SetPosition(view, &where, &status);
-  EXPECT_EQ(server.heard(), "SetPosition 5 view");
+  EXPECT_EQ(where, 1300u);
   EXPECT_EQ(runtime.last().target.network_address, "127.0.0.1");
   EXPECT_EQ(runtime.last().target.endpoint, "1045");
 
@@ -250,11 +256,11 @@ TEST(ProductStubs, KeepTheContextWhenDestroyFails) {
   }
   // A server that gives another handle back still holds the object.
   Runtime runtime(
-      [&](const Call&) { return little("00000000 f4f3f2f1 e2e1d2d1 c1c2b1b2 b3b4b5b6 07000000"); });
+      [&](const Call&) { return little("00000000 0c000000 02000300 04050607 08090a0b 07000000"); });
   zt_v2_repView_Destroy(&view, &status);
   EXPECT_EQ(status, 7u);
   ASSERT_NE(view, nullptr);
-  EXPECT_EQ(rpc::wire_context(view), kFilter);
+  EXPECT_EQ(rpc::wire_context(view).id.time_low, 12u);
   rpc::store_context(&view, {}, {});
 }
 
@@ -338,7 +344,7 @@ TEST(ProductStubs, RefuseHostileArrays) {
 }
 
 TEST(ProductStubs, StoreForeignCharactersAsCommunicationFailure) {
-  const Product product;
+  Product product;
   for (const ProductCall& call : product.calls()) {
     const Answer serve = served_by(*call.server, true);
     Runtime runtime([&](const Call& c) {
@@ -364,19 +370,28 @@ void expect_end(const Outcome& outcome, Outcome::Kind kind, std::uint32_t status
   EXPECT_EQ(outcome.status, status);
 }
 
+// The last four bytes of a reply in little-endian order.
+std::uint32_t status_of(const Outcome& outcome) {
+  EXPECT_EQ(outcome.kind, Outcome::Kind::reply);
+  return rpc::load32(outcome.reply.data() + outcome.reply.size() - 4, true);
+}
+
 TEST(ProductSkeletons, ReadBigEndianRequests) {
-  ViewServer views;
-  dispatch(views, 0, "00000005 00000001 00000002 00000000 00000002 00000009 00000008", false);
-  EXPECT_EQ(views.heard(), "Create 5 1 9 8");
-  TimeFilterServer filters;
-  dispatch(filters, 0,
-           "00000001 00000002 00000000 00000002 00000008 00000011 0001ffff ffffffff 00000001 0000",
-           false);
-  EXPECT_EQ(filters.heard(), "Create 1 8 17 1 -1 1 0");
+  agent::test::Interfaces agent(data_source(), {});
+  const auto created = [&](rpc::server::Interface& server, const char* request) {
+    return status_of(dispatch(server, 0, request, false));
+  };
+  EXPECT_EQ(
+      created(agent.views(), "0000000a 00000001 00000002 00000000 00000002 00000028 00000029"), 0u);
+  EXPECT_EQ(created(agent.filters(),
+                    "00000001 00000002 00000000 00000002 00000008 00000011 0001ffff ffffffff"
+                    "00000001 0000"),
+            0u);
+  EXPECT_EQ(agent.contexts().objects(), 2u);
 }
 
 TEST(ProductSkeletons, RejectTruncatedRequestsAndUnknownOperations) {
-  const Product product;
+  Product product;
   for (const ProductCall& call : product.calls()) {
     std::uint16_t opnum = 0;
     {
@@ -395,7 +410,7 @@ TEST(ProductSkeletons, RejectTruncatedRequestsAndUnknownOperations) {
 }
 
 TEST(ProductSkeletons, RefuseHostileCounts) {
-  ViewServer views;
+  agent::test::Interfaces agent(data_source(), {});
   const char* creates[] = {
       // Sizes that are not the index plus one, and indexes that wrap.
       "05000000 01000000 01000000 00000000 01000000 09000000",
@@ -404,74 +419,60 @@ TEST(ProductSkeletons, RefuseHostileCounts) {
       "05000000 00000000 ffffffff 00000000 01000000 09000000",
   };
   for (const char* request : creates)
-    expect_end(dispatch(views, 0, request), Outcome::Kind::reject, rpc::nca::kProtocolError);
+    expect_end(dispatch(agent.views(), 0, request), Outcome::Kind::reject,
+               rpc::nca::kProtocolError);
   // A view of no metric is for the server to judge.
-  EXPECT_EQ(dispatch(views, 0, "05000000 ffffffff 00000000 00000000 00000000").kind,
-            Outcome::Kind::reply);
-  RepServer rep;
+  EXPECT_EQ(status_of(dispatch(agent.views(), 0, "0a000000 ffffffff 00000000 00000000 00000000")),
+            static_cast<std::uint32_t>(agent::RepositoryStatus::no_metrics));
   for (const char* most : {"ffffffff", "00000001"})
-    expect_end(dispatch(rep, 1, std::string("00000000 00000000 ") + most), Outcome::Kind::fault,
-               rpc::nca::kOutArgumentsTooBig);
+    expect_end(dispatch(agent.metadata(), 1, std::string("00000000 00000000 ") + most),
+               Outcome::Kind::fault, rpc::nca::kOutArgumentsTooBig);
 }
 
 TEST(ProductSkeletons, FaultOnNullContextsButLetDestroyHaveThem) {
-  ViewServer views;
+  agent::test::Interfaces agent(data_source(), {});
   const std::string null_context(40, '0');
-  expect_end(dispatch(views, 4, null_context), Outcome::Kind::fault, rpc::nca::kContextMismatch);
-  EXPECT_EQ(dispatch(views, 1, null_context).kind, Outcome::Kind::reply);
-  EXPECT_EQ(views.heard(), "Destroy unknown");
+  expect_end(dispatch(agent.views(), 4, null_context), Outcome::Kind::fault,
+             rpc::nca::kContextMismatch);
+  EXPECT_EQ(status_of(dispatch(agent.views(), 1, null_context)), 0u);
 }
 
 // An operation whose results do not hold, or that throws.
-class BrokenRep : public RepServer {
- public:
-  enum class Fault { last_index, text, thrown, memory };
-  explicit BrokenRep(Fault fault) : fault_(fault) {}
-  void LookupTable(const CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t maxIndex,
-                   std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+struct BrokenRep : agent::MetadataInterface {
+  using Act = void (*)(std::uint32_t* last_index, rep_sTableDescriptor* results);
+  BrokenRep(const agent::Repository& repository, Act broken)
+      : MetadataInterface(repository), act(broken) {}
+  void LookupTable(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t,
+                   std::uint32_t* last_index, rep_sTableDescriptor* results,
                    error_status_t*) override {
-    switch (fault_) {
-      case Fault::last_index:
-        *lastIndex = maxIndex + 1;
-        break;
-      case Fault::text:
-        results[0].Descriptor.NameLength = 256;
-        break;
-      case Fault::thrown:
-        throw rpc::server::Fault(0x1C000012);
-      case Fault::memory:
-        throw std::bad_alloc();
-    }
+    act(last_index, results);
   }
-
- private:
-  Fault fault_;
+  Act act;
 };
 
 TEST(ProductSkeletons, FaultWhenAnOperationFails) {
   const struct {
-    BrokenRep::Fault fault;
+    BrokenRep::Act act;
     std::uint32_t status;
   } cases[] = {
-      {BrokenRep::Fault::last_index, rpc::nca::kInvalidBound},
-      {BrokenRep::Fault::text, rpc::nca::kInvalidBound},
-      {BrokenRep::Fault::thrown, 0x1C000012},
-      {BrokenRep::Fault::memory, rpc::nca::kRemoteNoMemory},
+      {[](auto* last_index, auto*) { *last_index = 6; }, rpc::nca::kInvalidBound},
+      {[](auto*, auto* results) { results[0].Descriptor.NameLength = 256; },
+       rpc::nca::kInvalidBound},
+      {[](auto*, auto*) { throw rpc::server::Fault(0x1C000012); }, 0x1C000012},
+      {[](auto*, auto*) { throw std::bad_alloc(); }, rpc::nca::kRemoteNoMemory},
   };
+  const agent::Repository repository(data_source());
   for (const auto& c : cases) {
-    BrokenRep server(c.fault);
+    BrokenRep server(repository, c.act);
     expect_end(dispatch(server, 1, "00000000 00000000 05000000"), Outcome::Kind::fault, c.status);
   }
 }
 
 // The descriptor of a three-character name and an empty label takes 29 bytes.
 TEST(ProductSkeletons, SendShortTextsShort) {
-  class ShortRep : public RepServer {
-    void LookupRepository(const CallInfo&, rep_sRepositoryDescriptor* result,
-                          error_status_t*) override {
-      describe(result->Descriptor, 7, "CPU", "");
-    }
-  } server;
+  const agent::Repository repository(
+      std::make_shared<agent::DataSource>(agent::DataSource{7, "CPU", "", 0, "", {}}));
+  agent::MetadataInterface server(repository);
   EXPECT_EQ(hex_text(dispatch(server, 0, "").reply),
             "07000000 03000000 00000000 04000000 43505500 00000000 01000000 00000000 00000000"
             " 00000000 00000000 01000000 00000000 00000000");

@@ -26,7 +26,13 @@ class Interfaces {
 
   // rep, epm, ag, repView, repTimeFilter, repFilteredView, repTemporalView.
   const std::vector<rpc::server::Interface*>& all() const { return all_; }
+  MetadataInterface& metadata() { return metadata_; }
   AlarmInterface& alarms() { return alarms_; }
+  rpc::server::Interface& views() { return *views_[0]; }
+  rpc::server::Interface& filters() { return *views_[1]; }
+  rpc::server::Interface& temporal_views() { return *views_[3]; }
+  // Of all views and filters; those of the nil client are the ones of a call without a client.
+  ViewContexts& contexts() { return contexts_; }
   EndpointMap& map() { return map_; }
 
  private:

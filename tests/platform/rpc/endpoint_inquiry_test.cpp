@@ -33,6 +33,7 @@ struct Call {
   std::uint16_t opnum;
   bool idempotent;
   Octets request;
+  std::size_t reply_limit;
 };
 
 // Every call that was made, and what answers the next one.
@@ -50,8 +51,11 @@ Mapper& mapper() {
 
 rpc::Reply rpc::invoke(const CallTarget& target, const OperationSpec& operation,
                        std::span<const std::byte> request, std::size_t reply_limit) {
-  mapper().calls.push_back(
-      {target, operation.opnum, operation.idempotent, Octets(request.begin(), request.end())});
+  mapper().calls.push_back({target,
+                            operation.opnum,
+                            operation.idempotent,
+                            {request.begin(), request.end()},
+                            reply_limit});
   Reply reply = mapper().answer(mapper().calls.back());
   if (reply.body.size() > reply_limit)
     throw RpcException(RPC_X_BAD_STUB_DATA, FailureKind::local);
@@ -219,6 +223,10 @@ TEST_F(EndpointInquiry, ExampleRequestBringsTheExampleReply) {
   ASSERT_EQ(mapper().calls.size(), 1u);
   EXPECT_EQ(mapper().calls[0].request, rpc::test::hex(kExampleRequest));
   EXPECT_TRUE(mapper().calls[0].idempotent);
+  // An entry is object, referent, annotation 8 + 64, and its tower: maximum, length, 2048 octets.
+  const std::size_t greatest = 20 + 4 + 12 + 64 * (16 + 4 + 72 + 4 + 4 + 2048) + 4;
+  EXPECT_GE(mapper().calls[0].reply_limit, greatest);
+  EXPECT_LE(mapper().calls[0].reply_limit, greatest + 8) << "gaps before the towers";
 }
 
 TEST_F(EndpointInquiry, AsksForAllByBothAndGoesOnWithTheCursor) {
@@ -248,6 +256,7 @@ TEST_F(EndpointInquiry, GivesTheCursorBackWhenClosedEarly) {
   }
   ASSERT_EQ(mapper().calls.size(), 2u);
   EXPECT_EQ(mapper().calls[1].opnum, kHandleFree);
+  EXPECT_FALSE(mapper().calls[1].idempotent);
   EXPECT_EQ(mapper().calls[1].request, Body(true).context(5).bytes());
   EXPECT_EQ(Inquiry::next_of(stale, nullptr), RPC_S_INVALID_BINDING);
 }
@@ -434,12 +443,19 @@ TEST_F(EndpointInquiry, RepliesCutAnywhereOrWithFalseCountsAreRefused) {
       {"annotation without end", 60, 3},
       {"annotation offset", 56, 1},
       {"annotation too long", 60, 65},
+      {"tower below its maximum", 104, 74},
+      {"tower beyond its maximum", 104, 77},
   };
   for (const Case& c : cases) {
     Octets body = lookup_reply(true, 0, entries, 0);
     body[c.offset] = static_cast<std::byte>(c.value);
     script({body});
     EXPECT_EQ(run_all().first, RPC_X_BAD_STUB_DATA) << c.name;
+  }
+  for (const auto& [size, status] :
+       {std::pair(2048U, RPC_X_NO_MORE_ENTRIES), std::pair(2049U, RPC_X_BAD_STUB_DATA)}) {
+    script({lookup_reply(true, 0, {{0, Octets(size), "tower"}}, 0)});
+    EXPECT_EQ(run_all().first, status) << size;
   }
 }
 
