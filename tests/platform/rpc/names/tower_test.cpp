@@ -3,27 +3,24 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
+
+#include "tests/support/rpc_bytes.h"
 
 namespace {
 
-using Octets = std::vector<std::byte>;
+using rpc::test::hex;
+using Octets = rpc::test::Bytes;
 
 constexpr rpc_if_id_t kRep = {
     {0x5b3c82a0, 0x17e4, 0, 0x02, 0x0a, {0x14, 0x1e, 0x28, 0, 0, 0}}, 2, 0};
 
-template <typename... Octet>
-Octets octets(Octet... values) {
-  return {static_cast<std::byte>(values)...};
-}
-
 // docs/formats/tower.md shows these bytes.
-const Octets kExample = octets(
-    0x05, 0x00, 0x13, 0x00, 0x0d, 0xa0, 0x82, 0x3c, 0x5b, 0xe4, 0x17, 0x00, 0x00, 0x02, 0x0a, 0x14,
-    0x1e, 0x28, 0x00, 0x00, 0x00, 0x02, 0x00, 0x02, 0x00, 0x00, 0x00, 0x13, 0x00, 0x0d, 0x04, 0x5d,
-    0x88, 0x8a, 0xeb, 0x1c, 0xc9, 0x11, 0x9f, 0xe8, 0x08, 0x00, 0x2b, 0x10, 0x48, 0x60, 0x02, 0x00,
-    0x02, 0x00, 0x00, 0x00, 0x01, 0x00, 0x0a, 0x02, 0x00, 0x00, 0x00, 0x01, 0x00, 0x08, 0x02, 0x00,
-    0x04, 0x15, 0x01, 0x00, 0x09, 0x04, 0x00, 0x0a, 0x01, 0x02, 0x03);
+const Octets kExample =
+    hex("0500 1300 0da0823c5be417000002 0a141e28000000 0200 0200 0000"
+        "1300 0d045d888aeb1cc9119fe808002b104860 0200 0200 0000"
+        "0100 0a 0200 0000  0100 08 0200 0415  0100 09 0400 0a010203");
 
 std::string text_of(const std::optional<rpc::Tower>& tower) {
   if (!tower)
@@ -38,16 +35,19 @@ rpc::Tower tower_of(const char* sequence, const char* address, const char* endpo
   return {kRep, sequence, address, endpoint};
 }
 
-// The example's first two floors and then floors of any make.
-Octets with_floors(std::uint8_t count, const std::vector<std::pair<Octets, Octets>>& floors) {
+// The example's first two floors and then floors of any make, as "left:right left:right".
+Octets with_floors(std::uint8_t count, const std::string& floors) {
   Octets made(kExample.begin(), kExample.begin() + 52);
   made[0] = std::byte{count};
-  for (const auto& [left, right] : floors)
-    for (const Octets& part : {left, right}) {
+  std::istringstream stream(floors);
+  for (std::string floor; stream >> floor;) {
+    const std::size_t colon = floor.find(':');
+    for (const Octets& part : {hex(floor.substr(0, colon)), hex(floor.substr(colon + 1))}) {
       made.push_back(static_cast<std::byte>(part.size()));
       made.push_back(std::byte{0});
       made.insert(made.end(), part.begin(), part.end());
     }
+  }
   return made;
 }
 
@@ -69,48 +69,29 @@ TEST(Tower, BytesBehindTheLastFloorAndSurplusFloorsAreIgnored) {
   Octets longer = kExample;
   longer.push_back(std::byte{0xFF});
   EXPECT_TRUE(rpc::decode_tower(longer));
-  const Octets six = with_floors(6, {{octets(0x0a), octets(0, 0)},
-                                     {octets(0x08), octets(4, 0x15)},
-                                     {octets(0x09), octets(10, 1, 2, 3)},
-                                     {octets(0x99, 0x98), octets()}});
-  EXPECT_TRUE(rpc::decode_tower(six));
+  EXPECT_TRUE(rpc::decode_tower(with_floors(6, "0a:0000 08:0415 09:0a010203 9998:")));
 }
 
 TEST(Tower, EveryProtocolSequenceIsReadAndWritten) {
-  const Octets cl = octets(0x0a), co = octets(0x0b), local = octets(0x0c), zero = octets(0, 0);
-  const Octets ip = octets(192, 168, 0, 255);
-  const Octets netware = octets(0, 0, 0, 1, 8, 0, 0x2b, 0x30, 0xfb, 0x89);
   struct Case {
-    Octets tower;
-    std::string text;
+    std::uint8_t count;
+    const char* floors;
+    const char* text;
   };
   const Case cases[] = {
-      {with_floors(5, {{cl, zero}, {octets(0x08), octets(0, 135)}, {octets(0x09), ip}}),
-       "ncadg_ip_udp:192.168.0.255[135]"},
-      {with_floors(5, {{cl, zero}, {octets(0x08), zero}, {octets(0x09), octets(0, 0, 0, 0)}}),
-       "ncadg_ip_udp:0.0.0.0[]"},
-      {with_floors(5, {{co, zero}, {octets(0x07), octets(0xff, 0xff)}, {octets(0x09), ip}}),
-       "ncacn_ip_tcp:192.168.0.255[65535]"},
-      {with_floors(5, {{co, octets(1, 0)}, {octets(0x1f), octets(2, 81)}, {octets(0x09), ip}}),
-       "ncacn_http:192.168.0.255[593]"},
-      {with_floors(5, {{co, zero},
-                       {octets(0x0f), octets('\\', 'p', 'i', 'p', 'e', '\\', 'x', 0)},
-                       {octets(0x11), octets('\\', '\\', 'A', 0)}}),
-       "ncacn_np:\\\\A[\\pipe\\x]"},
-      {with_floors(5, {{co, zero}, {octets(0x0f), octets('x', 0)}, {octets(0x11), octets(0)}}),
-       "ncacn_np:[x]"},
-      {with_floors(4, {{local, zero}, {octets(0x10), octets('L', 'R', 0, 'C', 0)}}),
-       "ncalrpc:[LR]"},
-      {with_floors(4, {{cl, zero}, {octets(0x0e), octets(0x85, 0xe8)}}), "ncadg_ipx:[34280]"},
-      {with_floors(5, {{cl, zero}, {octets(0x0e), octets(0x85, 0xe8)}, {octets(0x0e), netware}}),
-       "ncadg_ipx:0000000108002b30fb89[34280]"},
-      {with_floors(4,
-                   {{co, zero},
-                    {octets(0x13), octets(0, 0, 0, 1, 8, 0, 0x2b, 0x30, 0xfb, 0x89, 0x85, 0xe8)}}),
-       "ncacn_spx:0000000108002b30fb89[34280]"},
+      {5, "0a:0000 08:0087 09:c0a800ff", "ncadg_ip_udp:192.168.0.255[135]"},
+      {5, "0a:0000 08:0000 09:00000000", "ncadg_ip_udp:0.0.0.0[]"},
+      {5, "0b:0000 07:ffff 09:c0a800ff", "ncacn_ip_tcp:192.168.0.255[65535]"},
+      {5, "0b:0100 1f:0251 09:c0a800ff", "ncacn_http:192.168.0.255[593]"},
+      {5, "0b:0000 0f:5c706970655c7800 11:5c5c4100", "ncacn_np:\\\\A[\\pipe\\x]"},
+      {5, "0b:0000 0f:7800 11:00", "ncacn_np:[x]"},
+      {4, "0c:0000 10:4c52004300", "ncalrpc:[LR]"},
+      {4, "0a:0000 0e:85e8", "ncadg_ipx:[34280]"},
+      {5, "0a:0000 0e:85e8 0e:0000000108002b30fb89", "ncadg_ipx:0000000108002b30fb89[34280]"},
+      {4, "0b:0000 13:0000000108002b30fb8985e8", "ncacn_spx:0000000108002b30fb89[34280]"},
   };
   for (const Case& c : cases) {
-    const std::optional<rpc::Tower> read = rpc::decode_tower(c.tower);
+    const std::optional<rpc::Tower> read = rpc::decode_tower(with_floors(c.count, c.floors));
     ASSERT_EQ(text_of(read), c.text);
     const std::optional<Octets> written = rpc::encode_tower(*read);
     ASSERT_TRUE(written) << c.text;
@@ -119,33 +100,32 @@ TEST(Tower, EveryProtocolSequenceIsReadAndWritten) {
 }
 
 TEST(Tower, OtherShapesAreUnusable) {
-  const Octets cl = octets(0x0a), co = octets(0x0b), zero = octets(0, 0), port = octets(4, 0x15);
-  const Octets ip = octets(10, 1, 2, 3);
-  const std::pair<const char*, Octets> cases[] = {
-      {"two floors", with_floors(2, {})},
-      {"three floors", with_floors(3, {{cl, zero}})},
-      {"no address", with_floors(4, {{cl, zero}, {octets(0x08), port}})},
-      {"short address", with_floors(5, {{cl, zero}, {octets(8), port}, {octets(9), octets(1, 2)}})},
-      {"sixteen-byte address",
-       with_floors(5, {{cl, zero}, {octets(8), port}, {octets(9), Octets(16)}})},
-      {"long port", with_floors(5, {{cl, zero}, {octets(8), octets(0, 4, 5)}, {octets(9), ip}})},
-      {"UDP over connections", with_floors(5, {{co, zero}, {octets(8), port}, {octets(9), ip}})},
-      {"TCP without", with_floors(5, {{cl, zero}, {octets(7), port}, {octets(9), ip}})},
-      {"unknown transport", with_floors(5, {{cl, zero}, {octets(5), port}, {octets(9), ip}})},
-      {"unknown address", with_floors(5, {{cl, zero}, {octets(8), port}, {octets(6), ip}})},
-      {"empty left part", with_floors(5, {{cl, zero}, {octets(), port}, {octets(9), ip}})},
-      {"long left part", with_floors(5, {{cl, zero}, {octets(8, 8), port}, {octets(9), ip}})},
-      {"no protocol version", with_floors(5, {{cl, {}}, {octets(8), port}, {octets(9), ip}})},
-      {"pipe without end",
-       with_floors(5, {{co, zero}, {octets(0x0f), octets('x')}, {octets(0x11), octets(0)}})},
-      {"pipe without text",
-       with_floors(5, {{co, zero}, {octets(0x0f), octets()}, {octets(0x11), octets(0)}})},
-      {"pipe without server", with_floors(4, {{co, zero}, {octets(0x0f), octets('x', 0)}})},
-      {"short netware", with_floors(5, {{cl, zero}, {octets(0x0e), port}, {octets(0x0e), ip}})},
-      {"all floors claimed", with_floors(0xFF, {{cl, zero}, {octets(8), port}, {octets(9), ip}})},
+  const struct {
+    const char* name;
+    std::uint8_t count;
+    const char* floors;
+  } cases[] = {
+      {"two floors", 2, ""},
+      {"three floors", 3, "0a:0000"},
+      {"no address", 4, "0a:0000 08:0415"},
+      {"short address", 5, "0a:0000 08:0415 09:0102"},
+      {"sixteen-byte address", 5, "0a:0000 08:0415 09:00000000000000000000000000000000"},
+      {"long port", 5, "0a:0000 08:000405 09:0a010203"},
+      {"UDP over connections", 5, "0b:0000 08:0415 09:0a010203"},
+      {"TCP without", 5, "0a:0000 07:0415 09:0a010203"},
+      {"unknown transport", 5, "0a:0000 05:0415 09:0a010203"},
+      {"unknown address", 5, "0a:0000 08:0415 06:0a010203"},
+      {"empty left part", 5, "0a:0000 :0415 09:0a010203"},
+      {"long left part", 5, "0a:0000 0808:0415 09:0a010203"},
+      {"no protocol version", 5, "0a: 08:0415 09:0a010203"},
+      {"pipe without end", 5, "0b:0000 0f:78 11:00"},
+      {"pipe without text", 5, "0b:0000 0f: 11:00"},
+      {"pipe without server", 4, "0b:0000 0f:7800"},
+      {"short netware", 5, "0a:0000 0e:0415 0e:0a010203"},
+      {"all floors claimed", 0xFF, "0a:0000 08:0415 09:0a010203"},
   };
-  for (const auto& [name, tower] : cases)
-    EXPECT_FALSE(rpc::decode_tower(tower)) << name;
+  for (const auto& c : cases)
+    EXPECT_FALSE(rpc::decode_tower(with_floors(c.count, c.floors))) << c.name;
 
   Octets no_uuid = kExample;
   no_uuid[4] = std::byte{0x0a};
