@@ -71,11 +71,6 @@ TEST(BrokerMessage, KnowsWholeFromPartsAndNonsense) {
   EXPECT_EQ(encode_broker_message(decoded.message), cases[11].bytes);
 }
 
-TEST(BrokerMessage, ARegistrationOfAFourCharacterPathHas56BytesOfData) {
-  EXPECT_EQ(request(BrokerCommand::register_server, {kType, "rep_server", "/opt"}).data.size(),
-            56u);
-}
-
 TEST(BrokerMessage, ItemsAreMarkedTerminatedAndCounted) {
   std::vector<std::string> items;
   EXPECT_TRUE(decode_broker_items(hex("02 41 00 02 00"), 2, items));
@@ -192,18 +187,6 @@ TEST_F(BrokerSocket, AnswersPiecesAndSeveralRequestsInOne) {
   const Bytes replies = client.receive_all(96);
   ASSERT_EQ(replies.size(), 96u);
   EXPECT_EQ(replies[9], std::byte{5});
-}
-
-TEST_F(BrokerSocket, RegistersOverTheWire) {
-  start({});
-  LoopClient client = connect();
-  client.send(encode_broker_message(
-      request(BrokerCommand::register_server, {kType, "rep_server", "/opt"})));
-  const Bytes reply = client.receive_all(28 + 38);
-  ASSERT_EQ(reply.size(), 66u);
-  EXPECT_EQ(reply[27], std::byte{38});
-  EXPECT_EQ(reply[28], std::byte{2});
-  EXPECT_EQ(reply[65], std::byte{0});
 }
 
 TEST_F(BrokerSocket, EndsAfterNonsenseWithABadRequest) {

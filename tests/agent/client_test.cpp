@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The generated client stubs against running agents: views of all kinds, long replies, both byte
-// orders and call-backs.
+// The generated client stubs against running agents: views, long replies, both byte orders and
+// call-backs.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,6 @@
 #include "platform/rpc/server/server_core.h"
 #include "rep.h"
 #include "repFilteredView.h"
-#include "repTemporalView.h"
 #include "repTimeFilter.h"
 #include "repView.h"
 
@@ -29,16 +28,11 @@ using Numbers = std::vector<std::uint32_t>;
 
 constexpr std::uint32_t kSunday = 1'704'585'600;  // 2024-01-07 00:00 UTC
 
-// Two days of hourly rows from a Sunday's midnight, and a class for each of two instances.
+// Two days of hourly rows from a Sunday's midnight.
 const std::string kSource =
     "[source.A]\nid = 7\npath = '/a'\n"
     "[[source.A.class]]\nid = 3\nname = 'C'\nrows = 48\ninterval = 3600\nfirst = 1704585600\n"
-    "[[source.A.class.metric]]\nid = 4\nname = 'M'\nramp = {from = 0, to = 1000, step = 1}\n"
-    "[[source.A.class]]\nid = 5\nname = 'D'\nrows = 4\ninterval = 3600\nfirst = 1704585600\n"
-    "[[source.A.class.instance]]\nid = 1\nname = 'x'\n"
-    "[[source.A.class.instance]]\nid = 2\nname = 'y'\n"
-    "[[source.A.class.metric]]\nid = 4\nname = 'M'\nsummary = 'sum'\nconstant = 5\n"
-    "[[source.A.class.metric]]\nid = 5\nname = 'N'\ntype = 'text'\ninstance = 'name'\n";
+    "[[source.A.class.metric]]\nid = 4\nname = 'M'\nramp = {from = 0, to = 1000, step = 1}\n";
 
 class Clients : public testing::Test {
  protected:
@@ -147,33 +141,6 @@ TEST_F(Clients, ReadFilteredViewsThroughTheOperationsOfBaseViews) {
   EXPECT_EQ(rest.integers, (Numbers{33}));
   zt_v2_repView_Destroy(&view, &status_);
   EXPECT_EQ(view, nullptr);
-  EXPECT_EQ(status_, 0u);
-}
-
-TEST_F(Clients, ReadTemporalViewsOverInstances) {
-  start(kSource + "[[system]]\naddress = '127.0.0.1'\nrepository = [{source = 'A'}]\n");
-  const RPC_BINDING_HANDLE server = bind(0, 0);
-  const auto first = static_cast<std::int32_t>(kSunday);
-  RPC_CONTEXT_HANDLE shifts = filter(server, first, first + 3 * 3600, repTimeFilter_cShiftAbsolute);
-  const Numbers instances{2, 1};
-  const Numbers metrics{5, 4};
-  RPC_CONTEXT_HANDLE view = nullptr;
-  zt_v2_repTemporalView_Create(server, 5, shifts, 7200, 1, instances.data(), 1, metrics.data(),
-                               &view, &status_);
-  ASSERT_EQ(status_, 0u);
-  const Rows rows = read(view);
-  EXPECT_EQ(rows.positions,
-            (Numbers{kSunday, kSunday, kSunday + 7200, kSunday + 7200, kEndPosition}));
-  EXPECT_EQ(rows.integers, (Numbers{0, 10, 2, 10, 4, 5, 6, 5}));
-  EXPECT_EQ(rows.characters, std::string("y\0x\0y\0x\0", 8));
-
-  std::uint32_t interval = 86400;
-  zt_v2_repTemporalView_SetXInterval(view, &interval, &status_);
-  std::uint32_t where = 0;
-  zt_v2_repTemporalView_SetPosition(view, &where, &status_);
-  EXPECT_EQ(read(view).integers, (Numbers{0, 15, 2, 15}));
-  zt_v2_repTemporalView_Destroy(&view, &status_);
-  zt_v2_repTimeFilter_Destroy(&shifts, &status_);
   EXPECT_EQ(status_, 0u);
 }
 

@@ -4,12 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-#include <span>
-
-#include "agent/alarm_interface.h"
-#include "agent/metadata_interface.h"
-#include "agent/repository.h"
 #include "agent/scenario.h"
 #include "agent/simulator.h"
 #include "tests/agent/loop_client.h"
@@ -62,67 +56,6 @@ std::string part(const Bytes& bytes, std::size_t from, std::size_t size) {
     return "only " + std::to_string(bytes.size()) + " bytes";
   const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(from);
   return hex_text(Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
-}
-
-const Bytes kPing =
-    hex("04 00 00 00 10 00 00 00  00*16  d3 c7 61 5e 4b a0 00 00 02 0a 14 1e 32 00 00 00"
-        "1e 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02  00 00 00 00  02 00 00 00  00 00 00 00"
-        "14 00 ff ff ff ff 00 00 00 00 00 00");
-const Bytes kPingAnswer =
-    hex("04 02 00 00 00 00 00 00  00*16  5e 61 c7 d3 a0 4b 00 00 02 0a 14 1e 32 00 00 00"
-        "2f 0c 8a 1e 90 b2 11 ef 8a 3c 02 42 ac 11 00 02  67 45 6a 12  00 00 00 02  00 00 00 00"
-        "00 14 00 03 00 07 00 04 00 00 00 00  00 00 00 00");
-
-// One alarm server, big-endian, booted at 0x67456A12, whose hints are 3 and 7.
-class BigEndianAlarmServer : public testing::Test {
- protected:
-  std::uint16_t start(rpc::server::CallBack call_back) {
-    rpc::server::EndpointOptions options;
-    options.address = kLoopback;
-    options.core.little_endian = false;
-    options.core.boot_time = 0x67456A12;
-    options.core.call_back = call_back;
-    options.core.first_interface_hint = 3;
-    options.core.first_activity_hint = 7;
-    options.interfaces = {&alarms_};
-    const auto opened = host_.open(std::move(options));
-    return opened.endpoint != nullptr ? opened.endpoint->port() : std::uint16_t{0};
-  }
-
-  rpc::server::EventLoop loop_;
-  rpc::server::ServerHost host_{loop_};
-  AlarmInterface alarms_{AlarmServer{}};
-};
-
-TEST_F(BigEndianAlarmServer, AnswersThePing) {
-  LoopClient client(loop_, SOCK_DGRAM, kLoopback, start(rpc::server::CallBack::none));
-  client.send(kPing);
-  EXPECT_EQ(hex_text(client.receive().value_or(Bytes{})), hex_text(kPingAnswer));
-}
-
-TEST_F(BigEndianAlarmServer, AsksWhoIsThereFirst) {
-  LoopClient client(loop_, SOCK_DGRAM, kLoopback, start(rpc::server::CallBack::who_are_you));
-  client.send(kPing);
-  const Bytes question = client.receive().value_or(Bytes{});
-  ASSERT_EQ(question.size(), 100u);
-  EXPECT_EQ(question[1], std::byte{0});
-  EXPECT_EQ(question[2] & std::byte{0x20}, std::byte{0x20});
-  EXPECT_EQ(part(question, 24, 16), "333a2276 00000000 0d000080 9c000000");
-  EXPECT_EQ(part(question, 60, 4), "00000003");
-  EXPECT_EQ(part(question, 80, 20), "2f0c8a1e 90b211ef 8a3c0242 ac110002 67456a12");
-
-  Bytes answer = hex("04 02 08 00 00 00 00 00");
-  answer.insert(answer.end(), question.begin() + 8, question.begin() + 56);
-  const Bytes tail = hex("11 22 33 44");
-  answer.insert(answer.end(), tail.begin(), tail.end());
-  answer.insert(answer.end(), question.begin() + 60, question.begin() + 70);
-  const Bytes rest = hex("ff ff ff ff 00 08 00 00 00 00  00 00 00 00  00 00 00 00");
-  answer.insert(answer.end(), rest.begin(), rest.end());
-  ASSERT_EQ(answer.size(), 88u);
-  client.send(answer);
-  Bytes reply = client.receive().value_or(Bytes(84));
-  reply[79] = std::byte{0};  // its serial number: the question may have had the first
-  EXPECT_EQ(hex_text(reply), hex_text(kPingAnswer));
 }
 
 // A system of a scenario, on any free ports.
@@ -188,26 +121,6 @@ TEST_F(RunningSystem, GivesTheTowerThatWasAskedFor) {
                          "01 00 09 04 00 0a 01 02 03")));
   EXPECT_EQ(part(reply, 232, 4), "00000000");
   EXPECT_EQ(reply.size(), 236u);
-}
-
-TEST_F(RunningSystem, SaysWhenNothingIsRegistered) {
-  start("mapper = {port = 0}\n");
-  const Bytes reply = lookup(kLookupOfRep);
-  ASSERT_EQ(reply.size(), 80u + 20 + 4 + 12 + 4);
-  EXPECT_EQ(word(reply, 100), 0u);
-  EXPECT_EQ(word(reply, 116), 0x16C9A0D6u);
-}
-
-TEST_F(RunningSystem, DescribesItsRepository) {
-  start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
-  const Bytes reply = ask(first_port(), {"00", kRepInterface, "02 00 00 00", "00 00"}, {});
-  ASSERT_GE(reply.size(), 109u);
-  EXPECT_EQ(part(reply, 80, 29),
-            hex_text(hex("07 00 00 00 03 00 00 00 00 00 00 00 04 00 00 00 43 50 55 00 00 00 00 00"
-                         "01 00 00 00 00")));
-  EXPECT_EQ(
-      part(reply, 112, reply.size() - 112),
-      hex_text(hex("01 00 00 00 02 00 00 00 00 00 00 00 03 00 00 00 2f 61 00 00 00 00 00 00")));
 }
 
 TEST_F(RunningSystem, ListensAtEveryEndpoint) {
@@ -280,7 +193,8 @@ TEST_F(RunningSystem, OperationsBehaveAsScripted) {
                       "behaviour = [{operation = 'rep_LookupRepository', ") +
           one.behaviour + "}]}]\n");
     LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
-    client.send(packet({"00", kRepInterface, "02 00 00 00", "00 00"}, {}));
+    const Bytes request = packet({"00", kRepInterface, "02 00 00 00", "00 00"}, {});
+    client.send(request);
     const auto reply = client.receive(std::chrono::milliseconds(one.type != nullptr ? 5000 : 100));
     ASSERT_EQ(reply.has_value(), one.type != nullptr) << one.behaviour;
     if (reply) {
@@ -289,7 +203,7 @@ TEST_F(RunningSystem, OperationsBehaveAsScripted) {
     } else if (std::string_view(one.behaviour) == "die = true") {
       // On a busy machine the socket may close with the first pings in it.
       for (int tries = 0; tries < 50 && client.error() == 0; ++tries) {
-        client.send(kPing);
+        client.send(request);
         client.receive(std::chrono::milliseconds(100));
       }
       EXPECT_EQ(client.error(), ECONNREFUSED);
@@ -309,35 +223,6 @@ TEST_F(RunningSystem, BehavioursAreCounted) {
     statuses += std::to_string(word(reply, reply.size() - 4)) + " ";
   }
   EXPECT_EQ(statuses, "0 5 0 ");
-}
-
-// Bodies that no stub sends, for every operation of every interface: each ends in an answer or in
-// nothing, and the server lives on.
-TEST_F(RunningSystem, LivesThroughRandomRequests) {
-  start(
-      "mapper = {port = 0}\nalarm = {call_back = 'none'}\n"
-      "repository = [{source = 'A', call_back = 'none'}]\n");
-  const auto& map = simulator_->systems()[0]->endpoint_map();
-  std::mt19937 random(1);
-  LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());
-  for (std::size_t round = 0; round < 3000; ++round) {
-    const auto& id = map.entry(round % map.size()).tower;
-    const std::string interface_id = hex_text(Bytes(id.begin() + 5, id.begin() + 21));
-    Bytes body(random() % 80);
-    for (std::byte& byte : body)
-      byte = random() % 3 == 0 ? static_cast<std::byte>(random()) : std::byte{0};
-    const std::string sequence = hex_text(
-        Bytes{static_cast<std::byte>(round & 0xFF), static_cast<std::byte>(round >> 8), {}, {}});
-    const std::string opnum = hex_text(Bytes{static_cast<std::byte>(random() % 24), {}});
-    client.send(
-        packet({"00", interface_id.c_str(), "02 00 00 00", opnum.c_str(), sequence.c_str()}, body));
-    loop_.run_once(std::chrono::milliseconds(0));
-  }
-  const Bytes reply = ask(first_port(),
-                          {"20", kManagement, "01 00 00 00", "02 00", "00 00 00 00",
-                           "ff 8a 0c 2f b2 90 ef 11 8a 3c 02 42 ac 11 00 02"},
-                          {});
-  EXPECT_EQ(part(reply, 80, 8), hex_text(hex("00 00 00 00 01 00 00 00")));
 }
 
 }  // namespace

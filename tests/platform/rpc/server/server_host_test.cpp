@@ -196,6 +196,7 @@ TEST_F(ServerHostTest, AnswersManagementAsToldAndNothingWhenMute) {
     EXPECT_EQ(type, each.answer);
     if (type == PacketType::response) {
       ASSERT_EQ(client.received.body.size(), 8u);
+      EXPECT_EQ(load32(client.received.body.data(), true), 0u);
       EXPECT_EQ(load32(client.received.body.data() + 4, true), each.listening);
     }
   }
