@@ -15,7 +15,6 @@
 namespace endtoend {
 namespace {
 
-constexpr std::string_view kText = "type = \"text\"";
 const std::string kByteOrders[] = {"byte_order = \"little\"", "byte_order = \"big\""};
 
 // --- Configuration.
@@ -83,34 +82,6 @@ TEST(Configuration, AMetricThatTheClassLacksLeavesItsLineOut) {
     const Result result = ztcomm({"-s", "alpha", "-c"}, kUtc);
     EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -c") + configuration_report(i));
     EXPECT_EQ(result.err, "");
-  }
-}
-
-TEST(Configuration, SaysWhatIsMissing) {
-  const struct {
-    std::string_view name;
-    std::string source;
-    std::string_view served;
-    std::string expected_err;
-  } cases[] = {
-      {"no collector", SourceText("ORDERS").text(), "ORDERS", message(20, 102)},
-      {"its name in another case", configuration_class(SourceText("tambo")), "tambo",
-       message(20, 102)},
-      {"no class", SourceText("TAMBO").with_class("GLOBAL").metric("A").text(), "TAMBO",
-       message(20, 1, "CONFIGURATION")},
-      {"a class without metrics", SourceText("TAMBO").with_class("CONFIGURATION").text(), "TAMBO",
-       message(20, 1, "CONFIGURATION")},
-      {"a class without rows",
-       SourceText("TAMBO").with_class("CONFIGURATION").metric("GBL_OSNAME", kText).text(), "TAMBO",
-       message(20, 101, "CONFIGURATION")},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.name);
-    const Agent agent(each.source + system_alpha({each.served}));
-    const Result result = ztcomm({"-s", "alpha", "-c"}, kUtc);
-    EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha -c"));
-    EXPECT_EQ(result.err, each.expected_err);
-    EXPECT_EQ(result.status, 0);
   }
 }
 
@@ -210,41 +181,19 @@ TEST(DataQuery, PushesLongTextsAndHeadingsToTheRight) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST(DataQuery, SaysWhatIsMissing) {
-  const std::string long_name(100, 'L');
-  SourceText none("NONE");
-  const struct {
-    std::string_view name;
-    std::string source;
-    std::string typed;
-    std::string expected_err;
-  } cases[] = {
-      {"unknown data source", SourceText("ORDERS").text(), "unknown", message(20, 9, "unknown")},
-      {"mixed case typed otherwise", SourceText("Orders").text(), "orders",
-       message(20, 9, "orders")},
-      {"a class without metrics", SourceText("ORDERS").with_class("C").text(), "ORDERS", ""},
-      {"no data yet", SourceText("ORDERS").with_class("C").metric("A").metric("B").text(), "ORDERS",
-       message(20, 122, "C")},
-      {"nothing in the last hour",
-       SourceText("ORDERS")
-           .with_class("C", rows_at({{kNoon - 7200, "1, 2"}}) + "\nlast_x = 1705320000")
-           .metric("A")
-           .metric("B")
-           .text(),
-       "ORDERS", message(20, 101, "C")},
-      {"the collector without its class",
-       SourceText("TAMBO").with_class("C", "rows = 1").metric("A").metric("B").text(), "TAMBO",
-       message(20, 1, "GLOBAL")},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.name);
-    const std::string served = each.source.substr(8, each.source.find(']') - 8);
-    const Agent agent(each.source + system_alpha({served}));
-    const Result result = query(each.typed);
-    EXPECT_EQ(result.out, query_heading(each.typed));
-    EXPECT_EQ(result.err, each.expected_err);
-    EXPECT_EQ(result.status, 0);
-  }
+// What else can be missing is in the atlas of faults.
+TEST(DataQuery, SaysThatTheLastHourIsEmpty) {
+  SourceText source("ORDERS");
+  source.with_class("C", rows_at({{kNoon - 7200, "1, 2"}}) + "\nlast_x = 1705320000");
+  const Agent agent(source.metric("A").metric("B").text() + system_alpha({"ORDERS"}));
+  const Result result = query("ORDERS");
+  EXPECT_EQ(result.out, query_heading("ORDERS"));
+  EXPECT_EQ(result.err, message(20, 101, "C"));
+}
+
+TEST(Configuration, IsTheCollectorsToTheLetter) {
+  const Agent agent(configuration_class(SourceText("tambo")) + system_alpha({"tambo"}));
+  EXPECT_EQ(ztcomm({"-s", "alpha", "-c"}).err, message(20, 102));
 }
 
 TEST(DataQuery, UsesTheConnectionOfTheCheckBefore) {

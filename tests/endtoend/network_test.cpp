@@ -70,17 +70,5 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
   }
 }
 
-TEST(BadNetwork, AServerThatSaysThatItWorksIsWaitedFor) {
-  const Agent agent(SourceText("ORDERS").text() + system_alpha({"ORDERS"}, "port = 1045") +
-                    "port = 1050\nbehaviour = [{operation = \"ag_Ping\", late_ms = 10000}]\n");
-  const Result result = ztcomm({"-s", "alpha"}, {{"ZT_RPC_TIMEOUT", "0"}});
-  EXPECT_EQ(result.out, heading_of_alpha("ztcomm -s alpha") +
-                            "Found registered rep_servers at:\n\n"
-                            "  Server: Port[1045] - ORDERS\n  Path  : /var/opt/ORDERS\n\n"
-                            "Found almserver registered at:\n\n  Port[1050]\n\n");
-  EXPECT_EQ(result.err, message(20, 203, "0") + "\n");
-  EXPECT_GE(result.seconds, 10);
-}
-
 }  // namespace
 }  // namespace endtoend

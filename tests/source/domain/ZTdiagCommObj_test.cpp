@@ -102,16 +102,6 @@ TEST_F(DiagComm, ShowsPendingMessagesInOrder) {
   EXPECT_STREQ("no such name.", diagnostic_->ReturnSystemName());
 }
 
-TEST_F(DiagComm, ReadsTheEnvironmentWhenItIsBuilt) {
-  ::setenv("ZT_RPC_TIMEOUT", "11", 1);
-  ::setenv("ZT_TRACE_INTERNAL", "2", 1);
-  EXPECT_EQ(message(202) + "\n" + message(205) + "\n",
-            capture([] { const zt_DiagComm_class another; }).err);
-  ::unsetenv("ZT_RPC_TIMEOUT");
-  ::unsetenv("ZT_TRACE_INTERNAL");
-  zt_trace_level = 0;
-}
-
 // --- The configuration report.
 
 void script_configuration() {
