@@ -27,7 +27,6 @@ struct ProductCall {
 class Product {
  public:
   Product();
-  ~Product();
   Product(const Product&) = delete;
   Product& operator=(const Product&) = delete;
 

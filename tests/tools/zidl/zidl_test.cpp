@@ -311,8 +311,9 @@ TEST(ZidlReporter, ShowsLinesWithCaretsInTheOrderOfTheSource) {
 }
 
 TEST(ZidlGenerator, WritesPrefixesOnClientNamesOnly) {
-  const Compiled compiled =
-      compile_body("typedef struct { long a; } s;\nvoid t_pong([in] handle_t h);");
+  const Compiled compiled = compile_body(
+      "typedef struct { long a; } s;\nvoid t_pong([in] handle_t h);\n"
+      "[nocode] void t_none([in] handle_t h);");
   ASSERT_NE(compiled.model, nullptr);
   const std::string header = generate_header(*compiled.model, {"p_"});
   EXPECT_NE(header.find("extern const RPC_IF_HANDLE p_t_v2_1_c_ifspec;"), std::string::npos);
@@ -321,6 +322,8 @@ TEST(ZidlGenerator, WritesPrefixesOnClientNamesOnly) {
   const std::string server = generate_server_header(*compiled.model);
   EXPECT_NE(server.find("virtual void ping("), std::string::npos);
   EXPECT_NE(server.find("virtual void pong("), std::string::npos);
+  EXPECT_EQ(server.find("none("), std::string::npos);
+  EXPECT_EQ(header.find("none("), std::string::npos);
 }
 
 // A field that needs a greater alignment than its run began with begins a new run.
