@@ -93,6 +93,14 @@ TEST_F(DiagComm, ListsServersAndTheAlarmServer) {
   }
 }
 
+TEST_F(DiagComm, ARefusalIsToldAsOneEveryTime) {
+  agent.probe_port = refusing_port();
+  for (int check = 0; check < 2; ++check) {
+    const std::string told = run([&] { return diagnostic_->Breakout(); }).err;
+    EXPECT_TRUE(told.starts_with(message(114))) << told;
+  }
+}
+
 TEST_F(DiagComm, ShowsPendingMessagesInOrder) {
   // No binding can be made of this name: two messages and the status text.
   diagnostic_->ValidSystemName("127.0.0.1");

@@ -20,6 +20,13 @@ std::string message(int set, int number) {
          std::to_string(set) + ">\n";
 }
 
+// A client that is connected to the data source.
+struct Client : zt_RepServerInfo_class {
+  Client() : zt_RepServerInfo_class(kLoopback, "127.0.0.1") {
+    EXPECT_EQ(1, ConnectToServer("DATA"));
+  }
+};
+
 class RepServerInfo : public ::testing::Test {
  protected:
   RepServerInfo() {
@@ -95,8 +102,7 @@ TEST_F(RepServerInfo, MatchesLabelsBeforeNames) {
   agent.classes = {make_class(1, "ONE", {"M"}), make_class(2, "TWO", {"M"}),
                    make_class(3, "EMPTY", {}), make_class(4, "lower", {"M"})};
   agent.classes[0].table.Descriptor = descriptor(1, "ONE", "TWO");
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   struct Case {
     const char* name;
     int index;
@@ -109,8 +115,7 @@ TEST_F(RepServerInfo, MatchesLabelsBeforeNames) {
 }
 
 TEST_F(RepServerInfo, MatchesInstances) {
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   EXPECT_EQ(0, client.ValidInstanceName(2, "ALPHA"));
   EXPECT_EQ(0, client.ValidInstanceName(2, "i_a"));
   EXPECT_EQ(-1, client.ValidInstanceName(2, "GAMMA"));
@@ -166,8 +171,7 @@ TEST_F(RepServerInfo, BatchSizeFollowsTheNumberOfMetrics) {
   for (const Case& test :
        {Case{1, 255}, Case{16, 255}, Case{17, 239}, Case{500, 7}, Case{4096, 0}}) {
     agent.reads = {{{911404800, 0xFFFFFFFF}, std::vector<std::uint32_t>(4096), "", {}}};
-    zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-    ASSERT_EQ(1, client.ConnectToServer("DATA"));
+    Client client;
     const std::vector<std::uint32_t> ids(static_cast<std::size_t>(test.metrics), 1);
     ASSERT_EQ(1, client.CreateBaseView(0, ids.data(), test.metrics));
     EXPECT_EQ(static_cast<std::uint32_t>(test.metrics - 1), agent.last_metric_index);
@@ -179,8 +183,7 @@ TEST_F(RepServerInfo, BatchSizeFollowsTheNumberOfMetrics) {
 }
 
 TEST_F(RepServerInfo, ViewsOverNoMetricAreAskedForAndNotRead) {
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   EXPECT_EQ(1, client.CreateBaseView(0, nullptr, 0));
   EXPECT_EQ(0xFFFFFFFF, agent.last_metric_index);
   EXPECT_EQ(0, client.ReadData());
@@ -194,8 +197,7 @@ TEST_F(RepServerInfo, ViewsOverNoMetricAreAskedForAndNotRead) {
 }
 
 TEST_F(RepServerInfo, PositionsFromEitherEndOfTheData) {
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   const std::uint32_t id = 1;
   ASSERT_EQ(1, client.CreateBaseView(0, &id, 1));
   EXPECT_EQ(1, client.SetPosition(0, 0));
@@ -207,12 +209,13 @@ TEST_F(RepServerInfo, PositionsFromEitherEndOfTheData) {
 }
 
 TEST_F(RepServerInfo, ReadsBatchesUntilTheEndMark) {
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   const std::uint32_t ids[] = {1, 2};
   ASSERT_EQ(1, client.CreateBaseView(0, ids, 2));
-  agent.reads = {
-      {{10, 20}, {1, 2, 3, 4}, "ab", {}}, {{30, 0xFFFFFFFF}, {5, 6}, "", {}}, {{}, {}, "", {}}};
+  agent.reads = {{{10, 20}, {1, 2, 3, 4}, "ab", {}},
+                 {{30, 0xFFFFFFFF}, {5, 6}, "", {}},
+                 {{40, 0xFFFFFFFF, 50}, {5, 6, 7, 8, 9, 10}, "", {}},
+                 {{}, {}, "", {}}};
   ASSERT_EQ(1, client.ReadData());
   EXPECT_EQ(2U, client.ReturnRowCount());
   EXPECT_EQ(1, client.ReturnMoreData());
@@ -221,6 +224,8 @@ TEST_F(RepServerInfo, ReadsBatchesUntilTheEndMark) {
   EXPECT_EQ(0, client.ReturnMoreData());
   EXPECT_EQ(1U, client.ReturnLastTimeStampIndex());
   EXPECT_EQ(0U, client.ReturnIntResults()[2]) << "nothing of the earlier batch is left";
+  ASSERT_EQ(1, client.ReadData());
+  EXPECT_EQ(1U, client.ReturnRowCount()) << "what stands behind the end is no row";
   ASSERT_EQ(1, client.ReadData());
   EXPECT_EQ(0U, client.ReturnRowCount());
   EXPECT_EQ(0, client.ReturnMoreData());
@@ -241,8 +246,7 @@ TEST_F(RepServerInfo, RefusesRepliesThatDoNotAddUp) {
       {"character index beyond the buffer", {{10}, two, "", {{"character", 32768}}}},
   };
   for (const Case& test : cases) {
-    zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-    ASSERT_EQ(1, client.ConnectToServer("DATA"));
+    Client client;
     const std::uint32_t ids[] = {1, 2};
     ASSERT_EQ(1, client.CreateBaseView(0, ids, 2));
     agent.reads = {test.read};
@@ -253,8 +257,7 @@ TEST_F(RepServerInfo, RefusesRepliesThatDoNotAddUp) {
 }
 
 TEST_F(RepServerInfo, HandsOutTextsWithinWhatWasRead) {
-  zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-  ASSERT_EQ(1, client.ConnectToServer("DATA"));
+  Client client;
   const std::uint32_t id = 1;
   ASSERT_EQ(1, client.CreateBaseView(0, &id, 1));
   agent.reads = {{{10}, {0}, std::string("one\0two\0end", 11), {}}};
@@ -272,8 +275,7 @@ TEST_F(RepServerInfo, FilteredAndTemporalViewsStandOnAFilter) {
   for (const bool temporal : {false, true}) {
     agent.calls.clear();
     {
-      zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-      ASSERT_EQ(1, client.ConnectToServer("DATA"));
+      Client client;
       EXPECT_EQ(1, temporal ? client.CreateTemporalView(2, &id, 1, &id, 1, shifts, 2, 300)
                             : client.CreateFilteredView(0, &id, 1, shifts, 2));
       EXPECT_EQ(2U, agent.shifts.size());
@@ -289,8 +291,7 @@ TEST_F(RepServerInfo, FilteredAndTemporalViewsStandOnAFilter) {
   // The filter of a view that could not be made is destroyed with the object.
   agent.statuses["repFilteredView_Create"] = 1726;
   {
-    zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
-    ASSERT_EQ(1, client.ConnectToServer("DATA"));
+    Client client;
     EXPECT_EQ(0, client.CreateFilteredView(0, &id, 1, shifts, 2));
     EXPECT_EQ(0, client.CreateFilteredView(0, &id, 1, shifts, 0));
   }
@@ -300,7 +301,6 @@ TEST_F(RepServerInfo, FilteredAndTemporalViewsStandOnAFilter) {
 TEST_F(RepServerInfo, NothingIsLeftOnTheAgent) {
   const repTimeFilter_sShiftDescriptor period[] = {{0, 3600, 1}};
   const std::uint32_t metric = 1;
-  using Client = zt_RepServerInfo_class;
   const struct {
     const char* name;
     void (*act)(Client& client, const std::uint32_t* id,
@@ -329,8 +329,7 @@ TEST_F(RepServerInfo, NothingIsLeftOnTheAgent) {
   for (const auto& each : cases) {
     agent.calls.clear();
     agent.statuses.clear();
-    Client client(kLoopback, "127.0.0.1");
-    ASSERT_EQ(1, client.ConnectToServer("DATA"));
+    Client client;
     each.act(client, &metric, period);
     client.DisconnectFromServer();
     EXPECT_EQ(agent.count("repView_Create") + agent.count("repFilteredView_Create") +
