@@ -42,78 +42,67 @@ TEST(Trace, WritesPairedLinesIndentedByDepth) {
       lines);
 }
 
-using Reader = int (*)(std::string&, int&);
-
-struct Reading {
-  int result;
-  int number;
-  std::string parameter;
-};
-
-Reading read(Reader reader, const char* variable, const char* value) {
-  if (value != nullptr)
-    ::setenv(variable, value, 1);
-  else
-    ::unsetenv(variable);
-  Reading reading{-1, -1, "stale"};
-  reading.result = reader(reading.parameter, reading.number);
-  ::unsetenv(variable);
-  return reading;
-}
-
-struct Case {
-  const char* value;
-  int result, number;
-  const char* parameter;
-  std::int32_t setting;
-};
-
-TEST(EnvironmentSettings, SlowNetworkPause) {
-  for (const Case& test :
-       {Case{nullptr, 1, 0, "", 0}, Case{"5", 0, 201, "5", 5}, Case{" 7s", 0, 201, "7", 7},
-        Case{"0", 0, 200, "", 0}, Case{"word", 0, 200, "", 0}, Case{"", 0, 200, "", 0},
-        Case{"-3", 0, 201, "-3", -3},
-        Case{"99999999999999999999", 0, 201, "2147483647", 2147483647}}) {
+TEST(EnvironmentSettings, AreReadAndTold) {
+  constexpr std::int32_t kMost = 2147483647;
+  struct Variable {
+    const char* name;
+    int (*read)(std::string& parameter, int& number);
+    std::int32_t (*setting)();
+  };
+  const Variable noise{"ZT_RPC_NOISE", Init_ZT_RPC_NOISE,
+                       [] { return slownet_wait_interval.seconds; }};
+  const Variable level{"ZT_RPC_TIMEOUT", Init_ZT_RPC_TIMEOUT,
+                       [] { return static_cast<std::int32_t>(zt_com_timeout); }};
+  const Variable trace{"ZT_TRACE_INTERNAL", Init_ZT_TRACE_INTERNAL, [] { return zt_trace_level; }};
+  const struct {
+    const Variable& variable;
+    const char* value;
+    int result, number;
+    const char* parameter;
+    std::int32_t setting;
+  } cases[] = {
+      {noise, nullptr, 1, 0, "", 0},
+      {noise, "5", 0, 201, "5", 5},
+      {noise, " 7s", 0, 201, "7", 7},
+      {noise, "0", 0, 200, "", 0},
+      {noise, "word", 0, 200, "", 0},
+      {noise, "", 0, 200, "", 0},
+      {noise, "-3", 0, 201, "-3", -3},
+      {noise, "99999999999999999999", 0, 201, "2147483647", kMost},
+      {level, nullptr, 1, 0, "", 3},
+      {level, "10", 0, 203, "10", 10},
+      {level, "0", 0, 203, "0", 0},
+      {level, "word", 0, 203, "0", 0},
+      {level, "11", 0, 202, "", 3},
+      {level, "-1", 0, 202, "", 3},
+      {level, "4294967299", 0, 202, "", 3},
+      {trace, nullptr, 1, 0, "", 0},
+      {trace, "2", 0, 205, "2", 2},
+      {trace, "-4", 0, 205, "-4", -4},
+      {trace, "0", 0, 204, "", 0},
+      {trace, "x", 0, 204, "", 0},
+  };
+  for (const auto& each : cases) {
     zt_set_slownet_wait_interval(9, 9);
     zt_set_ncs_wait_interval(9, 9);
-    const Reading reading = read(Init_ZT_RPC_NOISE, "ZT_RPC_NOISE", test.value);
-    EXPECT_EQ(test.result, reading.result);
-    EXPECT_EQ(test.number, reading.number);
-    EXPECT_EQ(test.parameter, reading.parameter);
-    EXPECT_EQ(test.setting, slownet_wait_interval.seconds);
-    EXPECT_EQ(0, slownet_wait_interval.microseconds);
-    EXPECT_EQ(0, ncs_wait_interval.seconds);
+    zt_trace_level = 9;
+    DCEinit();
+    ::unsetenv(each.variable.name);
+    if (each.value != nullptr)
+      ::setenv(each.variable.name, each.value, 1);
+    std::string parameter = "stale";
+    int number = -1;
+    EXPECT_EQ(each.result, each.variable.read(parameter, number));
+    EXPECT_EQ(each.number, number) << each.variable.name << (each.value ? each.value : "");
+    EXPECT_EQ(each.parameter, parameter);
+    EXPECT_EQ(each.setting, each.variable.setting());
+    EXPECT_EQ(&each.variable == &noise ? 0 : 9, slownet_wait_interval.microseconds);
+    EXPECT_EQ(&each.variable == &noise ? 0 : 9, ncs_wait_interval.seconds);
+    ::unsetenv(each.variable.name);
   }
   zt_set_slownet_wait_interval(0, 0);
-}
-
-TEST(EnvironmentSettings, TimeoutLevel) {
-  for (const Case& test :
-       {Case{nullptr, 1, 0, "", 3}, Case{"10", 0, 203, "10", 10}, Case{"0", 0, 203, "0", 0},
-        Case{"word", 0, 203, "0", 0}, Case{"11", 0, 202, "", 3}, Case{"-1", 0, 202, "", 3},
-        Case{"4294967299", 0, 202, "", 3}}) {
-    DCEinit();
-    const Reading reading = read(Init_ZT_RPC_TIMEOUT, "ZT_RPC_TIMEOUT", test.value);
-    EXPECT_EQ(test.result, reading.result);
-    EXPECT_EQ(test.number, reading.number);
-    EXPECT_EQ(test.parameter, reading.parameter);
-    EXPECT_EQ(static_cast<std::uint32_t>(test.setting), zt_com_timeout);
-  }
-  DCEinit();
-}
-
-TEST(EnvironmentSettings, TraceLevel) {
-  for (const Case& test :
-       {Case{nullptr, 1, 0, "", 0}, Case{"2", 0, 205, "2", 2}, Case{"-4", 0, 205, "-4", -4},
-        Case{"0", 0, 204, "", 0}, Case{"x", 0, 204, "", 0}}) {
-    zt_trace_level = 9;
-    const Reading reading = read(Init_ZT_TRACE_INTERNAL, "ZT_TRACE_INTERNAL", test.value);
-    EXPECT_EQ(test.result, reading.result);
-    EXPECT_EQ(test.number, reading.number);
-    EXPECT_EQ(test.parameter, reading.parameter);
-    EXPECT_EQ(test.setting, zt_trace_level);
-  }
   zt_trace_level = 0;
+  DCEinit();
 }
 
 }  // namespace
