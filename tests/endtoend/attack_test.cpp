@@ -73,13 +73,6 @@ void expect_whole_report() {
   expect_small(result);
 }
 
-TEST(Attack, AServerMayAnswerFromAnotherOfItsAddresses) {
-  const Agent agent(system_behind_toy());
-  const ToyServer server({.port = kToyPort, .server_port = kRealPort, .answers_from = kElsewhere});
-  expect_whole_report();
-  EXPECT_GT(server.received(), 10);
-}
-
 Bytes random_bytes(std::mt19937& random, std::size_t size) {
   Bytes bytes(size);
   std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::byte>(random()); });
@@ -152,7 +145,7 @@ Bytes call_back(std::mt19937& random, const PacketHeader& request, std::uint32_t
   header.interface_id = {0x333a2276, 0, 0, 0x0d, 0, {0, 0x80, 0x9c, 0, 0, 0}};
   header.interface_version = 3;
   header.activity.time_low = static_cast<std::uint32_t>(random());
-  header.sequence = random() % 100;
+  header.sequence = static_cast<std::uint32_t>(random() % 100);
   header.opnum = static_cast<std::uint16_t>(operation);
   return encode_packet(header, random_bytes(random, 20));
 }

@@ -243,41 +243,5 @@ TEST(DataQuery, AllChecksOfARunFollowEachOther) {
   EXPECT_NE(result.out.find("Found almserver registered at:"), std::string::npos);
 }
 
-TEST(DataQuery, ACatalogueOfManyClassesTakesLittleMemory) {
-  constexpr long kMostKilobytes = 24 * 1024;
-  const Agent agent(R"(
-[source.LARGE]
-id = 1
-[[source.LARGE.class]]
-id = 1
-name = "CLASS"
-count = 250
-rows = 2
-first = 1705319940
-interval = 60
-[[source.LARGE.class.metric]]
-id = 1
-name = "METRIC"
-width = 3
-count = 4
-ramp = {from = 1, to = 9}
-[[source.LARGE.class.instance]]
-id = 1
-name = "INSTANCE"
-count = 3
-)" + system_alpha({"LARGE"}));
-  const Result result = query("LARGE");
-  EXPECT_EQ(result.out.substr(0, result.out.find("01/15")),
-            query_heading("LARGE") + "Data source LARGE, class CLASS_1\n" + std::string(26, ' ') +
-                "\nDate     Time             \n");
-  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '/'), 2 * 2 * 3);
-  EXPECT_EQ(result.err, "");
-#ifndef __SANITIZE_ADDRESS__
-  EXPECT_LT(result.peak_kilobytes, kMostKilobytes);
-#else
-  static_cast<void>(kMostKilobytes);
-#endif
-}
-
 }  // namespace
 }  // namespace endtoend

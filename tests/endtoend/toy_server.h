@@ -48,8 +48,6 @@ class ToyServer {
     thread_.join();
   }
 
-  int received() const { return received_; }  // packets of the console so far
-
  private:
   const rpc::test::UdpSocket& out() const {
     return settings_.answers_from == kAlpha ? front_ : side_;
@@ -75,7 +73,6 @@ class ToyServer {
   }
 
   void from_console(const rpc::test::Received& packet) {
-    ++received_;
     last_console_ = packet.source;
     if (packet.header.type != rpc::PacketType::response)
       consoles_[packet.header.activity] = packet.source;
@@ -94,7 +91,6 @@ class ToyServer {
   const rpc::test::UdpSocket back_{kAlpha};
   rpc::SocketAddress last_console_;
   std::map<uuid_t, rpc::SocketAddress> consoles_;  // by activity
-  std::atomic<int> received_ = 0;
   std::atomic<bool> ending_ = false;
   std::thread thread_{[this] { serve(); }};
 };

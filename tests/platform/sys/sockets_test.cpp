@@ -152,11 +152,7 @@ TEST(Errors, CarryTheWorkstationsNumbers) {
 }
 
 TEST(Connect, TellsARefusal) {
-  sockaddr_in address;
-  {
-    const Listener closed_again;
-    address = closed_again.address();
-  }
+  const sockaddr_in address = Listener().address();  // closed again
   const sockets::Socket socket = sockets::socket(AF_INET, SOCK_STREAM, 0);
   EXPECT_EQ(sockets::connect(socket, address), -1);
   EXPECT_EQ(sockets::WSAGetLastError(), sockets::WSAECONNREFUSED);

@@ -72,11 +72,7 @@ TEST(Invoke, RefusesTargetsThatCannotBeCalled) {
 }
 
 TEST(Invoke, DeadPortEndsTheCallAtOnceEveryTime) {
-  std::uint16_t dead = 0;
-  {
-    const UdpSocket socket;
-    dead = socket.port();
-  }
+  const std::uint16_t dead = UdpSocket().port();
   const Time before = Clock::now();
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(status_of(target_at(dead)), 1722U);
@@ -146,11 +142,7 @@ TEST(Invoke, JobsOnFibersCallAtOnce) {
   constexpr std::size_t kJobs = 60;
   const UdpSocket alive;
   const UdpSocket mute;
-  std::uint16_t dead = 0;
-  {
-    const UdpSocket socket;
-    dead = socket.port();
-  }
+  const std::uint16_t dead = UdpSocket().port();
   std::thread server([&] {
     // Nobody is answered before all have asked.
     std::vector<test::Received> requests;

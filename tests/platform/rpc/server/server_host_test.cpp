@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <future>
-#include <thread>
 
 #include "platform/rpc/client/invoke.h"
 #include "platform/rpc/server/event_loop.h"
@@ -80,25 +79,6 @@ class ServerHostTest : public testing::Test {
   EventLoop loop;
   ServerHost host{loop};
 };
-
-TEST_F(ServerHostTest, ServesHundredsOfEndpointsInOneProcess) {
-  std::vector<Endpoint*> endpoints;
-  for (std::uint32_t i = 0; i < 300; ++i) {
-    EndpointOptions each = options();
-    each.address = 0x7F000100 + i;
-    each.core.little_endian = i % 2 == 0;
-    endpoints.push_back(&open(std::move(each)));
-  }
-  for (const Endpoint* endpoint : endpoints) {
-    Client client(*endpoint);
-    client.send();
-    ASSERT_EQ(client.answer(loop), PacketType::response) << dotted(endpoint->address());
-    const PacketHeader& header = client.received.header;
-    EXPECT_EQ(header.representation.little_endian, endpoint->address() % 2 == 0);
-    EXPECT_NE(header.server_boot, 0u);
-  }
-  EXPECT_EQ(echo.runs, 300);
-}
 
 TEST_F(ServerHostTest, RefusesATakenPortWithAMessage) {
   const Endpoint& first = open(options());
@@ -281,16 +261,6 @@ TEST(EventLoopTest, AHandlerMayEndItsOwnWatch) {
   EXPECT_FALSE(loop.watch(-1, EPOLLIN, {}));
   close(pipe_ends[0]);
   close(pipe_ends[1]);
-}
-
-TEST(EventLoopTest, StopsWhenAnotherThreadSaysSo) {
-  EventLoop loop;
-  std::thread other([&] {
-    std::this_thread::sleep_for(milliseconds(10));
-    loop.stop();
-  });
-  loop.run();
-  other.join();
 }
 
 }  // namespace
