@@ -235,7 +235,10 @@ bool has_other_family(const char* name) {
   addrinfo wanted{};
   wanted.ai_family = AF_INET6;
   addrinfo* found = nullptr;
-  if (text.empty() || ::getaddrinfo(text.c_str(), nullptr, &wanted, &found) != 0)
+  int failed = EAI_NONAME;
+  if (!text.empty())
+    sys::run_beside([&] { failed = ::getaddrinfo(text.c_str(), nullptr, &wanted, &found); });
+  if (failed != 0)
     return false;
   ::freeaddrinfo(found);
   return true;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The connection check: one status line for every system of the system database.
 
-#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -9,8 +8,6 @@
 #include <map>
 #include <vector>
 
-#include "shared/dce/hublnk_client.h"
-#include "shared/dce/ncs2dce.h"
 #include "source/domain/ZTalarmNotifyObj.h"
 #include "source/domain/ZTdiagCommObj.h"
 #include "source/domain/ZTdiagCommTrace.h"
@@ -45,46 +42,25 @@ unsigned sweep_jobs() {
     return 1;
   const char* text = std::getenv(kJobsVariable);
   if (text == nullptr)
-    return kDefaultJobs;
+    return zt_SweepJobs(kDefaultJobs);
   unsigned jobs = 0;
   const char* end = text + std::strlen(text);
   const auto [stop, error] = std::from_chars(text, end, jobs);
   if (error == std::errc() && stop == end && jobs >= 1 && jobs <= kMostJobs)
-    return jobs;
+    return zt_SweepJobs(jobs);
   std::fprintf(stderr, "%s: '%s' is no number from 1 to %u; %u systems are asked at once.\n",
                kJobsVariable, printable(text).c_str(), kMostJobs, kDefaultJobs);
-  return kDefaultJobs;
-}
-
-// The address of the system's name, and the official name of the address, as a target has them.
-void resolve(SweepSystem& system) {
-  SystemKey key = kNoSystemKey;
-  const int status = ARPANameToSystemKey(system.name.data(), key);
-  system.name.resize(std::char_traits<char>::length(system.name.c_str()));
-  if (status != 0)
-    return;
-  system.key = key;
-  char official[kHostNameSize] = "";
-  if (key != kNoSystemKey && key != 0 && SystemKeyToARPAName(key, official, kHostNameSize) == 0)
-    system.name = official;
+  return zt_SweepJobs(kDefaultJobs);
 }
 
 // Lines in the order of the list, each as soon as all before it are there.
 void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms_can_be_asked) {
-  RoadSettings settings;
-  settings.timeout_level = zt_com_timeout;
-  settings.broker_port = sockets::ntohs(hublnk_Port());
-  std::array<std::int32_t, kMostIgnored> list{};
-  const std::size_t count = ept_CheckIgnoreIPs(list);
-  const std::vector<std::int32_t> ignored(list.begin(),
-                                          list.begin() + static_cast<std::ptrdiff_t>(count));
-  settings.ignored = &ignored;
+  const SweepSettings settings(zt_com_timeout);
   std::map<std::size_t, RoadState> waiting;
   std::size_t next = 0;
   sys::FiberLoop loop(jobs);
   zt_Sweep(
-      loop, systems, settings,
-      [&](std::size_t index, const SweepResult& result) {
+      loop, systems, settings.road(), {.done = [&](std::size_t index, const SweepResult& result) {
         RoadState state = result.report.state();
         if (state == RoadState::succeeded && !alarms_can_be_asked)
           state = RoadState::failed;
@@ -93,8 +69,7 @@ void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms
           print_status(first->second, systems[next].name);
           first = waiting.erase(first);
         }
-      },
-      [&](std::size_t index) { resolve(systems[index]); });
+      }});
 }
 
 constexpr const char* kHeader =
@@ -124,7 +99,8 @@ void zt_DiagComm_class::CheckZTDBConnections() {
     std::fflush(stdout);
     std::vector<SweepSystem> systems;
     do {
-      systems.push_back({system.ReturnSystemName(), {}});
+      systems.push_back(
+          {.name = system.ReturnSystemName(), .look_up = SweepSystem::LookUp::address_and_name});
       status = database.GetNextSystemRec(system);
     } while (status == 0);
     if (const unsigned jobs = sweep_jobs(); jobs > 1)

@@ -3,6 +3,7 @@
 
 #include "tools/ztsys/check.h"
 
+#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
@@ -14,12 +15,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <utility>
 
-#include "shared/dce/hublnk_client.h"
-#include "shared/dce/ncs2dce.h"
 #include "source/domain/ZTenvInit.h"
+#include "source/support/ZTformat.h"
 #include "source/support/ZTglobal.h"
 #include "source/support/ZTprintable.h"
 
@@ -27,56 +28,68 @@ namespace ztsys {
 
 namespace {
 
-constexpr int kPluginUnknown = 3;
-constexpr int kInterrupted = 130;
+constexpr int kEndedBySignal = 128;
 constexpr std::chrono::milliseconds kProgressStep{200};
 
-// Where the results go: standard output, or a file that readers see only when it is whole.
+// Where the results go: standard output, a file that readers see only when it is whole, or a pipe
+// or device that has a name.
 class Output {
  public:
-  explicit Output(const std::optional<std::string>& path) : path_(path.value_or("")) {
-    if (path_.empty()) {
+  explicit Output(const std::optional<std::string>& path) {
+    if (!path) {
       file_ = stdout;
       return;
     }
+    struct stat now {};
+    const bool exists = stat(path->c_str(), &now) == 0;
+    if (exists && !S_ISREG(now.st_mode)) {
+      file_ = std::fopen(path->c_str(), "w");
+      return;
+    }
+    // What a symbolic link points to is replaced, and not the link.
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path->c_str(), nullptr), std::free);
+    path_ = real != nullptr ? real.get() : *path;
     beside_ = path_ + ".XXXXXX";
     const int descriptor = mkstemp(beside_.data());
     if (descriptor < 0)
       return;
-    constexpr mode_t kReadable = 0644;
-    static_cast<void>(!fchmod(descriptor, kReadable));
+    constexpr mode_t kAsOpened = 0666;
+    const mode_t mask = umask(0);
+    umask(mask);
+    static_cast<void>(!fchmod(descriptor, kAsOpened & ~mask));
     file_ = fdopen(descriptor, "w");
   }
-  ~Output() {
-    if (path_.empty() || file_ == nullptr)
-      return;
-    std::fclose(file_);
-    unlink(beside_.c_str());
-  }
+  ~Output() { Discard(); }
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
   std::FILE* file() const { return file_; }
+  bool replaces() const { return !beside_.empty(); }
+
+  // Leaves the file as it was before.
+  void Discard() {
+    if (file_ != nullptr && file_ != stdout)
+      std::fclose(file_);
+    file_ = nullptr;
+    if (replaces())
+      unlink(beside_.c_str());
+  }
 
   // Gives the file its name. False with errno.
   bool Finish() {
-    if (path_.empty())
-      return std::fflush(file_) == 0;
-    const bool written = std::ferror(file_) == 0 && std::fflush(file_) == 0 &&
-                         fsync(fileno(file_)) == 0 &&
-                         std::rename(beside_.c_str(), path_.c_str()) == 0;
-    const int error = errno;
-    if (written) {
-      std::fclose(file_);
-      file_ = nullptr;
-    }
-    errno = error;
-    return written;
+    if (std::fflush(file_) != 0 || std::ferror(file_) != 0)
+      return false;
+    if (!replaces())
+      return true;
+    if (fsync(fileno(file_)) != 0 || std::rename(beside_.c_str(), path_.c_str()) != 0)
+      return false;
+    beside_.clear();
+    return true;
   }
 
  private:
   std::string path_;
-  std::string beside_;
+  std::string beside_;  // empty: nothing is renamed
   std::FILE* file_ = nullptr;
 };
 
@@ -96,28 +109,48 @@ class Event {
 
 class Run {
  public:
-  Run(const Arguments& arguments, std::vector<SweepSystem> systems, Output& output)
-      : systems_(std::move(systems)),
+  Run(const Arguments& arguments, CheckList& list, Output& output)
+      : list_(list),
         output_(output),
         writer_(MakeCheckWriter(arguments, output.file())),
-        loop_(static_cast<unsigned>(arguments.jobs)) {
-    totals_.systems = systems_.size();
+        loop_(Jobs(arguments)) {
+    totals_.systems = list.systems().size();
   }
 
   const CheckTotals& Go(const RoadSettings& settings) {
     writer_->Begin();
-    const auto interrupt = WatchInterrupt();
+    const auto signals = WatchSignals();
     const auto ticks = WatchTicks();
     zt_Sweep(
-        loop_, systems_, settings,
-        [this](std::size_t index, const SweepResult& result) { Done(index, result); },
-        [this](std::size_t index) { asked_.insert(index); });
+        loop_, list_.systems(), settings,
+        {.begun = [this](std::size_t index) { asked_.insert(index); },
+         .found = [this](std::size_t index) { return Found(index); },
+         .done = [this](std::size_t index, const SweepResult& result) { Done(index, result); }});
     ClearProgress();
-    End();
+    TakeTime();
+    writer_->End(totals_);
     return totals_;
   }
 
  private:
+  static unsigned Jobs(const Arguments& arguments) {
+    const auto wanted = static_cast<unsigned>(arguments.jobs);
+    const unsigned jobs = zt_SweepJobs(wanted);
+    if (jobs < wanted)
+      Tell(std::to_string(jobs) + " systems are asked at once and not " + std::to_string(wanted) +
+           ": this process may open no more files (ulimit -n)");
+    return jobs;
+  }
+
+  bool Found(std::size_t index) {
+    if (list_.Claim(&list_.systems()[index]))
+      return true;
+    asked_.erase(index);
+    --totals_.systems;
+    writer_->LeftOut(index);
+    return false;
+  }
+
   void Done(std::size_t index, const SweepResult& result) {
     asked_.erase(index);
     ++totals_.done;
@@ -126,27 +159,44 @@ class Run {
     writer_->System(index, result);
   }
 
-  void End() {
+  void TakeTime() {
     totals_.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    writer_->End(totals_);
   }
 
-  // Ends the program at once, with what is done by then.
-  std::unique_ptr<Event> WatchInterrupt() {
+  // Signals that end the program do so at once, with what is done by then; a file that would be
+  // replaced stays as it was.
+  std::unique_ptr<Event> WatchSignals() {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
+    for (const int number : {SIGINT, SIGTERM}) {
+      struct sigaction now {};
+      if (sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_IGN)
+        sigaddset(&set, number);
+    }
     const int descriptor = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     if (descriptor < 0)
       return nullptr;
     sigprocmask(SIG_BLOCK, &set, nullptr);
-    return std::make_unique<Event>(loop_, descriptor, [this] {
-      ClearProgress();
-      End();
-      output_.Finish();
-      std::_Exit(kInterrupted);
+    return std::make_unique<Event>(loop_, descriptor, [this, descriptor] {
+      signalfd_siginfo signal{};
+      if (read(descriptor, &signal, sizeof signal) == sizeof signal)
+        Stop(static_cast<int>(signal.ssi_signo));
     });
+  }
+
+  [[noreturn]] void Stop(int signal) {
+    ClearProgress();
+    TakeTime();
+    if (output_.replaces()) {
+      Tell("stopped after " + std::to_string(totals_.done) + " of " +
+           std::to_string(totals_.systems) + " systems; the output file stays as it was");
+      output_.Discard();
+    } else {
+      writer_->Stopped(totals_);
+      output_.Finish();
+    }
+    std::_Exit(kEndedBySignal + signal);
   }
 
   std::unique_ptr<Event> WatchTicks() {
@@ -167,10 +217,15 @@ class Run {
   }
 
   void ShowProgress() {
-    std::fprintf(stderr, "\r\033[K%zu of %zu, %zu did not succeed", totals_.done, totals_.systems,
-                 totals_.failed());
+    std::string line = format_text("%zu of %zu, %zu did not succeed", totals_.done, totals_.systems,
+                                   totals_.failed());
     if (!asked_.empty())  // begun in the order of the list
-      std::fprintf(stderr, "; waiting for %s", printable(systems_[*asked_.begin()].name).c_str());
+      line += "; waiting for " + printable(list_.systems()[*asked_.begin()].name);
+    // A longer line would go on in the next one, which is not cleared.
+    winsize window{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0)
+      line.resize(std::min<std::size_t>(line.size(), window.ws_col - 1U));
+    std::fprintf(stderr, "\r\033[K%s", line.c_str());
     std::fflush(stderr);
     progress_shown_ = true;
   }
@@ -182,7 +237,7 @@ class Run {
     std::fflush(stderr);
   }
 
-  std::vector<SweepSystem> systems_;
+  CheckList& list_;
   Output& output_;
   std::unique_ptr<CheckWriter> writer_;
   sys::FiberLoop loop_;
@@ -202,12 +257,15 @@ std::string WrongOptions(const Arguments& arguments) {
   return "";
 }
 
-// `verdict`: the status is about the systems, and not about what kept us from checking them.
-Status Check(const Arguments& arguments, bool* verdict) {
+}  // namespace
+
+Status RunCheck(const Arguments& arguments) {
+  if (arguments.plugin)
+    FailAsPlugin();
   if (const std::string wrong = WrongOptions(arguments); !wrong.empty())
     return FailUsage(wrong);
-  std::vector<SweepSystem> systems;
-  if (const Status status = SystemsToCheck(arguments, &systems); status != kDone)
+  CheckList list;
+  if (const Status status = list.Read(arguments); status != kDone)
     return status;
   Output output(arguments.output);
   if (output.file() == nullptr)
@@ -216,31 +274,14 @@ Status Check(const Arguments& arguments, bool* verdict) {
   std::string ignored_parameter;
   int ignored_number = 0;
   Init_ZT_RPC_TIMEOUT(ignored_parameter, ignored_number);
-  RoadSettings settings;
-  settings.timeout_level =
-      arguments.timeout >= 0 ? static_cast<std::uint32_t>(arguments.timeout) : zt_com_timeout;
-  // Looked at once for all systems.
-  settings.broker_port = sockets::ntohs(hublnk_Port());
-  std::array<std::int32_t, kMostIgnored> list{};
-  const std::size_t count = ept_CheckIgnoreIPs(list);
-  const std::vector<std::int32_t> ignored(list.begin(), list.begin() + static_cast<long>(count));
-  settings.ignored = &ignored;
-
-  const CheckTotals totals = Run(arguments, std::move(systems), output).Go(settings);
+  const SweepSettings settings(
+      arguments.timeout >= 0 ? static_cast<std::uint32_t>(arguments.timeout) : zt_com_timeout);
+  const CheckTotals totals = Run(arguments, list, output).Go(settings.road());
   if (!output.Finish())
     return Fail("cannot write the output: " + std::string(std::strerror(errno)));
-  *verdict = true;
   if (arguments.plugin)
     return static_cast<Status>(PluginStatus(arguments, totals));
   return totals.failed() == 0 ? kDone : kFailed;
-}
-
-}  // namespace
-
-Status RunCheck(const Arguments& arguments) {
-  bool verdict = false;
-  const Status status = Check(arguments, &verdict);
-  return arguments.plugin && !verdict ? static_cast<Status>(kPluginUnknown) : status;
 }
 
 }  // namespace ztsys

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "source/domain/ZTsweep.h"
@@ -16,8 +18,23 @@
 
 namespace ztsys {
 
-// The systems that the command line names, each address once. Reports failures.
-Status SystemsToCheck(const Arguments& arguments, std::vector<SweepSystem>* systems);
+// The systems that the command line names, each address once.
+class CheckList {
+ public:
+  // Reads database and files; names are left to be looked up. Reports failures.
+  Status Read(const Arguments& arguments);
+  std::vector<SweepSystem>& systems() { return systems_; }
+  // Takes a system that was looked up for the record of its address, if there is one. False when
+  // its address is on the list already.
+  bool Claim(SweepSystem* system);
+
+ private:
+  Status Gather(const Arguments& arguments);
+
+  std::vector<SweepSystem> systems_;
+  std::unordered_map<SystemKey, SweepSystem> stored_;  // for what is looked up
+  std::unordered_set<SystemKey> claimed_;
+};
 
 struct CheckTotals {
   std::size_t systems = 0;  // that are to be checked
@@ -34,7 +51,11 @@ class CheckWriter {
   virtual void Begin() {}
   // In the order in which the systems are done; `index` is their place in the list.
   virtual void System(std::size_t index, const SweepResult& result) = 0;
+  // This system is another one's double and gets no result.
+  virtual void LeftOut(std::size_t) {}
   virtual void End(const CheckTotals& totals) = 0;
+  // In place of End when the check was stopped before its end.
+  virtual void Stopped(const CheckTotals&) {}
 };
 
 // The writer of the form that the options ask for.

@@ -8,10 +8,9 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "platform/sys/native_path.h"
+#include "platform/sys/sockets.h"
 #include "tools/ztsys/check.h"
 #include "tools/ztsys/database.h"
 
@@ -54,43 +53,13 @@ Status WordsOf(const std::string& path, std::vector<std::string>* words) {
   return kDone;
 }
 
-// Takes operands from the database by name or address, and looks the others up.
-class Finder {
- public:
-  explicit Finder(const std::vector<SweepSystem>& stored) {
-    for (const SweepSystem& each : stored) {
-      by_name_.emplace(each.name, &each);
-      by_key_.emplace(each.key, &each);
-    }
-  }
-
-  SweepSystem Find(const std::string& word) const {
-    if (const auto named = by_name_.find(word); named != by_name_.end())
-      return *named->second;
-    SweepSystem system{word, "", kNoSystemKey};
-    std::string name = word;  // the look-up cuts trailing blanks in place
-    if (ARPANameToSystemKey(name.data(), system.key) != 0)
-      system.key = kNoSystemKey;
-    const auto known = by_key_.find(system.key);
-    return known != by_key_.end() ? *known->second : system;
-  }
-
- private:
-  std::unordered_map<std::string, const SweepSystem*> by_name_;
-  std::unordered_map<SystemKey, const SweepSystem*> by_key_;
-};
-
-// Two records or operands of one address are one system; the first one names it.
-void KeepEachAddressOnce(std::vector<SweepSystem>* systems) {
-  std::unordered_set<SystemKey> seen;
-  std::erase_if(*systems, [&](const SweepSystem& each) {
-    return each.key != kNoSystemKey && !seen.insert(each.key).second;
-  });
+bool IsOfGroup(const SweepSystem& system, const std::vector<std::string>& groups) {
+  return std::find(groups.begin(), groups.end(), system.group) != groups.end();
 }
 
 }  // namespace
 
-Status SystemsToCheck(const Arguments& arguments, std::vector<SweepSystem>* systems) {
+Status CheckList::Gather(const Arguments& arguments) {
   std::vector<std::string> words = arguments.operands;
   for (const std::string& path : arguments.from)
     if (const Status status = WordsOf(path, &words); status != kDone)
@@ -101,18 +70,52 @@ Status SystemsToCheck(const Arguments& arguments, std::vector<SweepSystem>* syst
   if (!named || arguments.db || !arguments.groups.empty() || DatabaseExists(arguments))
     if (const Status status = StoredSystems(arguments, &stored); status != kDone)
       return status;
-  const Finder finder(stored);
-  for (const std::string& word : words)
-    systems->push_back(finder.Find(word));
+  std::unordered_map<std::string, const SweepSystem*> by_name;
+  if (named)
+    for (const SweepSystem& each : stored) {
+      by_name.emplace(each.name, &each);
+      stored_.emplace(each.key, each);
+    }
+  std::unordered_set<std::string> seen;
+  for (const std::string& word : words) {
+    if (!seen.insert(word).second)
+      continue;
+    if (const auto record = by_name.find(word); record != by_name.end())
+      systems_.push_back(*record->second);
+    else
+      systems_.push_back({.name = word, .look_up = SweepSystem::LookUp::address});
+  }
   for (const SweepSystem& each : stored)
-    if (arguments.groups.empty() ? !named
-                                 : std::find(arguments.groups.begin(), arguments.groups.end(),
-                                             each.group) != arguments.groups.end())
-      systems->push_back(each);
-  KeepEachAddressOnce(systems);
-  if (systems->empty())
+    if (arguments.groups.empty() ? !named : IsOfGroup(each, arguments.groups))
+      systems_.push_back(each);
+  return kDone;
+}
+
+Status CheckList::Read(const Arguments& arguments) {
+  if (const Status status = Gather(arguments); status != kDone)
+    return status;
+  std::erase_if(systems_, [this](SweepSystem& each) {
+    if (each.look_up != SweepSystem::LookUp::none) {
+      // A dotted address needs no look-up.
+      each.key = static_cast<SystemKey>(sockets::inet_addr(each.name.c_str()));
+      if (each.key == kNoSystemKey || each.key == 0)
+        return false;
+    }
+    each.look_up = SweepSystem::LookUp::none;
+    return !Claim(&each);
+  });
+  if (systems_.empty())
     return FailUsage("there is no system to check");
   return kDone;
+}
+
+// Two records or operands of one address are one system; the first one names it.
+bool CheckList::Claim(SweepSystem* system) {
+  if (system->key == kNoSystemKey)
+    return true;
+  if (const auto record = stored_.find(system->key); record != stored_.end())
+    *system = record->second;
+  return claimed_.insert(system->key).second;
 }
 
 }  // namespace ztsys

@@ -61,13 +61,12 @@ class PeoplesWriter : public CheckWriter {
         line += "  " + printable(result.report.failure->text);
       line += '\n';
     }
-    waiting_.emplace(index, std::move(line));
-    for (auto first = waiting_.begin(); first != waiting_.end() && first->first == next_; ++next_) {
-      std::fputs(first->second.c_str(), out_);
-      first = waiting_.erase(first);
-    }
-    std::fflush(out_);
+    Place(index, std::move(line));
   }
+
+  void LeftOut(std::size_t index) override { Place(index, ""); }
+
+  void Stopped(const CheckTotals& totals) override { End(totals); }
 
   void End(const CheckTotals& totals) override {
     for (const auto& [index, line] : waiting_)  // of a check that was stopped
@@ -87,6 +86,15 @@ class PeoplesWriter : public CheckWriter {
   }
 
  private:
+  void Place(std::size_t index, std::string line) {
+    waiting_.emplace(index, std::move(line));
+    for (auto first = waiting_.begin(); first != waiting_.end() && first->first == next_; ++next_) {
+      std::fputs(first->second.c_str(), out_);
+      first = waiting_.erase(first);
+    }
+    std::fflush(out_);
+  }
+
   std::FILE* out_;
   bool failed_only_;
   std::size_t next_ = 0;
@@ -101,7 +109,7 @@ class JsonWriter : public CheckWriter {
     const auto& failure = result.report.failure;
     if (failed_only_ && !failure)
       return;
-    JsonObject object;
+    JsonObject object(kNoBlanks);
     object.Text("system", result.system.name);
     if (const std::string address = AddressOf(result.system); !address.empty())
       object.Text("address", address);
@@ -111,7 +119,7 @@ class JsonWriter : public CheckWriter {
       AddFailure(*failure, &object);
     std::string list;
     for (const RoadRepository& each : result.report.repositories)
-      list += (list.empty() ? "" : ", ") + Repository(each);
+      list += (list.empty() ? "" : ",") + Repository(each);
     object.Raw("repositories", '[' + list + ']');
     object.Raw("alarm_server",
                result.report.alarm ? Place(result.report.alarm->at).Take() : "null");
@@ -123,6 +131,8 @@ class JsonWriter : public CheckWriter {
   void End(const CheckTotals&) override {}
 
  private:
+  static constexpr bool kNoBlanks = false;
+
   static void AddFailure(const RoadFailure& failure, JsonObject* object) {
     object->Text("link", road_link_name(failure.link));
     object->Text("cause", road_cause_name(failure.cause));
@@ -135,14 +145,14 @@ class JsonWriter : public CheckWriter {
   }
 
   static JsonObject Place(const RoadAddress& at) {
-    JsonObject object;
+    JsonObject object(kNoBlanks);
     object.Text("address", AddressText(at.key));
     object.Number("port", at.port);
     return object;
   }
 
   static std::string Repository(const RoadRepository& repository) {
-    JsonObject object;
+    JsonObject object(kNoBlanks);
     object.Text("label", repository.name);
     object.Text("path", repository.path);
     object.Text("address", AddressText(repository.at.key));
@@ -240,7 +250,7 @@ class PluginWriter : public CheckWriter {
     if (!failure)
       return;
     // The first ones of the list, whichever are done first.
-    named_.emplace(index, Clean(result.system.name) + " (" +
+    named_.emplace(index, PluginText(result.system.name) + " (" +
                               std::string(road_link_name(failure->link)) + ' ' +
                               std::string(road_cause_name(failure->cause)) + ')');
     if (named_.size() > kMostNamed)
@@ -269,15 +279,13 @@ class PluginWriter : public CheckWriter {
     std::fprintf(out_, "%s\n", text.c_str());
   }
 
+  void Stopped(const CheckTotals& totals) override {
+    std::fprintf(out_, "ZENTRACE UNKNOWN - stopped after %zu of %zu systems\n", totals.done,
+                 totals.systems);
+  }
+
  private:
   static constexpr std::size_t kMostNamed = 10;
-
-  // What the monitoring system would take for its own.
-  static std::string Clean(const std::string& name) {
-    std::string text = printable(name);
-    std::replace(text.begin(), text.end(), '|', '?');
-    return text;
-  }
 
   const Arguments& arguments_;
   std::FILE* out_;
@@ -315,8 +323,6 @@ class HtmlWriter : public CheckWriter {
     if (const auto& failure = result.report.failure) {
       system.link = road_link_name(failure->link);
       system.cause = road_cause_name(failure->cause);
-      if (failure->at.key != kNoSystemKey)
-        system.at = PlaceText(failure->at);
       system.text = failure->text;
       system.advice = failure->advice;
     }

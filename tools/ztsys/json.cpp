@@ -45,10 +45,8 @@ void AppendQuoted(std::string& result, std::string_view text) {
 
 void JsonObject::Name(std::string_view name) {
   if (text_.size() > 1)
-    text_ += ", ";
-  text_ += '"';
-  text_ += name;
-  text_ += "\": ";
+    text_.append(",").append(blank_);
+  text_.append("\"").append(name).append("\":").append(blank_);
 }
 
 void JsonObject::Text(std::string_view name, std::string_view value) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One flat JSON object (RFC 8259) on one line.
+// One JSON object (RFC 8259) on one line.
 
 #pragma once
 
@@ -12,6 +12,9 @@ namespace ztsys {
 // Names of members are ours and stand as they are.
 class JsonObject {
  public:
+  // With a blank behind colons and commas, as people like it, or without.
+  explicit JsonObject(bool blanks = true) : blank_(blanks ? " " : "") {}
+
   // Bytes that are not UTF-8 become U+FFFD, a character for each.
   void Text(std::string_view name, std::string_view value);
   void Number(std::string_view name, std::int64_t value);
@@ -25,6 +28,7 @@ class JsonObject {
  private:
   void Name(std::string_view name);
 
+  const char* blank_;
   std::string text_ = "{";
 };
 

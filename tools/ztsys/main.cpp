@@ -2,10 +2,13 @@
 // ztsys lists and changes the systems of the system database, on a machine with or without the
 // console.
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
+#include <string>
 #include <utility>
 
 #include "platform/sys/sockets.h"
@@ -21,10 +24,21 @@ namespace {
 
 constexpr std::uint16_t kSocketLibraryVersion = 0x0101;
 
+constexpr auto kPluginUnknown = static_cast<Status>(3);
+bool as_plugin = false;
+
+// Also where the rest of the command line cannot be read.
+bool AsksForPlugin(std::span<char* const> words) {
+  return std::any_of(words.begin(), words.end(),
+                     [](const char* word) { return std::strcmp(word, "--plugin") == 0; });
+}
+
 int Run(int argc, char** argv) {
   Arguments arguments;
   const sys::Command program = Program(arguments);
   sys::CommandLine line = sys::read_command_line(program, argc, argv);
+  if (!line.error.empty() && AsksForPlugin({argv, static_cast<std::size_t>(argc)}))
+    FailAsPlugin();
   if (!line.error.empty())
     return FailUsage(line.error);
   if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
@@ -42,7 +56,20 @@ void Tell(const std::string& line) {
 
 Status Fail(const std::string& message, Status status) {
   Tell(message);
-  return status;
+  if (!as_plugin)
+    return status;
+  std::printf("ZENTRACE UNKNOWN - %s\n", PluginText(message).c_str());
+  return kPluginUnknown;
+}
+
+std::string PluginText(std::string_view text) {
+  std::string clean = printable(text);
+  std::replace(clean.begin(), clean.end(), '|', '?');
+  return clean;
+}
+
+void FailAsPlugin() {
+  as_plugin = true;
 }
 
 Status FailUsage(const std::string& message) {

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ztsys {
@@ -87,6 +88,11 @@ Status RunBackup(const Arguments& arguments);
 // Reports one line on standard error. The results are for returning.
 Status Fail(const std::string& message, Status status = kFailed);
 Status FailUsage(const std::string& message);
+// From now on a failure is also told as a monitoring system's plugin tells it: one line on standard
+// output that begins with its state, UNKNOWN, whose exit status 3 all failures then have.
+void FailAsPlugin();
+// '?' for what the monitoring system would take for its own: control characters and '|'.
+std::string PluginText(std::string_view text);
 // One line on standard error that is no failure.
 void Tell(const std::string& line);
 
