@@ -23,8 +23,9 @@ constexpr std::array<StateLook, kPageStates> kStates = {{
     {"S", "succeeded"},
 }};
 
-// Classes: s0 to s4 for the states, g the grid. Tables of a fixed layout are drawn at once, however
-// long they are.
+// Classes: s0 to s4 for the states, g the grid. A row, or a part of the grid, is laid out by itself
+// when it comes into view, which a table's own layout does not allow: ten thousand of them would
+// take many seconds.
 constexpr char kHead[] = R"(<!DOCTYPE html>
 <html lang="en"><meta charset="utf-8">
 <meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'">
@@ -35,28 +36,33 @@ body{font:15px/1.4 system-ui,sans-serif;margin:1em auto;max-width:110em;padding:
 h1{font-size:1.4em;margin:0}
 .n{display:flex;flex-wrap:wrap;gap:.5em;margin:.8em 0}
 .n label{border:1px solid #888;border-radius:.3em;padding:.2em .6em;cursor:pointer}
-.g{display:flex;flex-wrap:wrap;gap:2px;margin:.8em 0;max-height:40vh;overflow:auto}
+.g{margin:.8em 0;max-height:40vh;overflow:auto}
+.g div{display:flex;flex-wrap:wrap;gap:2px;margin-bottom:2px;content-visibility:auto;contain-intrinsic-size:auto 12em}
 .g a{width:1.3em;height:1.3em;font:bold 12px/1.3em monospace;text-align:center;text-decoration:none;border-radius:2px}
 b.k{display:inline-block;width:1.3em;text-align:center;border-radius:2px}
 .s0{background:#8c1a11;color:#fff}.s1{background:#4d4d4d;color:#fff}.s2{background:#e08a00;color:#000}
 .s3{background:#9fc5e8;color:#000}.s4{background:#d9f2e3;color:#14532d}
 input[type=search]{font:inherit;width:24em;max-width:100%;padding:.3em}
 div.t{overflow-x:auto}
-table{border-collapse:collapse;table-layout:fixed;width:100%;min-width:56em}
-th,td{text-align:left;vertical-align:top;padding:.25em .5em;border-bottom:1px solid #ddd;overflow-wrap:anywhere;unicode-bidi:isolate}
+table,thead,tbody{display:block}table{min-width:60em}
+tr{display:grid;grid-template-columns:16% 9em 9% 10em 1fr 4em;border-bottom:1px solid #ddd}
+tbody tr{content-visibility:auto;contain-intrinsic-size:auto 3.4em}
+th,td{text-align:left;padding:.25em .5em;overflow-wrap:anywhere;unicode-bidi:isolate}
 th button{font:inherit;font-weight:bold;border:0;background:none;padding:0;cursor:pointer}
 th[aria-sort=ascending] button::after{content:" \25B2"}th[aria-sort=descending] button::after{content:" \25BC"}
 tr:target{outline:2px solid #1a56db}
 i{color:#444}
-@media(prefers-color-scheme:dark){body{background:#161616;color:#eee}th button,i{color:#ddd}th,td{border-color:#444}}
+@media(prefers-color-scheme:dark){body{background:#161616;color:#eee}th button,i{color:#ddd}tr{border-color:#444}}
+[hidden]{display:none!important}
+@media(max-width:50em){table{min-width:0}tr{display:block;padding:.3em 0}thead tr{display:flex;flex-wrap:wrap}
+td{display:block;padding:0 .5em}td:first-child{font-weight:bold}td:empty{display:none}td:last-child::after{content:" ms"}}
 @media print{.g,.q{display:none}}
 </style>
 )";
 
 constexpr char kTableHead[] =
     R"(<p class="q" hidden><input type="search" id="q" placeholder="Filter by any word" aria-label="Filter"> <span id="c"></span>
-<div class="t"><table><colgroup><col style="width:16%"><col style="width:10%"><col style="width:9%"><col style="width:12%"><col><col style="width:7%"></colgroup>
-<thead><tr><th>System<th>Address<th>Group<th>State<th>What happened, and what to try<th>ms</thead><tbody>
+<div class="t"><table><thead><tr><th>System<th>Address<th>Group<th>State<th>What happened, and what to try<th>ms</thead><tbody>
 )";
 
 constexpr char kScript[] = R"(</tbody></table></div>
@@ -64,15 +70,17 @@ constexpr char kScript[] = R"(</tbody></table></div>
 "use strict";
 const body=document.querySelector("tbody"),rows=[...body.rows],cells=[...document.querySelectorAll(".g a")];
 const boxes=[...document.querySelectorAll(".n input")],query=document.getElementById("q"),count=document.getElementById("c");
-const texts=rows.map(r=>r.textContent.toLowerCase());
+let texts;
 const address=t=>t.split(".").reduce((n,o)=>n*256+ +o,0);
 const keys=[t=>t.toLowerCase(),address,t=>t.toLowerCase(),null,t=>t.toLowerCase(),Number];
 function show(){
+  texts??=rows.map(r=>r.textContent.toLowerCase());
   const words=query.value.toLowerCase().split(/\s+/).filter(w=>w);let n=0;
   rows.forEach((r,i)=>{const on=boxes[+r.className[1]].checked&&words.every(w=>texts[i].includes(w));
     r.hidden=!on;cells[i].hidden=!on;n+=on;});
-  count.textContent=n+" of "+rows.length+" systems";
+  tell(n);
 }
+function tell(n){count.textContent=n+" of "+rows.length+" systems"}
 document.querySelectorAll("th").forEach((th,column)=>{
   const button=document.createElement("button");button.textContent=th.textContent;th.replaceChildren(button);
   button.onclick=()=>{
@@ -87,16 +95,23 @@ document.querySelectorAll("th").forEach((th,column)=>{
 });
 let wait;query.oninput=()=>{clearTimeout(wait);wait=setTimeout(show,80)};
 boxes.forEach(b=>{b.hidden=false;b.onchange=show});
-document.querySelector(".q").hidden=false;show();
+document.querySelector(".q").hidden=false;tell(rows.length);
 </script>
 )";
 
-// As it is shown: markup, quotes and control characters are text, and what is no UTF-8 is U+FFFD.
+// Turns the direction of what follows, out of the text itself: U+202A to 202E, U+2066 to 2069.
+bool turns_text(std::string_view character) {
+  return (character >= "\xE2\x80\xAA" && character <= "\xE2\x80\xAE") ||
+         (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+}
+
+// As it is shown: markup and quotes are text, and what is no UTF-8 or would not stay in its place
+// is U+FFFD.
 void append_text(std::string& page, std::string_view text) {
   while (!text.empty()) {
     const std::size_t length = utf8_length(text);
     const std::string_view character = text.substr(0, length);
-    if (length == 0 || printable(character) != character)
+    if (length == 0 || printable(character) != character || turns_text(character))
       page += "\xEF\xBF\xBD";
     else if (character == "&")
       page += "&amp;";
@@ -143,14 +158,17 @@ void append_counts(std::string& page, std::span<const PageSystem> systems) {
 }
 
 void append_grid(std::string& page, std::span<const PageSystem> systems) {
-  page += "<div class=\"g\" aria-label=\"All systems\">";
+  constexpr std::size_t kPart = 500;
+  page += "<div class=\"g\" aria-label=\"All systems\"><div>";
   for (std::size_t i = 0; i < systems.size(); ++i) {
+    if (i > 0 && i % kPart == 0)
+      page += "</div><div>";
     const std::size_t state = index_of(systems[i]);
     page += "<a class=s" + std::to_string(state) + " href=#r" + std::to_string(i) + " title=\"";
     append_text(page, systems[i].name);
     page += std::string("\">") + kStates[state].letter + "</a>";
   }
-  page += "</div>\n";
+  page += "</div></div>\n";
 }
 
 void append_row(std::string& page, const PageSystem& system, std::size_t i) {
@@ -163,10 +181,7 @@ void append_row(std::string& page, const PageSystem& system, std::size_t i) {
   page += "<td><b class=\"k s" + std::to_string(state) + "\">" + kStates[state].letter + "</b> " +
           kStates[state].word + "<td>";
   if (system.state != PageState::succeeded) {
-    append_text(page, system.link + ' ' + system.cause);
-    if (!system.at.empty())
-      append_text(page, " at " + system.at);
-    page += ": ";
+    append_text(page, system.link + ' ' + system.cause + ": ");
     append_text(page, system.text);
     page += " <i>";
     append_text(page, system.advice);

@@ -24,8 +24,7 @@ struct PageSystem {
   PageState state = PageState::succeeded;
   std::string link;    // the broken link, "repository"
   std::string cause;   // "refused"
-  std::string at;      // what was asked, "10.0.0.5:41234"
-  std::string text;    // one sentence: what happened
+  std::string text;    // one sentence: what happened, to which address and port
   std::string advice;  // one sentence: what to try
   double milliseconds = 0;
 };
