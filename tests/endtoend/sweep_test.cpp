@@ -3,10 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -99,40 +97,10 @@ TEST(Sweep, GivesEverySystemItsLineInTheOrderOfTheFileHoweverManyAreAskedAtOnce)
                             "\n");
   EXPECT_EQ(result.err, level_note());
   EXPECT_EQ(result.status, 0);
-  EXPECT_LT(result.seconds, 30);
-
+  // One after another, too.
   auto environment = installation.environment();
   environment["ZT_SWEEP_JOBS"] = "1";
-  const Result in_turn = ztcomm({"-zt"}, environment);
-  EXPECT_EQ(result.out, in_turn.out);
-
-  const Result people = run("ztsys", {"check"}, environment);
-  EXPECT_EQ(people.status, 1);
-  EXPECT_EQ(people.err, "");
-  std::istringstream expected(in_turn.out.substr(kHeading.size()));
-  std::istringstream lines(people.out);
-  for (std::string line, wanted; std::getline(expected, wanted) && std::getline(lines, line);) {
-    if (wanted.ends_with(" delta"))  // the name of its address
-      wanted = "  Failed ---------- ";
-    EXPECT_TRUE(line.starts_with(wanted)) << line << " for " << wanted;
-  }
-  EXPECT_NE(people.out.find("\n9 systems: 1 succeeded, 5 failed, 1 no Halvex, 1 not supported, "
-                            "1 not available; "),
-            std::string::npos)
-      << people.out;
-
-  const Result json = run("ztsys", {"check", "--json", "alpha", "bravo", "127.0.1.2"}, environment);
-  EXPECT_EQ(std::count(json.out.begin(), json.out.end(), '\n'), 2);  // one address is one system
-  EXPECT_NE(json.out.find("\"state\": \"no-halvex\", \"link\": \"broker\", \"cause\": \"refused\", "
-                          "\"status\": 10061, \"at\": \"127.0.1.2:382\""),
-            std::string::npos)
-      << json.out;
-  const Result plugin = run("ztsys", {"check", "--plugin", "alpha", "bravo"}, environment);
-  EXPECT_EQ(plugin.status, 2);
-  EXPECT_TRUE(plugin.out.starts_with(
-      "ZENTRACE CRITICAL - 1 of 2 systems did not succeed: bravo (broker refused) | systems=2;;;0 "
-      "succeeded=1;;;0;2 failed=1;;1;0;2 time="))
-      << plugin.out;
+  EXPECT_EQ(ztcomm({"-zt"}, environment).out, result.out);
 }
 
 TEST(Sweep, ANameThatNoLongerResolvesHasFailed) {
