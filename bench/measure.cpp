@@ -61,10 +61,11 @@ double seconds_of(const std::function<void()>& work) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-Figure measure(const Work& work) {
-  work();
+Figure measure(const Work& work, int rounds) {
+  if (rounds > 1)
+    work();
   std::vector<double> values;
-  for (int round = 0; round < kRounds; ++round)
+  for (int round = 0; round < rounds; ++round)
     values.push_back(work());
   return figure_of(values);
 }

@@ -134,18 +134,21 @@ Result run(const std::string& program, const std::vector<std::string>& arguments
   result.status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
   result.out = slurp(out);
   result.err = slurp(err);
+  for (const timeval& each : {usage.ru_utime, usage.ru_stime})
+    result.processor_seconds +=
+        static_cast<double>(each.tv_sec) + static_cast<double>(each.tv_usec) / 1e6;
   result.peak_kilobytes = usage.ru_maxrss;
   return result;
 }
 
-Agent::Agent(std::string_view scenario) {
+Agent::Agent(std::string_view scenario, std::vector<std::string> options) {
   const std::string file = folder_.write("scenario.toml", scenario);
   const std::string log = (folder_.path() / "log").string();
   int ready[2];
   if (::pipe2(ready, O_CLOEXEC) != 0)
     throw std::runtime_error("no pipe");
-  pid_ = start("hxasim", {"-v", "--ready-fd", std::to_string(kReadyDescriptor), file}, {}, log, log,
-               ready[1]);
+  options.insert(options.end(), {"--ready-fd", std::to_string(kReadyDescriptor), file});
+  pid_ = start("hxasim", options, {}, log, log, ready[1]);
   ::close(ready[1]);
   char octet;
   const bool told = wait_for(ready[0], 20) && ::read(ready[0], &octet, 1) == 1;

@@ -19,6 +19,7 @@ struct Result {
   std::string out;
   std::string err;
   double seconds = 0;
+  double processor_seconds = 0;
   long peak_kilobytes = 0;  // largest resident set
 };
 
@@ -54,7 +55,8 @@ class TemporaryFolder {
 // hxasim over a scenario text, from its ready line to its end.
 class Agent {
  public:
-  explicit Agent(std::string_view scenario);
+  // With -v unless other options are given.
+  explicit Agent(std::string_view scenario, std::vector<std::string> options = {"-v"});
   ~Agent();
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
