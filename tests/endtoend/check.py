@@ -12,7 +12,7 @@ WORDS = {"succeeded": "Succeeded", "failed": "Failed", "no-halvex": "No Halvex",
 SAYINGS = {"The system cannot be reached.": "not-available", "refuses the connection": "no-halvex",
            "does not show that it speaks protocol version 2": "not-supported"}
 ALPHA = ('[[system]]\naddress = "127.0.1.1"\n[[system.repository]]\nsource = "TAMBO"\n'
-         "[system.alarm]\n\n")
+         '[system.alarm]\nbehaviour = [{operation = "ag_Ping", late_ms = 300}]\n\n')
 NO_ALARM_SERVER = "No almserver registered."
 HOSTILE = 'a"\\<b>|\udcff\udc80\r\n{}'
 wrong = 0
@@ -166,8 +166,10 @@ def one_address_twice():
     """Two records whose names have one address: two lines, and one check that the agent sees."""
     run("ztsys", "add", "--address", "10.9.9.1", "alpha")
     run("ztsys", "add", "--address", "10.9.9.2", "several")
+    seen = lambda: open("0.log").read().count("127.0.1.1/broker connection of")
+    before = seen()
     ended = run("ztcomm", "-zt")
-    expect(ended[1].count("Succeeded ------- alpha\n") == 2, ended)
+    expect(ended[1].count("Succeeded ------- alpha\n") == 2 and seen() == before + 1, ended)
 
 
 def metrics():
