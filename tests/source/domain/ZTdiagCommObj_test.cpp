@@ -101,15 +101,6 @@ TEST_F(DiagComm, ARefusalIsToldAsOneEveryTime) {
   }
 }
 
-TEST_F(DiagComm, ShowsPendingMessagesInOrder) {
-  // No binding can be made of this name: two messages and the status text.
-  diagnostic_->ValidSystemName("127.0.0.1");
-  EXPECT_EQ(0, diagnostic_->ValidSystemName("no such name."));
-  EXPECT_EQ(message(104), capture([&] { diagnostic_->DisplayErrors(); }).err);
-  EXPECT_EQ("", capture([&] { diagnostic_->DisplayErrors(); }).err);
-  EXPECT_STREQ("no such name.", diagnostic_->ReturnSystemName());
-}
-
 // --- The configuration report.
 
 void script_configuration() {
