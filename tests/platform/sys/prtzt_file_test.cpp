@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file library, the bit fields and the change counter.
+// The file library.
 
 #include "platform/sys/prtzt_file.h"
 
@@ -10,8 +10,6 @@
 #include <csignal>
 #include <string>
 
-#include "shared/general/SHbitManipObj.h"
-#include "source/shared/nt/SHsemObj.h"
 #include "tests/support/test_files.h"
 
 namespace {
@@ -125,60 +123,6 @@ TEST(BinaryFile, LocksExcludeOtherOpenFilesUntilReleasedOrClosed) {
   EXPECT_EQ(two.LockRegion(1, nowait), 0);
   two.Close();
   EXPECT_EQ(one.LockRegion(1, nowait), 0);
-}
-
-TEST(BitFields, PackFourBitFieldsLowHalfFirst) {
-  unsigned char packed[200] = {};
-  BIT_MANIPULATION_OBJECT bits(packed, 4, 400);
-  EXPECT_EQ(bits.SetBitField(3, 2), 0);
-  EXPECT_EQ(bits.SetBitField(0, 15), 0);
-  EXPECT_EQ(bits.SetBitField(0, 1), 0);
-  EXPECT_EQ(bits.SetBitField(399, 9), 0);
-  EXPECT_EQ(bits.SetBitField(3, 16), -2);
-  EXPECT_EQ(bits.SetBitField(3, -1), -2);
-  EXPECT_EQ(bits.SetBitField(400, 1), -1);
-  EXPECT_EQ(bits.ClearBitField(-1), -1);
-  EXPECT_EQ(bits.GetBitField(-1), -1);
-  EXPECT_EQ(bits.GetBitField(399), 9);
-  EXPECT_EQ(packed[1], 0) << "works on a copy";
-  bits.GetBitArray(static_cast<void*>(packed));
-  EXPECT_EQ(packed[0], 0x01);
-  EXPECT_EQ(packed[1], 0x20);
-  EXPECT_EQ(packed[199], 0x90);
-}
-
-TEST(BitFields, RefuseShapesThatDoNotFitWords) {
-  const unsigned char packed[8] = {};
-  for (const auto& [width, fields] : {std::pair{3, 8}, {0, 8}, {33, 8}, {4, 3}, {4, 0}, {-4, 8}})
-    EXPECT_EQ(BIT_MANIPULATION_OBJECT(packed, width, fields).ReturnMaxFieldsInArray(), 0)
-        << width << " x " << fields;
-}
-
-TEST(ChangeCounter, IsSharedAndKeepsRemaindersOfTruncatingDivision) {
-  const test::Folder folder;
-  const std::string path = folder / "c";
-  SEM_OBJ counter(path.c_str(), 'A', 1, 0);
-  ASSERT_TRUE(counter.ValidObj());
-  EXPECT_EQ(counter.GetSemVal(0), 0);
-  EXPECT_EQ(test::ReadFile(path), std::string(4, '\0'));
-  for (const auto& [value, stored] : {std::pair{32767, 0}, {32768, 1}, {-5, -5}, {-32768, -1}}) {
-    const int wait_status = test::RunInChild([&, value = value] {
-      SEM_OBJ other(path.c_str(), 'A', 1, 0);
-      return other.SetSemVal(0, value);
-    });
-    EXPECT_EQ(test::ExitStatus(wait_status), 1);
-    EXPECT_EQ(counter.GetSemVal(0), stored);
-  }
-}
-
-TEST(ChangeCounter, ReportsAFileThatDoesNotOpenOnStandardOutput) {
-  const test::Folder folder;
-  testing::internal::CaptureStdout();
-  const SEM_OBJ counter(folder.path().c_str(), 'A', 1, 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Open " + folder.path() + " failed\n");
-  EXPECT_FALSE(counter.ValidObj());
-  EXPECT_EQ(counter.ReturnError(), EISDIR);
-  EXPECT_EQ(counter.GetSemVal(0), -1);
 }
 
 }  // namespace
