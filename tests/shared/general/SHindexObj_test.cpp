@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <random>
 #include <string>
@@ -65,19 +66,39 @@ TEST_F(IndexFile, ReusesTheLowestHoleAndNeverShrinks) {
   EXPECT_EQ(location, 3 * kSlot);
 }
 
-TEST_F(IndexFile, RefusesOtherSizesAndLeavesTheFileAlone) {
-  Open();
+TEST_F(IndexFile, RefusesOtherSizesAndFailsWithoutItsDataFile) {
+  int wrong = kRecordSize - 1;
   std::int32_t location = 0;
+  int entries = 0;
+  const struct {
+    std::function<int()> operation;
+    int with_other_sizes;
+    int without_file;
+  } cases[] = {
+      {[&] { return index_->GetRec("k1", kKeySize, record_, wrong); }, 1006, 1002},
+      {[&] { return index_->GetRec("k1", kKeySize + 1, record_, record_size_); }, 1006, 1002},
+      {[&] { return index_->GetRec(0, record_, wrong); }, 1006, 1002},
+      {[&] { return index_->PutRec("k1", kKeySize, "zzz", wrong); }, 1006, 1002},
+      {[&] { return index_->ReplaceRec(0, "k1", "zzz", wrong); }, 1006, 1002},
+      {[&] { return index_->ReplaceRec("k1", kKeySize, "zzz", wrong); }, 1006, 1002},
+      {[&] { return index_->GetRec(0, record_, record_size_); }, 0, 1002},
+      {[&] { return index_->GetNumberOfEntries(entries, key_, key_size_, record_, record_size_); },
+       0, 1002},
+      {[&] { return index_->ReturnRecAndKey("k1", record_); }, 0, 1005}};
+  Open();
   Put("k1", "...", location);
   const std::string before = Bytes();
-  int wrong = kRecordSize - 1;
-  EXPECT_EQ(index_->GetRec("k1", kKeySize, record_, wrong), 1006);
-  EXPECT_EQ(index_->GetRec("k1", kKeySize + 1, record_, record_size_), 1006);
-  EXPECT_EQ(index_->GetRec(0, record_, wrong), 1006);
-  EXPECT_EQ(index_->PutRec("k1", kKeySize, "zzz", wrong), 1006);
-  EXPECT_EQ(index_->ReplaceRec(0, "k1", "zzz", wrong), 1006);
-  EXPECT_EQ(index_->ReplaceRec("k1", kKeySize, "zzz", wrong), 1006);
+  for (const auto& c : cases)
+    EXPECT_EQ(c.operation(), c.with_other_sizes) << &c - cases;
   EXPECT_EQ(Bytes(), before);
+  path_ = folder_ / "none/data";
+  Open();
+  EXPECT_EQ(index_->ReturnValidObj(), 0);
+  EXPECT_EQ(index_->ReturnError(), sys::tFILE_ERRORS::cMISSING);
+  for (const auto& c : cases)
+    EXPECT_EQ(c.operation(), c.without_file) << &c - cases;
+  EXPECT_EQ(index_->DeleteRec(0), 1002);
+  EXPECT_NE(index_->Lock(), 0);
 }
 
 TEST_F(IndexFile, TakesEveryStatusByteButOneForLive) {
@@ -107,21 +128,6 @@ TEST_F(IndexFile, EndsBeforeAHalfSlotAndOverwritesItOnASlotBoundary) {
   EXPECT_EQ(Put("ef", "new", location), 0);
   EXPECT_EQ(location, kSlot);
   EXPECT_EQ(Bytes(), std::string("\0abxyz\0efnew", 12));
-}
-
-TEST_F(IndexFile, FailsEveryOperationWhenTheDataFileDoesNotOpen) {
-  path_ = folder_ / "none/data";
-  Open();
-  EXPECT_EQ(index_->ReturnValidObj(), 0);
-  EXPECT_EQ(index_->ReturnError(), sys::tFILE_ERRORS::cMISSING);
-  std::int32_t location = 0;
-  int entries = 0;
-  EXPECT_EQ(Put("k1", "...", location), 1002);
-  EXPECT_EQ(index_->GetRec(0, record_, record_size_), 1002);
-  EXPECT_EQ(index_->DeleteRec(0), 1002);
-  EXPECT_EQ(index_->GetNumberOfEntries(entries, key_, key_size_, record_, record_size_), 1002);
-  EXPECT_EQ(index_->ReturnRecAndKey("k1", record_), 1005);
-  EXPECT_NE(index_->Lock(), 0);
 }
 
 TEST_F(IndexFile, PrintsDebugLinesIndentedByLevel) {
