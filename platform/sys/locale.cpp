@@ -124,10 +124,12 @@ bool is_ascii_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+enum class LeftOut { kNothing, kTimes, kWeekdays };
+
 // Writes a picture piece by piece.
 class PictureWriter {
  public:
-  explicit PictureWriter(bool date_only) : date_only_(date_only) {}
+  explicit PictureWriter(LeftOut left_out) : left_out_(left_out) {}
 
   void form(std::string_view form) {
     for (std::size_t i = 0; i < form.size(); ++i) {
@@ -159,18 +161,24 @@ class PictureWriter {
       form(composite->form);
     } else if (const Conversion* const simple = find_letter(kConversions, letter)) {
       end_quote();
-      dropping_ = date_only_ && simple->of_day;
+      dropping_ = IsLeftOut(*simple);
       if (!dropping_)
         picture_ += unpadded ? simple->unpadded : simple->picture;
     }
   }
 
-  // Behind a part of the day that is left out, what separates it from the next goes with it.
+  bool IsLeftOut(const Conversion& conversion) const {
+    const bool weekday = conversion.picture[0] == 'd' && std::strlen(conversion.picture) > 2;
+    return left_out_ == LeftOut::kTimes ? conversion.of_day
+                                        : left_out_ == LeftOut::kWeekdays && weekday;
+  }
+
+  // Behind a part that is left out, what separates it from the next goes with it.
   void literal(char c) {
     dropping_ = dropping_ && c != ' ';
     if (dropping_)
       return;
-    if (c == ' ' && date_only_ && !picture_.empty() && picture_.back() == ' ')
+    if (c == ' ' && left_out_ != LeftOut::kNothing && (picture_.empty() || picture_.back() == ' '))
       return;
     if (c == '\'') {
       picture_ += "''";
@@ -192,13 +200,13 @@ class PictureWriter {
   }
 
   std::string picture_;
-  bool date_only_;
+  LeftOut left_out_;
   bool dropping_ = false;
   bool in_quote_ = false;
 };
 
-std::string picture(std::string_view form, bool date_only) {
-  PictureWriter writer(date_only);
+std::string picture(std::string_view form, LeftOut left_out) {
+  PictureWriter writer(left_out);
   writer.form(form);
   return writer.take();
 }
@@ -236,13 +244,13 @@ bool with_item(LCID user, LCTYPE item, Use use) {
   const CategoryLocale& time = category_locale<LC_TIME_MASK>("LC_TIME");
   switch (item) {
     case LOCALE_SSHORTDATE:
-      return use(picture(time.text(D_FMT), false), time);
+      return use(short_date_picture(time.text(D_FMT)), time);
     case LOCALE_SDATE:
-      return use(date_separator(picture(time.text(D_FMT), false)), time);
+      return use(date_separator(short_date_picture(time.text(D_FMT))), time);
     case LOCALE_SLONGDATE:
-      return use(picture(time.text(D_T_FMT), true), time);
+      return use(picture(time.text(D_T_FMT), LeftOut::kTimes), time);
     case LOCALE_STIMEFORMAT:
-      return use(picture(time.text(T_FMT), false), time);
+      return use(picture(time.text(T_FMT), LeftOut::kNothing), time);
     case LOCALE_S1159:
       return use(time.text(AM_STR), time);
     case LOCALE_S2359:
@@ -324,7 +332,11 @@ int GetLocaleInfoW(LCID user, LCTYPE item, char16_t* buffer, int size) {
 }
 
 std::string picture_from_strftime(std::string_view form) {
-  return picture(form, false);
+  return picture(form, LeftOut::kNothing);
+}
+
+std::string short_date_picture(std::string_view form) {
+  return picture(form, LeftOut::kWeekdays);
 }
 
 std::string language_abbreviation(std::string_view locale_name) {

@@ -17,7 +17,7 @@ using LCTYPE = std::uint32_t;
 inline constexpr LCTYPE LOCALE_SABBREVLANGNAME = 0x0003;  // ENU for C, POSIX and English
 inline constexpr LCTYPE LOCALE_SDECIMAL = 0x000E;         // one byte
 inline constexpr LCTYPE LOCALE_SDATE = 0x001D;            // date separator, one character
-inline constexpr LCTYPE LOCALE_SSHORTDATE = 0x001F;       // picture
+inline constexpr LCTYPE LOCALE_SSHORTDATE = 0x001F;       // picture, without a weekday
 inline constexpr LCTYPE LOCALE_SLONGDATE = 0x0020;        // picture
 inline constexpr LCTYPE LOCALE_S1159 = 0x0028;            // morning; empty where nobody says it
 inline constexpr LCTYPE LOCALE_S2359 = 0x0029;            // afternoon
@@ -36,6 +36,9 @@ int GetLocaleInfoW(LCID locale, LCTYPE item, char16_t* buffer, int size);
 // A strftime form as a picture: %d.%m.%Y gives dd.MM.yyyy. Conversions that pictures cannot say
 // are left out; letters of the form are quoted as pictures do it.
 std::string picture_from_strftime(std::string_view form);
+// The same without weekdays, whose letters would be taken for a day of the month, and without what
+// separates them from the date.
+std::string short_date_picture(std::string_view form);
 
 // The three-letter language name of a locale's name: de_DE.UTF-8 gives DEU.
 std::string language_abbreviation(std::string_view locale_name);

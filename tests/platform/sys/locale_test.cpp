@@ -59,6 +59,12 @@ TEST(Picture, SaysWhatTheStrftimeFormSays) {
   };
   for (const auto& c : cases)
     EXPECT_EQ(locale::picture_from_strftime(c.form), c.picture) << c.form;
+  const std::pair<const char*, const char*> short_dates[] = {{"%A, %d %B, %Y", "dd MMMM, yyyy"},
+                                                             {"%a\xD8\x8C %d-%m-%Y", "dd-MM-yyyy"},
+                                                             {"%OC%Oy %b %Od %A", "yy MMM dd"},
+                                                             {"%Y/%m/%d", "yyyy/MM/dd"}};
+  for (const auto& [form, picture] : short_dates)
+    EXPECT_EQ(locale::short_date_picture(form), picture) << form;
 }
 
 TEST(Language, IsAbbreviatedInThreeLetters) {
