@@ -47,8 +47,6 @@ int open_flags(unsigned access) {
     default:
       flags |= O_RDONLY;
   }
-  if (access & tFILEDEFS::cSYNC)
-    flags |= O_DSYNC;
   return flags;
 }
 
@@ -155,10 +153,12 @@ void tLOGICAL_FILE::SetName(const char* name) {
 }
 
 int tLOGICAL_FILE::OpenAlways(unsigned access, unsigned /*share*/, unsigned security) {
+  synchronous_ = (access & tFILEDEFS::cSYNC) != 0;
   return Open(open_flags(access) | O_CREAT, security);
 }
 
 int tLOGICAL_FILE::OpenExisting(unsigned access) {
+  synchronous_ = (access & tFILEDEFS::cSYNC) != 0;
   return Open(open_flags(access), 0);
 }
 
@@ -215,6 +215,8 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
   if (put < 0)
     return FileStatusOf(errno);
   if (static_cast<std::uint32_t>(put) == size) {
+    if (const int status = WaitForDevice(); status != tFILE_ERRORS::cNORMAL)
+      return status;
     position_ += size;
     if (count != nullptr)
       *count = size;
@@ -226,7 +228,19 @@ int tLOGICAL_FILE::Write(const void* buffer, std::uint32_t size, std::uint32_t* 
     restored = write_at(descriptor, old.data(), static_cast<std::size_t>(had), position_) == had;
   if (position_ + static_cast<std::uint64_t>(put) > static_cast<std::uint64_t>(before.st_size))
     restored = ftruncate(descriptor, before.st_size) == 0 && restored;
+  restored = WaitForDevice() == tFILE_ERRORS::cNORMAL && restored;
   return restored ? tFILE_ERRORS::cFULL : tFILE_ERRORS::cDEVICE;
+}
+
+int tLOGICAL_FILE::WaitForDevice() const {
+  if (!synchronous_ || deferred_ || fdatasync(physical_->descriptor) == 0)
+    return tFILE_ERRORS::cNORMAL;
+  return FileStatusOf(errno);
+}
+
+int tLOGICAL_FILE::Sync() {
+  deferred_ = false;
+  return WaitForDevice();
 }
 
 int tLOGICAL_FILE::Seek(std::int32_t offset, std::uint32_t* position) {

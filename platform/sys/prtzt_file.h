@@ -105,6 +105,10 @@ class tLOGICAL_FILE {
   // advances past them. A write that the system cuts short (no room) is taken back: the old bytes
   // and the old length are restored as far as the system lets us, and the position stays.
   int Write(const void* buffer, std::uint32_t size, std::uint32_t* count);
+  // Of a file opened with cSYNC: from DeferSync on, writes return before their bytes are on the
+  // device. Sync waits for all of them, and from then on each write waits for its own again.
+  void DeferSync() { deferred_ = true; }
+  int Sync();
 
   // Moves the position; `position`, if given, receives the new one. A position before the start
   // is refused and the old one kept; one past the end is allowed.
@@ -132,12 +136,15 @@ class tLOGICAL_FILE {
 
  private:
   int Open(int flags, unsigned security);
+  int WaitForDevice() const;
   int SetLock(short type, std::uint32_t length, bool wait) const;
 
   std::string name_;
   tPHYSICAL_FILE own_;
   tPHYSICAL_FILE* physical_;
   bool closes_;
+  bool synchronous_ = false;
+  bool deferred_ = false;
   std::uint64_t position_ = 0;
 };
 

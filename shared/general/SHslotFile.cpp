@@ -103,10 +103,14 @@ int SlotFile::Write(std::uint32_t location, const char* slots, std::uint32_t cou
 }
 
 int SlotFile::WriteOverDeleted(std::uint32_t location, std::vector<char> slot) {
-  if (location % kPageSize + slot_size_ <= kPageSize)
+  if (!IsOnTwoPages(location))
     return Write(location, slot.data());
   const char state = slot[0];
   slot[0] = kIndexSlotDeleted;
+bool SlotFile::IsOnTwoPages(std::uint32_t location) const {
+  return location % kPageSize + slot_size_ > kPageSize;
+}
+
   const int status = Write(location, slot.data());
   return status != 0 ? status : WriteState(location, state);
 }

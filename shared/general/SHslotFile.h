@@ -46,10 +46,17 @@ class SlotFile {
   int Read(std::uint32_t location, char* slot);
   // Writes whole slots side by side in one system call.
   int Write(std::uint32_t location, const char* slots, std::uint32_t count = 1);
+  // Whether a slot there may be written in part when the writer is killed.
+  bool IsOnTwoPages(std::uint32_t location) const;
   // Writes a live slot over a deleted one: whoever dies on the way leaves it deleted.
   int WriteOverDeleted(std::uint32_t location, std::vector<char> slot);
   // Writes only a slot's status octet.
   int WriteState(std::uint32_t location, char state);
+
+  // Writes return when their bytes are on the device. From DeferSync on they return sooner, and
+  // Sync waits for all of them.
+  void DeferSync() { data_.DeferSync(); }
+  int Sync() { return data_.Sync(); }
 
   // Whether a slot that starts there would have a location beyond 31 bits.
   bool IsEndOfLocations(std::uint32_t location) const;

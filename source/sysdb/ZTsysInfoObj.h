@@ -72,11 +72,14 @@ class zt_SystemDBMgt_class {
   int DeleteSystemRec(SystemKey key);
   // Gives a system another address in one write, all else kept. 1005: there is no such system.
   int MoveSystemRec(SystemKey key, SystemKey new_key);
-  // Inserts systems, under the lock and after SyncWithFile: their keys are not in the database.
-  // `next` gives one after the other, false behind the last. `added` counts those that are stored.
+  // Many at once, under the lock and after SyncWithFile: the device is waited for once. Inserts
+  // systems whose keys are not in the database; `next` gives one after the other, false behind the
+  // last. `added` counts those that are stored.
   int AddSystemRecs(const std::function<bool(SystemKey&, zt_SystemInfo_struct&)>& next, int& added);
   // Makes the table certainly that of the file, whatever the change counter says.
   int SyncWithFile();
+  // The same for changes of systems that are there; null behind the last.
+  int UpdateSystemRecs(const std::function<const zt_SystemInfo_class*()>& next, int& updated);
   // For repairs of single slots: the file, and what tells every process that it has changed.
   SlotFile& File() { return fIndexDataObj->File(); }
   void TellChange() { RaiseChangeCounter(); }
@@ -119,7 +122,10 @@ class zt_SystemDBMgt_class {
   int CounterValue() const;
   void RaiseChangeCounter();
   int InsertSystem(SystemKey key, const zt_SystemInfo_struct& record, bool follows);
-  int AppendSystems(const std::function<bool(std::vector<char>&)>& next_slot, int& added);
+  using NextSlot = std::function<bool(std::vector<char>&)>;
+  int FillHoles(const NextSlot& next_slot, int& added);
+  int MakeLive(std::vector<std::uint32_t>& filled, int& added);
+  int AppendSystems(const NextSlot& next_slot, int& added);
   void BuildSystemXrefTable();
   void GrowSystemXrefTable();
   void TakeInInsertedSystem();

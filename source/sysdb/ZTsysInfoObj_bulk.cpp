@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inserts by the thousand: holes are filled slot by slot, and what is left goes behind the end in
-// large writes. A process that is killed within such a write leaves the slots before that place, and
-// part of one, which is no record.
+// Inserts and changes by the thousand, which wait for the device at their end. Holes are filled
+// slot by slot, and what is left goes behind the end in large writes. A process that is killed
+// within such a write leaves the slots before that place, and part of one, which is no record.
 
 #include <algorithm>
 #include <cstring>
@@ -13,6 +13,9 @@
 namespace {
 
 constexpr std::uint32_t kSlotsPerWrite = 1024 * 1024 / kSlotSize;
+
+// Slots on two pages that are filled before the device is waited for and they become live.
+constexpr std::size_t kMostFilled = 256;
 
 }  // namespace
 
@@ -34,26 +37,69 @@ int zt_SystemDBMgt_class::AddSystemRecs(
     return true;
   };
   SlotFile& file = fIndexDataObj->File();
+  file.DeferSync();
+  fError = FillHoles(next_slot, added);
+  if (fError == sys::tFILE_ERRORS::cEOF)
+    fError = AppendSystems(next_slot, added);
+  const int synced = file.Sync();
+  if (synced != 0)
+    added = 0;
+  return fError = fError != 0 ? fError : synced;
+}
+
+// cEOF: there are no further holes.
+int zt_SystemDBMgt_class::FillHoles(const NextSlot& next_slot, int& added) {
+  SlotFile& file = fIndexDataObj->File();
   SlotWalk walk(file, static_cast<std::uint32_t>(fNoHoleBefore));
   std::vector<char> slot(kSlotSize);
-  for (const char* there = walk.Next(); there != nullptr; there = walk.Next()) {
+  std::vector<std::uint32_t> filled;
+  int status = 0;
+  for (const char* there = walk.Next(); status == 0; there = walk.Next()) {
+    if (there == nullptr) {
+      status = walk.status();
+      break;
+    }
     if (there[0] != kIndexSlotDeleted)
       continue;
     if (!next_slot(slot))
-      return fError = 0;
+      break;
     const SignalsBlocked together;
-    if (fError = file.WriteOverDeleted(walk.location(), slot); fError != 0)
-      return fError;
+    const bool on_two_pages = file.IsOnTwoPages(walk.location());
+    if (on_two_pages)
+      slot[0] = kIndexSlotDeleted;
+    if (status = file.Write(walk.location(), slot.data()); status != 0)
+      break;
+    if (on_two_pages)
+      filled.push_back(walk.location());
+    else
+      ++added;
     RaiseChangeCounter();
-    ++added;
+    if (filled.size() == kMostFilled)
+      status = MakeLive(filled, added);
   }
-  if (walk.status() != sys::tFILE_ERRORS::cEOF)
-    return fError = walk.status();
-  return fError = AppendSystems(next_slot, added);
+  const int made = MakeLive(filled, added);
+  return made != 0 ? made : status;
 }
 
-int zt_SystemDBMgt_class::AppendSystems(const std::function<bool(std::vector<char>&)>& next_slot,
-                                        int& added) {
+// Takes the status "deleted" off slots whose records are on the device by then: a power failure
+// leaves none of them half.
+int zt_SystemDBMgt_class::MakeLive(std::vector<std::uint32_t>& filled, int& added) {
+  if (filled.empty())
+    return 0;
+  SlotFile& file = fIndexDataObj->File();
+  int status = file.Sync();
+  file.DeferSync();
+  const SignalsBlocked together;
+  for (const std::uint32_t location : filled)
+    if (status == 0)
+      status = file.WriteState(location, kIndexSlotLive);
+  RaiseChangeCounter();
+  added += status == 0 ? static_cast<int>(filled.size()) : 0;
+  filled.clear();
+  return status;
+}
+
+int zt_SystemDBMgt_class::AppendSystems(const NextSlot& next_slot, int& added) {
   SlotFile& file = fIndexDataObj->File();
   std::uint32_t end = 0;
   if (const int status = file.End(end); status != 0)
@@ -79,4 +125,20 @@ int zt_SystemDBMgt_class::AppendSystems(const std::function<bool(std::vector<cha
     added += static_cast<int>(count);
   }
   return 0;
+}
+
+int zt_SystemDBMgt_class::UpdateSystemRecs(const std::function<const zt_SystemInfo_class*()>& next,
+                                           int& updated) {
+  SlotFile& file = fIndexDataObj->File();
+  file.DeferSync();
+  updated = 0;
+  int status = 0;
+  for (const auto* info = next(); info != nullptr && status == 0; info = next()) {
+    status = PutSystemRec(*info);
+    updated += status == 0 ? 1 : 0;
+  }
+  const int synced = file.Sync();
+  if (synced != 0)
+    updated = 0;
+  return fError = status != 0 ? status : synced;
 }

@@ -330,13 +330,17 @@ Status Import::Write() {
     return status;
   std::vector<zt_SystemInfo_class> changes;
   Sort(changes);
-  for (const zt_SystemInfo_class& info : changes) {
-    if (const int error = change->db().PutSystemRec(info); error != 0)
-      return change->Fail("cannot change " + NameAndAddress(info), error);
-    ++updated_;
+  auto changed = changes.begin();
+  int updated = 0;
+  int error = change->db().Manager().UpdateSystemRecs(
+      [&]() { return changed == changes.end() ? nullptr : &*changed++; }, updated);
+  updated_ += updated;
+  if (error != 0) {
+    failed_ += static_cast<int>(changes.size() + new_.size()) - updated;
+    return change->Fail("cannot change all systems", error);
   }
   auto next = new_.begin();
-  const int error = change->db().Manager().AddSystemRecs(
+  error = change->db().Manager().AddSystemRecs(
       [&](SystemKey& key, zt_SystemInfo_struct& record) {
         if (next == new_.end())
           return false;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A device that fails once. The program is linked with --wrap=pread,--wrap=pwrite; ZT_FAULT names
-// the call, counted from 1, that ends with EIO: "read N", "write N" (nothing is written) or "late N"
-// (all is, and the device says so no more). ZT_FAULT_SEEN is made when the call comes.
+// A device that fails once. The program is linked with --wrap for pread, pwrite and fdatasync;
+// ZT_FAULT names the call, counted from 1, that ends with EIO: "read N", "write N" (nothing is
+// written), "late N" (all is, and the device says so no more) or "sync N". ZT_FAULT_SEEN is made
+// when the call comes.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,6 +16,8 @@ ssize_t __real_pread(int descriptor, void* buffer, size_t size, off_t offset);
 ssize_t __real_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
 ssize_t __wrap_pread(int descriptor, void* buffer, size_t size, off_t offset);
 ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t offset);
+int __real_fdatasync(int descriptor);
+int __wrap_fdatasync(int descriptor);
 }
 
 namespace {
@@ -32,6 +35,7 @@ bool Fails(const char* kind, int& calls) {
 int g_reads = 0;
 int g_writes = 0;
 int g_late_writes = 0;
+int g_syncs = 0;
 
 }  // namespace
 
@@ -50,4 +54,12 @@ ssize_t __wrap_pwrite(int descriptor, const void* buffer, size_t size, off_t off
   if (before || after)
     errno = EIO;
   return after ? -1 : put;
+}
+
+int __wrap_fdatasync(int descriptor) {
+  const bool fails = Fails("sync ", g_syncs);
+  const int result = __real_fdatasync(descriptor);
+  if (fails)
+    errno = EIO;
+  return fails ? -1 : result;
 }
