@@ -19,6 +19,12 @@ void StoreText(char (&field)[size], std::string_view text) {
   std::fill(std::copy_n(text.data(), length, field), field + size, '\0');
 }
 
+// Ends the text of a field inside it, with zeros behind.
+template <std::size_t size>
+void EndText(char (&field)[size]) {
+  std::fill(field + strnlen(field, size - 1), field + size, '\0');
+}
+
 // The text of a field that may come from a damaged file, without a terminator.
 template <std::size_t size>
 std::string_view FieldText(const char (&field)[size]) {

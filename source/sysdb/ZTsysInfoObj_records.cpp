@@ -75,8 +75,8 @@ const char* ReturnSystemTypeCode(int system_type) {
 
 zt_SystemInfo_class::zt_SystemInfo_class(const zt_SystemInfo_struct& info, SystemKey key)
     : fSystemKey(key), fSystemInfo(info) {
-  StoreText(fSystemInfo.fSystemName, FieldText(info.fSystemName));
-  StoreText(fSystemInfo.fGroupName, FieldText(info.fGroupName));
+  EndText(fSystemInfo.fSystemName);
+  EndText(fSystemInfo.fGroupName);
 }
 
 zt_SystemInfo_class::zt_SystemInfo_class(const V3_SYSTEM_INFO& info, SystemKey key)

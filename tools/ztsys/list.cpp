@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <numeric>
+#include <string_view>
 
 #include "source/support/ZTprintable.h"
 #include "tools/ztsys/csv.h"
@@ -25,7 +26,6 @@ namespace {
 constexpr std::size_t kColumns = 6;
 constexpr std::size_t kColumnGap = 2;
 constexpr std::size_t kWriteAt = 64 * 1024;
-using Row = std::array<std::string, kColumns>;
 using Widths = std::array<std::size_t, kColumns>;
 constexpr std::array<const char*, kColumns> kHeading = {"NAME", "ADDRESS", "GROUP",
                                                         "TYPE", "ALARMS",  "STATUS"};
@@ -49,45 +49,70 @@ class Output {
   std::string text_;
 };
 
-void SetPrintable(std::string& cell, const char* text) {
-  const std::size_t length = std::strlen(text);
-  const bool plain = std::all_of(text, text + length, [](char c) { return c >= ' ' && c < 0x7f; });
-  if (plain)
-    cell.assign(text, length);
-  else
-    cell = printable(text);
-}
-
-// The cells keep their memory from one row to the next.
-void FillRow(Row& row, const zt_SystemInfo_class& info) {
-  char address[kKeyTextSize];
-  FormatSystemKey(info.ReturnSystemKey(), address);
-  SetPrintable(row[0], info.ReturnSystemName());
-  row[1] = address;
-  SetPrintable(row[2], info.ReturnGroupName());
-  if (row[2].empty())
-    row[2] = kNone;
-  row[3] = TypeText(info.ReturnSystemType());
-  row[4] = MonitoringText(info.ReturnMonitorAlarms());
-  row[5] = info.ReturnAlarmMgrStatusText();
-}
-
 // Characters of a text in UTF-8, for alignment.
-std::size_t Width(const std::string& text) {
+std::size_t Width(std::string_view text) {
   return static_cast<std::size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+// The cells of one system at a time.
+class Row {
+ public:
+  struct Cell {
+    std::string_view text;
+    std::size_t width = 0;
+  };
+
+  Row() {
+    for (std::size_t column = 0; column < kColumns; ++column)
+      SetPlain(column, kHeading[column]);
+  }
+
+  // The texts of `info` are used as long as the row shows it.
+  void Show(const zt_SystemInfo_class& info) {
+    FormatSystemKey(info.ReturnSystemKey(), address_);
+    SetText(0, info.ReturnSystemName());
+    SetPlain(1, address_);
+    SetText(2, info.ReturnGroupName());
+    if (cells_[2].text.empty())
+      SetPlain(2, kNone);
+    if (const char* code = ReturnSystemTypeCode(info.ReturnSystemType()); code != nullptr)
+      SetPlain(3, code);
+    else
+      SetPlain(3, scratch_[3] = TypeText(info.ReturnSystemType()));
+    SetPlain(4, MonitoringText(info.ReturnMonitorAlarms()));
+    SetPlain(5, info.ReturnAlarmMgrStatusText());
+  }
+
+  const std::array<Cell, kColumns>& cells() const { return cells_; }
+
+ private:
+  void SetPlain(std::size_t column, std::string_view text) { cells_[column] = {text, text.size()}; }
+  void SetText(std::size_t column, std::string_view text) {
+    const bool plain =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c < 0x7f; });
+    if (plain)
+      return SetPlain(column, text);
+    scratch_[column] = printable(text);
+    cells_[column] = {scratch_[column], Width(scratch_[column])};
+  }
+
+  std::array<Cell, kColumns> cells_;
+  std::array<std::string, kColumns> scratch_;
+  char address_[kKeyTextSize];
+};
+
 void Widen(Widths& widths, const Row& row) {
   for (std::size_t column = 0; column < kColumns; ++column)
-    widths[column] = std::max(widths[column], Width(row[column]));
+    widths[column] = std::max(widths[column], row.cells()[column].width);
 }
 
 void PrintRow(Output& output, const Row& row, const Widths& widths) {
   for (std::size_t column = 0; column < kColumns; ++column) {
-    output.text() += row[column];
+    const Row::Cell& cell = row.cells()[column];
+    output.text() += cell.text;
     if (column + 1 < kColumns)
-      output.text().append(widths[column] - Width(row[column]) + kColumnGap, ' ');
+      output.text().append(widths[column] - cell.width + kColumnGap, ' ');
   }
   output.EndLine();
 }
@@ -122,11 +147,13 @@ std::uint32_t Octets(const zt_SystemInfo_class& info) {
 }
 
 constexpr SortKey kSortKeys[] = {
-    {"name", [](const auto& a, const auto& b) {
+    {"name",
+     [](const auto& a, const auto& b) {
        return std::strcmp(a.ReturnSystemName(), b.ReturnSystemName()) < 0;
      }},
     {"address", [](const auto& a, const auto& b) { return Octets(a) < Octets(b); }},
-    {"group", [](const auto& a, const auto& b) {
+    {"group",
+     [](const auto& a, const auto& b) {
        return std::strcmp(a.ReturnGroupName(), b.ReturnGroupName()) < 0;
      }},
     {"updated", [](const auto& a, const auto& b) {
@@ -176,10 +203,10 @@ void PrintTable(const SystemStore& systems, const std::vector<std::uint32_t>& or
                 const Widths& widths) {
   Output output;
   Row row;
-  std::copy(kHeading.begin(), kHeading.end(), row.begin());
   PrintRow(output, row, widths);
   for (const std::uint32_t index : order) {
-    FillRow(row, systems[index]);
+    const zt_SystemInfo_class info = systems[index];
+    row.Show(info);
     PrintRow(output, row, widths);
   }
 }
@@ -217,14 +244,13 @@ Status RunList(const Arguments& arguments) {
 
   SystemStore systems;
   Row row;
-  std::copy(kHeading.begin(), kHeading.end(), row.begin());
   Widths widths{};
   Widen(widths, row);
   const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
     if (!filter(info))
       return;
     systems.Add(info);
-    FillRow(row, info);
+    row.Show(info);
     Widen(widths, row);
   });
   const std::vector<std::uint32_t> order = OrderOf(systems, arguments.sort);
