@@ -5,14 +5,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/sys/sockets.h"
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/fields.h"
 #include "tools/ztsys/new_system.h"
 
 namespace ztsys {
 
-Status AddressOf(const std::string& name, const std::optional<std::string>& address,
-                 SystemKey& key, std::string& why) {
+Status AddressOf(const std::string& name, const std::optional<std::string>& address, SystemKey& key,
+                 std::string& why) {
   const std::string& text = address ? *address : name;
   why.clear();
   if (const auto parsed = ParseAddress(text)) {
@@ -24,12 +25,19 @@ Status AddressOf(const std::string& name, const std::optional<std::string>& addr
   } else {
     std::string copy = text;
     if (ARPANameToSystemKey(copy.data(), key) != 0 || key == kNoSystemKey) {
-      why = "'" + text + "' does not resolve to an address";
+      why = RefusalOfUnresolved(text);
       return kFailed;
     }
   }
   why = RefusalOfAddress(key);
   return why.empty() ? kDone : kUsage;
+}
+
+std::string RefusalOfUnresolved(const std::string& name) {
+  return "'" + name +
+         (sockets::name_server_silent()
+              ? "' is not in the hosts file, and the name server does not answer"
+              : "' does not resolve to an address");
 }
 
 zt_SystemInfo_struct NewRecord(const std::string& name, const std::string& group, int type) {

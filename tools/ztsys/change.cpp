@@ -34,19 +34,12 @@ Status ChangeEach(const Arguments& arguments, const std::vector<zt_SystemInfo_cl
   return outcome.status();
 }
 
+// The systems that the words name; all others are reported.
 Status Collect(const Arguments& arguments, const std::vector<std::string>& words,
                std::vector<zt_SystemInfo_class>& systems) {
-  std::vector<Found> found;
-  if (const Status status = FindSystems(arguments, words, found); status != kDone)
-    return status;
-  Outcome outcome;
-  for (const Found& one : found) {
-    const Status status = CheckFound(arguments, one);
-    outcome.Add(status);
-    if (status == kDone)
-      systems.push_back(one.systems[0]);
-  }
-  return outcome.status();
+  NameLookups lookups(false);
+  return FindSystems(arguments, words, lookups,
+                     [&](const zt_SystemInfo_class& info) { systems.push_back(info); });
 }
 
 // Whether the user says yes.
@@ -113,7 +106,8 @@ Status RunMove(const Arguments& arguments) {
   });
 }
 
-// The name must belong to the same address, since the address is what identifies the system.
+// The address is what identifies the system. A name need not resolve, here as with add --address,
+// but one that is an address must be its own, or that address would find this system.
 Status RunRename(const Arguments& arguments) {
   const std::string& name = arguments.operands[1];
   if (const std::string refusal = RefusalOf("name", name, kSystemNameSize); !refusal.empty())
@@ -121,19 +115,8 @@ Status RunRename(const Arguments& arguments) {
   std::vector<zt_SystemInfo_class> systems;
   if (const Status status = Collect(arguments, {arguments.operands[0]}, systems); status != kDone)
     return status;
-  // Names are resolved before the lock is taken: it must not be held while a name server is slow.
-  SystemKey named = kNoSystemKey;
-  if (const auto parsed = ParseAddress(name)) {
-    named = *parsed;
-  } else if (!LooksLikeAddress(name)) {
-    std::string copy = name;
-    ARPANameToSystemKey(copy.data(), named);
-  }
-  if (named == kNoSystemKey)
-    return Fail("'" + name + "' does not resolve to an address");
-  if (named != systems[0].ReturnSystemKey())
-    return Fail("'" + name + "' is the name of " + AddressText(named) + ", not of " +
-                NameAndAddress(systems[0]));
+  if (LooksLikeAddress(name) && ParseAddress(name) != systems[0].ReturnSystemKey())
+    return Fail("'" + name + "' is not the address of " + NameAndAddress(systems[0]));
   return ChangeEach(arguments, systems, Outcome(), [&](Change& change, zt_SystemInfo_class& info) {
     if (const int status = change.db().PutSystemRec(WithName(info, name)); status != 0)
       return change.Fail("cannot rename " + NameAndAddress(info), status);

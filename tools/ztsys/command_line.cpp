@@ -107,7 +107,7 @@ std::vector<sys::Command> ChangingCommands(Arguments& a) {
        .run = Run(a, RunMove)},
       {.name = "rename",
        .operands = "NAME|ADDRESS NEW-NAME",
-       .summary = "give a system another name of its address",
+       .summary = "give a system another name",
        .least_operands = 2,
        .most_operands = 2,
        .options = {wait},

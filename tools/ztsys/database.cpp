@@ -50,6 +50,12 @@ std::string Obstacle(const std::string& path, bool must_exist, bool to_write) {
   return "";
 }
 
+// A word and the systems that it names: several only when they have one name.
+struct Found {
+  std::string word;
+  std::vector<zt_SystemInfo_class> systems;
+};
+
 // The words that are still without a system, by what they are searched for.
 struct Wanted {
   std::unordered_map<std::string, std::vector<Found*>> names;
@@ -75,6 +81,33 @@ Status Search(const Arguments& arguments, const Wanted& wanted) {
     if (found->systems.empty())
       found->systems.push_back(info);
   return status;
+}
+
+Status SearchByOtherNames(const Arguments& arguments, NameLookups& lookups,
+                          std::vector<Found>& found) {
+  std::vector<std::string> names;
+  for (const Found& one : found)
+    if (one.systems.empty() && !LooksLikeAddress(one.word))
+      names.push_back(one.word);
+  if (names.empty())
+    return kDone;
+  const Addresses addresses = lookups.AddressesOf(std::move(names));
+  Wanted wanted;
+  for (Found& one : found)
+    if (const auto at = addresses.find(one.word); at != addresses.end() && one.systems.empty())
+      wanted.keys[at->second].push_back(&one);
+  return wanted.keys.empty() ? kDone : Search(arguments, wanted);
+}
+
+// A word that names no system, or several.
+Status FailFound(const Arguments& arguments, const Found& found) {
+  if (found.systems.empty())
+    return Fail("no system '" + found.word + "' in " + DatabasePath(arguments), kNoSuchSystem);
+  std::string addresses;
+  for (const zt_SystemInfo_class& info : found.systems)
+    addresses += (addresses.empty() ? "" : ", ") + AddressText(info.ReturnSystemKey());
+  return Fail("'" + found.word + "' is the name of " + std::to_string(found.systems.size()) +
+              " systems: " + addresses + "; say which by its address");
 }
 
 }  // namespace
@@ -108,8 +141,9 @@ Status ForEachSystem(SystemReader& reader,
 }
 
 Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
-                   std::vector<Found>& found) {
-  found.clear();
+                   NameLookups& lookups,
+                   const std::function<void(const zt_SystemInfo_class&)>& take) {
+  std::vector<Found> found;
   for (const std::string& word : words)
     found.push_back({word, {}});
   Wanted wanted;
@@ -120,28 +154,16 @@ Status FindSystems(const Arguments& arguments, const std::vector<std::string>& w
   }
   if (const Status status = Search(arguments, wanted); status != kDone)
     return status;
-  Wanted other_names;
-  for (Found& one : found) {
-    if (!one.systems.empty() || LooksLikeAddress(one.word))
-      continue;
-    SystemKey key = kNoSystemKey;
-    std::string name = one.word;
-    if (ARPANameToSystemKey(name.data(), key) == 0 && key != kNoSystemKey)
-      other_names.keys[key].push_back(&one);
+  if (const Status status = SearchByOtherNames(arguments, lookups, found); status != kDone)
+    return status;
+  Outcome outcome;
+  for (const Found& one : found) {
+    if (one.systems.size() == 1)
+      take(one.systems[0]);
+    else
+      outcome.Add(FailFound(arguments, one));
   }
-  return other_names.keys.empty() ? kDone : Search(arguments, other_names);
-}
-
-Status CheckFound(const Arguments& arguments, const Found& found) {
-  if (found.systems.size() == 1)
-    return kDone;
-  if (found.systems.empty())
-    return Fail("no system '" + found.word + "' in " + DatabasePath(arguments), kNoSuchSystem);
-  std::string addresses;
-  for (const zt_SystemInfo_class& info : found.systems)
-    addresses += (addresses.empty() ? "" : ", ") + AddressText(info.ReturnSystemKey());
-  return Fail("'" + found.word + "' is the name of " + std::to_string(found.systems.size()) +
-              " systems: " + addresses + "; say which by its address");
+  return outcome.status();
 }
 
 std::unique_ptr<Change> Change::Begin(const Arguments& arguments, Missing missing, Status& status) {

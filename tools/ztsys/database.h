@@ -13,6 +13,7 @@
 
 #include "source/sysdb/ZTsysInfoObj.h"
 #include "source/sysdb/ZTsysReader.h"
+#include "tools/ztsys/host_names.h"
 #include "tools/ztsys/ztsys.h"
 
 namespace ztsys {
@@ -26,17 +27,12 @@ Status OpenReader(const Arguments& arguments, SystemReader& reader);
 Status ForEachSystem(SystemReader& reader,
                      const std::function<void(const zt_SystemInfo_class&)>& take);
 
-// Systems that a word of the user names: by the name stored for them, by their address, or by
-// another name of their address. Several only when they have one name.
-struct Found {
-  std::string word;
-  std::vector<zt_SystemInfo_class> systems;
-};
-// In the order of the words; in one pass, or two when a name has to be looked up.
+// Gives the systems that the user's words name to `take`, in the order of the words: by the name
+// stored for them, by their address, or by another name of their address. Reports a word that names
+// none, or several. In one pass over the file, or two when a name has to be looked up.
 Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
-                   std::vector<Found>& found);
-// Reports a word that names no system, or several.
-Status CheckFound(const Arguments& arguments, const Found& found);
+                   NameLookups& lookups,
+                   const std::function<void(const zt_SystemInfo_class&)>& take);
 
 enum class Missing { kRefuse, kCreate };
 

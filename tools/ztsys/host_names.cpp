@@ -10,14 +10,17 @@
 #include <optional>
 #include <thread>
 
+#include "platform/sys/sockets.h"
 #include "source/support/ZTprintable.h"
+#include "tools/ztsys/ztsys.h"
 
 namespace ztsys {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::size_t kMostThreads = 64;
-constexpr std::chrono::seconds kLimit{5};
 
 // The questions and answers of one round. Threads that are still in the resolver when the round is
 // over keep it alive and answer nobody.
@@ -49,9 +52,9 @@ void Work(const std::shared_ptr<Round<Question, Answer>>& round) {
 }
 
 template <typename Question, typename Answer>
-std::unordered_map<Question, Answer> Ask(
-    std::vector<Question> questions, std::function<std::optional<Answer>(const Question&)> ask,
-    std::optional<std::chrono::seconds> limit) {
+std::unordered_map<Question, Answer> Ask(std::vector<Question> questions,
+                                         std::function<std::optional<Answer>(const Question&)> ask,
+                                         std::optional<Clock::duration> limit) {
   std::sort(questions.begin(), questions.end());
   questions.erase(std::unique(questions.begin(), questions.end()), questions.end());
   const auto round = std::make_shared<Round<Question, Answer>>();
@@ -88,8 +91,30 @@ std::optional<SystemKey> Address(const std::string& name) {
 
 }  // namespace
 
-HostNames LookUpHostNames(std::vector<SystemKey> keys) {
-  return Ask<SystemKey, std::string>(std::move(keys), HostName, kLimit);
+HostNames NameLookups::NamesOf(std::vector<SystemKey> keys) {
+  if (numeric_)
+    return {};
+  const auto start = Clock::now();
+  HostNames names = Ask<SystemKey, std::string>(std::move(keys), HostName, left_);
+  Charge(start);
+  return names;
+}
+
+Addresses NameLookups::AddressesOf(std::vector<std::string> names) {
+  if (numeric_)
+    return {};
+  const auto start = Clock::now();
+  Addresses addresses = Ask<std::string, SystemKey>(std::move(names), Address, left_);
+  Charge(start);
+  return addresses;
+}
+
+void NameLookups::Charge(Clock::time_point start) {
+  left_ -= Clock::now() - start;
+  if (told_ || (left_.count() > 0 && !sockets::name_server_silent()))
+    return;
+  told_ = true;
+  Tell("the name server does not answer; only what is stored, and the hosts file, is used");
 }
 
 Addresses LookUpAddresses(std::vector<std::string> names) {

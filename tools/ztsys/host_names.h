@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -12,12 +13,27 @@
 
 namespace ztsys {
 
-// Host names by address: of those that answer within five seconds in all.
-using HostNames = std::unordered_map<SystemKey, std::string>;
-HostNames LookUpHostNames(std::vector<SystemKey> keys);
+using HostNames = std::unordered_map<SystemKey, std::string>;  // by address
+using Addresses = std::unordered_map<std::string, SystemKey>;  // by name
 
-// Addresses by name, of those that have one. Takes as long as the resolver's own limits.
-using Addresses = std::unordered_map<std::string, SystemKey>;
+// The look-ups of one command, which together take five seconds at most. What has no name or
+// address, or none in time, is not in the results. A name server that does not answer is told once.
+class NameLookups {
+ public:
+  explicit NameLookups(bool numeric) : numeric_(numeric) {}  // true: looks nothing up
+
+  HostNames NamesOf(std::vector<SystemKey> keys);
+  Addresses AddressesOf(std::vector<std::string> names);
+
+ private:
+  void Charge(std::chrono::steady_clock::time_point start);
+
+  bool numeric_;
+  bool told_ = false;
+  std::chrono::steady_clock::duration left_ = std::chrono::seconds(5);
+};
+
+// The same for what cannot go on without its addresses: takes as long as the resolver's own limits.
 Addresses LookUpAddresses(std::vector<std::string> names);
 
 }  // namespace ztsys

@@ -222,7 +222,7 @@ void Import::LookUp() {
     const auto at = addresses.find(row.name);
     std::string why;
     if (at == addresses.end())
-      why = "'" + row.name + "' does not resolve to an address";
+      why = RefusalOfUnresolved(row.name);
     else
       why = RefusalOfAddress(row.key = at->second);
     if (!why.empty()) {

@@ -16,6 +16,9 @@ namespace ztsys {
 Status AddressOf(const std::string& name, const std::optional<std::string>& address,
                  SystemKey& key, std::string& why);
 
+// What is wrong with a name for which no address was found.
+std::string RefusalOfUnresolved(const std::string& name);
+
 zt_SystemInfo_struct NewRecord(const std::string& name, const std::string& group, int type);
 
 }  // namespace ztsys

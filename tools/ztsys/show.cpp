@@ -7,7 +7,6 @@
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/description.h"
 #include "tools/ztsys/fields.h"
-#include "tools/ztsys/host_names.h"
 #include "tools/ztsys/system_store.h"
 
 namespace ztsys {
@@ -15,32 +14,20 @@ namespace ztsys {
 namespace {
 
 // The systems that the words name, or all. Words that name none, or several, are reported.
-Status Collect(const Arguments& arguments, SystemStore& systems) {
-  if (arguments.operands.empty()) {
-    SystemReader reader;
-    const Status status = OpenReader(arguments, reader);
-    return status != kDone ? status : ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
-      systems.Add(info);
-    });
-  }
-  std::vector<Found> found;
-  if (const Status status = FindSystems(arguments, arguments.operands, found); status != kDone)
-    return status;
-  Outcome outcome;
-  for (const Found& one : found) {
-    const Status status = CheckFound(arguments, one);
-    outcome.Add(status);
-    if (status == kDone)
-      systems.Add(one.systems[0]);
-  }
-  return outcome.status();
+Status Collect(const Arguments& arguments, NameLookups& lookups, SystemStore& systems) {
+  const auto take = [&](const zt_SystemInfo_class& info) { systems.Add(info); };
+  if (!arguments.operands.empty())
+    return FindSystems(arguments, arguments.operands, lookups, take);
+  SystemReader reader;
+  const Status status = OpenReader(arguments, reader);
+  return status != kDone ? status : ForEachSystem(reader, take);
 }
 
-HostNames HostNamesOf(const Arguments& arguments, const SystemStore& systems) {
+HostNames HostNamesOf(NameLookups& lookups, const SystemStore& systems) {
   std::vector<SystemKey> keys;
-  for (std::size_t i = 0; !arguments.numeric && i < systems.size(); ++i)
+  for (std::size_t i = 0; i < systems.size(); ++i)
     keys.push_back(systems[i].ReturnSystemKey());
-  return LookUpHostNames(std::move(keys));
+  return lookups.NamesOf(std::move(keys));
 }
 
 // The name that the report shows beside the stored one: without an answer, none.
@@ -66,8 +53,9 @@ void Describe(const zt_SystemInfo_class& info, const std::string& host,
 
 Status RunShow(const Arguments& arguments) {
   SystemStore systems;
-  const Status status = Collect(arguments, systems);
-  const HostNames hosts = arguments.json ? HostNames() : HostNamesOf(arguments, systems);
+  NameLookups lookups(arguments.numeric);
+  const Status status = Collect(arguments, lookups, systems);
+  const HostNames hosts = arguments.json ? HostNames() : HostNamesOf(lookups, systems);
   const BackConnectNames back_connect = ReadBackConnectNames();
   for (std::size_t i = 0; i < systems.size(); ++i) {
     const zt_SystemInfo_class info = systems[i];
@@ -83,8 +71,9 @@ Status RunShow(const Arguments& arguments) {
 
 Status RunAlarms(const Arguments& arguments) {
   SystemStore systems;
-  const Status status = Collect(arguments, systems);
-  const HostNames hosts = HostNamesOf(arguments, systems);
+  NameLookups lookups(arguments.numeric);
+  const Status status = Collect(arguments, lookups, systems);
+  const HostNames hosts = HostNamesOf(lookups, systems);
   for (std::size_t i = 0; i < systems.size(); ++i) {
     const zt_SystemInfo_class info = systems[i];
     info.PrintSystemShortInfo(NameIn(hosts, info));

@@ -82,13 +82,16 @@ TEST_F(Ztsys, ChangesSystemsAndTellsEachKindOfFailure) {
       {{"move", "192.0.2.7", "10.0.0.1"}, 4, "already"},
       {{"move", "192.0.2.7", "192.0.2.8"}, 0, "moved 192.0.2.7 (192.0.2.7) to 192.0.2.8\n"},
       {{"rename", "127.0.0.1", "localhost"}, 0, "renamed 127.0.0.1 (127.0.0.1) to localhost\n"},
-      {{"rename", "10.0.0.1", "localhost"}, 1, "is the name of 127.0.0.1"},
+      {{"rename", "10.0.0.1", "10.0.0.3"}, 1, "'10.0.0.3' is not the address of 10.0.0.1"},
+      {{"rename", "10.0.0.1", "spare"}, 0, "renamed 10.0.0.1 (10.0.0.1) to spare\n"},
       {{"set", "localhost", "10.0.0.1", "--group", "-", "--type", "1", "--alarms", "on"},
        0,
-       "changed localhost (127.0.0.1)\nchanged 10.0.0.1 (10.0.0.1)\n"},
+       "changed localhost (127.0.0.1)\nchanged spare (10.0.0.1)\n"},
       {{"set", "10.0.0.4", "--alarms", "off", "--group", "db"}, 0, "changed www (10.0.0.4)\n"},
-      {{"delete", "--yes", "10.0.0.1", "10.0.0.3"}, 0, "deleted 10.0.0.1 (10.0.0.1)\n"
-                                                       "deleted www (10.0.0.3)\n"},
+      {{"delete", "--yes", "10.0.0.1", "10.0.0.3"},
+       0,
+       "deleted spare (10.0.0.1)\n"
+       "deleted www (10.0.0.3)\n"},
       {{"list", "--sort", "name"},
        0,
        "NAME       ADDRESS    GROUP  TYPE   ALARMS    STATUS\n"
@@ -104,8 +107,10 @@ TEST_F(Ztsys, ChangesSystemsAndTellsEachKindOfFailure) {
       {{"show", "-n", "www"}, 0, "    Group           : db\n    Type            : <none>"},
       {{"show", "--short", "localhost"}, 0, "localhost (localhost): Key=127.0.0.1\n Status"},
       {{"alarms", "-n"}, 0, "U = unused"},
-      {{"info"}, 0, "  Systems           : 3\n  Slots             : 6, 2 of them holes\n"
-                    "  Size              : 3006 octets"},
+      {{"info"},
+       0,
+       "  Systems           : 3\n  Slots             : 6, 2 of them holes\n"
+       "  Size              : 3006 octets"},
       {{"verify"}, 0, db_ + ": 0 findings\n"},
       {{"backup", folder_ / "copy"}, 0, "copied " + db_ + " to " + folder_ / "copy" + "\n"},
   });
@@ -113,8 +118,8 @@ TEST_F(Ztsys, ChangesSystemsAndTellsEachKindOfFailure) {
   EXPECT_EQ(test::ReadFile(db_ + ".sem"), std::string("\x08\0\0\0", 4)) << "once for each";
   // The installation's own database, and words of the workstation's form.
   EXPECT_EQ(Run({"add", "10.0.0.1"}).status, 0);
-  EXPECT_NE(Run({"--db", folder_.path() + "\\datafiles\\ztdb", "info"}).out.find(
-                folder_ / "datafiles/ztdb" + "\n"),
+  EXPECT_NE(Run({"--db", folder_.path() + "\\datafiles\\ztdb", "info"})
+                .out.find(folder_ / "datafiles/ztdb" + "\n"),
             std::string::npos);
 }
 
@@ -305,8 +310,8 @@ TEST_F(Ztsys, TellsALeftNoteAndLeavesTheRecordAlone) {
 
 TEST_F(Ztsys, AsksOnATerminalBeforeItDeletes) {
   const std::string question = "Delete 10.0.0.1 (10.0.0.1) from " + db_ + "? [y/N] ";
-  const std::pair<const char*, int> answers[] = {{"n\n", 1}, {"yellow\n", 1}, {"\n", 1},
-                                                 {"y\n", 0}, {"yes\n", 0}};
+  const std::pair<const char*, int> answers[] = {
+      {"n\n", 1}, {"yellow\n", 1}, {"\n", 1}, {"y\n", 0}, {"yes\n", 0}};
   for (const auto& [answer, status] : answers) {
     Db({"add", "10.0.0.1"});
     const Outcome outcome = DbOnTerminal({"delete", "10.0.0.1"}, answer);
@@ -377,14 +382,13 @@ TEST_F(Ztsys, AFullDiskLeavesTheDatabaseAsItWas) {
     const Outcome outcome = Db(words, before.size() + 77);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.err.find("no room"), std::string::npos) << outcome.err;
-    EXPECT_EQ(outcome.out,
-              words[0] == "add" ? "" : "0 added, 0 updated, 0 unchanged, 2 failed\n");
+    EXPECT_EQ(outcome.out, words[0] == "add" ? "" : "0 added, 0 updated, 0 unchanged, 2 failed\n");
     EXPECT_EQ(test::ReadFile(db_), before);
   }
 }
 
 // The same on a file system without room, which only root can make.
-TEST_F(Ztsys, AFullFileSystemLeavesTheDatabaseAsItWas) {
+TEST_F(Ztsys, AFullOrReadOnlyFileSystemLeavesTheDatabaseAsItWas) {
   constexpr int kSkipped = 77;
   db_ = folder_ / "small/ztdb";
   mkdir((folder_ / "small").c_str(), 0777);
@@ -403,6 +407,12 @@ TEST_F(Ztsys, AFullFileSystemLeavesTheDatabaseAsItWas) {
     db_ += "2";
     Follow({{{"add", "10.0.0.1"}, 1, "no room"}});
     EXPECT_EQ(test::ReadFile(db_), "");
+    // Nor does one that is mounted for reading keep anybody from reading.
+    db_.pop_back();
+    EXPECT_EQ(mount(nullptr, (folder_ / "small").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, ""), 0);
+    Follow({{{"list"}, 0, "10.0.0.16"},
+            {{"info"}, 0, "read; changes need write permission for " + db_},
+            {{"delete", "--yes", "10.0.0.1"}, 5, db_ + ": Read-only file system"}});
     return HasFailure() ? 1 : 0;
   });
   if (test::ExitStatus(wait_status) == kSkipped)
