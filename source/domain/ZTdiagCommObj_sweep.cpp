@@ -2,6 +2,7 @@
 // The connection check: one status line for every system of the system database.
 
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -72,6 +73,9 @@ void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms
       }});
 }
 
+// For the lock under which a database in the older layout is converted.
+constexpr std::chrono::seconds kDatabaseWait{5};
+
 constexpr const char* kHeader =
     "Checking connection to all systems in Zentrace system database:\n"
     "\n"
@@ -86,7 +90,7 @@ void zt_DiagComm_class::CheckZTDBConnections() {
   const std::string target_name = fSystemName;
   const SystemKey target_key = fSystemKey;
   zt_SystemInfo_class system;
-  zt_SystemDBAccess_class database;
+  zt_SystemDBAccess_class database(zt_SystemDBOptions{kDatabaseWait, {}});
   zt_RPCAlarmNoticeLink_class alarms(&fSilence);
   int status = database.GetFirstSystemRec(system);
   if (status != 0) {

@@ -51,6 +51,8 @@ class zt_SystemDBMgt_class {
   int ReturnError() const { return fError; }
   const char* ReturnFileName() const { return fSystemFileName.c_str(); }
   bool ReturnReadOnly() const { return fReadOnly; }
+  // Whether the opening has made the file.
+  bool ReturnMade() const { return fMade; }
 
   // Makes the record at location 0 a version record of the current version.
   int InitializeDB();
@@ -76,10 +78,10 @@ class zt_SystemDBMgt_class {
   // systems whose keys are not in the database; `next` gives one after the other, false behind the
   // last. `added` counts those that are stored.
   int AddSystemRecs(const std::function<bool(SystemKey&, zt_SystemInfo_struct&)>& next, int& added);
-  // Makes the table certainly that of the file, whatever the change counter says.
-  int SyncWithFile();
   // The same for changes of systems that are there; null behind the last.
   int UpdateSystemRecs(const std::function<const zt_SystemInfo_class*()>& next, int& updated);
+  // Makes the table certainly that of the file, whatever the change counter says.
+  int SyncWithFile();
   // For repairs of single slots: the file, and what tells every process that it has changed.
   SlotFile& File() { return fIndexDataObj->File(); }
   void TellChange() { RaiseChangeCounter(); }
@@ -143,6 +145,7 @@ class zt_SystemDBMgt_class {
   int fXrefEntriesAvail = 0;
   std::string fSystemFileName;
   zt_SystemDBOptions fOptions;
+  bool fMade;
   bool fReadOnly = false;
   std::int32_t fCurrentLocation = -1;
   std::int64_t fLastModifyTime = 0;
@@ -155,12 +158,12 @@ class zt_SystemDBMgt_class {
   std::unique_ptr<BackConnectFile> fBackConnect;
   std::unique_ptr<INDEX_DATA_OBJ> fIndexDataObj;
   std::unique_ptr<SEM_OBJ> fSemaphoreObj;
+  NameStore fNames;
   std::vector<SYSTEM_XREF_ENTRY> fSystemXrefTable;
+  std::vector<SystemKey> fKeys;  // of entries 1 to fSystemRecCount, side by side for the search
   zt_SystemInfo_struct fSystemInfo{};
 };
-  NameStore fNames;
 
-  std::vector<SystemKey> fKeys;  // of entries 1 to fSystemRecCount, side by side for the search
 // What a status of the database means and what to try: a clause without a full stop.
 std::string SystemDatabaseText(int status);
 
@@ -187,7 +190,8 @@ struct zt_SystemFilters {
 // ValidObj and ReturnError tell the manager's state after it.
 class zt_SystemDBAccess_class {
  public:
-  zt_SystemDBAccess_class();  // on "ztdb" in the database directory, if there is no manager yet
+  // On "ztdb" in the database directory, if there is no manager yet.
+  explicit zt_SystemDBAccess_class(zt_SystemDBOptions options = {});
   // As the only user, replaces any manager by one on this file.
   explicit zt_SystemDBAccess_class(const char* system_file_name, zt_SystemDBOptions options = {});
   ~zt_SystemDBAccess_class();
@@ -238,6 +242,7 @@ class zt_SystemDBAccess_class {
   template <typename Operation>
   auto Forward(Operation operation);
   void TakeState();
+  std::string TextOf(int status) const;
 
   int fError = 0;
   int fValidObject = 0;

@@ -34,6 +34,9 @@ std::string SystemDatabaseText(int status) {
       {kSysDbBadVersion,
        "not a system database, damaged, or of an unknown version; go back to a backup"},
       {kSysDbNoLockFile, "its lock file (.lk) cannot be opened"},
+      {sys::tFILE_ERRORS::cMISSING,
+       "it, or its folder, does not exist; look at the data directory in the settings, or add "
+       "systems with ztsys add"},
       {sys::tFILE_ERRORS::cLOCKED, "another process holds the lock; try again later"},
       {sys::tFILE_ERRORS::cDEVICE,
        "the device reports an error (look into the system's log, and go back to a backup)"},
@@ -46,12 +49,12 @@ std::string SystemDatabaseText(int status) {
   return status < kIndexNotValid ? std::strerror(status) : "status " + std::to_string(status);
 }
 
-zt_SystemDBAccess_class::zt_SystemDBAccess_class() {
+zt_SystemDBAccess_class::zt_SystemDBAccess_class(zt_SystemDBOptions options) {
   ++statUserCount;
   if (statSystemInfoObj == nullptr) {
     const char* directory = BASE_CONTROL_OBJ::GetDatabaseDirectory();
     const std::string path = std::string(directory != nullptr ? directory : "") + kDatabaseName;
-    statSystemInfoObj = std::make_unique<zt_SystemDBMgt_class>(path.c_str());
+    statSystemInfoObj = std::make_unique<zt_SystemDBMgt_class>(path.c_str(), std::move(options));
   }
   TakeState();
 }
@@ -81,12 +84,27 @@ const char* zt_SystemDBAccess_class::ReturnFileName() const {
   return statSystemInfoObj->ReturnFileName();
 }
 
+// What a look at the file tells beyond the status.
+std::string zt_SystemDBAccess_class::TextOf(int status) const {
+  struct stat about {};
+  const bool there = sys::_stat(ReturnFileName(), &about) == 0;
+  if (status == sys::tFILE_ERRORS::cACCESS && there)
+    return S_ISREG(about.st_mode) ? "this user may not read it; look at its permissions"
+                                  : "it is not a plain file";
+  if (status == kSysDbNoMoreSystems && ValidObj() != 0 && statSystemInfoObj->ReturnMade())
+    return "it did not exist, and an empty one is made; add systems with ztsys add";
+  if (status == kSysDbNoMoreSystems && about.st_size % kSlotSize != 0)
+    return "it holds no system, and " + std::to_string(about.st_size % kSlotSize) +
+           " octets of a record that is cut; look at it with ztsys verify";
+  return SystemDatabaseText(status);
+}
+
 std::string zt_SystemDBAccess_class::ReturnTrouble(int status) const {
   std::string file = sys::native_path(ReturnFileName());
   // Among errno values that are no file status there are only those of the change counter.
   if (ValidObj() == 0 && status > sys::tFILE_ERRORS::cNOTOPEN && status < kIndexNotValid)
     file += ".sem";
-  return file + ": " + SystemDatabaseText(status);
+  return file + ": " + TextOf(status);
 }
 
 zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {

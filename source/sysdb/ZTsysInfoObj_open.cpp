@@ -27,7 +27,8 @@ constexpr int kMaxKept = 100;
 
 zt_SystemDBMgt_class::zt_SystemDBMgt_class(const char* system_file_name, zt_SystemDBOptions options)
     : fSystemFileName(system_file_name != nullptr ? system_file_name : ""),
-      fOptions(std::move(options)) {
+      fOptions(std::move(options)),
+      fMade(sys::_access(fSystemFileName.c_str(), 0) != 0) {
   fIndexDataObj = std::make_unique<INDEX_DATA_OBJ>(fSystemFileName.c_str(), sizeof(SystemKey),
                                                    kSystemRecordSize);
   fReadOnly = fIndexDataObj->ReturnReadOnly() || !sys::may_write(fSystemFileName + ".sem");

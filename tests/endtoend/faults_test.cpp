@@ -6,6 +6,8 @@
 // ZT_FAULTS_RECORD=FILE writes the cases with what was printed now, to be read before it is taken.
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -18,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/sys/prtzt_file.h"
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
 #include "tests/support/settings_text.h"
@@ -84,21 +87,38 @@ class Installation {
                               test::settings_text((build / "share/zentrace").string(), path()));
     std::filesystem::create_directory(folder_.path() / "datafiles");
     const std::string database = path() + "/datafiles/ztdb";
-    if (sort == "empty" || sort == "text")
+    if (sort == "no-folder")
+      std::filesystem::remove(folder_.path() / "datafiles");
+    else if (sort == "empty" || sort == "text")
       folder_.write("datafiles/ztdb", sort == "text" ? std::string(600, 'x') : "");
     else if (sort == "folder")
       std::filesystem::create_directory(database);
-    else if (sort == "one" || sort == "cut")
+    else if (sort == "locked")
+      lock_older(database);
+    else if (sort != "missing")
       run("ztsys", {"--db", database, "add", "127.0.3.1"});
     if (sort == "cut")
       std::filesystem::resize_file(database, 700);
+    if (sort == "unreadable")
+      std::filesystem::permissions(database, std::filesystem::perms::none);
   }
   std::string path() const { return folder_.path().string(); }
   const std::string& registry() const { return registry_; }
 
  private:
+  // A version record of the older layout, and the writers' lock of its file.
+  void lock_older(const std::string& database) {
+    std::string slot(501, '\0');
+    slot[5] = 3;
+    folder_.write("datafiles/ztdb", slot);
+    lock_.SetName((database + ".lk").c_str());
+    EXPECT_EQ(lock_.OpenAlways(sys::tFILEDEFS::cREADWRITE, 0, sys::tFILEDEFS::cALL_RWX), 0);
+    EXPECT_EQ(lock_.LockRegion(1, 0), 0);
+  }
+
   TemporaryFolder folder_;
   std::string registry_;
+  sys::tBINFILE lock_{nullptr, 1};
 };
 
 std::vector<std::string> words_of(const std::string& line) {
@@ -220,6 +240,9 @@ bool holds(const std::string& stream, const std::string& text) {
 class Faults : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
+    // Permissions shall count for the programs, whoever runs the tests.
+    for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH})
+      ASSERT_EQ(0, ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0));
     for (const char* command :
          {"ip link add road0 type veth peer name road1", "ip link set road1 up",
           "ip addr add 10.2.0.1/24 dev road0", "ip link set road0 up",
