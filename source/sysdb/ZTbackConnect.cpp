@@ -68,8 +68,8 @@ bool BackConnectFile::Open() {
       error_ = errno;
       return false;
     }
-    const bool later = open_time_.Initialized() != 0 &&
-                       now.st_mtime > std::int64_t{std::uint32_t{open_time_}};
+    const bool later =
+        open_time_.Initialized() != 0 && now.st_mtime > std::int64_t{std::uint32_t{open_time_}};
     // Changed or replaced, perhaps within the second of the opening: a stream that is rewound may
     // show again what it read before.
     if (later || !SameFile(now, opened_))

@@ -63,8 +63,8 @@ void zt_SystemDBMgt_class::ReportNote() {
     std::array<char, kSlotSize> slot{};
     if (location > 0 && location % kSlotSize == 0 &&
         file.Read(static_cast<std::uint32_t>(location), slot.data()) == 0)
-      story = "an earlier version was ended as it rewrote the record of " + SystemOf(before) + ", " +
-              StateOf({slot.data(), slot.size()}, before, after);
+      story = "an earlier version was ended as it rewrote the record of " + SystemOf(before) +
+              ", " + StateOf({slot.data(), slot.size()}, before, after);
   }
   Tell(sys::native_path(path) + ": " + story);
   unlink(sys::native_path(path).c_str());

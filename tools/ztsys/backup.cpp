@@ -40,12 +40,11 @@ Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Repl
     sys::tFILE_STAMP before;
     reader.GetStamp(before);
     // One that a change went into is taken back by the next try.
-    const int error = sys::CopyWholeFile(reader.path(), to,
-                                         i == 0 ? replace : sys::Replace::kYes);
+    const int error = sys::CopyWholeFile(reader.path(), to, i == 0 ? replace : sys::Replace::kYes);
     if (error != 0)
-      return error == EIO ? FailDatabase(reader.path(), "cannot copy", sys::tFILE_ERRORS::cDEVICE)
-                          : Fail(sys::native_path(to) + ": cannot be written: " +
-                                 std::strerror(error));
+      return error == EIO
+                 ? FailDatabase(reader.path(), "cannot copy", sys::tFILE_ERRORS::cDEVICE)
+                 : Fail(sys::native_path(to) + ": cannot be written: " + std::strerror(error));
     if (SameStamp(reader, before))
       return kDone;
   }

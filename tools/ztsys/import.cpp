@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // ztsys import: the systems of a CSV file with a heading, or of a list with a name or an address a
-// line. Each bad line is named; all others go in, in one opening of the database and under one lock.
+// line. Each bad line is named; all others go in, in one opening of the database and under one
+// lock.
 
 #include <algorithm>
 #include <array>
@@ -93,9 +94,8 @@ std::string Lower(std::string text) {
 
 std::string Trimmed(const std::string& text) {
   const std::size_t first = text.find_first_not_of(" \t");
-  return first == std::string::npos
-             ? ""
-             : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+  return first == std::string::npos ? ""
+                                    : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 // As the command line has it, and any other number that a record may hold: list --csv writes the
@@ -259,8 +259,8 @@ bool Import::Change(zt_SystemInfo_class& info, const Row& row) const {
   return std::memcmp(&a, &b, sizeof a) != 0;
 }
 
-// Tells new systems from changes, and what is wrong with the rest. A system that stands twice in the
-// file is there already when its second line comes.
+// Tells new systems from changes, and what is wrong with the rest. A system that stands twice in
+// the file is there already when its second line comes.
 void Import::Sort(std::vector<zt_SystemInfo_class>& changes) {
   std::unordered_map<SystemKey, std::size_t> added;
   std::unordered_map<SystemKey, std::size_t> changed;

@@ -109,9 +109,8 @@ Status Verification::Run() {
     return FailDatabase(reader_.path(), "cannot read on", reader_.status());
   CheckLength();
   CheckKeys();
-  std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
-    return a.location < b.location;
-  });
+  std::stable_sort(findings_.begin(), findings_.end(),
+                   [](const Finding& a, const Finding& b) { return a.location < b.location; });
   return kDone;
 }
 
@@ -148,9 +147,9 @@ void Verification::CheckSystem(const char* slot, std::int32_t location) {
   const SystemKey key = ConvertSystemKey(slot + 1);
   zt_SystemInfo_struct timeless = record;
   timeless.fRecUpdateTime = 0;
-  entries_.push_back({key, location,
-                      std::hash<std::string_view>()(
-                          {reinterpret_cast<const char*>(&timeless), sizeof timeless})});
+  entries_.push_back(
+      {key, location,
+       std::hash<std::string_view>()({reinterpret_cast<const char*>(&timeless), sizeof timeless})});
   // Records of the older layout have other fields at these places.
   const bool older =
       reader_.kind() == FileKind::kOlder && (!converting_ || slot[0] == kSlotInOlderLayout);
@@ -303,8 +302,8 @@ Status RunVerify(const Arguments& arguments) {
     if (told > kMostTold)
       std::printf("and %ld more\n", told - kMostTold);
   }
-  std::printf("%s: %ld finding%s%s\n", printable(reader.path()).c_str(), left,
-              left == 1 ? "" : "s", arguments.repair ? " left" : "");
+  std::printf("%s: %ld finding%s%s\n", printable(reader.path()).c_str(), left, left == 1 ? "" : "s",
+              arguments.repair ? " left" : "");
   return left == 0 ? kDone : kFailed;
 }
 
