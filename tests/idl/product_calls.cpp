@@ -41,7 +41,7 @@ class Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
   operator RPC_CONTEXT_HANDLE() const { return handle_; }
-  RPC_CONTEXT_HANDLE* operator&() { return &handle_; }
+  RPC_CONTEXT_HANDLE* out() { return &handle_; }
   WireContext wire() const {
     return handle_ == nullptr ? WireContext{} : rpc::wire_context(handle_);
   }
@@ -259,8 +259,8 @@ void Product::add_views() {
         const Handle filter(filter_);
         Handle made;
         error_status_t status = 0;
-        zt_v2_repTemporalView_Create(binding_, 11, filter, 300, 0, &instance, 1, metrics, &made,
-                                     &status);
+        zt_v2_repTemporalView_Create(binding_, 11, filter, 300, 0, &instance, 1, metrics,
+                                     made.out(), &status);
         Results results(status);
         try {
           agent_.contexts().view({}, made.wire(), agent::ViewKind::temporal);
@@ -305,14 +305,14 @@ void Product::add_time_filter() {
             {{8, 17, repTimeFilter_cShiftDaily}, {-1, 1, repTimeFilter_cShiftAbsolute}}};
         Handle made;
         error_status_t status = 0;
-        zt_v2_repTimeFilter_Create(binding_, 1, shifts.data(), &made, &status);
+        zt_v2_repTimeFilter_Create(binding_, 1, shifts.data(), made.out(), &status);
         return Results(status).add_filter(agent_.contexts(), made.wire());
       });
   add("repTimeFilter Copy", server, filter, "0 8 17 1 -1 1 0", [this] {
     const Handle from(filter_);
     Handle copy;
     error_status_t status = 0;
-    zt_v2_repTimeFilter_Copy(from, &copy, &status);
+    zt_v2_repTimeFilter_Copy(from, copy.out(), &status);
     return Results(status).add_filter(agent_.contexts(), copy.wire());
   });
   // Each run destroys one of its own.
@@ -322,7 +322,7 @@ void Product::add_time_filter() {
     calls_[at].request = bytes_of(own);
     Handle handle(own);
     error_status_t status = 0;
-    zt_v2_repTimeFilter_Destroy(&handle, &status);
+    zt_v2_repTimeFilter_Destroy(handle.out(), &status);
     return Results(status).add_filter(agent_.contexts(), handle.wire());
   });
 }
