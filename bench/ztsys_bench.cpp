@@ -136,7 +136,9 @@ void BenchReading(const std::string& folder) {
 int main(int argc, char** argv) {
   std::string folder = std::string(argc > 1 ? argv[1] : ".") + "/ztsys-bench-XXXXXX";
   bench::require(mkdtemp(folder.data()) != nullptr, "mkdtemp");
-  setenv("ZT_REGISTRY", (folder + "/none.reg").c_str(), 1);
+  const std::string settings = folder + "/zentrace.reg";
+  std::ofstream(settings) << "Windows Registry Editor Version 5.00\n";
+  setenv("ZT_REGISTRY", settings.c_str(), 1);
   BenchImport(folder);
   BenchReading(folder);
   std::filesystem::remove_all(folder);
