@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/sys/native_path.h"
 #include "platform/sys/whole_file.h"
@@ -53,6 +55,10 @@ Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Repl
 
 Status RunBackup(const Arguments& arguments) {
   const std::string& to = arguments.operands[0];
+  // A copy that is renamed over the database would take it away from those who have it open.
+  std::error_code none;
+  if (std::filesystem::equivalent(DatabasePath(arguments), sys::native_path(to), none))
+    return FailUsage(sys::native_path(to) + " is the database itself");
   const Status status = CopyDatabase(arguments, to, sys::Replace::kYes);
   if (status == kDone)
     std::printf("copied %s to %s\n", printable(DatabasePath(arguments)).c_str(),
