@@ -100,6 +100,7 @@ rpc::server::EndpointOptions DatagramServer::options() {
   result.core.fragment_size = settings_.fragment_size;
   result.core.max_activities = settings_.max_activities;
   result.core.client_silence = std::chrono::seconds(settings_.client_silence);
+  result.core.call_back_limit = std::chrono::seconds(settings_.call_back_limit);
   result.core.objects = contents_.objects;
   result.core.on_event = [this](const auto& event) { log_.event(event); };
   result.interfaces = contents_.interfaces;

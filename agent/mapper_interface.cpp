@@ -29,11 +29,14 @@ void MapperInterface::apply(const EndpointMapper& settings) {
   failure_ = settings.failure;
 }
 
-MapperInterface::Inquiries::iterator MapperInterface::find(const uuid_t& client,
+MapperInterface::Inquiries::iterator MapperInterface::find(const CallInfo& call,
                                                            const rpc::WireContext& handle) {
   const auto found = open_.find(handle.id);
-  if (found == open_.end() || handle.attributes != 0 || found->second.client != client)
+  // A look-up asks nobody who it is: until then the client is its activity.
+  if (found == open_.end() || handle.attributes != 0 ||
+      (found->second.client != call.client && found->second.client != call.activity))
     throw rpc::server::Fault(rpc::nca::kContextMismatch);
+  found->second.client = call.client;
   return found;
 }
 
@@ -70,7 +73,7 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
           rpc_if_id_t{interface_id->uuid, interface_id->vers_major, interface_id->vers_minor};
     next = inquiry.sound() ? map_.find(inquiry, 0) : map_.size();
   } else {
-    open = find(call.client, *entry_handle);
+    open = find(call, *entry_handle);
     inquiry = open->second.inquiry;
     next = open->second.next;
   }
@@ -120,7 +123,7 @@ void MapperInterface::ept_lookup_handle_free(const CallInfo& call, rpc::WireCont
                                              error_status_t*) {
   if (entry_handle->null())
     return;
-  end(find(call.client, *entry_handle), "destroyed");
+  end(find(call, *entry_handle), "destroyed");
   *entry_handle = {};
 }
 

@@ -59,7 +59,7 @@ class MapperInterface : public epm_Server {
   using Inquiries = std::map<uuid_t, OpenInquiry>;
 
   // Throws the fault "context mismatch" for a handle that is not open.
-  Inquiries::iterator find(const uuid_t& client, const rpc::WireContext& handle);
+  Inquiries::iterator find(const rpc::server::CallInfo& call, const rpc::WireContext& handle);
   Inquiries::iterator begin(const uuid_t& client, const MapInquiry& inquiry, std::size_t first);
 
   rpc::server::Outcome map(const rpc::server::CallInfo& call, std::span<const std::byte> request,

@@ -116,7 +116,7 @@ Outcome MapperInterface::map(const CallInfo& call, std::span<const std::byte> re
                                const MapRequest asked = decode(in);
                                entered = true;
                                if (!asked.handle.null())
-                                 find(call.client, asked.handle);
+                                 find(call, asked.handle);
                                std::uint32_t status = rpc::ept::kCannotPerform;
                                std::vector<const MapEntry*> found;
                                const std::uint32_t room = std::min(asked.most, kMostTowers);

@@ -190,6 +190,7 @@ struct ServerSettings {
   bool little_endian = true;
   CallBackKind call_back = CallBackKind::who_are_you2;
   bool call_back_from_other_port = false;
+  std::uint32_t call_back_limit = 30;  // seconds; a call whose question gets no answer is rejected
   Listening listening = Listening::yes;
   std::vector<OperationBehaviour> behaviours;
   NetworkFaults network;

@@ -255,6 +255,7 @@ void parse_server(TableReader& reader, ServerKind kind, ServerSettings& server) 
                             {"no", Listening::no},
                             {"mute", Listening::mute},
                             {"absent", Listening::absent}});
+  reader.integer("call_back_s", server.call_back_limit, {1, 3600});
   reader.integer("client_silence_s", server.client_silence, {1, 86'400});
   reader.integer("fragment_size", server.fragment_size, {200, 8'000});
   reader.integer("max_activities", server.max_activities, {1, 65'536});

@@ -150,7 +150,9 @@ TEST_F(Batches, HandlesEndWhenFreedAndWithTheirClient) {
   const rpc::WireContext open = handle_;
   error_status_t status = 1;
   rpc::server::CallInfo call;
-  call.client.time_low = 1;
+  // Freeing asks who the client is, which was only known by its activity.
+  call.activity.time_low = 1;
+  call.client.time_low = 9;
   mapper.ept_lookup_handle_free(call, &handle_, &status);
   EXPECT_TRUE(handle_.null());
   handle_ = open;

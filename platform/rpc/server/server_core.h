@@ -74,6 +74,7 @@ struct CoreOptions {
   std::size_t max_bytes = 64 * 1024 * 1024;
   // A client that is not heard for so long is forgotten.
   std::chrono::seconds client_silence{600};
+  std::chrono::seconds call_back_limit{30};  // for the question who the client is
   // The objects that calls may name; a call of any other is one of an unknown interface. The nil
   // object is always known.
   std::vector<uuid_t> objects = {};

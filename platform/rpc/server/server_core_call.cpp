@@ -22,7 +22,6 @@ constexpr Duration kAnswerRepeated = std::chrono::seconds(30);
 constexpr Duration kPartKept = std::chrono::seconds(60);
 // The question is small and the client waits for it, so it is repeated steadily.
 constexpr Duration kCallBackRepeat = std::chrono::seconds(1);
-constexpr Duration kCallBackLimit = std::chrono::seconds(30);
 // A client's repeats are at least 250 ms apart; what is closer is a copy that the network made.
 constexpr Duration kLeastAnswerGap = std::chrono::milliseconds(50);
 
@@ -98,7 +97,7 @@ void ServerCore::request_complete(Activity& activity, Time now) {
   uuid_t id = options_.call_back_activity;
   id.time_low += ++call_backs_begun_;
   activities_.begin_call_back(activity, id);
-  activity.call_back_deadline = now + kCallBackLimit;
+  activity.call_back_deadline = now + options_.call_back_limit;
   activity.call_back_clock.start(now, kCallBackRepeat);
   tell(CoreEvent::Kind::call_back_began, activity.peer);
   call_back(activity);
