@@ -108,11 +108,13 @@ class Inquiry {
 
   std::uint32_t unreadable() const { return unreadable_; }
 
-  // Gives the mapper's cursor back. A mapper that did not answer the last call is not asked again:
-  // nobody waits for it twice.
+  // Gives the mapper's cursor back. A mapper that did not answer the last call is told, and its
+  // answer hardly waited for: nobody waits for it twice.
   void close() {
+    constexpr std::chrono::milliseconds kMoment{20};
     elements_.clear();
-    if (cursor_ != nullptr && !lost_) {
+    if (cursor_ != nullptr) {
+      const auto before = lost_ ? limit_waits(kMoment) : std::nullopt;
       try {
         const OwnedBinding mapper({mapper_, {}});
         error_status_t status = 0;
@@ -120,6 +122,8 @@ class Inquiry {
       } catch (const RpcException&) {
         // The cursor is the mapper's to clean up; the caller has its elements.
       }
+      if (lost_)
+        limit_waits(before);
     }
     if (cursor_ != nullptr)
       store_context(&cursor_, {}, mapper_);

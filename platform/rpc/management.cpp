@@ -14,6 +14,11 @@ void RpcMgmtAcknowledge() {
   rpc::release_activities();
 }
 
+std::optional<std::chrono::milliseconds> RpcMgmtLimitWaits(
+    std::optional<std::chrono::milliseconds> longest) {
+  return rpc::limit_waits(longest);
+}
+
 RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding) {
   try {
     error_status_t status = RPC_S_OK;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,8 +68,6 @@ RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding);
 RPC_STATUS RpcBindingSetObject(RPC_BINDING_HANDLE binding, const uuid_t* object);
 // Levels 0 to 10; any other gives 1709.
 RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level);
-// Waits so long in place of the level's time; for who knows that an answer would come at once.
-RPC_STATUS RpcMgmtSetComWait(RPC_BINDING_HANDLE binding, std::chrono::milliseconds wait);
 RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level);
 
 // --- Endpoint inquiry (C706 appendix O). A null binding asks this host.
@@ -88,7 +87,8 @@ struct RpcEndpointElement {
   std::string annotation;
   std::vector<unsigned> floors;  // identifiers of the protocol floors, from the third on
 };
-// The next element of any protocol; else as RpcMgmtEpEltInqNextA. An inquiry is read by one of both.
+// The next element of any protocol; else as RpcMgmtEpEltInqNextA. An inquiry is read by one of
+// both.
 RPC_STATUS RpcMgmtEpEltInqNextAny(RPC_EP_INQ_HANDLE inquiry, RpcEndpointElement* element);
 // Elements so far that were left out because theirs is no tower.
 std::uint32_t RpcMgmtEpEltInqUnreadable(RPC_EP_INQ_HANDLE inquiry);
@@ -100,6 +100,11 @@ RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding);
 // Acknowledges this thread's last replies. To be called before a pause: servers repeat what was not
 // acknowledged until the next call does so.
 void RpcMgmtAcknowledge();
+// From now on no call of this job or thread waits longer without a sign of the server, whatever its
+// level; nothing: as long as the level says. For who knows that an answer would come at once. Gives
+// the limit that was.
+std::optional<std::chrono::milliseconds> RpcMgmtLimitWaits(
+    std::optional<std::chrono::milliseconds> longest);
 // How a remote call ended, beyond its status.
 struct RpcCallOutcome {
   enum class Kind : std::uint8_t {

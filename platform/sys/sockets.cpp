@@ -229,6 +229,8 @@ std::optional<HostEntry> gethostbyaddr(std::uint32_t address) {
 bool has_other_family(const char* name) {
   in6_addr literal{};
   std::string text = name != nullptr ? name : "";
+  if (text.starts_with('[') && text.ends_with(']'))
+    text = text.substr(1, text.size() - 2);
   text.resize(std::min(text.size(), text.find('%')));
   if (::inet_pton(AF_INET6, text.c_str(), &literal) == 1)
     return true;

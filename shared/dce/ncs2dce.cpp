@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "platform/numbers/network_error.h"
@@ -24,10 +25,9 @@ constexpr const char* kIgnoreListName = "ignoreip.txt";
 // Elements read of one map at most, so that a mapper which never ends its list cannot hold us.
 constexpr int kMostElements = 4096;
 // Servers that answer nothing cost a time-out each. The first ones are waited for as long as the
-// caller wants, later ones an eighth of that (every level is about half of the next), and behind
-// the last one the map is left.
+// caller wants, later ones a part of that, and behind the last one the map is left.
 constexpr int kPatientProbes = 8;
-constexpr std::uint32_t kLevelsLess = 3;
+constexpr int kLaterPart = 8;
 constexpr int kMostSilent = 64;
 
 // A text of the runtime that frees itself.
@@ -57,7 +57,7 @@ void release(ptc_RpcClientContextStruct& record) {
 class Query {
  public:
   Query(std::span<ptc_RpcClientContextStruct> records, const ptc_LookupOptions& options)
-      : records_(records), silence_(options.silence) {
+      : records_(records), silence_(options.silence), host_(options.host) {
     if (options.ignored != nullptr) {
       ignored_ = *options.ignored;
       return;
@@ -149,21 +149,37 @@ class Query {
     const bool remembers = address != nullptr && silence_ != nullptr;
     if (const LostCall* known = remembers ? silence_->find(server) : nullptr) {
       miss(*known, address, server.port);
+      ++silent_;
       return false;
     }
-    const LostCall probed{probe(binding), RpcLastCallOutcome()};
+    const LostCall probed{probe(binding, remembers ? &server : nullptr), RpcLastCallOutcome()};
     if (probed.status == RPC_S_OK)
       return true;
     if (address != nullptr)
       miss(probed, address, server.port);
-    // A server that got less than the whole time is not known to be silent.
-    if (probed.timed_out() && remembers && silent_ < kPatientProbes)
+    if (probed.timed_out() && remembers)
       silence_->add(server, probed);
     silent_ += probed.timed_out() ? 1 : 0;
     return false;
   }
 
+  // The part of the level's time that a server gets; 0: all of it.
+  int part_for(const KnownSilence::Thing* server) const {
+    constexpr std::size_t kMostHalvings = 16;
+    if (server != nullptr && silence_->suspects(*server))
+      return BriefWait::kPart;
+    const bool elsewhere = server != nullptr && host_ != 0 && server->address != host_;
+    if (const std::size_t ports = elsewhere ? silence_->silent_ports(server->address) : 0;
+        ports > 0)
+      return BriefWait::kPart << std::min(ports, kMostHalvings);
+    return silent_ >= kPatientProbes ? kLaterPart : 0;
+  }
+
   void miss(const LostCall& lost, const char* address, std::uint16_t port) {
+    const std::pair<std::string, std::uint16_t> place(address, port);
+    if (std::find(missed_.begin(), missed_.end(), place) != missed_.end())
+      return;
+    missed_.push_back(place);
     if (++losses_.servers != 1)
       return;
     losses_.server = lost;
@@ -171,14 +187,11 @@ class Query {
     losses_.server_port = port;
   }
 
-  RPC_STATUS probe(RPC_BINDING_HANDLE binding) const {
+  RPC_STATUS probe(RPC_BINDING_HANDLE binding, const KnownSilence::Thing* server) const {
     std::uint32_t level = 0;
     RpcMgmtInqComTimeout(binding, &level);
-    if (silent_ >= kPatientProbes)
-      RpcMgmtSetComTimeout(binding, level - std::min(level, kLevelsLess));
-    const RPC_STATUS status = RpcMgmtIsServerListening(binding);
-    RpcMgmtSetComTimeout(binding, level);
-    return status;
+    const BriefWait brief(level, part_for(server));
+    return RpcMgmtIsServerListening(binding);
   }
 
   std::span<ptc_RpcClientContextStruct> records_;
@@ -186,8 +199,10 @@ class Query {
   int silent_ = 0;  // servers so far that answered nothing
   std::vector<std::int32_t> ignored_;
   KnownSilence* silence_;
+  std::uint32_t host_;
   std::array<std::uint16_t, kMostEndpoints> endpoints_;  // of the records, by index
   ptc_LookupLosses losses_;
+  std::vector<std::pair<std::string, std::uint16_t>> missed_;  // the servers in `losses_`
 };
 
 bool is_separator(char character) {

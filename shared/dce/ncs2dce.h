@@ -51,6 +51,9 @@ struct ptc_LookupOptions {
   const std::vector<std::int32_t>* ignored = nullptr;
   // Servers that are known to be silent are left out, others that are silent noted; may be null.
   KnownSilence* silence = nullptr;
+  // The address of the map's host, in network byte order; 0: not known. Behind one silent port of
+  // another address, the rest of it gets less and less time, a tenth of the level's in all.
+  std::uint32_t host = 0;
 };
 
 // The live servers of an interface over ncadg_ip_udp, in the map's order. `epHandle` is a binding

@@ -57,6 +57,13 @@ constexpr Record kUnreadMap{messages::kNoRepositoryServer, messages::kAlarmQuery
 constexpr Record kAbsence{messages::kNoRepositoryServer, messages::kPingFailed, kRepNothingFound};
 constexpr Record kCall{messages::kRequestFailed, messages::kPingFailed, 0};
 
+std::string count_of_living(std::size_t live, std::size_t all) {
+  const std::string count = live == 0   ? "none lives"
+                            : live == 1 ? "1 lives"
+                                        : format_text("%zu live", live);
+  return format_text("Of the system's %zu repository servers, %s.", all, count.c_str());
+}
+
 RoadFailure recorded(RoadFailure failure, const Record& record, ZTagentRoad::Goal goal) {
   const bool alarm = goal == ZTagentRoad::Goal::alarm;
   failure.message = alarm ? record.alarm : record.repository;
@@ -154,8 +161,19 @@ const LostCall* ZTagentRoad::known_silence(const KnownSilence::Thing& thing) con
 }
 
 void ZTagentRoad::note_silence(const KnownSilence::Thing& thing, const LostCall& call) const {
-  if (settings_.silence != nullptr && call.timed_out())
+  // A question that gets no answer costs the server's patience, as long as a time-out.
+  if (settings_.silence != nullptr && (call.timed_out() || call.outcome.call_back_lost()))
     settings_.silence->add(thing, call);
+}
+
+BriefWait ZTagentRoad::wait_for(const KnownSilence::Thing& thing) const {
+  const bool suspect = settings_.silence != nullptr && settings_.silence->suspects(thing);
+  return {settings_.timeout_level, suspect ? BriefWait::kPart : 0};
+}
+
+BriefWait ZTagentRoad::wait_for_mapper() const {
+  const KnownSilence::Thing mapper = thing_at(mapper_address());
+  return wait_for(known_silence(mapper) != nullptr ? mapper : thing_at({key_, 0}));
 }
 
 RoadAddress ZTagentRoad::broker_address() const {
@@ -215,14 +233,21 @@ RoadFailure ZTagentRoad::outcome_failure(RoadLink link, const RoadAddress& at,
   return failure;
 }
 
-RoadFailure ZTagentRoad::call_failure(RoadLink link, const RoadAddress& at,
-                                      const LostCall& call) const {
+RoadFailure ZTagentRoad::call_failure(RoadLink link, const RoadAddress& at, const LostCall& call,
+                                      const std::string& sought) const {
   RoadFailure failure = recorded(outcome_failure(link, at, call), kCall,
                                  link == RoadLink::alarm ? Goal::alarm : Goal::repository);
   if (call.status == kCallRaised && link == RoadLink::repository)
     failure.parameter = "the server " + words_of_call(call, waited()).text + ".";
-  else if (call.status == kRepNothingFound)
-    failure.parameter = failure.sentence();
+  if (call.status != kRepNothingFound)
+    return failure;
+  if (!sought.empty()) {
+    failure.text = at.text() + ": the server has no " + sought + " (status 0x4C010001).";
+    failure.advice =
+        "Check on the system that what fills the data source is set up and running, and that the "
+        "agent may read its files.";
+  }
+  failure.parameter = failure.sentence();
   return failure;
 }
 
@@ -239,8 +264,9 @@ RoadFailure ZTagentRoad::absence(Goal goal, const ptc_LookupLosses& losses) cons
     failure = outcome_failure(link, at, losses.server);
     failure.text.pop_back();
     failure.text = "the server of interface " + interface + " registered at " + failure.text;
-    if (losses.servers > 1)
-      failure.text += "; " + std::to_string(losses.servers - 1) + " more do not answer either";
+    if (const int more = losses.servers - 1; more > 0)
+      failure.text += "; " + std::to_string(more) + (more == 1 ? " more does" : " more do") +
+                      " not answer either";
     if (at.key != key_) {
       failure.cause = RoadCause::foreign_address;
       failure.text += "; that is not the address of the system, " + dotted(key_);
@@ -265,6 +291,16 @@ RoadFailure ZTagentRoad::absence(Goal goal, const ptc_LookupLosses& losses) cons
   return failure;
 }
 
+std::optional<RoadFailure> ZTagentRoad::missing(const ptc_LookupLosses& losses,
+                                                std::size_t live) const {
+  if (losses.server.status == RPC_S_OK && losses.mapper.status == RPC_S_OK)
+    return std::nullopt;
+  RoadFailure failure = absence(Goal::repository, losses);
+  if (losses.servers > 0)
+    failure.text += " " + count_of_living(live, live + static_cast<std::size_t>(losses.servers));
+  return failure;
+}
+
 // --- Steps.
 
 std::optional<RoadFailure> ZTagentRoad::probe(sockets::Socket* socket) const {
@@ -284,9 +320,15 @@ std::optional<RoadFailure> ZTagentRoad::probe(sockets::Socket* socket) const {
   return recorded(connect_failure(status), kConnect, Goal::repository);
 }
 
+std::optional<RoadFailure> ZTagentRoad::known_broker_failure(Goal goal) const {
+  if (known_silence(thing_at(broker_address(), kNegotiation)) == nullptr)
+    return std::nullopt;
+  return broker_failure(goal, kTimedOut);
+}
+
 std::optional<RoadFailure> ZTagentRoad::negotiate(Goal goal) const {
-  if (known_silence(thing_at(broker_address(), kNegotiation)) != nullptr)
-    return broker_failure(goal, kTimedOut);
+  if (auto failure = known_broker_failure(goal))
+    return failure;
   sockets::Socket socket = sockets::kInvalidSocket;
   if (auto failure = probe(&socket))
     return recorded(std::move(*failure), kNegotiate, goal);
@@ -354,7 +396,7 @@ std::optional<RoadFailure> ZTagentRoad::find_servers(Goal goal, std::size_t most
     std::vector<ptc_RpcClientContextStruct> records(most);
     std::uint32_t count = static_cast<std::uint32_t>(most);
     ptc_rpc_ep_lookup(mapper.get(), &interface_id, nullptr, records.data(), &count, &status, losses,
-                      {settings_.ignored, settings_.silence});
+                      {settings_.ignored, settings_.silence, static_cast<std::uint32_t>(key_)});
     if (status != RPC_S_OK)
       return failed(kQuery, {status, losses->mapper.outcome});
     for (std::uint32_t i = 0; i < count; ++i)
@@ -372,15 +414,6 @@ zt_RPCinfo_t ZTagentRoad::call_record(const RoadRecord& server) const {
   record.version = ZT_RPC_V2;
   RpcMgmtSetComTimeout(record.rpc_handle, settings_.timeout_level);
   return record;
-}
-
-void ZTagentRoad::shorten_wait(RPC_BINDING_HANDLE mapper) const {
-  constexpr int kPart = 12;
-  const auto level = rpc::silence_of_level(settings_.timeout_level);
-  const bool silent =
-      known_silence(thing_at({key_, 0})) != nullptr || known_silence(thing_at(mapper_address()));
-  if (level && silent)
-    RpcMgmtSetComWait(mapper, std::chrono::milliseconds(*level) / kPart);
 }
 
 std::optional<RoadFailure> ZTagentRoad::ask_repositories(
@@ -406,8 +439,7 @@ std::optional<RoadFailure> ZTagentRoad::ask_repositories(
          text_of(repository.PathName)});
   }
   if (first && servers.size() > 1)
-    first->text += " " + std::to_string(repositories->size()) + " of the system's " +
-                   std::to_string(servers.size()) + " repository servers live.";
+    first->text += " " + count_of_living(repositories->size(), servers.size());
   return first;
 }
 
@@ -427,7 +459,8 @@ RoadReport ZTagentRoad::walk() const {
     return report.failure.has_value();
   };
   sockets::Socket broker = sockets::kInvalidSocket;
-  if (broken(probe(&broker)) || broken(negotiate_on(broker, Goal::repository)))
+  if (broken(known_broker_failure(Goal::repository)) || broken(probe(&broker)) ||
+      broken(negotiate_on(broker, Goal::repository)))
     return report;
   std::vector<RoadRecord> servers;
   ptc_LookupLosses losses;

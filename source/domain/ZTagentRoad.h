@@ -168,6 +168,8 @@ class ZTagentRoad {
 
   // Why no live server was found. Nothing to tell when `losses` holds nothing: nothing registered.
   RoadFailure absence(Goal goal, const ptc_LookupLosses& losses) const;
+  // What a search that found so many live repository servers lost on its way.
+  std::optional<RoadFailure> missing(const ptc_LookupLosses& losses, std::size_t live) const;
   // Makes a remote call (`call` stores its status) unless the operation is known to be silent
   // there.
   template <typename Call>
@@ -176,18 +178,21 @@ class ZTagentRoad {
     if (const LostCall* known = known_silence(thing))
       return *known;
     LostCall made;
+    const BriefWait brief = wait_for(thing);
     call(&made.status);
     if (made.status != RPC_S_OK)
       made.outcome = RpcLastCallOutcome();
     note_silence(thing, made);
     return made;
   }
-  RoadFailure call_failure(RoadLink link, const RoadAddress& at, const LostCall& call) const;
+  // Where the server says that it found nothing, `sought` says what was asked for.
+  RoadFailure call_failure(RoadLink link, const RoadAddress& at, const LostCall& call,
+                           const std::string& sought = {}) const;
   RoadFailure mapper_failure(const LostCall& call) const;
 
-  // On a host whose broker let a time-out pass, the mapper may answer all the same, though hardly
-  // late: gives a binding to it a twelfth of the time.
-  void shorten_wait(RPC_BINDING_HANDLE mapper) const;
+  // For questions to the mapper: on a host whose broker let a time-out pass it may answer all the
+  // same, though hardly late.
+  BriefWait wait_for_mapper() const;
 
   RoadAddress broker_address() const;
   RoadAddress mapper_address() const;
@@ -198,7 +203,10 @@ class ZTagentRoad {
   std::string waited() const;
   static KnownSilence::Thing thing_at(const RoadAddress& at, const char* operation = "");
   const LostCall* known_silence(const KnownSilence::Thing& thing) const;
+  BriefWait wait_for(const KnownSilence::Thing& thing) const;
   void note_silence(const KnownSilence::Thing& thing, const LostCall& call) const;
+  // The failure of a broker that let a time-out pass.
+  std::optional<RoadFailure> known_broker_failure(Goal goal) const;
   RoadFailure connect_failure(error_status_t error) const;
   RoadFailure broker_failure(Goal goal, error_status_t status) const;
   RoadFailure outcome_failure(RoadLink link, const RoadAddress& at, const LostCall& call) const;

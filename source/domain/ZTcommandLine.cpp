@@ -158,5 +158,4 @@ void PrintUsage() {
   }
   std::fwrite(usage.data(), 1, usage.size(), stderr);
   std::fflush(stderr);
-  std::exit(1);
 }

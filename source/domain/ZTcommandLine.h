@@ -26,4 +26,4 @@ struct CommandLine {
 CommandLine read_command_line(std::span<char* const> words);
 
 // Writes the usage to standard error and ends the process with status 1.
-[[noreturn]] void PrintUsage();
+void PrintUsage();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // ztcomm: the entry. Reads the command line and runs the selected checks in their fixed order.
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -54,7 +55,7 @@ int diagnose(const CommandLine& line) {
   if (!diagnostic.ValidSystemName(line.System.c_str())) {
     diagnostic.DisplayErrors();
     diagnostic.DisplayNameNotes();
-    return 1;
+    return EXIT_FAILURE;
   }
   print_system("Target System: ", diagnostic.ReturnSystemName(), diagnostic.ReturnSystemKey());
   std::printf("\n");
@@ -62,10 +63,7 @@ int diagnose(const CommandLine& line) {
   diagnostic.DisplayNameNotes();
   run_checks(diagnostic, line);
   diagnostic.DisplayNameNotes();
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
-    return 0;
-  show_message({messages::kCommandSet, messages::kOutputFailed});
-  return 1;
+  return EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -73,6 +71,9 @@ int diagnose(const CommandLine& line) {
 int main(int argc, char** argv) {
   if (!sys::KeepStandardStreams())
     return EXIT_FAILURE;
+  // A reader that is gone is a failed write: a check that holds something on the agent lets go of
+  // it.
+  std::signal(SIGPIPE, SIG_IGN);
   const CONTROL_OBJ control(kProduct);
   zt_globalInit();
 
@@ -94,5 +95,9 @@ int main(int argc, char** argv) {
       (line.CatDir.empty() ? std::string(directory != nullptr ? directory : "") : line.CatDir) +
       kCatalog;
   const NLS_MESSAGE_OBJ catalog(path.c_str());
-  return diagnose(line);
+  const int status = line.GoodCommand ? diagnose(line) : EXIT_FAILURE;
+  if (output_is_whole())
+    return status;
+  show_message({messages::kCommandSet, messages::kOutputFailed});
+  return EXIT_FAILURE;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "source/domain/ZTdiagCommObj.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "platform/sys/sockets.h"
@@ -14,6 +15,19 @@ void show(int number, std::string_view parameter) {
 }
 
 }  // namespace
+
+std::string list_of(const char* singular, const char* plural,
+                    const std::vector<std::string>& names) {
+  constexpr std::size_t kMost = 8;
+  if (names.empty())
+    return std::string("no ") + singular;
+  std::string text = std::string("the ") + (names.size() == 1 ? singular : plural);
+  for (std::size_t i = 0; i < std::min(kMost, names.size()); ++i)
+    text += (i == 0 ? " " : ", ") + names[i];
+  if (names.size() > kMost)
+    text += " and " + std::to_string(names.size() - kMost) + " more";
+  return text;
+}
 
 const char* error_text(unsigned int status) {
   static std::string error_string;
@@ -59,6 +73,23 @@ void zt_DiagComm_class::DisplayErrors() {
     fFailure.reset();
   }
   std::fflush(stderr);
+}
+
+void zt_DiagComm_class::ExplainData(const std::string& text) {
+  fErrorNum2 = messages::kDetails;
+  fErrorParm2 = fRepServerInfoObj->ReturnServerPlace() + ": the data source " +
+                fDataSourceName.value_or("") + " has " + text + ".";
+}
+
+void zt_DiagComm_class::ExplainSources() {
+  char address[kKeyTextSize];
+  SystemKeyToIPAddr(fSystemKey, address);
+  fErrorNum2 = messages::kDetails;
+  fErrorParm2 = std::string(address) + ": the servers that answer have " +
+                list_of("data source", "data sources", fRepServerInfoObj->ReturnDataSourceNames()) +
+                ".";
+  if (const auto missing = fRepServerInfoObj->ReturnMissing())
+    fErrorParm2 += " But " + missing->sentence();
 }
 
 void zt_DiagComm_class::DisplayNameNotes() {
@@ -171,11 +202,26 @@ void zt_DiagComm_class::DisconnectFromSystem() {
   }
 }
 
+int zt_DiagComm_class::FindClass(const char* class_name) {
+  const zt_RepServerInfo_class& client = *fRepServerInfoObj;
+  const int found = fRepServerInfoObj->ValidClassName(class_name);
+  if (found < 0) {
+    std::vector<std::string> names;
+    for (int i = 0; i < client.ReturnNumClasses(); ++i)
+      names.emplace_back(client.ReturnClassName(i));
+    ExplainData(list_of("class", "classes", names));
+  }
+  return found;
+}
+
 int zt_DiagComm_class::ConnectToServer(const char* data_source_name) {
   const TracedOperation traced("zt_DiagComm_class::ConnectToServer");
   fDataSourceName = data_source_name;
-  if (!fRepServerInfoObj->ConnectToServer(data_source_name))
+  if (!fRepServerInfoObj->ConnectToServer(data_source_name)) {
+    if (fRepServerInfoObj->ReturnLastError() == messages::kUnknownDataSource.number)
+      ExplainSources();
     return 0;
+  }
   fDataSourceName = fRepServerInfoObj->ReturnDataSourceName();
   return 1;
 }

@@ -22,6 +22,10 @@
 // The runtime's text for a status, in a buffer that the next call overwrites.
 const char* error_text(unsigned int status);
 
+// "the classes A, B and 249 more"; a single one's noun for one name, "no class" for none.
+std::string list_of(const char* singular, const char* plural,
+                    const std::vector<std::string>& names);
+
 class zt_RPCAlarmNoticeLink_class;
 
 class zt_DiagComm_class {
@@ -69,6 +73,12 @@ class zt_DiagComm_class {
   RoadState ConnectionState(const char* system_name, zt_RPCAlarmNoticeLink_class& alarms);
   void ForgetErrors();
   void DisplayLeftOut();
+  // The index of a class of the data source; -1: there is none, with messages.
+  int FindClass(const char* class_name);
+  // What a failure in the data ends with: which server was asked, and what it has; what there is in
+  // place of a data source, and which servers do not answer.
+  void ExplainData(const std::string& text);
+  void ExplainSources();
 
   std::unique_ptr<zt_RepServerInfo_class> fRepServerInfoObj;
   std::string fErrorParm;

@@ -75,6 +75,7 @@ int zt_DiagComm_class::PrintConfigInfo() {
   const auto& names = fRepServerInfoObj->ReturnDataSourceNames();
   if (std::find(names.begin(), names.end(), kCollectorSource) == names.end()) {
     fErrorNum = messages::kNoCollector;
+    ExplainSources();
   } else if (!ConnectToServer(kCollectorSource)) {
     fRepServerInfoObj->DisplayErrors();
     fErrorNum = messages::kCollectorCannotBeOpened;
@@ -92,7 +93,7 @@ int zt_DiagComm_class::PrintConfigInfo() {
 
 int zt_DiagComm_class::PrintConfiguration() {
   zt_RepServerInfo_class& client = *fRepServerInfoObj;
-  const int class_index = client.ValidClassName(kConfigurationClass);
+  const int class_index = FindClass(kConfigurationClass);
   if (class_index < 0)
     return 0;
   const ConfigurationView view(client.ReturnMetrics(class_index),
@@ -100,6 +101,7 @@ int zt_DiagComm_class::PrintConfiguration() {
   if (view.ids().empty()) {
     fErrorNum = messages::kMetricsMissing;
     fErrorParm = kConfigurationClass;
+    ExplainData("none of the metrics of the report there");
     return 0;
   }
   if (!client.CreateBaseView(class_index, view.ids().data(), static_cast<int>(view.ids().size())))
@@ -115,6 +117,7 @@ int zt_DiagComm_class::PrintConfiguration() {
   if (client.ReturnTimeStamps()[0] == kEndOfData || client.ReturnRowCount() == 0) {
     fErrorNum = messages::kNoData;
     fErrorParm = kConfigurationClass;
+    ExplainData("no row in that class");
     return 0;
   }
 

@@ -51,8 +51,16 @@ int zt_DiagComm_class::QueryDataSource() {
   const zt_RepServerInfo_class& client = *fRepServerInfoObj;
   // The first metric of a class is not shown: it repeats the time.
   const int count = std::min(client.ReturnNumMetrics(kFirstClass) - 1, kMostMetrics);
-  if (count < 1)
-    return 1;
+  if (count < 1) {
+    if (client.ReturnNumClasses() == 0) {
+      ExplainData("no class");
+    } else {
+      fErrorNum = messages::kMetricsMissing;
+      fErrorParm = client.ReturnClassName(kFirstClass);
+      ExplainData("no metric to show in that class");
+    }
+    return 0;
+  }
   const rep_sMetricDescriptor* metrics = client.ReturnMetrics(kFirstClass);
   const char* names[kMostMetrics];
   for (int i = 0; i < count; ++i)
@@ -64,12 +72,13 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
                                   int num_names) {
   const TracedOperation traced("zt_DiagComm_class::QueryClass");
   zt_RepServerInfo_class& client = *fRepServerInfoObj;
-  const int class_index = client.ValidClassName(class_name);
+  const int class_index = FindClass(class_name);
   if (class_index < 0)
     return 0;
   if (client.ReturnLastX(class_index) == 0) {
     fErrorNum = messages::kClassEmpty;
     fErrorParm = class_name;
+    ExplainData("no row in that class");
     return 0;
   }
   std::vector<const rep_sMetricDescriptor*> columns;
@@ -88,6 +97,8 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
   if (ids.empty()) {
     fErrorNum = messages::kMetricsMissing;
     fErrorParm = class_name;
+    ExplainData("none of " +
+                list_of("metric", "metrics", {metric_names, metric_names + num_names}) + " there");
     return 0;
   }
 
@@ -104,6 +115,7 @@ int zt_DiagComm_class::QueryClass(const char* class_name, const char* const* met
   if (client.ReturnTimeStamps()[0] == kEndOfData) {
     fErrorNum = messages::kNoData;
     fErrorParm = class_name;
+    ExplainData("no row in that class");
     return 0;
   }
 

@@ -66,6 +66,10 @@ int zt_DiagComm_class::Breakout() {
     show_message({messages::kCommandSet, messages::kSearchUnfinished}, fSystemName);
   if (fRepServerInfoObj->ReturnServersLeftOut())
     show_message({messages::kCommandSet, messages::kMoreServers}, std::to_string(names.size()));
+  if (const auto missing = fRepServerInfoObj->ReturnMissing()) {
+    show_message({messages::kCommandSet, messages::kServersMissing});
+    show_message({messages::kCommandSet, messages::kDetails}, missing->sentence());
+  }
   return ReportAlarmServer();
 }
 
@@ -96,12 +100,17 @@ int zt_DiagComm_class::ListAllRegistered() {
   std::printf("Elements of the endpoint map or location broker.\n\n");
   std::fflush(stdout);
   std::uint32_t count = 0;
-  if (!PrintEndPointMap(count) || count == 0) {
-    fErrorNum = messages::kListingFailed;
-    fErrorParm = count == 0 ? "element" : "further element";
-    return 0;
+  const int whole = PrintEndPointMap(count);
+  if (whole && (count != 0 || std::ferror(stdout) != 0))
+    return 1;
+  fErrorNum = messages::kListingFailed;
+  fErrorParm = count == 0 ? "element" : "further element";
+  if (whole) {
+    fErrorNum2 = messages::kDetails;
+    fErrorParm2 = ZTagentRoad(fSystemKey, {}).mapper_address().text() +
+                  ": the endpoint map was read to its end. Start the agent.";
   }
-  return 1;
+  return 0;
 }
 
 // Leaves the messages of a failed inquiry, and the failure itself for the line behind them.
@@ -129,7 +138,7 @@ int zt_DiagComm_class::PrintEndPointMap(std::uint32_t& element_count) {
     return InquiryFailed(messages::kNoBindingToMapper, status);
   RpcMgmtSetComTimeout(mapper.get(), zt_com_timeout);
   const RoadSettings settings{.timeout_level = zt_com_timeout, .silence = &fSilence};
-  ZTagentRoad(fSystemKey, settings).shorten_wait(mapper.get());
+  const BriefWait brief = ZTagentRoad(fSystemKey, settings).wait_for_mapper();
   RPC_EP_INQ_HANDLE inquiry = nullptr;
   status = RpcMgmtEpEltInqBegin(mapper.get(), RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry);
   if (status != RPC_S_OK)
@@ -146,6 +155,8 @@ int zt_DiagComm_class::PrintEndPointMap(std::uint32_t& element_count) {
 
 int zt_DiagComm_class::PrintElements(RPC_EP_INQ_HANDLE inquiry, std::uint32_t& element_count) {
   while (element_count < kMostElements) {
+    if (std::ferror(stdout) != 0)
+      return 1;  // nobody reads on; the end of the program says so
     RpcEndpointElement element;
     const RPC_STATUS status = RpcMgmtEpEltInqNextAny(inquiry, &element);
     if (status != RPC_S_OK)

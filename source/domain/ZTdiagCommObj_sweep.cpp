@@ -34,7 +34,11 @@ constexpr FailureState kFailures[] = {
 
 void print_status(RoadState state, const std::string& name) {
   std::printf("  %s %s\n", zt_SweepField(state).c_str(), printable(name).c_str());
-  std::fflush(stdout);
+  if (output_is_whole())
+    return;
+  // Nobody reads on, and the systems that are left may be thousands.
+  show_message({messages::kCommandSet, messages::kOutputFailed});
+  std::_Exit(EXIT_FAILURE);
 }
 
 // Systems at once. Trace lines and pauses are for one call at a time.
@@ -55,8 +59,9 @@ unsigned sweep_jobs() {
 }
 
 // Lines in the order of the list, each as soon as all before it are there.
-void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms_can_be_asked) {
-  const SweepSettings settings(zt_com_timeout);
+void sweep_at_once(std::vector<SweepSystem>& systems, unsigned jobs, bool alarms_can_be_asked,
+                   KnownSilence* silence) {
+  const SweepSettings settings(zt_com_timeout, silence);
   std::map<std::size_t, RoadState> waiting;
   std::size_t next = 0;
   sys::FiberLoop loop(jobs);
@@ -108,7 +113,7 @@ void zt_DiagComm_class::CheckZTDBConnections() {
       status = database.GetNextSystemRec(system);
     } while (status == 0);
     if (const unsigned jobs = sweep_jobs(); jobs > 1)
-      sweep_at_once(systems, jobs, console != kNoSystemKey);
+      sweep_at_once(systems, jobs, console != kNoSystemKey, &fSilence);
     else
       SweepInTurn(systems, alarms);
   }

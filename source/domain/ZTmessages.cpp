@@ -11,6 +11,10 @@ std::string message_text(MessageId message, std::string_view parameter) {
                                            printable(parameter).c_str());
 }
 
+bool output_is_whole() {
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
 void show_message(MessageId message, std::string_view parameter) {
   std::fflush(stdout);
   std::fprintf(stderr, "%s\n", message_text(message, parameter).c_str());

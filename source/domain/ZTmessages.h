@@ -85,7 +85,8 @@ enum Command : int {
   kMoreMetrics = 133,         // the metrics and their class
   kMoreInstances = 134,       // the instances and their class
   kUnreadableElements = 135,  // their number
-  kOutputFailed = 137,        // the system's reason
+  kOutputFailed = 137,
+  kServersMissing = 138,
   kNoiseRejected = 200,
   kNoiseAccepted = 201,
   kTimeoutRejected = 202,
@@ -100,3 +101,6 @@ enum Command : int {
 std::string message_text(MessageId message, std::string_view parameter);
 // Writes it to standard error as a line of its own, behind what standard output holds, and flushes.
 void show_message(MessageId message, std::string_view parameter = {});
+
+// Whether standard output took all that was printed so far.
+bool output_is_whole();

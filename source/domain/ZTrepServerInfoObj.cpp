@@ -72,8 +72,8 @@ zt_RepServerInfo_class::~zt_RepServerInfo_class() {
     DisconnectFromServer();
 }
 
-int zt_RepServerInfo_class::Fail(const LostCall& call) {
-  RecordFailedCall(call);
+int zt_RepServerInfo_class::Fail(const LostCall& call, const std::string& sought) {
+  RecordFailedCall(call, sought);
   return 0;
 }
 
@@ -142,7 +142,7 @@ int zt_RepServerInfo_class::GetDataSourceInfo() {
   if (call.status == RPC_S_OK && !is_sound(tables, last_index))
     call.status = RPC_X_BAD_STUB_DATA;
   if (call.status != RPC_S_OK)
-    return Fail(call);
+    return Fail(call, "class in the data source " + fDataSourceName.value_or(""));
   tables = first_elements(tables, last_index);
   fLeftOut.clear();
   if (tables.size() == kMostClasses)

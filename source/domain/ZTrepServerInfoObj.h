@@ -124,7 +124,7 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   const rep_sInstanceDescriptor* FindInstance(int class_index, int instance_index) const;
   bool IsDataSource(const std::string& name) const;
   Scratch& GetScratch();
-  int Fail(const LostCall& call);
+  int Fail(const LostCall& call, const std::string& sought = {});
 
   int CreateFilter(const repTimeFilter_sShiftDescriptor* shifts, int num_shifts);
   int FinishView(const LostCall& call);
@@ -139,6 +139,7 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   std::optional<std::string> fDataSourceName;
   int fMoreData = 0;
   int fNumMetrics = 0;
+  std::string fSought;  // what a server that finds nothing has not got
   int fViewCreated = 0;
   int fFilterCreated = 0;
   int fConnectedToServer = 0;

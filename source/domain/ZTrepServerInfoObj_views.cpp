@@ -27,6 +27,7 @@ int zt_RepServerInfo_class::CreateBaseView(int class_index, const std::uint32_t*
   gTraceObj.LogMsg("calling zt_repView_Create");
   fNumMetrics = num_metrics;
   DestroyView();
+  fSought = std::string("data in the class ") + table.fName;
   return FinishView(Ask("repView_Create", [&](error_status_t* status) {
     zt_repView_Create(&fRPCinfo, table.fId, last_index_of(num_metrics), list_or_empty(metric_ids),
                       &fViewId, status);
@@ -38,7 +39,7 @@ int zt_RepServerInfo_class::FinishView(const LostCall& call) {
   if (call.status == RPC_S_OK)
     return 1;
   DestroyView();
-  return Fail(call);
+  return Fail(call, fSought);
 }
 
 void zt_RepServerInfo_class::DestroyView() {
@@ -75,7 +76,7 @@ int zt_RepServerInfo_class::SetPosition(int class_index, std::uint32_t start_tim
   const LostCall call = Ask("repView_SetPosition", [&](error_status_t* status) {
     zt_repView_SetPosition(fRPCinfo, &fViewId, &position, status);
   });
-  return call.status == RPC_S_OK ? 1 : Fail(call);
+  return call.status == RPC_S_OK ? 1 : Fail(call, fSought);
 }
 
 int zt_RepServerInfo_class::ReadData() {
@@ -102,7 +103,7 @@ int zt_RepServerInfo_class::ReadData() {
     call = kUndecodable;
   if (call.status != RPC_S_OK) {
     fLastTimeStampIndex = fLastIntResultsIndex = fLastCharResultsIndex = kNoIndex;
-    return Fail(call);
+    return Fail(call, fSought);
   }
   // A batch without any time stamp is an end as well: asking again would bring the same.
   if (fLastTimeStampIndex != kNoIndex && fTimeStamps[fLastTimeStampIndex] != kEndOfData)
@@ -131,7 +132,13 @@ bool zt_RepServerInfo_class::ReadReplyIsSound(std::uint32_t most_time_stamps) co
 }
 
 bool zt_RepServerInfo_class::ReturnBatchFull() const {
-  return fMoreData && fNumMetrics > 0 && fLastTimeStampIndex == MaxTimeStamps();
+  if (!fMoreData || fNumMetrics < 1)
+    return false;
+  // Texts fill their room before rows do: no place is left for what a row took so far, twice.
+  const std::size_t rows = ReturnRowCount();
+  const std::size_t texts = static_cast<std::uint32_t>(fLastCharResultsIndex + 1);
+  return fLastTimeStampIndex == MaxTimeStamps() ||
+         (rows > 0 && fCharResults.size() - texts < texts / rows * 2);
 }
 
 std::size_t zt_RepServerInfo_class::ReturnRowCount() const {

@@ -181,6 +181,8 @@ CallWords words_of_call(const LostCall& call, const std::string& waited) {
     case Kind::answered:
       if (status == kCallRaised || status == RPC_X_BAD_STUB_DATA)
         return {RoadCause::bad_answer, "answered with a reply that cannot be decoded (0x000006F7)"};
+      if (status == RPC_S_PROTOCOL_ERROR)
+        return {RoadCause::bad_answer, "answered, and comes to no end (0x000006C0)"};
       if (status == RPC_S_NOT_LISTENING)
         return {RoadCause::error, "answered that it does not accept calls (0x000006B3)"};
       return {RoadCause::error,

@@ -142,6 +142,10 @@ error_status_t RPC_MONITORED_SYSTEM_OBJ::UnbindFromServer() {
   return status;
 }
 
+std::optional<RoadFailure> RPC_MONITORED_SYSTEM_OBJ::ReturnMissing() const {
+  return fRoad.missing(fLosses, objServerNames.size());
+}
+
 void RPC_MONITORED_SYSTEM_OBJ::RecordMessage(MessageId message) {
   objErrorMessageSet = message.set;
   objErrorMessageNum = message.number;
@@ -162,8 +166,9 @@ error_status_t RPC_MONITORED_SYSTEM_OBJ::RecordFailure(RoadFailure failure) {
   return fFailure->result;
 }
 
-void RPC_MONITORED_SYSTEM_OBJ::RecordFailedCall(const LostCall& call) {
-  RMSOHandleError(RecordFailure(fRoad.call_failure(RoadLink::repository, fServerAddress, call)));
+void RPC_MONITORED_SYSTEM_OBJ::RecordFailedCall(const LostCall& call, const std::string& sought) {
+  RMSOHandleError(
+      RecordFailure(fRoad.call_failure(RoadLink::repository, fServerAddress, call, sought)));
 }
 
 void RPC_MONITORED_SYSTEM_OBJ::RMSOHandleError(error_status_t status) {

@@ -34,6 +34,11 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
   int ReturnLastError() const { return objErrorMessageNum; }
   // The last failure of the road or of a call, while its messages are recorded.
   const std::optional<RoadFailure>& ReturnFailure() const { return fFailure; }
+  // What the last search for servers lost; nothing to tell when every server that is registered
+  // answered.
+  std::optional<RoadFailure> ReturnMissing() const;
+  // "127.0.1.1 port 4100", the bound server's.
+  std::string ReturnServerPlace() const { return fServerAddress.text(); }
   // Whether the endpoint map was left before its end, and whether only as many servers were taken
   // as there is room for.
   bool ReturnSearchUnfinished() const { return fLosses.unfinished; }
@@ -61,7 +66,8 @@ class RPC_MONITORED_SYSTEM_OBJ : public BASIC_CONNECTED_SYSTEM_OBJ {
     return fRoad.ask(fServerAddress, operation, call);
   }
   // Records a failed call on the bound server, or (Ask's result made here) a reply that is refused.
-  void RecordFailedCall(const LostCall& call);
+  // Where the server says that it found nothing, `sought` says what was asked for.
+  void RecordFailedCall(const LostCall& call, const std::string& sought = {});
 
   std::string objErrorCause;
   int objErrorMessageSet = MessageId::kNoMessage;

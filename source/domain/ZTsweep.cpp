@@ -66,7 +66,8 @@ class Asked {
     const Entry entry(asked_, key, answer);
     KnownSilence silence;
     RoadSettings own = settings;
-    own.silence = &silence;
+    if (own.silence == nullptr)
+      own.silence = &silence;
     answer->report = ZTagentRoad(key, own).walk();
     return {answer, &*answer->report};
   }
@@ -133,11 +134,13 @@ void zt_Sweep(sys::FiberLoop& loop, std::span<SweepSystem> systems, const RoadSe
   });
 }
 
-SweepSettings::SweepSettings(std::uint32_t timeout_level) : ignored_(kMostIgnored) {
+SweepSettings::SweepSettings(std::uint32_t timeout_level, KnownSilence* silence)
+    : ignored_(kMostIgnored) {
   ignored_.resize(ept_CheckIgnoreIPs(std::span<std::int32_t, kMostIgnored>(ignored_)));
   road_.timeout_level = timeout_level;
   road_.broker_port = sockets::ntohs(hublnk_Port());
   road_.ignored = &ignored_;
+  road_.silence = silence;
 }
 
 unsigned zt_SweepJobs(unsigned wanted) {

@@ -50,7 +50,8 @@ void zt_Sweep(sys::FiberLoop& loop, std::span<SweepSystem> systems, const RoadSe
 // addresses that are ignored.
 class SweepSettings {
  public:
-  explicit SweepSettings(std::uint32_t timeout_level);
+  // `silence` is what the run knows to be silent; without one, nothing of a system is kept.
+  explicit SweepSettings(std::uint32_t timeout_level, KnownSilence* silence = nullptr);
   SweepSettings(const SweepSettings&) = delete;
   SweepSettings& operator=(const SweepSettings&) = delete;
   const RoadSettings& road() const { return road_; }

@@ -28,6 +28,11 @@ rpc::Reply rpc::invoke(const CallTarget&, const OperationSpec&, std::span<const 
 
 void rpc::release_activities() {}
 
+std::optional<std::chrono::milliseconds> rpc::limit_waits(
+    std::optional<std::chrono::milliseconds>) {
+  return std::nullopt;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0)
     return 0;

@@ -102,6 +102,10 @@ class Caller {
   Reply call(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit);
   void acknowledge_all();
+  std::optional<std::chrono::milliseconds> limit_waits(
+      std::optional<std::chrono::milliseconds> longest) {
+    return std::exchange(longest_wait_, longest);
+  }
 
  private:
   using Activities = std::list<Activity>;
@@ -119,6 +123,7 @@ class Caller {
   std::unordered_map<SocketAddress, Activities::iterator, ByAddress> by_address_;
   std::uint32_t path_host_ = 0;  // whose path was looked at last
   std::size_t path_limit_ = 0;
+  std::optional<std::chrono::milliseconds> longest_wait_;
 };
 
 // Why nothing answered; 10060 when no datagram came back either.
@@ -218,7 +223,10 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   what.object = target.object;
   what.body = request;
   what.timeout_level = target.timeout_level;
-  what.silence = target.silence;
+  if (longest_wait_) {
+    const auto level = silence_of_level(target.timeout_level);
+    what.silence = std::min<Duration>(*longest_wait_, level.value_or(std::chrono::hours(24)));
+  }
   what.reply_limit = reply_limit;
   what.path_limit = path_limit(address);
   what.max_fragment = static_cast<std::uint32_t>(std::max(what.path_limit, kLeastMaxFragment));
@@ -247,6 +255,11 @@ Reply invoke(const CallTarget& target, const OperationSpec& operation,
 
 void release_activities() {
   caller->acknowledge_all();
+}
+
+std::optional<std::chrono::milliseconds> limit_waits(
+    std::optional<std::chrono::milliseconds> longest) {
+  return caller->limit_waits(longest);
 }
 
 }  // namespace rpc

@@ -27,8 +27,6 @@ struct CallTarget {
   std::string endpoint;           // UDP port in decimal; empty: status 1753
   uuid_t object{};
   unsigned timeout_level = 5;  // 0 to 10
-  // In place of the level's; for a question whose answer would come at once.
-  std::optional<std::chrono::milliseconds> silence = std::nullopt;
 };
 
 struct Reply {
@@ -43,6 +41,10 @@ Reply invoke(const CallTarget& target, const OperationSpec& operation,
 
 // What RpcLastCallOutcome gives to this job or thread from now on; set at the end of every call.
 void set_last_call_outcome(const RpcCallOutcome& outcome);
+
+// See RpcMgmtLimitWaits.
+std::optional<std::chrono::milliseconds> limit_waits(
+    std::optional<std::chrono::milliseconds> longest);
 
 // Acknowledges the last reply of every server that the calling job or thread called and that still
 // keeps it for us. Called when a binding is released; safe to call at any time, and done by itself

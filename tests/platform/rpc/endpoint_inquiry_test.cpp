@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/rpc/stub/stub.h"
@@ -40,6 +43,7 @@ struct Call {
 struct Mapper {
   std::vector<Call> calls;
   std::function<rpc::Reply(const Call&)> answer;
+  std::optional<std::chrono::milliseconds> longest_wait;
 };
 
 Mapper& mapper() {
@@ -63,6 +67,11 @@ rpc::Reply rpc::invoke(const CallTarget& target, const OperationSpec& operation,
 }
 
 void rpc::release_activities() {}
+
+std::optional<std::chrono::milliseconds> rpc::limit_waits(
+    std::optional<std::chrono::milliseconds> longest) {
+  return std::exchange(mapper().longest_wait, longest);
+}
 
 namespace {
 
@@ -267,7 +276,7 @@ TEST_F(EndpointInquiry, EndsWithAStatusForEachFailure) {
     const char* name;
     std::function<rpc::Reply()> second_answer;
     RPC_STATUS status;
-    bool gives_cursor_back;
+    int gives_cursor_back;  // 2: and hardly waits for an answer
   };
   const auto failing = [](RPC_STATUS status, FailureKind kind) {
     return [=]() -> rpc::Reply { throw rpc::RpcException(status, kind); };
@@ -276,24 +285,26 @@ TEST_F(EndpointInquiry, EndsWithAStatusForEachFailure) {
     return [=] { return reply_of(lookup_reply(true, cursor, {}, status)); };
   };
   const Case cases[] = {
-      {"silence", failing(1722, FailureKind::communication), RPC_S_COMM_FAILURE, false},
-      {"lost", failing(1726, FailureKind::communication), RPC_S_COMM_FAILURE, false},
-      {"not run", failing(1727, FailureKind::communication), RPC_S_COMM_FAILURE, false},
-      {"unknown interface", failing(1717, FailureKind::communication), RPC_S_UNKNOWN_IF, true},
-      {"too busy", failing(1723, FailureKind::communication), RPC_S_SERVER_TOO_BUSY, true},
-      {"foreign characters", failing(1730, FailureKind::communication), 1730, true},
-      {"fault", failing(5, FailureKind::fault), 5, true},
-      {"failed on the server", failing(1726, FailureKind::fault), 1726, true},
-      {"undecodable", failing(1783, FailureKind::local), 1783, true},
-      {"cannot perform", saying(5, 0x16C9A0CD), 0x16C9A0CD, true},
-      {"not supported", saying(5, RPC_S_CANNOT_SUPPORT), RPC_S_CANNOT_SUPPORT, true},
-      {"no more", saying(0, kNotRegistered), RPC_X_NO_MORE_ENTRIES, false},
-      {"no more, cursor left open", saying(5, kNotRegistered), RPC_X_NO_MORE_ENTRIES, true},
-      {"nothing and no cursor", saying(0, 0), RPC_X_NO_MORE_ENTRIES, false},
+      {"silence", failing(1722, FailureKind::communication), RPC_S_COMM_FAILURE, 2},
+      {"lost", failing(1726, FailureKind::communication), RPC_S_COMM_FAILURE, 2},
+      {"not run", failing(1727, FailureKind::communication), RPC_S_COMM_FAILURE, 2},
+      {"unknown interface", failing(1717, FailureKind::communication), RPC_S_UNKNOWN_IF, 1},
+      {"too busy", failing(1723, FailureKind::communication), RPC_S_SERVER_TOO_BUSY, 1},
+      {"foreign characters", failing(1730, FailureKind::communication), 1730, 1},
+      {"fault", failing(5, FailureKind::fault), 5, 1},
+      {"failed on the server", failing(1726, FailureKind::fault), 1726, 1},
+      {"undecodable", failing(1783, FailureKind::local), 1783, 1},
+      {"cannot perform", saying(5, 0x16C9A0CD), 0x16C9A0CD, 1},
+      {"not supported", saying(5, RPC_S_CANNOT_SUPPORT), RPC_S_CANNOT_SUPPORT, 1},
+      {"no more", saying(0, kNotRegistered), RPC_X_NO_MORE_ENTRIES, 0},
+      {"no more, cursor left open", saying(5, kNotRegistered), RPC_X_NO_MORE_ENTRIES, 1},
+      {"nothing and no cursor", saying(0, 0), RPC_X_NO_MORE_ENTRIES, 0},
   };
   for (const Case& c : cases) {
     mapper().calls.clear();
     mapper().answer = [&](const Call& call) {
+      EXPECT_EQ(call.opnum == kHandleFree && c.gives_cursor_back == 2,
+                mapper().longest_wait.has_value());
       if (call.opnum == kHandleFree)
         return reply_of(endpoint_map::free_reply(true));
       if (calls_of(kLookup) == 1)
@@ -304,7 +315,7 @@ TEST_F(EndpointInquiry, EndsWithAStatusForEachFailure) {
     EXPECT_EQ(status, c.status) << c.name;
     EXPECT_EQ(count, 1u) << c.name;
     EXPECT_EQ(calls_of(kLookup), 2u) << c.name;
-    EXPECT_EQ(calls_of(kHandleFree), c.gives_cursor_back ? 1u : 0u) << c.name;
+    EXPECT_EQ(calls_of(kHandleFree), c.gives_cursor_back > 0 ? 1u : 0u) << c.name;
   }
 }
 

@@ -16,8 +16,11 @@
 #include <vector>
 
 #include "platform/rpc/client/invoke.h"
+#include "platform/sys/sockets.h"
 #include "shared/general/nt/SHderControlObj.h"
 #include "tests/support/settings_text.h"
+
+using namespace std::chrono_literals;
 
 // --- A scripted endpoint map in place of the runtime's inquiry and listening probe.
 
@@ -35,10 +38,11 @@ struct ScriptedMap {
   bool endless = false;  // the last element comes again and again
   std::size_t next = 0;
   int begun = 0, done = 0, probes = 0;
-  std::vector<std::uint32_t> levels;  // of the probes
+  std::chrono::milliseconds wait{};                // 0: the level's
+  std::vector<std::chrono::milliseconds> waits{};  // of the probes
 };
 ScriptedMap script;
-constexpr std::uint32_t kLevel = 5;
+constexpr std::uint32_t kLevel = 5;  // 30 s
 
 uuid_t object_of(std::size_t index) {
   uuid_t object{};
@@ -80,9 +84,18 @@ RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry) {
   return RPC_S_OK;
 }
 
+std::optional<std::chrono::milliseconds> RpcMgmtLimitWaits(
+    std::optional<std::chrono::milliseconds> longest) {
+  script.wait = longest.value_or(0ms);
+  return std::nullopt;
+}
+
 RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding) {
   ++script.probes;
-  RpcMgmtInqComTimeout(binding, &script.levels.emplace_back());
+  std::uint32_t level = 0;
+  RpcMgmtInqComTimeout(binding, &level);
+  EXPECT_EQ(kLevel, level);
+  script.waits.push_back(script.wait);
   return script.elements[script.next - 1].listening;
 }
 
@@ -120,12 +133,13 @@ struct Outcome {
   std::vector<std::string> bindings;
 };
 
-Outcome query(std::uint32_t capacity, const rpc_if_id_t& interface_id = kInterface) {
+Outcome query(std::uint32_t capacity, const rpc_if_id_t& interface_id = kInterface,
+              const ptc_LookupOptions& options = {}) {
   std::vector<ptc_RpcClientContextStruct> records(capacity);
   Outcome outcome;
   outcome.count = capacity;
   ptc_rpc_ep_lookup(nullptr, &interface_id, nullptr, records.data(), &outcome.count,
-                    &outcome.status, &outcome.losses);
+                    &outcome.status, &outcome.losses, options);
   if (outcome.status != RPC_S_OK)
     return outcome;
   for (std::uint32_t i = 0; i < outcome.count; ++i)
@@ -233,15 +247,39 @@ TEST(EndpointQuery, LosesPatienceWithServersThatAnswerNothing) {
   const Outcome outcome = query(128);
   EXPECT_EQ(std::vector{udp("10.0.0.1", 21)}, outcome.bindings);
   EXPECT_TRUE(outcome.losses.unfinished);
-  std::vector<std::uint32_t> levels(8, kLevel);
-  levels.resize(65, kLevel - 3);
-  EXPECT_EQ(levels, script.levels);
+  std::vector waits(8, 0ms);
+  waits.resize(65, 3750ms);
+  EXPECT_EQ(waits, script.waits);
 
   answer_with(10061);
   script.next = 0;
   script.probes = 0;
   EXPECT_FALSE(query(128).losses.unfinished) << "a refusal costs no time";
   EXPECT_EQ(200, script.probes);
+}
+
+// What swallows packets is waited for once: a server, and an address other than the map's host.
+TEST(EndpointQuery, WaitsOnceForOneDeadThing) {
+  script = {};
+  script.elements = {{udp("10.0.0.1", 1), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.1", 2), RPC_S_OK},
+                     {udp("10.0.0.9", 3), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.9", 4), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.9", 5), RPC_S_OK}};
+  answer_with(10060);
+  KnownSilence silence;
+  const std::uint32_t host = sockets::inet_addr("10.0.0.1");
+  silence.add({host, 2, "rep_LookupTable"}, {RPC_S_SERVER_UNAVAILABLE, RpcLastCallOutcome()});
+  const ptc_LookupOptions options{.silence = &silence, .host = host};
+  EXPECT_EQ(2U, query(8, kInterface, options).count);
+  EXPECT_EQ((std::vector{0ms, 2500ms, 0ms, 1250ms, 625ms}), script.waits);
+
+  script.next = 0;
+  script.waits.clear();
+  const Outcome again = query(8, kInterface, options);
+  EXPECT_EQ(2U, again.count);
+  EXPECT_EQ(3, again.losses.servers) << "they are told as if they had been waited for";
+  EXPECT_EQ((std::vector{2500ms, 625ms}), script.waits);
 }
 
 TEST(IgnoreList, DropsItsAddresses) {

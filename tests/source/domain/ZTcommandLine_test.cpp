@@ -100,7 +100,7 @@ TEST(Usage, IsFortyNineLinesOfSeventyThreeCharacters) {
   std::ifstream file(ZT_TEST_DATA "/usage.txt");
   const std::string expected{std::istreambuf_iterator<char>(file), {}};
   ASSERT_EQ(49U * 74U, expected.size());
-  EXPECT_EXIT(PrintUsage(), ::testing::ExitedWithCode(1), ::testing::Eq(expected));
+  EXPECT_EXIT((PrintUsage(), std::exit(1)), ::testing::ExitedWithCode(1), ::testing::Eq(expected));
 }
 
 }  // namespace
