@@ -3,6 +3,8 @@
 // every row what is done and both streams whole, and every row has its case. Hosts that are out of
 // reach are made of routes and of a pair of interfaces at whose other end nobody listens.
 //
+// "(heading)" stands for the lines from the echo of the command to the target's.
+//
 // ZT_FAULTS_RECORD=FILE writes the cases with what was printed now, to be read before it is taken.
 
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -21,8 +24,10 @@
 #include <vector>
 
 #include "platform/sys/prtzt_file.h"
+#include "source/domain/ZTrepServerInfoObj.h"
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
+#include "tests/endtoend/scenario_text.h"
 #include "tests/support/settings_text.h"
 
 namespace endtoend {
@@ -34,6 +39,18 @@ struct Case {
   std::map<std::string, std::string> action;
   std::string out, err;
 };
+
+constexpr const char* kHeading = "1|(heading)";
+
+// What the case's command prints ahead of its checks, with the console or an address for a target.
+std::string heading_of(const Case& each) {
+  const std::string command = each.action.at("run");
+  const std::size_t target = command.find("-s ");
+  if (target == std::string::npos)
+    return heading("ztcomm " + command, "console", "127.0.0.2");
+  return heading("ztcomm " + command,
+                 command.substr(target + 3, command.find(' ', target + 3) - target - 3));
+}
 
 std::string text_of(const std::string& path) {
   std::ifstream file(path);
@@ -51,6 +68,9 @@ std::vector<Case> read_cases() {
       stream = nullptr;
     } else if (cases.empty() || (line.empty() && stream == nullptr)) {
       continue;
+    } else if (line == kHeading) {
+      stream = &cases.back().out;
+      *stream += heading_of(cases.back());
     } else if (line.starts_with("1|") || line.starts_with("2|")) {
       stream = line.front() == '1' ? &cases.back().out : &cases.back().err;
       *stream += line.substr(2) + "\n";
@@ -78,10 +98,16 @@ std::map<std::string, std::string> read_atlas() {
   return rows;
 }
 
-// An installation whose database is one of the sorts that a case names.
+std::vector<std::string> words_of(const std::string& line) {
+  std::istringstream text(line);
+  return {std::istream_iterator<std::string>(text), {}};
+}
+
+// An installation whose database is one of the sorts that a case names, with these systems, and
+// whose list of ignored addresses has the lines of a workstation's file.
 class Installation {
  public:
-  explicit Installation(const std::string& sort) {
+  Installation(const std::string& sort, const std::string& systems, const std::string& ignored) {
     const auto build = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
     registry_ = folder_.write("zentrace.reg",
                               test::settings_text((build / "share/zentrace").string(), path()));
@@ -95,8 +121,14 @@ class Installation {
       std::filesystem::create_directory(database);
     else if (sort == "locked")
       lock_older(database);
-    else if (sort != "missing")
+    else if (!sort.empty() && sort != "missing")
       run("ztsys", {"--db", database, "add", "127.0.3.1"});
+    for (const std::string& system : words_of(systems))
+      run("ztsys", {"--db", database, "add", system});
+    std::string list;
+    for (const std::string& address : words_of(ignored))
+      list += address + "\r\n";
+    folder_.write("ignoreip.txt", list);
     if (sort == "cut")
       std::filesystem::resize_file(database, 700);
     if (sort == "unreadable")
@@ -121,11 +153,6 @@ class Installation {
   sys::tBINFILE lock_{nullptr, 1};
 };
 
-std::vector<std::string> words_of(const std::string& line) {
-  std::istringstream text(line);
-  return {std::istream_iterator<std::string>(text), {}};
-}
-
 // What changes from run to run: ports and the folder.
 std::string constant(std::string text, const std::string& folder) {
   text = std::regex_replace(text, std::regex(R"(\[\d{4,5}\])"), "[*]");
@@ -133,8 +160,8 @@ std::string constant(std::string text, const std::string& folder) {
   return folder.empty() ? text : replace_all(text, folder, "FOLDER");
 }
 
-// A text in which a line, or a group of three, that comes four times or more stands once, with the
-// number of times.
+// A text in which a line, or a group of three or five, that comes four times or more stands once,
+// with the number of times.
 std::string collapsed(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
@@ -143,7 +170,7 @@ std::string collapsed(const std::string& text) {
   std::string result;
   for (std::size_t at = 0; at < lines.size();) {
     std::size_t size = 1, times = 1;
-    for (const std::size_t group : {1U, 3U}) {
+    for (const std::size_t group : {1U, 3U, 5U}) {
       std::size_t same = 0;
       while (at + group + same < lines.size() && lines[at + same] == lines[at + group + same])
         ++same;
@@ -159,24 +186,29 @@ std::string collapsed(const std::string& text) {
   return result;
 }
 
-// For a case's length, names that the hosts file lacks are asked of a server that swallows packets.
-// The namespace's nsswitch.conf is its own file already.
-class SilentNameServer {
+// A file of the system's with this text for a case's length. The namespace's nsswitch.conf is its
+// own already, without a name that something could be mounted on.
+class Instead {
  public:
-  SilentNameServer() {
-    const std::string resolver =
-        folder_.write("resolv.conf", "nameserver 10.2.0.7\noptions timeout:2 attempts:1\n");
-    EXPECT_EQ(0, std::system(("mount --bind " + resolver + " /etc/resolv.conf").c_str()));
-    std::ofstream(kOrder) << "hosts: files dns\n";
+  Instead(const std::string& file, const std::string& text)
+      : file_(file), mounted_(file != "/etc/nsswitch.conf"), before_(text_of(file)) {
+    if (mounted_)
+      EXPECT_EQ(0,
+                std::system(("mount --bind " + folder_.write("text", text) + " " + file).c_str()));
+    else
+      std::ofstream(file) << text;
   }
-  ~SilentNameServer() {
-    std::ofstream(kOrder) << order_;
-    EXPECT_EQ(0, std::system("umount /etc/resolv.conf"));
+  ~Instead() {
+    if (mounted_)
+      EXPECT_EQ(0, std::system(("umount " + file_).c_str()));
+    else
+      std::ofstream(file_) << before_;
   }
 
  private:
-  static constexpr const char* kOrder = "/etc/nsswitch.conf";
-  const std::string order_ = text_of(kOrder);
+  std::string file_;
+  bool mounted_;
+  std::string before_;
   TemporaryFolder folder_;
 };
 
@@ -190,16 +222,24 @@ Case run_case(const Case& given) {
   const std::string setting = said("env");
   if (!setting.empty())
     environment[setting.substr(0, setting.find('='))] = setting.substr(setting.find('=') + 1);
-  const std::string sort = said("database");
-  const Installation installation(sort);
-  if (!sort.empty())
+  const std::string sort = said("database"), systems = said("systems"), ignored = said("ignored");
+  const Installation installation(sort, systems, ignored);
+  if (!(sort + systems + ignored).empty())
     environment["ZT_REGISTRY"] = installation.registry();
   const std::string host = said("host").empty() ? "console" : said("host");
   EXPECT_EQ(0, ::sethostname(host.data(), host.size()));
-  std::optional<SilentNameServer> name_server;
-  if (!said("nameserver").empty())
-    name_server.emplace();
-  const Result result = run("ztcomm", words_of(said("run")), environment, 60, said("output"));
+  std::vector<std::unique_ptr<Instead>> instead;
+  if (!said("nameserver").empty()) {
+    instead.push_back(std::make_unique<Instead>(
+        "/etc/resolv.conf", "nameserver 10.2.0.7\noptions timeout:2 attempts:1\n"));
+    instead.push_back(std::make_unique<Instead>("/etc/nsswitch.conf", "hosts: files dns\n"));
+  }
+  if (!said("hosts").empty())
+    instead.push_back(
+        std::make_unique<Instead>("/etc/hosts", replace_all(said("hosts"), "; ", "\n")));
+  const Result result =
+      run("ztcomm", words_of(said("run")), environment,
+          said("killed").empty() ? 60 : std::stoi(said("killed")), said("output"));
   EXPECT_EQ(0, ::sethostname("console", 7));
 
   Case now = given;
@@ -215,7 +255,12 @@ Case run_case(const Case& given) {
 
 std::string recorded(const Case& each) {
   std::string text = "\n== " + each.row + "\n" + each.actions;
-  for (const auto& [mark, stream] : {std::pair("1|", each.out), std::pair("2|", each.err)}) {
+  std::string out = each.out;
+  if (const std::string usual = heading_of(each); out.starts_with(usual)) {
+    text += std::string(kHeading) + "\n";
+    out.erase(0, usual.size());
+  }
+  for (const auto& [mark, stream] : {std::pair("1|", out), std::pair("2|", each.err)}) {
     std::istringstream lines(stream);
     for (std::string line; std::getline(lines, line);)
       text += mark + line + "\n";
@@ -247,13 +292,23 @@ class Faults : public ::testing::Test {
          {"ip link add road0 type veth peer name road1", "ip link set road1 up",
           "ip addr add 10.2.0.1/24 dev road0", "ip link set road0 up",
           "ip neigh add 10.2.0.7 lladdr 02:00:00:00:00:07 dev road0 nud permanent",
-          "ip route add unreachable 10.1.1.1", "ip route add prohibit 10.1.1.2"})
+          "ip route add unreachable 10.1.1.1", "ip route add prohibit 10.1.1.2",
+          // What repository-asks-from-elsewhere sends from other ports than its own is dropped.
+          "ip rule add pref 10 lookup local", "ip rule del pref 0",
+          "ip rule add pref 1 from 127.0.3.65 ipproto udp sport 135 lookup local",
+          "ip rule add pref 2 from 127.0.3.65 ipproto udp sport 4100 lookup local",
+          "ip rule add pref 3 from 127.0.3.65 ipproto udp blackhole"})
       ASSERT_EQ(0, std::system(command)) << command;
   }
 };
 
 TEST_F(Faults, TheAtlasTellsWhatIsPrinted) {
-  const Agent agent(text_of(std::string(ZT_FAULTS) + ".toml"));
+  std::string scenario = text_of(std::string(ZT_FAULTS) + ".toml") +
+                         "[[system]]\nname = 'crowd'\naddress = '127.0.3.57'\nalarm = {}\n"
+                         "repository = [{source = 'TAMBO'}";
+  for (int i = 0; i < 129; ++i)
+    scenario += ", {source = 'ORDERS'}";
+  const Agent agent(scenario + "]\n");
   auto atlas = read_atlas();
   EXPECT_GE(atlas.size(), 60U);
   std::string record;
@@ -273,8 +328,35 @@ TEST_F(Faults, TheAtlasTellsWhatIsPrinted) {
   }
   for (const auto& [row, text] : atlas)
     ADD_FAILURE() << "no case for the row " << row;
+  // Whatever the checks made on an agent they took back, but where a server let them not.
+  EXPECT_EQ((std::vector<std::string>{"server-hangs/TAMBO"}), agent.holders_of_contexts());
   if (const char* file = std::getenv("ZT_FAULTS_RECORD"))
     std::ofstream(file) << record;
+}
+
+// Views over filters, which no check makes. The server hands out an object with its refusal, and a
+// second filter takes the place of the first.
+TEST_F(Faults, NoFilterIsLeftOnTheAgent) {
+  const repTimeFilter_sShiftDescriptor shift{0, 0x7FFFFFFF, repTimeFilter_cShiftAbsolute};
+  const std::uint32_t metric = 101;
+  const std::string refusing = "behaviour = [{patch = {at = 20, hex = '0500014C'}, operation = ";
+  const std::map<std::string, int> cases = {{"", 1},
+                                            {refusing + "'repTimeFilter_Create'}]", 0},
+                                            {refusing + "'repFilteredView_Create'}]", 0}};
+  SourceText source("A");
+  source.with_class("C", "rows = 3").metric("M");
+  for (const auto& [behaviour, made] : cases) {
+    SCOPED_TRACE(behaviour);
+    const Agent agent(source.text() + system_alpha({"A"}, behaviour));
+    {
+      zt_RepServerInfo_class client(0x0101007F, "alpha");
+      ASSERT_EQ(1, client.ConnectToServer("A"));
+      for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(made, client.CreateFilteredView(0, &metric, 1, &shift, 1));
+    }
+    EXPECT_NE(agent.log().find(" is made"), std::string::npos);
+    EXPECT_EQ(agent.holders_of_contexts(), std::vector<std::string>());
+  }
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <stdexcept>
 
 extern char** environ;
@@ -168,6 +169,23 @@ Agent::~Agent() {
 
 std::string Agent::log() const {
   return slurp(folder_.path() / "log");
+}
+
+std::vector<std::string> Agent::holders_of_contexts() const {
+  const std::string log = this->log();
+  std::map<std::string, std::string> held;  // by context
+  const std::regex change(
+      R"(\S+ \S+ (\S+) (view|filter|inquiry) (\S+) is (made|destroyed|run down))");
+  for (std::sregex_iterator each(log.begin(), log.end(), change), end; each != end; ++each) {
+    if ((*each)[4] == "made")
+      held[(*each)[3]] = (*each)[1];
+    else
+      held.erase((*each)[3]);
+  }
+  std::vector<std::string> servers;
+  for (const auto& [context, server] : held)
+    servers.push_back(server);
+  return servers;
 }
 
 void Agent::kill() {

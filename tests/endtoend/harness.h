@@ -63,6 +63,8 @@ class Agent {
 
   // What it has printed so far (-v: a line per packet or call).
   std::string log() const;
+  // The servers on which clients still hold a view, a filter or an inquiry, as the log has it.
+  std::vector<std::string> holders_of_contexts() const;
   // Ends it with SIGKILL, as a crash would.
   void kill();
 
