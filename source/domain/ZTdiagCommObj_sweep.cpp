@@ -53,8 +53,7 @@ unsigned sweep_jobs() {
   const auto [stop, error] = std::from_chars(text, end, jobs);
   if (error == std::errc() && stop == end && jobs >= 1 && jobs <= kMostJobs)
     return zt_SweepJobs(jobs);
-  std::fprintf(stderr, "%s: '%s' is no number from 1 to %u; %u systems are asked at once.\n",
-               kJobsVariable, printable(text).c_str(), kMostJobs, kDefaultJobs);
+  show_message({messages::kCommandSet, messages::kJobsRejected});
   return zt_SweepJobs(kDefaultJobs);
 }
 

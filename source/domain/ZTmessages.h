@@ -87,6 +87,7 @@ enum Command : int {
   kUnreadableElements = 135,  // their number
   kOutputFailed = 137,
   kServersMissing = 138,
+  kJobsRejected = 139,
   kNoiseRejected = 200,
   kNoiseAccepted = 201,
   kTimeoutRejected = 202,

@@ -33,8 +33,8 @@ const std::map<std::pair<int, int>, bool>& messages() {
       {{20, 126}, true},  {{20, 127}, false}, {{20, 128}, false}, {{20, 129}, true},
       {{20, 130}, true},  {{20, 131}, true},  {{20, 132}, true},  {{20, 133}, true},
       {{20, 134}, true},  {{20, 135}, true},  {{20, 137}, false}, {{20, 138}, false},
-      {{20, 200}, false}, {{20, 201}, true},  {{20, 202}, false}, {{20, 203}, true},
-      {{20, 204}, false}, {{20, 205}, true},  {{100, 4}, false},
+      {{20, 139}, false}, {{20, 200}, false}, {{20, 201}, true},  {{20, 202}, false},
+      {{20, 203}, true},  {{20, 204}, false}, {{20, 205}, true},  {{100, 4}, false},
   };
   return all;
 }
