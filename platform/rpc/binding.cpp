@@ -205,6 +205,14 @@ RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level)
   return RPC_S_OK;
 }
 
+RPC_STATUS RpcMgmtSetComLongest(RPC_BINDING_HANDLE binding, std::chrono::milliseconds longest) {
+  const std::shared_ptr<rpc::Binding> found = rpc::bindings().find(binding);
+  if (found == nullptr)
+    return RPC_S_INVALID_BINDING;
+  found->target.longest = longest;
+  return RPC_S_OK;
+}
+
 RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level) {
   const std::shared_ptr<rpc::Binding> found = rpc::bindings().find(binding);
   if (found == nullptr)

@@ -68,6 +68,9 @@ RPC_STATUS RpcBindingFree(RPC_BINDING_HANDLE* binding);
 RPC_STATUS RpcBindingSetObject(RPC_BINDING_HANDLE binding, const uuid_t* object);
 // Levels 0 to 10; any other gives 1709.
 RPC_STATUS RpcMgmtSetComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t level);
+// Gives a call up after so long, whatever the server says meanwhile: one that says "working" for
+// ever would hold its client for ever.
+RPC_STATUS RpcMgmtSetComLongest(RPC_BINDING_HANDLE binding, std::chrono::milliseconds longest);
 RPC_STATUS RpcMgmtInqComTimeout(RPC_BINDING_HANDLE binding, std::uint32_t* level);
 
 // --- Endpoint inquiry (C706 appendix O). A null binding asks this host.
@@ -121,6 +124,7 @@ struct RpcCallOutcome {
   RPC_STATUS network = 0;
   std::uint32_t number = 0;  // as it came (C706 appendix E, or the server's own)
   RPC_STATUS status = 0;     // the call's own; a stub may report another
+  bool big_endian = false;   // how the server writes the numbers of its reply
   // The server's question who we are got no answer, so that it did not run the call.
   bool call_back_lost() const { return kind == Kind::reject && number == 0x1C00000B; }
 };

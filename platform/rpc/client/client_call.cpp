@@ -181,7 +181,8 @@ void ClientCall::ask_again(Time now) {
 void ClientCall::on_time(Time now) {
   if (done_)
     return;
-  if (deadline_ && *deadline_ <= now) {
+  const bool over = request_.longest && started_ + *request_.longest <= now;
+  if (over || (deadline_ && *deadline_ <= now)) {
     give_up();
     return;
   }
@@ -201,6 +202,8 @@ std::optional<Time> ClientCall::wakeup() const {
     if (time && (!earliest || *time < *earliest))
       earliest = time;
   };
+  if (request_.longest)
+    consider(started_ + *request_.longest);
   if (!sender_.all_sent())
     consider(sender_.wakeup());
   consider(joiner_.wakeup());

@@ -10,8 +10,9 @@
 // while fragments of a response are missing, the joiner's clock repeats the acknowledgement.
 //
 // Every call ends: with a reply, a fault or a reject, or when no sign of life came for as long as
-// the level allows. Only "working" is one however often it comes; an acknowledgement is one when it
-// acknowledges something new, a fragment when it is new, "no such call" the first time.
+// the level allows, or when its whole time is over where it has one. Only "working" is one however
+// often it comes; an acknowledgement is one when it acknowledges something new, a fragment when it
+// is new, "no such call" the first time.
 
 #pragma once
 
@@ -39,6 +40,7 @@ struct CallRequest {
   std::span<const std::byte> body;
   unsigned timeout_level = 5;
   std::optional<Duration> silence = std::nullopt;  // in place of the level's
+  std::optional<Duration> longest = std::nullopt;  // the call's end, whatever the server says
   std::size_t reply_limit = 0;                     // largest legal body of the reply
   std::size_t path_limit = kLeastMaxFragment;      // largest datagram to send
   std::uint32_t max_fragment = kLeastMaxFragment;  // largest datagram that we announce

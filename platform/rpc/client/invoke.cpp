@@ -227,13 +227,16 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
     const auto level = silence_of_level(target.timeout_level);
     what.silence = std::min<Duration>(*longest_wait_, level.value_or(std::chrono::hours(24)));
   }
+  what.longest = target.longest;
   what.reply_limit = reply_limit;
   what.path_limit = path_limit(address);
   what.max_fragment = static_cast<std::uint32_t>(std::max(what.path_limit, kLeastMaxFragment));
   what.window_kilobytes = transport_->window_kilobytes(sockets_.jobs(transport_));
   ClientCall call(activity, ClientIdentity::of_this_process(), sockets_.random, what, Clock::now(),
                   std::exchange(reply_memory_, {}));
-  set_last_call_outcome(outcome_of(call, transport_->run(call, activity)));
+  RpcCallOutcome outcome = outcome_of(call, transport_->run(call, activity));
+  outcome.big_endian = !call.representation().little_endian;
+  set_last_call_outcome(outcome);
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
   // The body grew in memory that is used again; the caller gets one of its exact size.

@@ -27,6 +27,8 @@ struct CallTarget {
   std::string endpoint;           // UDP port in decimal; empty: status 1753
   uuid_t object{};
   unsigned timeout_level = 5;  // 0 to 10
+  // The call is given up after this, whatever the server says meanwhile; nothing: never.
+  std::optional<std::chrono::milliseconds> longest = std::nullopt;
 };
 
 struct Reply {

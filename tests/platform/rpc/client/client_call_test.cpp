@@ -58,6 +58,7 @@ class ClientCallTest : public testing::Test {
     request.operation = &operation;
     request.body = request_body_;
     request.timeout_level = level;
+    request.longest = longest_;
     request.reply_limit = 4096;
     operation_ = &operation;
     began_ = now_;
@@ -152,6 +153,7 @@ class ClientCallTest : public testing::Test {
   Bytes request_body_;
   const OperationSpec* operation_ = nullptr;
   std::uint32_t sequence_ = 0;
+  std::optional<Duration> longest_;
   std::optional<ClientCall> call_;
 };
 
@@ -263,6 +265,18 @@ TEST_F(ClientCallTest, WorkingKeepsTheCallAliveAndPingsSeldom) {
   }
   receive(PacketType::response, pattern(4));
   expect_end(0);
+}
+
+TEST_F(ClientCallTest, WorkingForEverEndsWithTheCallsWholeTime) {
+  longest_ = 8s;
+  begin(kOnce, 0);
+  for (int i = 0; i < 8; ++i) {
+    pass(900ms);
+    receive(PacketType::working);
+    ASSERT_FALSE(call_->done()) << i;
+  }
+  EXPECT_EQ(names(pass(800ms)), "cancel");
+  expect_end(RPC_S_CALL_FAILED);
 }
 
 TEST_F(ClientCallTest, PingsAfterWorkingGrowSeldomWithTheCallsAge) {
