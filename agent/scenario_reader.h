@@ -4,8 +4,8 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <set>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "agent/scenario.h"
+#include "agent/scenario_names.h"
 #include "agent/toml.h"
 
 namespace agent {
@@ -76,13 +77,8 @@ class TableReader {
   // "2.1": two numbers of 16 bits.
   void version(std::string_view key, std::uint16_t& major, std::uint16_t& minor);
 
-  template <typename Enum>
-  struct Choice {
-    std::string_view name;
-    Enum value;
-  };
-  template <typename Enum>
-  void choice(std::string_view key, Enum& value, std::initializer_list<Choice<Enum>> choices) {
+  template <typename Enum, std::size_t N>
+  void choice(std::string_view key, Enum& value, const Choice<Enum> (&choices)[N]) {
     const auto text = any_text(key);
     if (!text)
       return;

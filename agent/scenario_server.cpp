@@ -250,11 +250,7 @@ void parse_server(TableReader& reader, ServerKind kind, ServerSettings& server) 
                                {"who_are_you", CallBackKind::who_are_you},
                                {"who_are_you2", CallBackKind::who_are_you2}});
   reader.flag("call_back_from_other_port", server.call_back_from_other_port);
-  reader.choice<Listening>("listening", server.listening,
-                           {{"yes", Listening::yes},
-                            {"no", Listening::no},
-                            {"mute", Listening::mute},
-                            {"absent", Listening::absent}});
+  reader.choice("listening", server.listening, kListenings);
   reader.integer("call_back_s", server.call_back_limit, {1, 3600});
   reader.integer("client_silence_s", server.client_silence, {1, 86'400});
   reader.integer("fragment_size", server.fragment_size, {200, 8'000});
@@ -278,28 +274,12 @@ void parse_registration(TableReader& reader, Registration& registration) {
 
 void parse_broker(TableReader& reader, LocationBroker& broker) {
   reader.integer("port", broker.port, {1, 65'535});
-  reader.choice<BrokerMode>("mode", broker.mode,
-                            {{"normal", BrokerMode::normal},
-                             {"refused", BrokerMode::refused},
-                             {"unanswered", BrokerMode::unanswered},
-                             {"closing", BrokerMode::closing},
-                             {"reset", BrokerMode::reset},
-                             {"silent", BrokerMode::silent},
-                             {"slow", BrokerMode::slow},
-                             {"malformed", BrokerMode::malformed}});
+  reader.choice("mode", broker.mode, kBrokerModes);
   reader.version("version", broker.major, broker.minor);
   reader.integer("status", broker.status);
   reader.integer("bytes_per_second", broker.bytes_per_second, {1, 1'000'000});
   reader.integer("idle_broker_s", broker.idle_seconds, {1, 86'400});
-  reader.choice<Malformation>("malformation", broker.malformation,
-                              {{"identifier", Malformation::identifier},
-                               {"length_zero", Malformation::length_zero},
-                               {"length_short", Malformation::length_short},
-                               {"length_huge", Malformation::length_huge},
-                               {"too_many_words", Malformation::too_many_words},
-                               {"data_too_long", Malformation::data_too_long},
-                               {"cut", Malformation::cut},
-                               {"garbage", Malformation::garbage}});
+  reader.choice("malformation", broker.malformation, kMalformations);
   // In an event the key names the server that changes.
   if (!reader.has("server") || reader.has_text("server"))
     return;

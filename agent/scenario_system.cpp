@@ -74,23 +74,11 @@ void parse_alarm(TableReader& reader, AlarmServer& result) {
 
 // A name of the product's interfaces, or any UUID.
 void parse_interface(TableReader& reader, uuid_t& id) {
-  struct Known {
-    std::string_view name;
-    const char* uuid;
-  };
-  static constexpr Known kKnown[] = {
-      {"rep", "5b3c82a0-17e4-0000-020a-141e28000000"},
-      {"repView", "5d0e4c91-3a27-0000-020a-141e28000000"},
-      {"repTimeFilter", "5d0e3b6a-c4f9-0000-020a-141e28000000"},
-      {"repFilteredView", "5d0f9172-8e05-0000-020a-141e28000000"},
-      {"repTemporalView", "5d0e6f08-b2d6-0000-020a-141e28000000"},
-      {"ag", "5e61c7d3-a04b-0000-020a-141e32000000"},
-  };
   std::string text;
   reader.required_text("interface", text, 36);
-  for (const Known& known : kKnown)
+  for (const auto& known : kInterfaces)
     if (text == known.name) {
-      UuidFromStringA(known.uuid, &id);
+      UuidFromStringA(known.value, &id);
       return;
     }
   if (reader.has_text("interface") && UuidFromStringA(text.c_str(), &id) != RPC_S_OK)
