@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <string_view>
+#include <unordered_map>
 
 namespace agent {
 
@@ -10,6 +12,10 @@ namespace {
 
 std::uint32_t wire(std::int64_t number) {
   return static_cast<std::uint32_t>(number);
+}
+
+bool lives(const Instance& instance, std::int64_t when) {
+  return when >= instance.birth && when <= instance.death;
 }
 
 // One row's value by a model. Instances of one class are set apart by reading the model some rows
@@ -55,6 +61,34 @@ RowTable::RowTable(const ClassData& data) : data_(data) {
       starts_.push_back(i);
   if (!data.rows.empty())
     starts_.push_back(data.rows.size());
+  if (!data.instances.empty())
+    find_instances();
+}
+
+void RowTable::find_instances() {
+  std::unordered_map<std::string_view, std::size_t> by_text;
+  for (std::size_t i = data_.instances.size(); i-- > 0;) {
+    by_text[data_.instances[i].label] = i;
+    by_text[data_.instances[i].name] = i;
+  }
+  const auto metric =
+      std::find_if(data_.metrics.begin(), data_.metrics.end(),
+                   [&](const auto& one) { return one.id == data_.discriminator && one.is_text(); });
+  const auto column = static_cast<std::size_t>(metric - data_.metrics.begin());
+  std::size_t next = 0;  // of those that live
+  for (std::size_t i = 0; i < data_.rows.size(); ++i) {
+    const ExplicitRow& row = data_.rows[i];
+    if (i == 0 || row.time != data_.rows[i - 1].time)
+      next = 0;
+    while (next < data_.instances.size() && !lives(data_.instances[next], row.time))
+      ++next;
+    std::size_t instance = next++;
+    if (metric != data_.metrics.end())
+      if (const auto named = by_text.find(std::get<std::string>(row.cells[column]));
+          named != by_text.end())
+        instance = named->second;
+    instances_.push_back(instance);
+  }
 }
 
 std::size_t RowTable::slots() const {
@@ -100,11 +134,17 @@ std::size_t RowTable::rows(std::size_t slot) const {
 bool RowTable::has_row(std::size_t slot, std::size_t row) const {
   if (row >= rows(slot))
     return false;
-  if (row >= data_.instances.size())
-    return true;
-  const Instance& instance = data_.instances[row];
-  const std::int64_t when = time(slot);
-  return when >= instance.birth && when <= instance.death;
+  return !starts_.empty() || row >= data_.instances.size() ||
+         lives(data_.instances[row], time(slot));
+}
+
+std::optional<std::size_t> RowTable::row_of(std::size_t slot, std::size_t instance) const {
+  if (instances_.empty())
+    return has_row(slot, instance) ? std::optional(instance) : std::nullopt;
+  for (std::size_t row = 0; row < rows(slot); ++row)
+    if (instances_[starts_[slot] + row] == instance)
+      return row;
+  return std::nullopt;
 }
 
 Value RowTable::value(std::size_t slot, std::size_t row, std::size_t metric) const {

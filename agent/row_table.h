@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <variant>
 #include <vector>
@@ -33,14 +34,21 @@ class RowTable {
   // The first slot that is not before `time`; slots() when there is none.
   std::size_t slot_from(std::uint32_t time) const;
   std::size_t rows(std::size_t slot) const;
-  // Whether the slot's row number `row` exists: that of an instance only within its life.
+  // Whether the slot's row number `row` exists: by a model, that of an instance only within its
+  // life.
   bool has_row(std::size_t slot, std::size_t row) const;
+  // The row of an instance; nothing when it has none in this slot. Rows that the file spells out
+  // belong to the instance that their discriminator names, else in turn to those that live then.
+  std::optional<std::size_t> row_of(std::size_t slot, std::size_t instance) const;
   // `metric` is an index into the class's metrics, `row` below rows(slot).
   Value value(std::size_t slot, std::size_t row, std::size_t metric) const;
 
  private:
+  void find_instances();
+
   const ClassData& data_;
-  std::vector<std::size_t> starts_;  // explicit rows: where each slot begins, and the end
+  std::vector<std::size_t> starts_;     // explicit rows: where each slot begins, and the end
+  std::vector<std::size_t> instances_;  // of each of them, in a class with instances
 };
 
 }  // namespace agent

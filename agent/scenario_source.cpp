@@ -56,10 +56,20 @@ std::size_t weight(const Metric& metric) {
 }
 
 std::size_t weight(const ClassData& data) {
-  std::size_t sum = 1 + data.instances.size() + data.rows.size() * (1 + data.metrics.size());
+  std::size_t sum = 1 + data.instances.size();
   for (const Metric& metric : data.metrics)
     sum += weight(metric);
   return sum;
+}
+
+// Rows that the file spells out are bounded by the file; only further copies of them cost.
+template <typename Element>
+std::size_t weight_of_rows(const Element&) {
+  return 0;
+}
+
+std::size_t weight_of_rows(const ClassData& data) {
+  return data.rows.size() * (1 + data.metrics.size());
 }
 
 // Identifier, name and label: the common head of every descriptor.
@@ -77,7 +87,7 @@ void SourceParser::add_copies(TableReader& reader, std::vector<Element>& all,
                               std::uint32_t count, std::size_t most) {
   if (all.size() + count > most)
     return reader.refuse("count", "expected at most " + std::to_string(most) + " in all");
-  if (!budget_.take(weight(element), count))
+  if (!budget_.take(weight(element), count) || !budget_.take(weight_of_rows(element), count - 1))
     return reader.refuse("count", "expected at most " + std::to_string(Budget::kMostParts) +
                                       " parts in the whole scenario");
   for (std::uint32_t i = 0; i < count; ++i) {

@@ -93,9 +93,10 @@ std::size_t View::rows_at(std::size_t slot) const {
 
 bool View::row_at(const Cursor& cursor) const {
   const std::size_t end = group_end(cursor.slot);
-  const std::size_t row = definition_.temporal ? definition_.instances[cursor.row] : cursor.row;
   for (std::size_t slot = cursor.slot; slot < end; ++slot)
-    if (in_any(definition_.shifts, table_.time(slot)) && table_.has_row(slot, row))
+    if (in_any(definition_.shifts, table_.time(slot)) &&
+        (definition_.temporal ? table_.row_of(slot, definition_.instances[cursor.row]).has_value()
+                              : table_.has_row(slot, cursor.row)))
       return true;
   return false;
 }
@@ -201,9 +202,10 @@ Value View::summary(std::size_t slot, std::size_t instance, std::size_t metric) 
   Accumulator numbers(described.summary);
   std::string_view text;
   for (const std::size_t end = group_end(slot); slot < end; ++slot) {
-    if (!in_any(definition_.shifts, table_.time(slot)) || !table_.has_row(slot, instance))
+    const auto row = table_.row_of(slot, instance);
+    if (!row || !in_any(definition_.shifts, table_.time(slot)))
       continue;
-    const Value value = table_.value(slot, instance, metric);
+    const Value value = table_.value(slot, *row, metric);
     if (const auto* last_text = std::get_if<std::string_view>(&value))
       text = *last_text;
     else
