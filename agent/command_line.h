@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "agent/recorder/record_command.h"
 #include "platform/sys/options.h"
 
 namespace agent {
@@ -17,6 +18,7 @@ struct Arguments {
   std::string log_file;       // empty: none
   int ready_descriptor = -1;  // none
   std::string ready_file;     // empty: none
+  recorder::RecordArguments record;
 };
 
 // The table of hxasim's options, which go to the arguments.

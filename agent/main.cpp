@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // hxasim: reads a scenario, opens its sockets, says "ready", and serves until it is told to end.
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -15,6 +14,8 @@
 #include <vector>
 
 #include "agent/command_line.h"
+#include "agent/output_file.h"
+#include "agent/recorder/record_command.h"
 #include "agent/scenario.h"
 #include "agent/signals.h"
 #include "agent/simulator.h"
@@ -39,16 +40,6 @@ bool write_all(int descriptor, const std::string& text) {
   return ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-// The file appears with its line in it, never empty.
-bool write_ready_file(const std::string& path, const std::string& line) {
-  const std::string fresh = path + ".new";
-  const int descriptor = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor < 0)
-    return false;
-  const bool written = write_all(descriptor, line);
-  return ::close(descriptor) == 0 && written && std::rename(fresh.c_str(), path.c_str()) == 0;
-}
-
 // Empty, or what could not be written.
 std::string announce(const agent::Arguments& arguments, std::size_t systems) {
   const std::string text =
@@ -61,7 +52,7 @@ std::string announce(const agent::Arguments& arguments, std::size_t systems) {
     if (arguments.ready_descriptor > STDERR_FILENO)
       ::close(arguments.ready_descriptor);
   }
-  if (!arguments.ready_file.empty() && !write_ready_file(arguments.ready_file, text))
+  if (!arguments.ready_file.empty() && !agent::write_whole(arguments.ready_file, text))
     return arguments.ready_file;
   return {};
 }
@@ -178,5 +169,7 @@ int main(int argc, char** argv) {
   const sys::CommandLine line = sys::read_command_line(program, argc, argv);
   if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
     return *status;
+  if (line.command != &program)
+    return agent::recorder::record(arguments.record, line.operands);
   return Run(arguments, line.operands.front()).go();
 }
