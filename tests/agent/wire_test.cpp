@@ -131,6 +131,56 @@ TEST_F(RunningSystem, ListensAtEveryEndpoint) {
   }
 }
 
+// What is answered without a stub of ours: the mapper's other operations, and management.
+TEST_F(RunningSystem, AnswersWhatIsWrittenByHand) {
+  start(
+      "mapper = {port = 0, call_back = 'none', element = ["
+      "{interface = 'rep', address = '10.1.2.3', endpoint = '1045'},"
+      " {interface = 'rep', protocol = 'ncacn_ip_tcp', endpoint = '7'}]}\n");
+  const std::string tower =
+      "05 00  13 00 0d a0 82 3c 5b e4 17 00 00 02 0a 14 1e 28 00 00 00 02 00 02 00 00 00"
+      "13 00 0d 04 5d 88 8a eb 1c c9 11 9f e8 08 00 2b 10 48 60 02 00 02 00 00 00"
+      "01 00 0a 02 00 00 00  01 00 08 02 00 ";
+  const std::string anywhere = tower + "00 00 01 00 09 04 00 00 00 00 00 ";
+  const std::string there = tower + "04 15 01 00 09 04 00 0a 01 02 03 ";
+  const std::string asked = "00 00 00 00  01 00 00 00  4b 00 00 00 4b 00 00 00 " + anywhere;
+  const std::string of_ag = "a0 82 3c 5b", nobody = "a1 82 3c 5b";
+  std::string unknown = asked;
+  unknown.replace(unknown.find(of_ag), of_ag.size(), nobody);
+  struct Case {
+    const char* interface_id;
+    const char* version;
+    const char* opnum;
+    std::string request;
+    std::string reply;
+  };
+  const Case cases[] = {
+      {kMapper, "03 00 00 00", "03 00", asked + "00 00*20 04 00 00 00",
+       "00*20 01 00 00 00  04 00 00 00 00 00 00 00 01 00 00 00  00 00 02 00"
+       "4b 00 00 00 4b 00 00 00 " +
+           there + "00 00 00 00 00"},
+      {kMapper, "03 00 00 00", "03 00", unknown + "00 00*20 04 00 00 00",
+       "00*20 00 00 00 00  04 00 00 00 00 00 00 00 00 00 00 00  d6 a0 c9 16"},
+      {kMapper, "03 00 00 00", "05 00", "00*16", "00*16 00 00 00 00"},
+      {kMapper, "03 00 00 00", "00 00", "00 00 00 00", "cd a0 c9 16"},
+      {kMapper, "03 00 00 00", "01 00", "00 00 00 00", "cd a0 c9 16"},
+      {kMapper, "03 00 00 00", "06 00", "00*24", "cd a0 c9 16"},
+      {kManagement, "01 00 00 00", "00 00", "",
+       "00 00 02 00 01 00 00 00 01 00 00 00 04 00 02 00" + std::string(kMapper) +
+           "03 00 00 00 00 00 00 00"},
+      {kManagement, "01 00 00 00", "01 00", "04 00 00 00", "00 00 00 00 00 00 00 00 e4 06 00 00"},
+      {kManagement, "01 00 00 00", "03 00", "", "05 00 00 00"},
+      {kManagement, "01 00 00 00", "04 00", "00 00 00 00 20 00 00 00",
+       "20 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 e4 06 00 00"},
+  };
+  for (const Case& one : cases) {
+    const Bytes reply = ask(simulator_->systems()[0]->mapper_port(),
+                            {"20", one.interface_id, one.version, one.opnum}, hex(one.request));
+    ASSERT_GE(reply.size(), 80u) << one.opnum;
+    EXPECT_EQ(part(reply, 80, reply.size() - 80), hex_text(hex(one.reply))) << one.opnum;
+  }
+}
+
 TEST_F(RunningSystem, ReadsAView) {
   start("mapper = {port = 0}\nrepository = [{source = 'A', call_back = 'none'}]\n");
   LoopClient client(loop_, SOCK_DGRAM, kLoopback, first_port());

@@ -7,6 +7,7 @@
 
 #include "platform/numbers/status.h"
 #include "platform/rpc/stub/ndr.h"
+#include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::server {
 namespace {
@@ -36,14 +37,18 @@ constexpr std::uint16_t kInquireStatistics = 1;
 constexpr std::uint16_t kStopListening = 3;
 constexpr std::uint16_t kInquirePrincipal = 4;
 
-// No element of an array that the client made room for, and the status.
-std::vector<std::byte> refusal(std::uint16_t opnum, bool little_endian) {
+// No statistic of a conformant array, an empty name in the room that the client has for it (its
+// second parameter), and the status.
+std::vector<std::byte> refusal(std::uint16_t opnum, std::span<const std::byte> request,
+                               bool request_little_endian, bool little_endian) {
   ndr::Encoder out(little_endian);
   if (opnum == kInquireStatistics) {
     out.put(std::uint32_t{0});
-    out.put_conformant_varying(0, 0);
+    out.put(std::uint32_t{0});
   } else if (opnum == kInquirePrincipal) {
-    out.put_conformant_varying(1, 1);
+    const std::uint32_t room =
+        request.size() < 8 ? 1 : load32(request.data() + 4, request_little_endian);
+    out.put_conformant_varying(std::max<std::uint32_t>(room, 1), 1);
     out.put(char{0});
   }
   out.put(opnum == kStopListening ? RPC_S_ACCESS_DENIED : RPC_S_CANNOT_SUPPORT);
@@ -77,7 +82,8 @@ Outcome ManagementInterface::dispatch(const CallInfo& call, std::uint16_t opnum,
   if (opnum == kInquireInterfaces)
     return {Outcome::Kind::reply, 0, interface_list(interfaces_, reply_little_endian)};
   if (mgmt_Server::operation(opnum) == nullptr && operation(opnum) != nullptr)
-    return {Outcome::Kind::reply, 0, refusal(opnum, reply_little_endian)};
+    return {Outcome::Kind::reply, 0,
+            refusal(opnum, request, representation.little_endian, reply_little_endian)};
   return mgmt_Server::dispatch(call, opnum, request, representation, reply_little_endian);
 }
 
