@@ -182,7 +182,7 @@ void DatagramServer::settle_state(bool revive) {
 }
 
 void DatagramServer::write_counters(const Log& log) const {
-  log_.write_counters(log, endpoint_ != nullptr ? endpoint_->statistics().duplicate_requests : 0);
+  log_.write_counters(log);
 }
 
 }  // namespace agent

@@ -36,9 +36,9 @@ constexpr Form kForms[] = {
     {"request", "{peer} asks {command}, status {status}"},
     {"state", "{change}"},
     {"counters",
-     "counters[ of {operation}]: {calls} calls[, {repeats} repeats][, {lost_in} lost in]"
-     "[, {lost_out} lost out][, {doubled} doubled], {faults} faults, {rejects} rejects"
-     "[, {contexts} contexts alive]"},
+     "counters[ of {operation}]: {calls} calls, {repeats} repeats, {lost_in} lost in, "
+     "{lost_out} lost out, {doubled} doubled, {faults} faults, {rejects} rejects, "
+     "{contexts} contexts alive"},
 };
 #undef PACKET
 

@@ -88,46 +88,50 @@ Fate fate_of(const DatagramReport& report) {
 
 }  // namespace
 
-void ServerLog::name_packet(LogEvent& event, std::span<const std::byte> bytes) const {
-  const auto packet = rpc::decode_packet(bytes);
-  if (!packet) {
-    event.text("packet", "no packet");
-    return;
-  }
-  const rpc::PacketHeader& header = packet->header;
-  event.text("packet", std::string(kPacketNames[static_cast<std::size_t>(header.type)]));
-  std::string interface = rpc::uuid_to_text(header.interface_id);
-  std::string operation = "operation " + std::to_string(header.opnum);
+std::string ServerLog::operation_name(const rpc::PacketHeader& header,
+                                      std::string* interface) const {
+  *interface = rpc::uuid_to_text(header.interface_id);
   for (const rpc::server::Interface* each : interfaces_)
     if (each->spec().id == header.interface_id) {
-      interface = each->spec().name;
+      *interface = each->spec().name;
       if (const rpc::OperationSpec* known = each->operation(header.opnum))
-        operation = known->name;
+        return known->name;
     }
   for (const CommonInterface& each : kCommonInterfaces)
     if (each.id == header.interface_id) {
-      interface = each.name;
+      *interface = each.name;
       if (header.opnum < each.operations.size() && !each.operations[header.opnum].empty())
-        operation = each.operations[header.opnum];
+        return std::string(each.operations[header.opnum]);
     }
+  return *interface + " operation " + std::to_string(header.opnum);
+}
+
+void ServerLog::name_packet(LogEvent& event, const rpc::Packet& packet) const {
+  const rpc::PacketHeader& header = packet.header;
+  event.text("packet", std::string(kPacketNames[static_cast<std::size_t>(header.type)]));
+  std::string interface;
+  const std::string operation = operation_name(header, &interface);
   event.text("interface", interface);
-  const bool named = !operation.starts_with("operation ");
-  event.text("operation", named ? operation : interface + " " + operation);
+  event.text("operation", operation);
   event.number("call", header.sequence);
   if ((header.flags1 & rpc::kFlagFragment) != 0)
     event.number("fragment", header.fragment);
   if (header.type == rpc::PacketType::fault || header.type == rpc::PacketType::reject)
     if (const auto status =
-            rpc::decode_status_body(packet->body, header.representation.little_endian))
+            rpc::decode_status_body(packet.body, header.representation.little_endian))
       event.status("status", *status);
 }
 
 void ServerLog::datagram(const DatagramReport& report) {
   const bool in = report.direction == Direction::received;
   const Fate fate = fate_of(report);
-  ++datagrams_;
-  (in ? lost_in_ : lost_out_) += fate.lost ? 1 : 0;
-  doubled_ += fate.doubled ? 1 : 0;
+  heard_ = true;
+  const auto packet = rpc::decode_packet(report.bytes);
+  if (fate.lost || fate.doubled) {
+    OperationCounters& counters = packet ? counters_of(packet->header) : nameless_;
+    (in ? counters.lost_in : counters.lost_out) += fate.lost ? 1 : 0;
+    counters.doubled += fate.doubled ? 1 : 0;
+  }
   if (!log_.enabled())
     return;
   const char* kind = in ? "received" : "sent";
@@ -136,17 +140,31 @@ void ServerLog::datagram(const DatagramReport& report) {
   else if (report.swallowed)
     kind = "swallowed";
   LogEvent event(kind, name_);
-  name_packet(event, report.bytes);
+  if (packet)
+    name_packet(event, *packet);
+  else
+    event.text("packet", "no packet");
   event.number("octets", report.bytes.size());
   event.text("peer", rpc::to_text(report.peer));
   event.text("fate", fate.text);
   log_.write(event);
 }
 
+// What strangers make up has no counter of its own.
+ServerLog::OperationCounters& ServerLog::counters_of(const rpc::PacketHeader& header) {
+  std::string interface;
+  std::string name = operation_name(header, &interface);
+  return name.find(' ') != std::string::npos ? nameless_ : operations_[std::move(name)];
+}
+
 void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec& operation,
                      const Outcome& outcome) {
   OperationCounters& counters = operations_[operation.name];
   ++counters.calls;
+  counters.contexts += fresh_contexts_.size();
+  for (const uuid_t& id : fresh_contexts_)
+    made_by_[id] = operation.name;
+  fresh_contexts_.clear();
   counters.faults += outcome.kind == Outcome::Kind::fault ? 1 : 0;
   counters.rejects += outcome.kind == Outcome::Kind::reject ? 1 : 0;
   if (!log_.enabled())
@@ -208,10 +226,14 @@ void ServerLog::behaviour(const rpc::server::CallInfo& call, const rpc::Operatio
                    .text("action", choice.action));
 }
 
-void ServerLog::event(const CoreEvent& event) const {
+void ServerLog::event(const CoreEvent& event) {
+  using Kind = CoreEvent::Kind;
+  if (event.kind == Kind::repeated) {
+    ++operations_[std::string(event.detail)].repeats;
+    return;
+  }
   if (!log_.enabled())
     return;
-  using Kind = CoreEvent::Kind;
   struct Words {
     Kind kind;
     const char* event;
@@ -238,7 +260,12 @@ void ServerLog::event(const CoreEvent& event) const {
 }
 
 void ServerLog::context(std::string_view object, const uuid_t& id, std::string_view change) {
-  change == "made" ? ++contexts_ : --contexts_;
+  if (change == "made") {
+    fresh_contexts_.push_back(id);
+  } else if (const auto made = made_by_.find(id); made != made_by_.end()) {
+    --operations_[made->second].contexts;
+    made_by_.erase(made);
+  }
   if (log_.enabled())
     log_.write(LogEvent("context", name_)
                    .text("object", std::string(object))
@@ -251,29 +278,43 @@ void ServerLog::state(const std::string& change) const {
     log_.write(LogEvent("state", name_).text("change", change));
 }
 
-void ServerLog::write_counters(const Log& log, std::uint64_t repeats) const {
-  if (datagrams_ == 0)
+ServerLog::OperationCounters& ServerLog::OperationCounters::operator+=(
+    const OperationCounters& other) {
+  calls += other.calls;
+  repeats += other.repeats;
+  lost_in += other.lost_in;
+  lost_out += other.lost_out;
+  doubled += other.doubled;
+  faults += other.faults;
+  rejects += other.rejects;
+  contexts += other.contexts;
+  return *this;
+}
+
+void ServerLog::write_counters(const Log& log, const std::string& operation,
+                               const OperationCounters& counters) const {
+  LogEvent event("counters", name_);
+  if (!operation.empty())
+    event.text("operation", operation);
+  log.write(event.number("calls", counters.calls)
+                .number("repeats", counters.repeats)
+                .number("lost_in", counters.lost_in)
+                .number("lost_out", counters.lost_out)
+                .number("doubled", counters.doubled)
+                .number("faults", counters.faults)
+                .number("rejects", counters.rejects)
+                .number("contexts", counters.contexts));
+}
+
+void ServerLog::write_counters(const Log& log) const {
+  if (!heard_)
     return;
-  OperationCounters sum;
-  for (const auto& [name, counters] : operations_) {
-    sum.calls += counters.calls;
-    sum.faults += counters.faults;
-    sum.rejects += counters.rejects;
-    log.write(LogEvent("counters", name_)
-                  .text("operation", std::string(name))
-                  .number("calls", counters.calls)
-                  .number("faults", counters.faults)
-                  .number("rejects", counters.rejects));
+  OperationCounters sum = nameless_;
+  for (const auto& [operation, counters] : operations_) {
+    sum += counters;
+    write_counters(log, operation, counters);
   }
-  log.write(LogEvent("counters", name_)
-                .number("calls", sum.calls)
-                .number("repeats", repeats)
-                .number("lost_in", lost_in_)
-                .number("lost_out", lost_out_)
-                .number("doubled", doubled_)
-                .number("faults", sum.faults)
-                .number("rejects", sum.rejects)
-                .number("contexts", contexts_));
+  write_counters(log, {}, sum);
 }
 
 }  // namespace agent

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -33,32 +34,42 @@ class ServerLog {
             const rpc::server::Outcome& outcome);
   void behaviour(const rpc::server::CallInfo& call, const rpc::OperationSpec& operation,
                  const OperationScript::Choice& choice);
-  void event(const rpc::server::CoreEvent& event) const;
+  void event(const rpc::server::CoreEvent& event);
   void context(std::string_view object, const uuid_t& id, std::string_view change);
   void state(const std::string& change) const;
 
-  // One event for the server and one for each operation that was called; nothing of a server that
-  // heard nothing. `repeats` are the requests that came again.
-  void write_counters(const Log& log, std::uint64_t repeats) const;
+  // One event for each operation that was heard of, and one for the server; nothing of a server
+  // that heard nothing.
+  void write_counters(const Log& log) const;
 
  private:
   struct OperationCounters {
     std::uint64_t calls = 0;
+    std::uint64_t repeats = 0;  // requests that came again
+    std::uint64_t lost_in = 0;
+    std::uint64_t lost_out = 0;
+    std::uint64_t doubled = 0;
     std::uint64_t faults = 0;
     std::uint64_t rejects = 0;
+    std::uint64_t contexts = 0;  // alive, of those that it made
+
+    OperationCounters& operator+=(const OperationCounters& other);
   };
 
-  void name_packet(LogEvent& event, std::span<const std::byte> bytes) const;
+  void name_packet(LogEvent& event, const rpc::Packet& packet) const;
+  OperationCounters& counters_of(const rpc::PacketHeader& header);
+  std::string operation_name(const rpc::PacketHeader& header, std::string* interface) const;
+  void write_counters(const Log& log, const std::string& operation,
+                      const OperationCounters& counters) const;
 
   const Log& log_;
   const std::string name_;
   std::vector<rpc::server::Interface*> interfaces_;
-  std::map<std::string_view, OperationCounters> operations_;
-  std::uint64_t datagrams_ = 0;
-  std::uint64_t lost_in_ = 0;
-  std::uint64_t lost_out_ = 0;
-  std::uint64_t doubled_ = 0;
-  std::uint64_t contexts_ = 0;
+  std::map<std::string, OperationCounters, std::less<>> operations_;
+  OperationCounters nameless_;             // of packets of no known operation
+  bool heard_ = false;                     // anything at all
+  std::vector<uuid_t> fresh_contexts_;     // of the operation that runs now
+  std::map<uuid_t, std::string> made_by_;  // of the contexts alive
 };
 
 }  // namespace agent

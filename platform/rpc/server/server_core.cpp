@@ -103,6 +103,10 @@ void ServerCore::look_for_violations(const Arrival& arrival, std::size_t datagra
     violation("octets are left over behind the packet");
   if ((arrival.header().flags1 & kReservedFlags) != 0)
     violation("reserved flags are set");
+  const bool fragment = (arrival.header().flags1 & kFlagFragment) != 0;
+  if (!fragment && arrival.header().type == PacketType::request &&
+      ((arrival.header().flags1 & kFlagLastFragment) != 0 || arrival.header().fragment != 0))
+    violation("a request in one packet says that it is a fragment");
 }
 
 void ServerCore::tell(CoreEvent::Kind kind, const SocketAddress& peer, std::string_view detail,
@@ -189,8 +193,13 @@ void ServerCore::on_new_call(const Arrival& arrival, Activity* activity) {
   activities_.schedule(*activity);
 }
 
-void ServerCore::on_repeated_request(Activity& activity, Time now) {
+void ServerCore::note_repeat(const Activity& activity) {
   ++statistics_.duplicate_requests;
+  tell(CoreEvent::Kind::repeated, activity.peer, activity.operation->name);
+}
+
+void ServerCore::on_repeated_request(Activity& activity, Time now) {
+  note_repeat(activity);
   if (activity.state == CallState::answering)
     answer_again(activity, now);
   else if ((activity.state == CallState::running || activity.state == CallState::calling_back) &&

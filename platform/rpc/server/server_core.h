@@ -43,6 +43,7 @@ struct CoreEvent {
     call_back_stale,      // the client says that it is in another call
     call_back_failed,     // it does not know the call, or has not answered
     cancelled,            // a call was ended by its client
+    repeated,             // a request came again, of the operation `detail`
   };
   Kind kind;
   SocketAddress peer;
@@ -155,6 +156,7 @@ class ServerCore {
   void on_fack(const Arrival& arrival, Activity* activity);
   void on_still_here(const Arrival& arrival);
   void on_call_back_answer(const Arrival& arrival, Activity& activity);
+  void note_repeat(const Activity& activity);
   void on_repeated_request(Activity& activity, Time now);
   void on_new_call(const Arrival& arrival, Activity* activity);
   void on_undecodable(std::span<const std::byte> datagram, const SocketAddress& source);

@@ -71,7 +71,7 @@ void ServerCore::take_request_packet(const Arrival& arrival, Activity& activity)
       ++statistics_.packets_dropped;
       break;
     case FragmentJoiner::Result::duplicate:
-      ++statistics_.duplicate_requests;
+      note_repeat(activity);
       break;
     case FragmentJoiner::Result::accepted:
     case FragmentJoiner::Result::complete:
