@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/scenario_names.h"
 #include "platform/rpc/names/socket_address.h"
 
 namespace agent {
@@ -280,7 +281,10 @@ std::string BrokerServer::apply(const LocationBroker& settings, SharedListeners*
     return broker.mode != BrokerMode::refused && broker.mode != BrokerMode::unanswered;
   };
   if (settings_.mode != old.mode)
-    log_.write(LogEvent("state", name_).text("change", "has another mode now"));
+    log_.write(
+        LogEvent("state", name_)
+            .text("change",
+                  "is in mode " + std::string(name_of(settings_.mode, kBrokerModes)) + " now"));
   if (std::tie(old.major, old.minor, old.status, old.servers) !=
       std::tie(settings_.major, settings_.minor, settings_.status, settings_.servers))
     registry_.emplace(settings_);

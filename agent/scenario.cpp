@@ -143,6 +143,7 @@ void parse_event(TableReader& reader, const DataSources& sources,
     return;
   reader.finish();
   event.system = current[event.index];
+  event.server = server;
   event.text = "event at " + std::to_string(event.at) + " s: " + server + " changes";
   scenario.events.push_back(std::move(event));
 }

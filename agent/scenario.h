@@ -334,7 +334,8 @@ struct ScenarioEvent {
   std::uint32_t at = 0;   // seconds after the agents were ready
   std::size_t index = 0;  // of the system
   System system;
-  std::string text;  // what changes, for the log
+  std::string server;  // which one changes: as the file names it
+  std::string text;    // what changes, for the log
 };
 
 struct Scenario {

@@ -149,7 +149,7 @@ void SimulatedSystem::leave_sockets(const System& wanted, const SocketSharing& s
 }
 
 std::string SimulatedSystem::apply(const System& wanted, const SocketSharing& sharing,
-                                   bool revive) {
+                                   std::string_view revived) {
   std::string failure =
       broker_.apply(wanted.broker, sharing.broker(wanted) ? &around_.listeners : nullptr);
   const bool other_interface = wanted.mapper.rejecting != system_.mapper.rejecting;
@@ -161,11 +161,11 @@ std::string SimulatedSystem::apply(const System& wanted, const SocketSharing& sh
     failure = open_mapper();
   }
   if (failure.empty())
-    failure = mapper_server_.apply(wanted.mapper.server, mapper_shared, revive);
+    failure = mapper_server_.apply(wanted.mapper.server, mapper_shared, revived == "mapper");
   if (failure.empty())
-    failure = apply_repositories(wanted, sharing, revive);
+    failure = apply_repositories(wanted, sharing, revived);
   if (failure.empty())
-    failure = apply_alarm(wanted, sharing, revive);
+    failure = apply_alarm(wanted, sharing, revived);
   system_ = wanted;
   fill_map();
   return failure.empty() ? failure : system_.name + ": " + failure;
@@ -173,7 +173,7 @@ std::string SimulatedSystem::apply(const System& wanted, const SocketSharing& sh
 
 // Servers are the same ones by the key of their data source, in their order.
 std::string SimulatedSystem::apply_repositories(const System& wanted, const SocketSharing& sharing,
-                                                bool revive) {
+                                                std::string_view revived) {
   std::vector<std::unique_ptr<RepositoryNode>> old = std::exchange(repositories_, {});
   std::string failure;
   for (const RepositoryServer& one : wanted.repositories) {
@@ -189,7 +189,8 @@ std::string SimulatedSystem::apply_repositories(const System& wanted, const Sock
       RepositoryNode& node = *repositories_.back();
       node.serve(around_.repositories.of(one.source));
       node.registration = one.registration;
-      failure = node.server.apply(one.server, sharing.server(wanted, one.server), revive);
+      failure =
+          node.server.apply(one.server, sharing.server(wanted, one.server), node.key == revived);
     }
     if (!failure.empty())
       return failure;
@@ -201,8 +202,10 @@ std::string SimulatedSystem::apply_repositories(const System& wanted, const Sock
 }
 
 std::string SimulatedSystem::apply_alarm(const System& wanted, const SocketSharing& sharing,
-                                         bool revive) {
+                                         std::string_view revived) {
   if (!wanted.alarm) {
+    if (alarm_ != nullptr)
+      alarm_->server.log().state("is gone");
     alarm_.reset();
     return {};
   }
@@ -211,11 +214,12 @@ std::string SimulatedSystem::apply_alarm(const System& wanted, const SocketShari
     system_.alarm = wanted.alarm;
     alarm_ = std::make_unique<AlarmNode>(around_.host, around_.log, system_.name + "/alarm",
                                          *wanted.alarm, shared);
+    alarm_->server.log().state("is new");
     return open_alarm();
   }
   if (!system_.alarm->same_contents(*wanted.alarm))
     alarm_->alarms.reset(*wanted.alarm);
-  return alarm_->server.apply(wanted.alarm->server, shared, revive);
+  return alarm_->server.apply(wanted.alarm->server, shared, revived == "alarm");
 }
 
 void SimulatedSystem::write_counters(const Log& log) const {

@@ -50,10 +50,10 @@ class SimulatedSystem {
   // Opens every socket. An empty text, or what failed first: address, port and reason.
   std::string open();
   // Becomes another system of this name and address: what differs is changed, all else stays as it
-  // is. leave_sockets() comes first, for every system. An empty text, or what failed first. With
-  // `revive`, servers that died live again.
+  // is. leave_sockets() comes first, for every system. An empty text, or what failed first. The
+  // server `revived` ("mapper", "alarm", or a source's key) lives again if it died.
   void leave_sockets(const System& wanted, const SocketSharing& sharing);
-  std::string apply(const System& wanted, const SocketSharing& sharing, bool revive);
+  std::string apply(const System& wanted, const SocketSharing& sharing, std::string_view revived);
 
   const System& system() const { return system_; }
   void write_counters(const Log& log) const;
@@ -66,8 +66,10 @@ class SimulatedSystem {
   struct AlarmNode;
 
   std::string open_mapper();
-  std::string apply_repositories(const System& wanted, const SocketSharing& sharing, bool revive);
-  std::string apply_alarm(const System& wanted, const SocketSharing& sharing, bool revive);
+  std::string apply_repositories(const System& wanted, const SocketSharing& sharing,
+                                 std::string_view revived);
+  std::string apply_alarm(const System& wanted, const SocketSharing& sharing,
+                          std::string_view revived);
   std::unique_ptr<RepositoryNode> make_repository(const RepositoryServer& one,
                                                   const SocketSharing& sharing) const;
   std::string open_alarm();

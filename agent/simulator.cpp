@@ -76,7 +76,7 @@ std::vector<std::string> Simulator::apply(Scenario scenario) {
   for (std::size_t i = 0; i < systems.size(); ++i) {
     std::string failure;
     if (systems[i] != nullptr) {
-      failure = systems[i]->apply(scenario.systems[i], sharing, false);
+      failure = systems[i]->apply(scenario.systems[i], sharing, {});
     } else {
       systems[i] = std::make_unique<SimulatedSystem>(around_, sharing, scenario.systems[i]);
       log_.write(LogEvent("state", scenario.systems[i].name).text("change", "is new"));
@@ -103,7 +103,7 @@ void Simulator::run_event() {
   const ScenarioEvent& event = scenario_.events[next_event_++];
   if (log_.enabled())
     log_.write(LogEvent("state", event.system.name).text("change", event.text));
-  const std::string failure = systems_[event.index]->apply(event.system, *sharing_, true);
+  const std::string failure = systems_[event.index]->apply(event.system, *sharing_, event.server);
   if (!failure.empty())
     log_.write(LogEvent("state", event.system.name).text("change", failure));
   wait_for_event();
