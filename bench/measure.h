@@ -28,6 +28,10 @@ using Work = std::function<double()>;
 
 double seconds_of(const std::function<void()>& work);
 
+// The processor time of this process alone: for works that wait for nothing, so that what else the
+// machine does is no part of them.
+double processor_seconds_of(const std::function<void()>& work);
+
 // One round that does not count, then so many; of a single one nothing goes before it.
 Figure measure(const Work& work, int rounds = kRounds);
 

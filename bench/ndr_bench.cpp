@@ -72,8 +72,8 @@ using Metrics500 = std::vector<rep_sMetricDescriptor>;
 
 // The time of one of many runs.
 double each(const std::function<void()>& work) {
-  constexpr int kRuns = 300;
-  return bench::seconds_of([&] {
+  constexpr int kRuns = 1000;
+  return bench::processor_seconds_of([&] {
            for (int run = 0; run < kRuns; ++run)
              work();
          }) /
