@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "platform/sys/fiber.h"
+#include "platform/sys/network_files.h"
 
 namespace sockets {
 namespace {
@@ -212,6 +213,8 @@ std::optional<HostEntry> gethostbyname(const char* name) {
     fail(WSAHOST_NOT_FOUND);
     return std::nullopt;
   }
+  if (const auto known = sys::NetworkFiles::of_this_system().host_named(name))
+    return HostEntry{known->name, {known->address}};
   return look_up_host(
       [name](hostent* entry, char* buffer, std::size_t size, hostent** found, int* h_error) {
         return ::gethostbyname2_r(name, AF_INET, entry, buffer, size, found, h_error);
@@ -219,6 +222,8 @@ std::optional<HostEntry> gethostbyname(const char* name) {
 }
 
 std::optional<HostEntry> gethostbyaddr(std::uint32_t address) {
+  if (const auto known = sys::NetworkFiles::of_this_system().host_at(address))
+    return HostEntry{known->name, {known->address}};
   return look_up_host(
       [address](hostent* entry, char* buffer, std::size_t size, hostent** found, int* h_error) {
         return ::gethostbyaddr_r(&address, sizeof(address), AF_INET, entry, buffer, size, found,
@@ -274,6 +279,11 @@ std::uint32_t inet_addr(const char* text) {
 
 std::optional<ServiceEntry> getservbyname(const char* name, const char* protocol) {
   constexpr std::size_t kLargestEntry = 64 * 1024;
+  if (const auto port = sys::NetworkFiles::of_this_system().port_of(name, protocol)) {
+    if (*port == 0)
+      fail(WSANO_DATA);
+    return *port == 0 ? std::nullopt : std::optional(ServiceEntry{htons(*port)});
+  }
   std::vector<char> buffer(1024);
   servent entry{};
   servent* found = nullptr;

@@ -10,9 +10,14 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "platform/sys/network_files.h"
 
 namespace {
 
@@ -118,6 +123,61 @@ TEST(Lookup, RefusesNamesThatNoHostCanHave) {
   for (const char* name : {"", too_long.c_str(), static_cast<const char*>(nullptr)}) {
     EXPECT_FALSE(sockets::gethostbyname(name));
     EXPECT_EQ(sockets::WSAGetLastError(), sockets::WSAHOST_NOT_FOUND);
+  }
+}
+
+// What the C library would say; where it alone can know, the files settle nothing.
+TEST(Lookup, FilesSettleWhatIsBeyondDoubt) {
+  constexpr const char* kHosts =
+      "10.1.2.3 one.example one # two\n\t::ffff:10.1.2.4 mapped\n::1 looped\nfe80::1 longer\n"
+      "10.1.2.5 twice\n10.1.2.6 other twice\n10.1.2.3 second\nno.address word\n10.1.2.7\n";
+  constexpr const char* kServices =
+      "first 5/tcp alias # comment\nfirst 6/udp\nbroken x/tcp\nlarge 65536/tcp\nlast 7/tcp";
+  constexpr std::pair<const char*, const char*> kAddresses[] = {{"ONE", "10.1.2.3"},
+                                                                {"one.example", "10.1.2.3"},
+                                                                {"mapped", "10.1.2.4"},
+                                                                {"looped", "127.0.0.1"},
+                                                                {"two", ""},
+                                                                {"twice", ""},
+                                                                {"longer", ""},
+                                                                {"word", ""}};
+  constexpr std::pair<const char*, int> kPorts[] = {{"first", 5}, {"alias", 5}, {"last", 7}};
+  struct Row {
+    const char* switches;
+    bool hosts, services;     // settled by the files
+    std::optional<int> lack;  // the port of a service that the file lacks
+  };
+  const Row rows[] = {
+      {"hosts: files\nservices: files\n", true, true, 0},
+      {"hosts:\tfiles dns # x\nservices: files sss\n", true, true, std::nullopt},
+      {"hosts: dns files\nservices: sss files\n", false, false, std::nullopt},
+      {"hosts: files [success=continue] dns\nservices: files\n", false, true, 0},
+      {"hosts: files\nhosts: dns\nservices: files\n", false, true, 0},
+      {"", false, false, std::nullopt},
+  };
+  const std::string folder = testing::TempDir() + "network_files/";
+  std::filesystem::create_directories(folder);
+  const auto write = [&folder](const char* name, const char* text) {
+    std::ofstream(folder + name) << text;
+  };
+  write("hosts", kHosts);
+  write("services", kServices);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.switches);
+    write("nsswitch.conf", row.switches);
+    const sys::NetworkFiles files(folder);
+    for (const auto& [name, address] : kAddresses) {
+      const auto found = files.host_named(name);
+      ASSERT_EQ(found.has_value(), row.hosts && *address != '\0') << name;
+      EXPECT_EQ(found ? found->address : 0, found ? sockets::inet_addr(address) : 0) << name;
+    }
+    const auto at = files.host_at(sockets::inet_addr("10.1.2.3"));
+    EXPECT_EQ(at ? at->name : "", row.hosts ? "one.example" : "");
+    EXPECT_FALSE(files.host_at(sockets::inet_addr("10.1.2.7")));
+    for (const char* missing : {"5", "broken", "large", "no"})
+      EXPECT_EQ(files.port_of(missing, "tcp"), row.lack) << missing;
+    for (const auto& [name, port] : kPorts)
+      EXPECT_EQ(files.port_of(name, "tcp").value_or(0), row.services ? port : 0) << name;
   }
 }
 
