@@ -14,8 +14,17 @@
 namespace catalog {
 namespace {
 
-std::map<int, nl_catd>& open_catalogs() {
-  static std::map<int, nl_catd> the_catalogs;
+const auto kNotOpened = reinterpret_cast<nl_catd>(-1);
+
+// The C library opens one when its first text is wanted: a run without a message needs none.
+struct Catalog {
+  std::string path;
+  int flag;
+  nl_catd opened = kNotOpened;
+};
+
+std::map<int, Catalog>& catalogs() {
+  static std::map<int, Catalog> the_catalogs;
   return the_catalogs;
 }
 
@@ -42,28 +51,29 @@ int catopen(const char* path, int flag) {
     native.insert(0, "./");
   if (!is_whole_file(native.c_str()))
     return -1;
-  const nl_catd opened = ::catopen(native.c_str(), flag);
-  if (opened == reinterpret_cast<nl_catd>(-1))
-    return -1;
-
   static int next_descriptor = 0;
-  open_catalogs().emplace(next_descriptor, opened);
+  catalogs().emplace(next_descriptor, Catalog{native, flag});
   return next_descriptor++;
 }
 
 const char* catgets(int descriptor, int set, int message, const char* default_text) {
-  const auto found = open_catalogs().find(descriptor);
-  return found == open_catalogs().end() ? default_text
-                                        : ::catgets(found->second, set, message, default_text);
+  const auto found = catalogs().find(descriptor);
+  if (found == catalogs().end())
+    return default_text;
+  Catalog& wanted = found->second;
+  if (wanted.opened == kNotOpened)
+    wanted.opened = ::catopen(wanted.path.c_str(), wanted.flag);
+  return wanted.opened == kNotOpened ? default_text
+                                     : ::catgets(wanted.opened, set, message, default_text);
 }
 
 int catclose(int descriptor) {
-  const auto found = open_catalogs().find(descriptor);
-  if (found == open_catalogs().end())
+  const auto found = catalogs().find(descriptor);
+  if (found == catalogs().end())
     return -1;
-  const int status = ::catclose(found->second);
-  open_catalogs().erase(found);
-  return status;
+  const nl_catd opened = found->second.opened;
+  catalogs().erase(found);
+  return opened == kNotOpened ? 0 : ::catclose(opened);
 }
 
 }  // namespace catalog
