@@ -16,6 +16,15 @@ void fail_characters() {
   throw RpcException(RPC_S_UNSUPPORTED_TRANS_SYN, FailureKind::communication);
 }
 
+void Encoder::grow(std::size_t size) {
+  constexpr std::size_t kLeast = 256;
+  capacity_ = std::max({kLeast, 2 * capacity_, size_ + size});
+  auto larger = std::make_unique_for_overwrite<std::byte[]>(capacity_);
+  if (size_ != 0)
+    std::memcpy(larger.get(), bytes_.get(), size_);
+  bytes_ = std::move(larger);
+}
+
 void Encoder::put_varying(std::uint32_t count) {
   put(std::uint32_t{0});
   put(count);

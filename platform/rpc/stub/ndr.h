@@ -131,7 +131,9 @@ class Encoder {
       : swap_(little_endian != (std::endian::native == std::endian::little)), numbers_(numbers) {}
 
   void align(std::size_t alignment) {
-    body_.resize((body_.size() + alignment - 1) & ~(alignment - 1));
+    const std::size_t gap = (alignment - size_) & (alignment - 1);
+    if (gap != 0)
+      std::memset(extend(gap), 0, gap);
   }
 
   template <Primitive T>
@@ -191,8 +193,8 @@ class Encoder {
   }
   bool next_deferred();
 
-  std::span<const std::byte> body() const { return body_; }
-  std::vector<std::byte> take() { return std::move(body_); }
+  std::span<const std::byte> body() const { return {bytes_.get(), size_}; }
+  std::vector<std::byte> take() const { return {body().begin(), body().end()}; }
 
  private:
   struct Referent {
@@ -200,15 +202,23 @@ class Encoder {
     const void* type;
   };
 
-  void append(const void* bytes, std::size_t size) {
-    const auto* first = static_cast<const std::byte*>(bytes);
-    body_.insert(body_.end(), first, first + size);
+  void append(const void* bytes, std::size_t size) { std::memcpy(extend(size), bytes, size); }
+  // Room for `size` more bytes at the end.
+  std::byte* extend(std::size_t size) {
+    if (size > capacity_ - size_) [[unlikely]]
+      grow(size);
+    size_ += size;
+    return bytes_.get() + (size_ - size);
   }
+  void grow(std::size_t size);
   void put_text(const char* text, std::size_t size, std::uint32_t count);
   void put_string(const char* text, std::size_t size);
   bool put_referent(const void* target, const void* type);
 
-  std::vector<std::byte> body_;
+  // Not a vector: a reply is a hundred thousand small fields, and each would pay for its insertion.
+  std::unique_ptr<std::byte[]> bytes_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
   bool swap_;
   ReferentNumbers numbers_;
   std::vector<Referent> referents_;
