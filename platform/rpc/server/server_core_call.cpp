@@ -169,16 +169,17 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
       reply ? std::move(outcome.reply) : encode_status_body(outcome.status, options_.little_endian);
   activity.sender.start(activity.answer, LastFragment::acknowledged, options_.fragment_size);
   activity.state = CallState::answering;
-  send_response_packets(activity, now);
-  activity.last_answer_sent = now;
 
   // What runs again harmlessly is not kept, unless it took more than one packet to ask or tell.
   const bool asked_in_one = (activity.request.flags1 & kFlagFragment) == 0;
   if (activity.idempotent() && activity.sender.single() && asked_in_one) {
+    send_for(activity, activity.answer_type, std::move(activity.answer));
     release_call(activity);
     activity.state = CallState::unremembered;
     return;
   }
+  send_response_packets(activity, now);
+  activity.last_answer_sent = now;
   if (reply)
     activities_.hold(activity, activity.answer.size());
   activity.keep_until = now + kAnswerRepeated;
@@ -259,6 +260,7 @@ void ServerCore::look_at(Activity& activity, Time now) {
   }
 }
 
+// The packets show the answer itself: they are taken before another input can release it.
 void ServerCore::send_response_packets(Activity& activity, Time now) {
   PacketHeader header = header_for(activity.request, activity.answer_type);
   while (const auto packet = activity.sender.next(now, serial_)) {
@@ -266,7 +268,7 @@ void ServerCore::send_response_packets(Activity& activity, Time now) {
     header.fragment = packet->fragment;
     header.serial = packet->serial;
     ++statistics_.packets_sent;
-    outbox_.put(activity.peer, header, {packet->body.begin(), packet->body.end()});
+    outbox_.put_view(activity.peer, header, packet->body);
   }
 }
 
