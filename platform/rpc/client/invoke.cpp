@@ -106,6 +106,7 @@ class Caller {
       std::optional<std::chrono::milliseconds> longest) {
     return std::exchange(longest_wait_, longest);
   }
+  void keep(std::vector<std::byte>&& reply_memory);
 
  private:
   using Activities = std::list<Activity>;
@@ -239,21 +240,27 @@ Reply Caller::call(const CallTarget& target, const OperationSpec& operation,
   set_last_call_outcome(outcome);
   if (call.status() != RPC_S_OK)
     throw RpcException(call.status(), call.kind());
-  // The body grew in memory that is used again; the caller gets one of its exact size.
-  std::vector<std::byte> joined = call.take_reply();
-  Reply reply{{joined.begin(), joined.end()}, call.representation()};
-  if (joined.capacity() <= kKeptReplyMemory)
-    reply_memory_ = std::move(joined);
-  return reply;
+  return {call.take_reply(), call.representation()};
+}
+
+void Caller::keep(std::vector<std::byte>&& reply_memory) {
+  if (reply_memory.capacity() <= kKeptReplyMemory)
+    reply_memory_ = std::move(reply_memory);
 }
 
 const sys::FiberLocal<Caller> caller;
+
+void take_back(std::vector<std::byte>&& reply_memory) {
+  caller->keep(std::move(reply_memory));
+}
 
 }  // namespace
 
 Reply invoke(const CallTarget& target, const OperationSpec& operation,
              std::span<const std::byte> request, std::size_t reply_limit) {
-  return caller->call(target, operation, request, reply_limit);
+  Reply reply = caller->call(target, operation, request, reply_limit);
+  reply.take_back = take_back;
+  return reply;
 }
 
 void release_activities() {

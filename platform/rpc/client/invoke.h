@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/rpc/names/uuid.h"
@@ -34,6 +35,14 @@ struct CallTarget {
 struct Reply {
   std::vector<std::byte> body;
   DataRepresentation representation;
+  // Where the body's memory goes at the end, to serve the next call; null: it is freed. A long body
+  // would otherwise pay for new pages each time.
+  void (*take_back)(std::vector<std::byte>&& body) = nullptr;
+
+  ~Reply() {
+    if (take_back != nullptr)
+      take_back(std::move(body));
+  }
 };
 
 // Runs the call to its end. `reply_limit` is the largest body that the out-parameters can legally
