@@ -33,19 +33,28 @@ class Batch {
     std::span<const std::byte> bytes;
   };
 
-  // How many there are; the batch before is gone.
-  int receive(int descriptor) {
+  Batch() {
     for (std::size_t i = 0; i < kDatagramsPerTurn; ++i) {
       parts_[i] = {bytes_.get() + i * kLargestDatagram, kLargestDatagram};
       messages_[i] = {};
       messages_[i].msg_hdr.msg_name = &sources_[i];
-      messages_[i].msg_hdr.msg_namelen = sizeof sources_[i];
       messages_[i].msg_hdr.msg_iov = &parts_[i];
       messages_[i].msg_hdr.msg_iovlen = 1;
       messages_[i].msg_hdr.msg_control = controls_[i].data();
+    }
+  }
+
+  // How many there are; the batch before is gone.
+  int receive(int descriptor) {
+    // The lengths of those that the last batch filled are theirs.
+    for (std::size_t i = 0; i < filled_; ++i) {
+      messages_[i].msg_hdr.msg_namelen = sizeof sources_[i];
       messages_[i].msg_hdr.msg_controllen = controls_[i].size();
     }
-    return recvmmsg(descriptor, messages_.data(), kDatagramsPerTurn, MSG_DONTWAIT, nullptr);
+    const int count =
+        recvmmsg(descriptor, messages_.data(), kDatagramsPerTurn, MSG_DONTWAIT, nullptr);
+    filled_ = static_cast<std::size_t>(std::max(count, 0));
+    return count;
   }
   Item at(std::size_t index) {
     return {from_sockaddr(sources_[index]),
@@ -71,6 +80,7 @@ class Batch {
   std::array<iovec, kDatagramsPerTurn> parts_;
   alignas(cmsghdr) std::array<Control, kDatagramsPerTurn> controls_;
   std::array<mmsghdr, kDatagramsPerTurn> messages_;
+  std::size_t filled_ = kDatagramsPerTurn;
 };
 
 // Makes a datagram leave from this address.

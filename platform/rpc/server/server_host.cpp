@@ -125,6 +125,7 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   // a later one.
   std::shared_ptr<const int> life_;
   bool settling_ = false;
+  std::vector<OutgoingDatagram> output_;  // its memory serves every flush
   EventLoop::TimerNumber wake_timer_ = 0;
   Time wake_time_{};
 };
@@ -332,14 +333,14 @@ void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& 
 
 // Sends what the core has to send; false when that is nothing.
 bool ServerHost::UdpEndpoint::flush() {
-  std::vector<OutgoingDatagram> output;
+  output_.clear();
   while (const auto datagram = core_->next_datagram())
-    output.push_back(*datagram);
+    output_.push_back(*datagram);
   if (!send_faults_)
-    transmit(output);
+    transmit(output_);
   else
-    std::for_each(output.begin(), output.end(), [this](const auto& each) { send_badly(each); });
-  return !output.empty();
+    std::for_each(output_.begin(), output_.end(), [this](const auto& each) { send_badly(each); });
+  return !output_.empty();
 }
 
 // Through the bad network; what is left of the datagram may not even be a header.
