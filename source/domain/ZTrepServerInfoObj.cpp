@@ -185,9 +185,10 @@ int zt_RepServerInfo_class::GetMetrics(zt_ClassInfo_struct& class_info) {
     call.status = RPC_X_BAD_STUB_DATA;
   if (call.status != RPC_S_OK)
     return Fail(call);
-  class_info.Metrics = first_elements(metrics, last_index);
-  class_info.NumMetrics = static_cast<int>(class_info.Metrics.size());
-  if (class_info.Metrics.size() == kMostMetrics)
+  const std::uint32_t count = last_index + 1;
+  class_info.Metrics.Keep(std::span(metrics).first(count));
+  class_info.NumMetrics = static_cast<int>(count);
+  if (count == kMostMetrics)
     fLeftOut.push_back({messages::kMoreMetrics, std::to_string(kMostMetrics) +
                                                     " metrics of the class " +
                                                     class_info.ClassInfo.Descriptor.fName});
@@ -280,7 +281,7 @@ int zt_RepServerInfo_class::ReturnNumMetrics(int class_index) const {
 
 const rep_sMetricDescriptor* zt_RepServerInfo_class::ReturnMetrics(int class_index) const {
   const auto* found = FindClass(class_index);
-  return found != nullptr ? found->Metrics.data() : nullptr;
+  return found != nullptr ? found->Metrics.Unpacked() : nullptr;
 }
 
 const char* zt_RepServerInfo_class::ReturnClassName(int class_index) const {

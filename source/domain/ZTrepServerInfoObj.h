@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "source/domain/ZTmetricList.h"
 #include "source/domain/ZTrepInterface.h"
 #include "source/domain/ZTrpcSystemObj.h"
 
@@ -29,7 +30,7 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
     int NumInstances = 0;  // 0 for a single-instance class
     rep_sTableDescriptor ClassInfo{};
     std::vector<rep_sInstanceDescriptor> Instances;
-    std::vector<rep_sMetricDescriptor> Metrics;
+    ZTmetricList Metrics;
   };
 
   // As RPC_MONITORED_SYSTEM_OBJ.
@@ -60,6 +61,7 @@ class zt_RepServerInfo_class : public RPC_MONITORED_SYSTEM_OBJ {
   // For an index that does not exist: -1, or null. Pointers are good until the next
   // ConnectToServer or DisconnectFromServer.
   int ReturnNumMetrics(int class_index) const;
+  // Unpacked at the first call for a class.
   const rep_sMetricDescriptor* ReturnMetrics(int class_index) const;
   int ReturnNumInstances(int class_index) const;
   const rep_sInstanceDescriptor* ReturnInstances(int class_index) const;

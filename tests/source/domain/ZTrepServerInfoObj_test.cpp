@@ -47,6 +47,24 @@ class RepServerInfo : public ::testing::Test {
   }
 };
 
+TEST(MetricList, GivesBackWhatItKept) {
+  std::vector<rep_sMetricDescriptor> metrics(3);
+  std::memset(&metrics[1], 'x', sizeof metrics[1]);
+  metrics[1].Descriptor.NameLength = metrics[1].Descriptor.LabelLength = 63;
+  metrics[1].HeadOneLength = metrics[1].HeadTwoLength = 79;
+  std::memset(metrics[1].Descriptor.fName + 63, 0, sizeof metrics[1].Descriptor.fName - 63);
+  metrics[1].Descriptor.Label[63] = metrics[1].HeadingOne[79] = metrics[1].HeadingTwo[79] = '\0';
+  metrics[2].Descriptor.fId = 7;
+  ZTmetricList list;
+  EXPECT_EQ(nullptr, list.Unpacked());
+  for (const std::size_t count : {metrics.size(), std::size_t{1}}) {
+    list.Keep(std::span(metrics).last(count));
+    EXPECT_EQ(0, std::memcmp(list.Unpacked(), &metrics[3 - count], count * sizeof metrics[0]));
+  }
+  list.Keep({});
+  EXPECT_EQ(nullptr, list.Unpacked());
+}
+
 TEST_F(RepServerInfo, LoadsTheCatalogue) {
   zt_RepServerInfo_class client(kLoopback, "127.0.0.1");
   ASSERT_EQ(1, client.ValidObj());
