@@ -89,7 +89,8 @@ TEST(ScenarioWriter, WritesWhatTheReaderReads) {
   RepositoryServer& server = system.repositories.front();
   server.registration.registered = false;
   server.registration.annotation = server.source->label;
-  server.server.behaviours.push_back({.operation = "repView_Read", .fault = 0x1C000012});
+  server.server.behaviours.emplace_back().operation = "repView_Read";
+  server.server.behaviours.front().fault = 0x1C000012;
   server.server.state = ServerState::mute;
   const ParsedScenario parsed = parse_scenario(scenario_text(systems, {}), kNow);
   ASSERT_TRUE(parsed.errors.empty()) << error_text("f", parsed.errors.front());
