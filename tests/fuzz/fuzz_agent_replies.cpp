@@ -4,10 +4,12 @@
 // big-endian), two bytes of length (low first), and the body. A call without a reply fails.
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -41,6 +43,10 @@ Reply invoke(const CallTarget&, const OperationSpec&, std::span<const std::byte>
 }
 
 void release_activities() {}
+
+std::optional<std::chrono::milliseconds> limit_waits(std::optional<std::chrono::milliseconds>) {
+  return std::nullopt;
+}
 
 }  // namespace rpc
 
