@@ -8,7 +8,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "platform/numbers/network_error.h"
@@ -90,6 +89,18 @@ class Query {
     }
     losses_.full = accepted_ == records_.size();
     return RPC_S_OK;
+  }
+
+  // A server that answers under another of its addresses is not missed.
+  void sum_up() {
+    const auto end = endpoints_.begin() + static_cast<std::ptrdiff_t>(accepted_);
+    for (const Missed& missed : missed_) {
+      if (std::find(endpoints_.begin(), end, missed.port) != end || ++losses_.servers != 1)
+        continue;
+      losses_.server = missed.lost;
+      losses_.server_address = missed.address;
+      losses_.server_port = missed.port;
+    }
   }
 
   std::size_t accepted() const { return accepted_; }
@@ -176,15 +187,9 @@ class Query {
   }
 
   void miss(const LostCall& lost, const char* address, std::uint16_t port) {
-    const std::pair<std::string, std::uint16_t> place(address, port);
-    if (std::find(missed_.begin(), missed_.end(), place) != missed_.end())
-      return;
-    missed_.push_back(place);
-    if (++losses_.servers != 1)
-      return;
-    losses_.server = lost;
-    losses_.server_address = address;
-    losses_.server_port = port;
+    const Missed missed{lost, address, port};
+    if (std::find(missed_.begin(), missed_.end(), missed) == missed_.end())
+      missed_.push_back(missed);
   }
 
   RPC_STATUS probe(RPC_BINDING_HANDLE binding, const KnownSilence::Thing* server) const {
@@ -201,8 +206,16 @@ class Query {
   KnownSilence* silence_;
   std::uint32_t host_;
   std::array<std::uint16_t, kMostEndpoints> endpoints_;  // of the records, by index
+  struct Missed {
+    LostCall lost;
+    std::string address;
+    std::uint16_t port;
+    bool operator==(const Missed& other) const {
+      return port == other.port && address == other.address;
+    }
+  };
+  std::vector<Missed> missed_;  // servers that do not answer, each once
   ptc_LookupLosses losses_;
-  std::vector<std::pair<std::string, std::uint16_t>> missed_;  // the servers in `losses_`
 };
 
 bool is_separator(char character) {
@@ -243,6 +256,7 @@ void QueryEPT(RPC_BINDING_HANDLE epHandle, const rpc_if_id_t* interfaceId, const
   if (*status != RPC_S_OK)
     return;
   *status = query.run(inquiry);
+  query.sum_up();
   *clientContextListSize = static_cast<std::uint32_t>(query.accepted());
   if (*status != RPC_S_OK) {
     // The caller learns of no record, so none may stay behind.

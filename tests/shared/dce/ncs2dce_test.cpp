@@ -208,12 +208,15 @@ void answer_with(RPC_STATUS network) {
 TEST(EndpointQuery, TellsTheFirstServerThatDoesNotAnswerAndHowManyThereAre) {
   script = {};
   script.elements = {{"ncacn_ip_tcp:10.0.0.1[1]", RPC_S_PROTSEQ_NOT_SUPPORTED},
+                     {udp("10.0.0.1", 6), RPC_S_SERVER_UNAVAILABLE},
                      {udp("10.0.0.1", 7), RPC_S_SERVER_UNAVAILABLE},
-                     {udp("10.0.0.2", 8), RPC_S_SERVER_UNAVAILABLE}};
+                     {udp("10.0.0.1", 7), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.2", 8), RPC_S_SERVER_UNAVAILABLE},
+                     {udp("10.0.0.2", 6)}};
   answer_with(10061);
   const ptc_LookupLosses losses = query(8).losses;
   EXPECT_EQ("10.0.0.1", losses.server_address);
-  EXPECT_EQ(7, losses.server_port);
+  EXPECT_EQ(7, losses.server_port) << "the one of port 6 answers at its other address";
   EXPECT_EQ(2, losses.servers);
   EXPECT_EQ(10061U, losses.server.outcome.network);
   EXPECT_FALSE(losses.full);
