@@ -48,7 +48,8 @@ pid_t Start(const Words& words, bool traced) {
 
 struct Cost {
   double seconds = 0;
-  double peak = 0;  // octets
+  double processor = 0;  // seconds of it that the process was running
+  double peak = 0;       // octets
 };
 
 Cost CostOf(const Words& words) {
@@ -56,6 +57,8 @@ Cost CostOf(const Words& words) {
   int status = 0;
   rusage usage{};
   cost.seconds = bench::seconds_of([&] { wait4(Start(words, false), &status, 0, &usage); });
+  for (const timeval& time : {usage.ru_utime, usage.ru_stime})
+    cost.processor += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
   cost.peak = static_cast<double>(usage.ru_maxrss) * 1024;
   bench::require(status == 0, "ztsys " + words[2]);
   return cost;
@@ -81,18 +84,21 @@ long SystemCallsOf(const Words& words) {
   return calls;
 }
 
-// Both figures of five runs; `prepare` comes before each and is not measured.
+// All figures of five runs; `prepare` comes before each and is not measured.
 void Report(
     const std::string& what, const Words& words, const std::string& seconds_goal,
     const std::string& peak_goal, const std::function<void()>& prepare = [] {}) {
   std::vector<double> peaks;
+  std::vector<double> processor;
   const bench::Figure seconds = bench::measure([&] {
     prepare();
     const Cost cost = CostOf(words);
     peaks.push_back(cost.peak);
+    processor.push_back(cost.processor);
     return cost.seconds;
   });
   bench::report(what, seconds, bench::kSeconds, seconds_goal);
+  bench::report(what + ", processor", bench::figure_of(processor), bench::kSeconds, "");
   bench::report(what + ", peak memory", bench::figure_of(peaks), bench::kMebibytes, peak_goal);
 }
 

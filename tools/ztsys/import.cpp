@@ -13,6 +13,7 @@
 #include <iostream>
 #include <limits>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "source/support/ZTprintable.h"
 #include "tools/ztsys/csv.h"
@@ -67,7 +68,8 @@ class Import {
   void TakeCells(const std::vector<std::string>& cells, int line);
   void LookUp();
   Status CollectPresent(SystemReader& reader);
-  void Sort(std::vector<zt_SystemInfo_class>& changes);
+  using Changes = std::vector<const zt_SystemInfo_class*>;  // of present_
+  void Sort(Changes& changes);
   bool Change(zt_SystemInfo_class& info, const Row& row) const;
   Status Preview();
   Status Write();
@@ -261,9 +263,9 @@ bool Import::Change(zt_SystemInfo_class& info, const Row& row) const {
 
 // Tells new systems from changes, and what is wrong with the rest. A system that stands twice in
 // the file is there already when its second line comes.
-void Import::Sort(std::vector<zt_SystemInfo_class>& changes) {
+void Import::Sort(Changes& changes) {
   std::unordered_map<SystemKey, std::size_t> added;
-  std::unordered_map<SystemKey, std::size_t> changed;
+  std::unordered_set<SystemKey> changed;
   for (std::size_t i = 0; i < rows_.size(); ++i) {
     Row& row = rows_[i];
     const auto present = present_.find(row.key);
@@ -286,10 +288,9 @@ void Import::Sort(std::vector<zt_SystemInfo_class>& changes) {
       ++updated_;
     } else if (!Change(present->second, row)) {
       ++unchanged_;
-    } else if (const auto [at, is_first] = changed.emplace(row.key, changes.size()); is_first) {
-      changes.push_back(present->second);
+    } else if (changed.insert(row.key).second) {
+      changes.push_back(&present->second);
     } else {
-      changes[at->second] = present->second;
       ++updated_;
     }
   }
@@ -310,7 +311,7 @@ Status Import::Preview() {
     if (status == kDone)
       status = CollectPresent(reader);
   }
-  std::vector<zt_SystemInfo_class> changes;
+  Changes changes;
   Sort(changes);
   added_ = static_cast<int>(new_.size());
   updated_ += static_cast<int>(changes.size());
@@ -328,12 +329,12 @@ Status Import::Write() {
     status = CollectPresent(reader);
   if (status != kDone)
     return status;
-  std::vector<zt_SystemInfo_class> changes;
+  Changes changes;
   Sort(changes);
   auto changed = changes.begin();
   int updated = 0;
   int error = change->db().Manager().UpdateSystemRecs(
-      [&]() { return changed == changes.end() ? nullptr : &*changed++; }, updated);
+      [&]() { return changed == changes.end() ? nullptr : *changed++; }, updated);
   updated_ += updated;
   if (error != 0) {
     failed_ += static_cast<int>(changes.size() + new_.size()) - updated;
