@@ -183,13 +183,14 @@ TEST_F(SystemReport, BothFormsOfASystemWithEverythingSet) {
   record_.fMapEnabled = 2;
   record_.fOldSystem = 1;
   record_.fMonitorAlarms = -1;
+  record_.fRecUpdateTime = -1;  // Sun, 2106-02-07 06:28:15 UTC
   test::WriteFile(folder_ / "ztsysxref", "other  x\nsys1 sys1back\n");
   EXPECT_EQ(Printed(Unnamed(record_), &zt_SystemInfo_class::PrintSystemShortInfo),
             "\nsys1: Key=192.0.2.7 (ZT 3.0 Agent)\n"
             " Status = UNKNOWN STATE\n"
             " Last error = -2\n"
             " Seq = 12, Alarms = delete, Symbols = created\n"
-            " Record update : Thu, 07/09/98 at 16:00:00\n");
+            " Record update : Sun, 02/07/06 at 06:28:15\n");
   zt_SystemDBAccess_class db((folder_ / "ztdb").c_str());
   ASSERT_EQ(db.PutSystemRec(Unnamed(record_)), 0);
   EXPECT_EQ(Printed(Unnamed(record_), &zt_SystemInfo_class::PrintSystemInfo),
@@ -202,7 +203,7 @@ TEST_F(SystemReport, BothFormsOfASystemWithEverythingSet) {
             "    Symbols         : none\n"
             "     NOTE: This server will connect to the alarm manager\n"
             "           with the system name \"sys1back\".\n"
-            "\n Record update : Thu, 07/09/98 at 16:00:00\n");
+            "\n Record update : Sun, 02/07/06 at 06:28:15\n");
 }
 
 TEST_F(SystemReport, HostNamePrecedesTheStoredName) {
