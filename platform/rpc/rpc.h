@@ -111,12 +111,13 @@ std::optional<std::chrono::milliseconds> RpcMgmtLimitWaits(
 // How a remote call ended, beyond its status.
 struct RpcCallOutcome {
   enum class Kind : std::uint8_t {
-    answered,     // a reply came, whatever status stands in it
-    undelivered,  // nothing of the server was heard; `network` says why
-    silent,       // the server was heard and then no more
-    fault,        // `number` is the fault's
-    reject,       // `number` is the reject's
-    local,        // ended on this side: a binding that cannot be called, a reply that is too long
+    answered,       // a reply came, whatever status stands in it
+    undelivered,    // nothing of the server was heard; `network` says why
+    silent,         // the server was heard and then no more
+    question_lost,  // it said that it works, never asked who we are, and was heard no more
+    fault,          // `number` is the fault's
+    reject,         // `number` is the reject's
+    local,          // ended on this side: a binding that cannot be called, a reply that is too long
   };
   Kind kind = Kind::answered;
   // 10061 the port was refused, 10065 the host and 10051 the network cannot be reached, 10013 it is
@@ -125,8 +126,17 @@ struct RpcCallOutcome {
   std::uint32_t number = 0;  // as it came (C706 appendix E, or the server's own)
   RPC_STATUS status = 0;     // the call's own; a stub may report another
   bool big_endian = false;   // how the server writes the numbers of its reply
+  // Packets of the call with an authentication verifier, which nobody here reads.
+  unsigned verifiers = 0;
   // The server's question who we are got no answer, so that it did not run the call.
-  bool call_back_lost() const { return kind == Kind::reject && number == 0x1C00000B; }
+  bool call_back_lost() const {
+    return kind == Kind::question_lost || (kind == Kind::reject && number == 0x1C00000B);
+  }
+  // The server gave no sign, or no further one, for as long as the level allows.
+  bool timed_out() const {
+    return (kind == Kind::undelivered && network == 10060) || kind == Kind::silent ||
+           kind == Kind::question_lost;
+  }
 };
 // Of this thread's last remote call; to be read before the next one.
 const RpcCallOutcome& RpcLastCallOutcome();

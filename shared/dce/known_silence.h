@@ -21,11 +21,7 @@
 struct LostCall {
   error_status_t status = 0;
   RpcCallOutcome outcome{};
-  // The server gave no sign, or no further one, for as long as the level allows.
-  bool timed_out() const {
-    return (outcome.kind == RpcCallOutcome::Kind::undelivered && outcome.network == 10060) ||
-           outcome.kind == RpcCallOutcome::Kind::silent;
-  }
+  bool timed_out() const { return outcome.timed_out(); }
 };
 
 class KnownSilence {

@@ -229,7 +229,7 @@ RoadFailure ZTagentRoad::outcome_failure(RoadLink link, const RoadAddress& at,
   failure.status = call.outcome.network != 0 ? call.outcome.network : call.status;
   failure.result = call.status;
   failure.text = at.text() + ": " + words.text + ".";
-  failure.advice = advice_for(link, failure.cause);
+  failure.advice = words.advice != nullptr ? words.advice : advice_for(link, failure.cause);
   return failure;
 }
 

@@ -122,6 +122,17 @@ std::string meaning_of(error_status_t status) {
   return " (" + meaning + ")";
 }
 
+// A call that ended in silence, in which packets may have come that nobody here reads.
+CallWords silence(const std::string& text, const RpcCallOutcome& outcome) {
+  if (outcome.verifiers == 0)
+    return {RoadCause::timed_out, text};
+  return {RoadCause::bad_answer,
+          text + format_text(" but for %u packet%s with an authentication verifier, which this "
+                             "console does not read",
+                             outcome.verifiers, outcome.verifiers == 1 ? "" : "s"),
+          "Let the server there answer calls without authentication."};
+}
+
 }  // namespace
 
 std::string_view road_link_name(RoadLink link) {
@@ -159,18 +170,26 @@ std::string words_of_network(error_status_t error, std::chrono::seconds limit) {
 CallWords words_of_call(const LostCall& call, const std::string& waited) {
   using Kind = RpcCallOutcome::Kind;
   const auto& [status, outcome] = call;
-  if (outcome.call_back_lost())
+  if (outcome.call_back_lost()) {
+    const std::string how =
+        outcome.kind == Kind::reject
+            ? "got no answer (reject 0x1C00000B)"
+            : "was filtered on its way; it said that it works, asked nothing and then fell silent" +
+                  waited + " (1727)";
     return {RoadCause::callback_lost,
             "did not run the call, because its question back to this console, which comes from "
-            "another UDP port, got no answer (reject 0x1C00000B)"};
+            "another UDP port, " +
+                how};
+  }
   switch (outcome.kind) {
     case Kind::undelivered:
       if (const NetworkWords* words = network_words(outcome.network))
         return {words->cause, words->text + (" (" + std::to_string(outcome.network) + ")")};
-      return {RoadCause::timed_out, "no answer" + waited + " (10060)"};
+      return silence("no answer" + waited + " (10060)", outcome);
     case Kind::silent:
-      return {RoadCause::timed_out,
-              "took the call and then fell silent" + waited + " (" + std::to_string(status) + ")"};
+      return silence(
+          "took the call and then fell silent" + waited + " (" + std::to_string(status) + ")",
+          outcome);
     case Kind::fault:
     case Kind::reject: {
       const bool fault = outcome.kind == Kind::fault;
@@ -187,6 +206,7 @@ CallWords words_of_call(const LostCall& call, const std::string& waited) {
         return {RoadCause::error, "answered that it does not accept calls (0x000006B3)"};
       return {RoadCause::error,
               format_text("answered with status 0x%08X", status) + meaning_of(status)};
+    case Kind::question_lost:
     case Kind::local:
       break;
   }

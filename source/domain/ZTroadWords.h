@@ -12,6 +12,7 @@
 struct CallWords {
   RoadCause cause;
   std::string text;
+  const char* advice = nullptr;  // where the cause's does not fit
 };
 // `waited` is " within 8 s", or nothing when there was no limit.
 CallWords words_of_call(const LostCall& call, const std::string& waited);

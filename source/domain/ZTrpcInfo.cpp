@@ -23,6 +23,8 @@ void zt_rpc_log(int enter, const char* operation, const zt_RPCinfo_t& RPCinfo,
   if (const auto& outcome = RpcLastCallOutcome(); !enter && status != 0 && outcome.number != 0)
     append_text(text, " (%s 0x%08X)",
                 outcome.kind == RpcCallOutcome::Kind::fault ? "fault" : "reject", outcome.number);
+  if (const unsigned verifiers = RpcLastCallOutcome().verifiers; !enter && verifiers != 0)
+    append_text(text, " (%u packets with a verifier)", verifiers);
   const char* time = now.FmtTime();
   const char* date = now.FmtMdy();
   const auto number = [](const void* handle) { return reinterpret_cast<std::uintptr_t>(handle); };

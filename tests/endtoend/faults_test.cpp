@@ -28,6 +28,7 @@
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
 #include "tests/endtoend/scenario_text.h"
+#include "tests/endtoend/toy_server.h"
 #include "tests/support/settings_text.h"
 
 namespace endtoend {
@@ -212,6 +213,25 @@ class Instead {
   TemporaryFolder folder_;
 };
 
+// A repository server at this address that lives and answers to a call that it works, or with
+// replies that it signs, and after a few of them nothing more.
+std::unique_ptr<ToyServer> toy_server(bool works, const std::string& address) {
+  int left = works ? 4 : 3;
+  return std::make_unique<ToyServer>(ToyServer::Settings{
+      .address = address,
+      .port = 2000,
+      .receive = [works, left](const std::string& datagram, auto& answers) mutable {
+        constexpr std::size_t kAuthentication = 78;
+        if (is_for_management(datagram)) {
+          answers = {packet_for(datagram, kResponse, std::string("\0\0\0\0\1\0\0\0", 8))};
+        } else if (left-- > 0) {
+          answers = {packet_for(datagram, works ? kWorking : kResponse)};
+          answers[0].at(kAuthentication) = works ? 0 : 10;
+        }
+        return false;
+      }});
+}
+
 // Runs the case; the streams as they are compared.
 Case run_case(const Case& given) {
   const auto said = [&](const char* key) {
@@ -237,6 +257,9 @@ Case run_case(const Case& given) {
   if (!said("hosts").empty())
     instead.push_back(
         std::make_unique<Instead>("/etc/hosts", replace_all(said("hosts"), "; ", "\n")));
+  std::unique_ptr<ToyServer> toy;
+  if (!said("toy").empty())
+    toy = toy_server(said("toy") == "working", words_of(said("run")).at(1));
   const Result result =
       run("ztcomm", words_of(said("run")), environment,
           said("killed").empty() ? 60 : std::stoi(said("killed")), said("output"));

@@ -43,6 +43,11 @@ class Activity {
   bool heard() const { return heard_; }
   void set_heard() { heard_ = true; }
 
+  // The server has asked who we are, or has run what it may not run before it asks. Until then it
+  // does not run an operation that must not run twice.
+  bool asked() const { return asked_; }
+  void set_asked() { asked_ = true; }
+
   std::uint32_t server_boot() const { return server_boot_; }
   std::uint16_t activity_hint() const { return activity_hint_; }
   // What the server's last reply for this interface carried; hints of other interfaces would make
@@ -79,6 +84,7 @@ class Activity {
   std::uint32_t server_boot_ = 0;
   std::uint16_t activity_hint_ = kNoHint;
   bool heard_ = false;
+  bool asked_ = false;
   std::vector<Hint> hints_;
   std::optional<Owed> owed_;
 };

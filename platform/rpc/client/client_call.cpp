@@ -52,7 +52,8 @@ void ClientCall::begin_again(Time now) {
   begun_again_ = true;
   activity_.forget(random_);
   outbox_.clear();
-  acknowledged_ = entered_ = pinged_ = asking_ = working_ = false;
+  acknowledged_ = entered_ = pinged_ = asking_ = working_ = question_overdue_ = false;
+  first_working_.reset();
   nocalls_ = tries_ = 0;
   next_try_.reset();
   begin(now, joiner_.take_buffer());
@@ -293,8 +294,11 @@ void ClientCall::learn(const PacketHeader& header) {
   activity_.set_heard();
   activity_.learn_boot(header.server_boot);
   activity_.learn_activity_hint(header.activity_hint);
-  if (header.type == PacketType::response || header.type == PacketType::fault)
-    activity_.learn_interface_hint(*request_.operation->interface, header.interface_hint);
+  if (header.type != PacketType::response && header.type != PacketType::fault)
+    return;
+  activity_.learn_interface_hint(*request_.operation->interface, header.interface_hint);
+  if (!request_.operation->idempotent)
+    activity_.set_asked();
 }
 
 void ClientCall::count_verifier(std::span<const std::byte> datagram) {
@@ -324,6 +328,7 @@ void ClientCall::on_call_back(const Arrival& arrival) {
     return;
   received_ = entered_ = true;
   activity_.set_heard();
+  activity_.set_asked();
   // From here on a server that was started anew can tell our repeats from its own calls, so that
   // none of them runs there a second time.
   activity_.learn_boot(answer.server_boot);
@@ -363,6 +368,9 @@ void ClientCall::on_working(const Arrival& arrival) {
   // A server may forget an idempotent request that it runs and ask for it again.
   if (!request_.operation->idempotent)
     sender_.acknowledge_all();
+  if (!first_working_)
+    first_working_ = arrival.now;
+  question_overdue_ = arrival.now - *first_working_ >= kQuestionOverdue;
   sign_of_life(arrival.now);
   start_waiting(arrival.now);
 }
@@ -440,10 +448,19 @@ void ClientCall::unreachable(std::span<const std::byte> quoted, const SocketAddr
 
 // --- The end
 
+// What the server took it may not run before it has asked who we are.
+bool ClientCall::waits_for_question() const {
+  return question_overdue_ && !activity_.asked() && !request_.operation->idempotent;
+}
+
 void ClientCall::give_up() {
   PacketHeader cancel = header(PacketType::cancel);
   send(cancel, peer_, encode_cancel_body(kCancelId, cancel.representation.little_endian));
-  end(received_ ? RPC_S_CALL_FAILED : RPC_S_SERVER_UNAVAILABLE, FailureKind::communication);
+  question_lost_ = waits_for_question();
+  if (question_lost_)
+    end(RPC_S_CALL_FAILED_DNE, FailureKind::communication);
+  else
+    end(received_ ? RPC_S_CALL_FAILED : RPC_S_SERVER_UNAVAILABLE, FailureKind::communication);
 }
 
 void ClientCall::end(std::uint32_t status, FailureKind kind) {

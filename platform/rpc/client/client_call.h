@@ -77,6 +77,9 @@ class ClientCall {
   // The workstation's number; 0 for a reply.
   std::uint32_t status() const { return status_; }
   FailureKind kind() const { return kind_; }
+  // It ended in silence, after the server had said again and again that it works and its question
+  // who we are had never come: it did not run the operation. The status is 1727.
+  bool question_lost() const { return question_lost_; }
   // Packets of this call that carried an authentication verifier, and were dropped: whoever sent
   // them speaks a protocol that we do not.
   unsigned verifiers_dropped() const { return verifiers_dropped_; }
@@ -128,6 +131,7 @@ class ClientCall {
   void give_up();
   void end(std::uint32_t status, FailureKind kind);
   bool may_have_run() const;
+  bool waits_for_question() const;
 
   Activity& activity_;
   const ClientIdentity& identity_;
@@ -147,6 +151,8 @@ class ClientCall {
   bool acknowledged_ = false;  // it has the whole request
   bool entered_ = false;       // it is about to run the operation or has run it
   bool pinged_ = false;
+  std::optional<Time> first_working_;
+  bool question_overdue_ = false;
   bool begun_again_ = false;  // the one new start after a server's restart was used
 
   // --- The clock of asking again.
@@ -163,6 +169,7 @@ class ClientCall {
   CallBackLimiter strangers_;
 
   bool done_ = false;
+  bool question_lost_ = false;
   unsigned verifiers_dropped_ = 0;
   std::uint32_t status_ = 0;
   std::uint32_t answer_number_ = 0;

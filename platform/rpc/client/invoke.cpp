@@ -137,15 +137,23 @@ RPC_STATUS network_error(int undelivered_reason) {
 // What is known of a call that is over.
 RpcCallOutcome outcome_of(const ClientCall& call, int undelivered_reason) {
   using Kind = RpcCallOutcome::Kind;
+  RpcCallOutcome outcome;
+  outcome.status = call.status();
+  outcome.number = call.answer_number();
+  outcome.verifiers = call.verifiers_dropped();
   if (call.status() == RPC_S_OK)
-    return {};
-  if (call.status() == RPC_S_SERVER_UNAVAILABLE && call.answer_number() == 0)
-    return {Kind::undelivered, network_error(undelivered_reason), 0, call.status()};
-  if (call.answer_number() == 0)
-    return {call.kind() == FailureKind::communication ? Kind::silent : Kind::local, 0, 0,
-            call.status()};
-  return {call.kind() == FailureKind::fault ? Kind::fault : Kind::reject, 0, call.answer_number(),
-          call.status()};
+    return outcome;
+  if (outcome.number != 0)
+    outcome.kind = call.kind() == FailureKind::fault ? Kind::fault : Kind::reject;
+  else if (call.question_lost())
+    outcome.kind = Kind::question_lost;
+  else if (call.status() == RPC_S_SERVER_UNAVAILABLE)
+    outcome.kind = Kind::undelivered;
+  else
+    outcome.kind = call.kind() == FailureKind::communication ? Kind::silent : Kind::local;
+  if (outcome.kind == Kind::undelivered)
+    outcome.network = network_error(undelivered_reason);
+  return outcome;
 }
 
 [[noreturn]] void fail(RPC_STATUS status) {

@@ -40,6 +40,10 @@ inline constexpr unsigned kCallBacksPerSecond = 32;
 // A server asks once a second, for half a minute; more questions than that keep no call alive.
 inline constexpr unsigned kCallBacksOfACall = 60;
 
+// A server that must ask does so before it says "working", and again every second or so; one that
+// still says so this much later has asked in vain.
+inline constexpr Duration kQuestionOverdue = std::chrono::seconds(1);
+
 // --- A server whose context is held hears of its client so often while no call is made.
 inline constexpr Duration kLivenessInterval = std::chrono::seconds(20);
 

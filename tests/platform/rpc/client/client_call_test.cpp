@@ -316,6 +316,33 @@ TEST_F(ClientCallTest, SilenceAfterAnAnswerIsACallThatFailed) {
   expect_end(1726);
 }
 
+// Servers ask who we are before they run what must not run twice.
+TEST_F(ClientCallTest, WorkWithoutAQuestionWasNotDone) {
+  const struct {
+    const OperationSpec& operation;
+    bool known;  // to the server, by an earlier call
+    Duration works;
+    std::uint32_t status;
+  } cases[] = {
+      {kOnce, false, 1s, 1727},
+      {kOnce, false, 999ms, 1726},
+      {kRepeatable, false, 1s, 1726},
+      {kOnce, true, 1s, 1726},
+  };
+  for (const auto& each : cases) {
+    if (each.known)
+      complete_a_call();
+    begin(each.operation, 1);
+    receive(PacketType::working);
+    pass(each.works);
+    receive(PacketType::working);
+    pass(2s);
+    expect_end(each.status);
+    EXPECT_EQ(call_->question_lost(), each.status == 1727);
+    ++sequence_;
+  }
+}
+
 TEST_F(ClientCallTest, AnswerToAnEarlierCallDoesNotCount) {
   complete_a_call();
   begin(kOnce, 0);
