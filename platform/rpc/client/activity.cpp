@@ -2,6 +2,7 @@
 #include "platform/rpc/client/activity.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace rpc {
 
@@ -47,9 +48,12 @@ void Activity::learn_interface_hint(const InterfaceSpec& interface, std::uint16_
 }
 
 void Activity::forget(RandomSource& random) {
-  const std::uint16_t serial = serial_;
-  *this = Activity(server_, random);
-  serial_ = serial;
+  Activity anew(server_, random);
+  anew.serial_ = serial_;
+  anew.narrow_ = narrow_;
+  anew.large_pass_ = large_pass_;
+  anew.large_came_ = large_came_;
+  *this = std::move(anew);
 }
 
 void Activity::owe_ack(const PacketHeader& call, const SocketAddress& server) {

@@ -48,6 +48,15 @@ class Activity {
   bool asked() const { return asked_; }
   void set_asked() { asked_ = true; }
 
+  // The way to the server: datagrams larger than every receiver takes vanished on it; requests in
+  // such arrived; replies in such came.
+  bool narrow() const { return narrow_; }
+  void set_narrow() { narrow_ = true; }
+  bool large_pass() const { return large_pass_; }
+  void set_large_pass() { large_pass_ = true; }
+  bool large_came() const { return large_came_; }
+  void set_large_came() { large_came_ = true; }
+
   std::uint32_t server_boot() const { return server_boot_; }
   std::uint16_t activity_hint() const { return activity_hint_; }
   // What the server's last reply for this interface carried; hints of other interfaces would make
@@ -57,7 +66,7 @@ class Activity {
   void learn_activity_hint(std::uint16_t hint) { activity_hint_ = hint; }
   void learn_interface_hint(const InterfaceSpec& interface, std::uint16_t hint);
 
-  // The server has been started anew: a new identity, nothing learned.
+  // The server has been started anew: a new identity, nothing known but the way to it.
   void forget(RandomSource& random);
 
   // The server keeps the reply of this call until the next call or an ack.
@@ -85,6 +94,9 @@ class Activity {
   std::uint16_t activity_hint_ = kNoHint;
   bool heard_ = false;
   bool asked_ = false;
+  bool narrow_ = false;
+  bool large_pass_ = false;
+  bool large_came_ = false;
   std::vector<Hint> hints_;
   std::optional<Owed> owed_;
 };

@@ -37,11 +37,15 @@ ClientCall::ClientCall(Activity& activity, const ClientIdentity& identity, Rando
 void ClientCall::begin(Time now, std::vector<std::byte> buffer) {
   sequence_ = activity_.begin_call();
   peer_ = activity_.server();
-  sender_.start(request_.body, LastFragment::answered, request_.path_limit);
+  const bool narrow = activity_.narrow();
+  sender_.start(request_.body, LastFragment::answered,
+                narrow ? std::min(request_.path_limit, kLeastMaxFragment) : request_.path_limit,
+                activity_.large_pass());
   FragmentJoiner::Limits limits;
   limits.body = request_.reply_limit + kMostPadding;
   limits.window_kilobytes = request_.window_kilobytes;
-  limits.max_fragment = request_.max_fragment;
+  limits.max_fragment = narrow ? kLeastMaxFragment : request_.max_fragment;
+  limits.large_came = activity_.large_came();
   joiner_.start(limits, std::move(buffer));
   if (silence_)
     deadline_ = now + *silence_;
@@ -57,6 +61,17 @@ void ClientCall::begin_again(Time now) {
   nocalls_ = tries_ = 0;
   next_try_.reset();
   begin(now, joiner_.take_buffer());
+}
+
+// Large datagrams vanish on the way. No server can have the whole of this request, so that it goes
+// again as the activity's next call.
+void ClientCall::begin_narrow(Time now) {
+  activity_.set_narrow();
+  outbox_.clear();
+  nocalls_ = 0;
+  const std::optional<Time> deadline = deadline_;
+  begin(now, joiner_.take_buffer());
+  deadline_ = deadline;
 }
 
 // --- Packets
@@ -187,10 +202,15 @@ void ClientCall::on_time(Time now) {
     give_up();
     return;
   }
-  if (!sender_.all_sent())
-    sender_.on_time(now);
-  if (joiner_.on_time(now))
+  if (!sender_.all_sent() && sender_.on_time(now) && sender_.large_vanish()) {
+    begin_narrow(now);
+    return;
+  }
+  if (joiner_.on_time(now)) {
+    if (joiner_.narrowed())
+      activity_.set_narrow();
     send_response_fack();
+  }
   if (next_try_ && *next_try_ <= now && !joiner_.receiving())
     ask_again(now);
 }
@@ -344,6 +364,8 @@ void ClientCall::on_response(const Arrival& arrival) {
   sender_.acknowledge_all();
   const bool fragmented = (arrival.header().flags1 & kFlagFragment) != 0;
   const FragmentJoiner::Result result = joiner_.accept(arrival.packet, now);
+  if (joiner_.large_came())
+    activity_.set_large_came();
   // A server that can send nothing but what is here already must not hold the call for ever.
   if (result == FragmentJoiner::Result::accepted)
     sign_of_life(now);
@@ -407,6 +429,8 @@ void ClientCall::on_fack(const Arrival& arrival) {
   const auto fack = decode_fack(arrival.packet.body, arrival.little_endian());
   if (!sender_.acknowledge(arrival.header().fragment, fack, now))
     return;
+  if (sender_.large_pass())
+    activity_.set_large_pass();
   sign_of_life(now);
   if (sender_.all_sent() && !working_)
     start_asking(now);
@@ -456,6 +480,8 @@ bool ClientCall::waits_for_question() const {
 void ClientCall::give_up() {
   PacketHeader cancel = header(PacketType::cancel);
   send(cancel, peer_, encode_cancel_body(kCancelId, cancel.representation.little_endian));
+  if (sender_.large_missing() || joiner_.receiving())
+    activity_.set_narrow();
   question_lost_ = waits_for_question();
   if (question_lost_)
     end(RPC_S_CALL_FAILED_DNE, FailureKind::communication);

@@ -117,6 +117,7 @@ class ClientCall {
   void on_reject(const Arrival& arrival);
   void on_fack(const Arrival& arrival);
   void begin_again(Time now);
+  void begin_narrow(Time now);
 
   void ask_again(Time now);
   void start_asking(Time now);

@@ -22,6 +22,8 @@ namespace {
 constexpr std::size_t kIpAndUdpHeaders = 28;
 // Larger fragments gain little and make every loss dearer.
 constexpr std::size_t kLargestFragment = 8192;
+// A little more than what every path takes is not worth the trial.
+constexpr std::size_t kLeastLargeFragment = 2 * kLeastMaxFragment;
 // Asked for, so that a window of fragments waits in the kernel while we copy; the system may grant
 // less.
 constexpr int kWantedReceiveBuffer = 1024 * 1024;
@@ -83,7 +85,8 @@ std::size_t path_limit_to(const SocketAddress& server) {
   close(probe);
   if (!known)
     return kLeastMaxFragment;
-  return std::min(static_cast<std::size_t>(mtu) - kIpAndUdpHeaders, kLargestFragment);
+  const std::size_t limit = static_cast<std::size_t>(mtu) - kIpAndUdpHeaders;
+  return std::min(limit, limit < kLeastLargeFragment ? kLeastMaxFragment : kLargestFragment);
 }
 
 struct Transport::Running {
@@ -98,6 +101,7 @@ Transport::Transport() : descriptor_(open_socket()) {
     return;
   const int on = 1;
   setsockopt(descriptor_, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+  allow_fragments_of_ip(descriptor_);
   setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &kWantedReceiveBuffer,
              sizeof kWantedReceiveBuffer);
   socklen_t size = sizeof receive_buffer_;

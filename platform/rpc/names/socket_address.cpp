@@ -2,6 +2,7 @@
 #include "platform/rpc/names/socket_address.h"
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 
 namespace rpc {
 
@@ -24,6 +25,11 @@ std::string dotted(std::uint32_t host) {
 
 std::string to_text(const SocketAddress& address) {
   return dotted(address.host) + ":" + std::to_string(address.port);
+}
+
+void allow_fragments_of_ip(int descriptor) {
+  const int never = IP_PMTUDISC_DONT;
+  setsockopt(descriptor, IPPROTO_IP, IP_MTU_DISCOVER, &never, sizeof never);
 }
 
 }  // namespace rpc

@@ -26,4 +26,9 @@ std::string dotted(std::uint32_t host);
 // "10.1.2.3:135"
 std::string to_text(const SocketAddress& address);
 
+// Lets routers cut the socket's datagrams into fragments. Otherwise one that is too large for a
+// link on its way is lost until the router's message about it arrives, and for good where messages
+// of routers are filtered.
+void allow_fragments_of_ip(int descriptor);
+
 }  // namespace rpc

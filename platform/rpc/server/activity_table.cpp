@@ -72,8 +72,7 @@ bool ActivityTable::make_room(std::size_t activities, std::size_t bytes, const A
 bool ActivityTable::has_other_activity(const Activity& activity) const {
   return activity.client != uuid_t{} &&
          std::any_of(activities_.begin(), activities_.end(), [&activity](const auto& each) {
-           return each.second.get() != &activity &&
-                  each.second->client == activity.client;
+           return each.second.get() != &activity && each.second->client == activity.client;
          });
 }
 

@@ -51,6 +51,7 @@ struct Activity {
   bool known = false;  // a call-back has confirmed it, or none is needed
   uuid_t client{};     // the process that it belongs to; nil when it has not said so
   bool has_run = false;
+  bool large_pass = false;  // a large fragment of an answer has arrived
   Time last_heard{};
   std::optional<Time> due;  // its place in the table's list
 

@@ -108,6 +108,7 @@ std::uint16_t local_port(int descriptor) {
 bool prepare(int descriptor, const SocketAddress& local) {
   setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &kSocketBuffer, sizeof kSocketBuffer);
   setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
+  allow_fragments_of_ip(descriptor);
   if (local.host == DatagramSocket::kEveryLoopbackAddress) {
     const int yes = 1;
     if (setsockopt(descriptor, SOL_SOCKET, SO_BINDTODEVICE, "lo", sizeof "lo") != 0 ||

@@ -65,7 +65,8 @@ struct CoreOptions {
   bool working_on_repeat = true;
   // Whether "nocall" tells which fragments of the request are here.
   bool nocall_with_fack = true;
-  // The largest datagram that we send, header included, to a client that takes it.
+  // The largest datagram that we send, header included, to a client that takes it, and that we
+  // announce when it is more than the least.
   std::size_t fragment_size = kLeastMaxFragment;
   std::uint16_t window_kilobytes = 32;            // what our acknowledgements offer
   std::size_t largest_request = 4 * 1024 * 1024;  // a longer request is rejected

@@ -36,6 +36,8 @@ void ServerCore::begin_call(Activity& activity, const PacketHeader& request, Int
   FragmentJoiner::Limits limits;
   limits.body = options_.largest_request;
   limits.window_kilobytes = options_.window_kilobytes;
+  limits.max_fragment =
+      static_cast<std::uint32_t>(std::max(options_.fragment_size, kLeastMaxFragment));
   activity.joiner.start(limits);
 }
 
@@ -167,7 +169,8 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
             : (outcome.kind == Outcome::Kind::fault ? PacketType::fault : PacketType::reject);
   activity.answer =
       reply ? std::move(outcome.reply) : encode_status_body(outcome.status, options_.little_endian);
-  activity.sender.start(activity.answer, LastFragment::acknowledged, options_.fragment_size);
+  activity.sender.start(activity.answer, LastFragment::acknowledged, options_.fragment_size,
+                        activity.large_pass);
   activity.state = CallState::answering;
 
   // What runs again harmlessly is not kept, unless it took more than one packet to ask or tell.
@@ -206,6 +209,7 @@ void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
   const Time now = arrival.now;
   activity.sender.acknowledge(arrival.header().fragment,
                               decode_fack(arrival.packet.body, arrival.little_endian()), now);
+  activity.large_pass = activity.sender.large_pass();
   if (activity.sender.complete()) {
     release_call(activity);
     return;

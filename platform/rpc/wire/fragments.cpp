@@ -28,6 +28,16 @@ std::int32_t ahead(std::uint16_t a, std::uint16_t b) {
   return static_cast<std::int16_t>(static_cast<std::uint16_t>(a - b));
 }
 
+// The body of a fragment that fits into a datagram of this size.
+std::size_t body_size_of(std::size_t datagram) {
+  return std::min(datagram - kHeaderSize, kMaxBodySize) / kFragmentUnit * kFragmentUnit;
+}
+
+// Whether a fragment's body makes it larger than every receiver takes.
+bool is_large(std::size_t body) {
+  return kHeaderSize + body > kLeastMaxFragment;
+}
+
 bool bit_set(const std::vector<std::uint32_t>& masks, std::size_t bit) {
   return bit / 32 < masks.size() && (masks[bit / 32] >> (bit % 32) & 1) != 0;
 }
@@ -47,8 +57,9 @@ void RepeatClock::back_off(Time now) {
 // --- Sender
 
 void FragmentSender::start(std::span<const std::byte> body, LastFragment last,
-                           std::size_t path_limit) {
+                           std::size_t path_limit, bool large_pass) {
   *this = FragmentSender();
+  large_pass_ = large_pass;
   body_ = body;
   last_ = last;
   path_limit_ = std::max(path_limit, kLeastPathLimit);
@@ -83,9 +94,38 @@ void FragmentSender::restart() {
 }
 
 std::size_t FragmentSender::fragment_body_size() const {
-  const std::size_t body =
-      std::min(std::min(max_fragment_, path_limit_) - kHeaderSize, kMaxBodySize);
-  return body / kFragmentUnit * kFragmentUnit;
+  return body_size_of(std::min(max_fragment_, path_limit_));
+}
+
+std::size_t FragmentSender::small_body_size() const {
+  return body_size_of(std::min(kLeastMaxFragment, path_limit_));
+}
+
+bool FragmentSender::large_missing() const {
+  return !in_flight_.empty() && is_large(in_flight_.front().length);
+}
+
+// The rest again in fragments of 1,464 bytes. Only while no receiver can have the last fragment,
+// whose number becomes another's.
+void FragmentSender::cut_anew() {
+  const auto first = std::find_if(in_flight_.begin(), in_flight_.end(),
+                                  [](const InFlight& each) { return is_large(each.length); });
+  const bool here =
+      std::any_of(first, in_flight_.end(), [](const InFlight& each) { return each.held; });
+  if (first == in_flight_.end() || here || all_sent())
+    return;
+  next_offset_ = first->offset;
+  next_number_ = recovery_ = first->number;
+  ends_.resize(ends_.size() - static_cast<std::size_t>(in_flight_.end() - first));
+  for (auto each = first; each != in_flight_.end(); ++each) {
+    flight_bytes_ -= kHeaderSize + each->length;
+    pending_ -= each->pending ? 1 : 0;
+  }
+  in_flight_.erase(first, in_flight_.end());
+  congestion_ = kFirstFlight;
+  unasked_ = 0;
+  probe_ = false;
+  repeated_ = true;
 }
 
 std::size_t FragmentSender::outstanding() const {
@@ -109,7 +149,8 @@ bool FragmentSender::asks_for_fack(const InFlight& fragment) {
   if (fragment.last)
     return last_ == LastFragment::acknowledged;
   ++unasked_;
-  const bool ask = fragment.number == 0 || unasked_ * 2 >= congestion_ || !window_open();
+  const bool tried = is_large(fragment.length) && !large_pass_;
+  const bool ask = fragment.number == 0 || tried || unasked_ * 2 >= congestion_ || !window_open();
   if (ask)
     unasked_ = 0;
   return ask;
@@ -154,7 +195,14 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
   }
   if (next_offset_ == body_.size() || !window_open())
     return std::nullopt;
-  const std::size_t length = std::min(fragment_body_size(), body_.size() - next_offset_);
+  const std::size_t rest = body_.size() - next_offset_;
+  std::size_t length = std::min(fragment_body_size(), rest);
+  if (length == rest && !large_pass_) {
+    if (std::any_of(in_flight_.begin(), in_flight_.end(),
+                    [](const InFlight& each) { return is_large(each.length); }))
+      return std::nullopt;
+    length = std::min(length, small_body_size());
+  }
   InFlight fragment{};
   fragment.number = next_number_++;
   fragment.offset = next_offset_;
@@ -233,6 +281,9 @@ std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
   const auto end = in_flight_.begin() + count;
   const auto taken =
       std::count_if(in_flight_.begin(), end, [](const InFlight& each) { return !each.held; });
+  large_pass_ = large_pass_ || std::any_of(in_flight_.begin(), end, [](const InFlight& each) {
+                  return is_large(each.length);
+                });
   drop_oldest(static_cast<std::size_t>(count));
   return static_cast<std::size_t>(taken);
 }
@@ -244,6 +295,7 @@ std::size_t FragmentSender::take_selective(std::uint16_t fragment, const Fack& f
     if (bit < 0 || !bit_set(fack.selective, static_cast<std::size_t>(bit)) || each.held)
       continue;
     each.held = true;
+    large_pass_ = large_pass_ || is_large(each.length);
     ++held_;
     pending_ -= each.pending ? 1 : 0;
     each.pending = false;
@@ -268,12 +320,18 @@ bool FragmentSender::acknowledge(std::uint16_t fragment, const std::optional<Fac
   std::size_t taken = take_cumulative(fragment);
   if (fack) {
     receiver_window_ = fack->window_kilobytes * kKilobyte;
-    max_fragment_ = std::max<std::size_t>(fack->max_fragment, kLeastMaxFragment);
+    const std::size_t announced = std::max<std::size_t>(fack->max_fragment, kLeastMaxFragment);
+    const bool narrower = announced < max_fragment_;
+    max_fragment_ = announced;
     taken += take_selective(fragment, *fack);
     for (InFlight& each : in_flight_)
       if (believed_lost(each, *fack, now))
         mark_lost(each);
+    if (narrower && last_ == LastFragment::acknowledged)
+      cut_anew();
   }
+  if (taken > 0)
+    repeats_ = 0;
   congestion_ = std::min(congestion_ + taken, kMostInFlight);
   if (in_flight_.empty()) {
     clock_.stop();
@@ -336,6 +394,7 @@ bool FragmentSender::on_time(Time now) {
   if (in_flight_.empty() || !clock_.due(now))
     return false;
   clock_.back_off(now);
+  ++repeats_;
   resend_oldest();
   return true;
 }
@@ -364,6 +423,11 @@ FragmentJoiner::Result FragmentJoiner::take(const Packet& packet, Time now) {
     return complete_ ? Result::duplicate : take_whole(packet.body);
   serial_ = packet.header.serial;
   fack_due_ = (packet.header.flags1 & kFlagNoFack) == 0;
+  if (is_large(packet.body.size())) {
+    if (narrowed_)
+      return Result::dropped;
+    limits_.large_came = true;
+  }
   if (complete_)
     return Result::duplicate;
   const Result result = accept_fragment(packet);
@@ -371,10 +435,12 @@ FragmentJoiner::Result FragmentJoiner::take(const Packet& packet, Time now) {
     failed_ = true;
     fack_due_ = false;
   }
-  if (result == Result::accepted)
+  if (result == Result::accepted) {
     clock_.start(now);
-  else if (result == Result::complete || result == Result::too_long)
+    repeats_ = 0;
+  } else if (result == Result::complete || result == Result::too_long) {
     clock_.stop();
+  }
   return result;
 }
 
@@ -454,6 +520,12 @@ bool FragmentJoiner::on_time(Time now) {
   if (!clock_.due(now))
     return false;
   clock_.back_off(now);
+  // A sender that has seen a large one pass may have sent all, and cannot cut it anew.
+  if (++repeats_ > kRepeatsOfLarge && !limits_.large_came && held_.empty() &&
+      limits_.max_fragment > kLeastMaxFragment) {
+    limits_.max_fragment = kLeastMaxFragment;
+    narrowed_ = true;
+  }
   return true;
 }
 

@@ -10,6 +10,15 @@
 // after it and does not hold it: serial numbers tell the order of sending, also of repeats. What no
 // acknowledgement tells is mended by the clock: the oldest fragment again after 250 ms, doubling.
 //
+// Large fragments. Every receiver takes 1,464 bytes and every path carries them whole; larger ones
+// go out when the receiver has announced them, and may yet vanish, where the fragments of IP are
+// filtered or a link on the way is narrower than the ends believe. So they are tried: as long as
+// none has been acknowledged, the last fragment of the body is none of them and stays behind, so
+// that no receiver completes a body that is given up. When two repeats have brought nothing, the
+// client sends its request as another call, and a server cuts the rest of its reply anew, once the
+// client announces less. A receiver that announces less drops what is larger: it may be of the old
+// cut.
+//
 // The joiner's bound. It takes memory for what arrived and never more than the body's limit plus
 // one window; numbers from the wire are only compared.
 
@@ -44,6 +53,10 @@ class RepeatClock {
   std::optional<Time> next_;
 };
 
+// Repeats that a fragment of more than 1,464 bytes, or the fack that asks for it, gets before it is
+// taken to vanish.
+inline constexpr unsigned kRepeatsOfLarge = 2;
+
 // Who acknowledges the last fragment of a body: for a request its answer, so that the sender need
 // not ask; for a response nobody unless the sender asks.
 enum class LastFragment { answered, acknowledged };
@@ -62,9 +75,9 @@ class FragmentSender {
 
   // `body` must live until the next start. `path_limit` is the largest datagram (header included)
   // that the path takes unfragmented; fragments are of 1,464 bytes or less until the receiver
-  // announces that it takes larger ones.
+  // announces that it takes larger ones. `large_pass`: earlier bodies showed that the path does.
   void start(std::span<const std::byte> body, LastFragment last,
-             std::size_t path_limit = kLeastMaxFragment);
+             std::size_t path_limit = kLeastMaxFragment, bool large_pass = false);
 
   // True when the body travels in one packet, without fragment flags. Such a packet is not
   // acknowledged by facks and has no clock of its own here: its owner repeats it.
@@ -91,6 +104,13 @@ class FragmentSender {
   bool complete() const { return complete_; }
   // Whether anything was to be sent twice since the start.
   bool repeated() const { return repeated_; }
+  // A fragment of more than 1,464 bytes was acknowledged, of this body or an earlier one.
+  bool large_pass() const { return large_pass_; }
+  // The oldest unacknowledged fragment is larger than 1,464 bytes.
+  bool large_missing() const;
+  // Two repeats of it brought nothing, and the body's last fragment was never sent.
+  bool large_vanish() const { return repeats_ > kRepeatsOfLarge && large_missing() && !all_sent(); }
+
   // Fragments sent and not yet acknowledged in unbroken order.
   std::size_t unacknowledged() const { return in_flight_.size(); }
 
@@ -113,6 +133,8 @@ class FragmentSender {
   };
 
   std::size_t fragment_body_size() const;
+  std::size_t small_body_size() const;
+  void cut_anew();
   std::size_t outstanding() const;  // sent and neither acknowledged nor believed lost
   bool congested() const;
   bool window_open() const;
@@ -154,8 +176,10 @@ class FragmentSender {
   std::uint16_t last_serial_ = 0;
   std::uint16_t advanced_at_ = 0;  // last_serial_ when the unbroken order last grew
   Duration round_trip_{};          // smoothed
-  bool reordering_ = false;        // a repeat turned out to be needless
-  bool probe_ = false;             // the oldest goes again though the window is full
+  bool large_pass_ = false;
+  unsigned repeats_ = 0;     // by the clock, since something was acknowledged
+  bool reordering_ = false;  // a repeat turned out to be needless
+  bool probe_ = false;       // the oldest goes again though the window is full
   RepeatClock clock_;
 };
 
@@ -174,6 +198,7 @@ class FragmentJoiner {
     std::uint16_t window_kilobytes = 64;  // what the transport's buffer surely holds
     std::uint32_t max_tsdu = 65'507;      // the largest UDP datagram over IPv4
     std::uint32_t max_fragment = kLeastMaxFragment;
+    bool large_came = false;  // with earlier bodies on this path
   };
 
   FragmentJoiner() = default;
@@ -203,6 +228,11 @@ class FragmentJoiner {
   std::optional<Time> wakeup() const { return clock_.next(); }
   // True when a fack is to be sent now.
   bool on_time(Time now);
+  // No larger fragment ever came, and two repeats brought nothing: it announces 1,464 bytes, and
+  // larger fragments are dropped.
+  bool narrowed() const { return narrowed_; }
+  // A fragment of more than 1,464 bytes came, of this body or an earlier one.
+  bool large_came() const { return limits_.large_came; }
 
   // What was joined so far, in unbroken order.
   std::span<const std::byte> body() const { return body_; }
@@ -230,6 +260,8 @@ class FragmentJoiner {
   bool complete_ = false;
   bool failed_ = false;
   bool fack_due_ = false;
+  unsigned repeats_ = 0;  // by the clock, since something new came
+  bool narrowed_ = false;
   RepeatClock clock_;
 };
 
