@@ -6,32 +6,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <csignal>
-#include <map>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
 
 #include "platform/rpc/names/network_address.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/rpc.h"
 #include "platform/rpc/wire/conversation.h"
 #include "platform/rpc/wire/pdu.h"
-#include "platform/rpc/wire/time_constants.h"
 #include "platform/rpc/wire/wire_bytes.h"
 
 namespace rpc::liveness {
-namespace {
-
-// Network address and endpoint.
-using Name = std::pair<std::string, std::string>;
-
-struct Held {
-  unsigned contexts = 0;
-  Time told;  // when the server was last called or told
-};
 
 // A datagram that cannot be sent is like one that got lost: the next one comes in time.
 void tell(const Name& server) {
@@ -50,70 +34,61 @@ void tell(const Name& server) {
   close(descriptor);
 }
 
-class Watch {
- public:
-  void hold(const Name& server) {
-    const std::lock_guard lock(mutex_);
-    Held& held = servers_[server];
-    ++held.contexts;
-    held.told = Clock::now();
-    if (!thread_.joinable())
-      thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
-    changed_.notify_all();
-  }
+void Watch::hold(const Name& server) {
+  const std::lock_guard lock(mutex_);
+  Held& held = servers_[server];
+  ++held.contexts;
+  held.told = Clock::now();
+  if (!thread_.joinable())
+    thread_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
+  changed_.notify_all();
+}
 
-  void touch(const Name& server) {
-    const std::lock_guard lock(mutex_);
-    const auto found = servers_.find(server);
-    if (found != servers_.end())
-      found->second.told = Clock::now();
-  }
+void Watch::touch(const Name& server) {
+  const std::lock_guard lock(mutex_);
+  const auto found = servers_.find(server);
+  if (found != servers_.end())
+    found->second.told = Clock::now();
+}
 
-  void release(const Name& server) {
-    const std::lock_guard lock(mutex_);
-    const auto found = servers_.find(server);
-    if (found != servers_.end() && --found->second.contexts == 0)
-      servers_.erase(found);
-  }
+void Watch::release(const Name& server) {
+  const std::lock_guard lock(mutex_);
+  const auto found = servers_.find(server);
+  if (found != servers_.end() && --found->second.contexts == 0)
+    servers_.erase(found);
+}
 
- private:
-  using Entry = std::pair<const Name, Held>;
-
-  void run(const std::stop_token& stop) {
-    // Signals are for the program's own threads.
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
-    std::unique_lock lock(mutex_);
-    while (!stop.stop_requested()) {
-      const auto longest = std::min_element(
-          servers_.begin(), servers_.end(),
-          [](const Entry& a, const Entry& b) { return a.second.told < b.second.told; });
-      if (longest == servers_.end()) {
-        changed_.wait(lock, stop, [this] { return !servers_.empty(); });
-        continue;
-      }
-      const Time due = longest->second.told + kLivenessInterval;
-      if (due > Clock::now()) {
-        changed_.wait_until(lock, stop, due, [] { return false; });
-        continue;
-      }
-      longest->second.told = Clock::now();
-      const Name server = longest->first;
-      lock.unlock();
-      tell(server);
-      lock.lock();
+void Watch::run(const std::stop_token& stop) {
+  // Signals are for the program's own threads.
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+  std::unique_lock lock(mutex_);
+  while (!stop.stop_requested()) {
+    const auto longest = std::min_element(
+        servers_.begin(), servers_.end(),
+        [](const auto& a, const auto& b) { return a.second.told < b.second.told; });
+    if (longest == servers_.end()) {
+      changed_.wait(lock, stop, [this] { return !servers_.empty(); });
+      continue;
     }
+    const Time due = longest->second.told + interval_;
+    if (due > Clock::now()) {
+      changed_.wait_until(lock, stop, due, [] { return false; });
+      continue;
+    }
+    longest->second.told = Clock::now();
+    const Name server = longest->first;
+    lock.unlock();
+    tell_(server);
+    lock.lock();
   }
+}
 
-  std::mutex mutex_;
-  std::condition_variable_any changed_;
-  std::map<Name, Held> servers_;
-  std::jthread thread_;  // last: it ends before what it uses
-};
+namespace {
 
 Watch& watch() {
-  static Watch the_watch;
+  static Watch the_watch(kLivenessInterval, tell);
   return the_watch;
 }
 

@@ -5,12 +5,15 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <thread>
 
 #include "platform/rpc/client/invoke.h"
+#include "platform/rpc/client/liveness.h"
 #include "platform/rpc/exception.h"
 #include "platform/rpc/names/network_address.h"
 #include "platform/rpc/rpc.h"
+#include "platform/rpc/wire/wire_bytes.h"
 #include "platform/sys/fiber.h"
 #include "tests/support/rpc_bytes.h"
 #include "tests/support/udp_socket.h"
@@ -69,6 +72,35 @@ TEST(Invoke, RefusesTargetsThatCannotBeCalled) {
   for (const auto& each : cases)
     EXPECT_EQ(status_of(each.target), each.status)
         << each.target.network_address << ' ' << each.target.endpoint;
+}
+
+TEST(Liveness, ServersAreToldAgainAndAgainWhileAContextOfTheirsIsHeld) {
+  const UdpSocket held, released;
+  const auto name_of = [](const UdpSocket& socket) {
+    return liveness::Name("127.0.0.1", std::to_string(socket.port()));
+  };
+  liveness::Watch watch(10ms, liveness::tell);
+  for (const UdpSocket* each : {&held, &held, &released})
+    watch.hold(name_of(*each));
+  ASSERT_TRUE(released.receive());
+  watch.release(name_of(held));  // one of two contexts
+  watch.release(name_of(released));
+  const ClientIdentity& client = ClientIdentity::of_this_process();
+  std::set<std::uint32_t> activities;
+  for (int i = 0; i < 6; ++i) {
+    const auto packet = held.receive();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->header.flags1, kFlagMaybe | kFlagIdempotent);
+    EXPECT_EQ(packet->header.interface_id.time_low, 0x4a967f14U);
+    EXPECT_EQ(packet->header.opnum, 0);
+    ASSERT_EQ(packet->body.size(), sizeof(uuid_t));
+    EXPECT_EQ(load_uuid(packet->body.data(), true), client.address_space);
+    activities.insert(packet->header.activity.time_low);
+    while (i == 2 && released.receive(MSG_DONTWAIT)) {
+    }
+  }
+  EXPECT_EQ(activities.size(), 6U);
+  EXPECT_FALSE(released.receive(MSG_DONTWAIT));
 }
 
 TEST(Invoke, DeadPortEndsTheCallAtOnceEveryTime) {
