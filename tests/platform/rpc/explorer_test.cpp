@@ -187,6 +187,7 @@ class World {
   // Calls whose request came to a server and, as the network's copy, to the one started after it,
   // which refuses it for its old boot time: nobody can tell that from a request that never arrived.
   std::set<unsigned> told_to_repeat_;
+  std::set<unsigned> not_run_;            // calls that ended so
   std::optional<std::uint32_t> vouched_;  // the sequence that a call-back was just answered with
   std::optional<PacketHeader> working_;
   unsigned events_ = 0;
@@ -270,6 +271,11 @@ void World::one_call() {
   if (!going())
     return;
   ++statuses[call_->status()];
+  if (call_->status() == RPC_S_CALL_FAILED_DNE && scenario_.restarts() && !scenario_.idempotent) {
+    not_run_.insert(id_);
+    if (runs_[id_] != 0)
+      fail("a call that ran ended as one that did not run");
+  }
   if (call_->status() != 0) {
     if (faults_ < 2 && !restarted_in_call_)
       fail("one fault ended the call with " + std::to_string(call_->status()));
@@ -429,6 +435,8 @@ void World::run_operation(server::ReadyCall call) {
     return fail("the request is not what the client sent");
   if (++runs_[id] > 1 && !scenario_.idempotent && !told_to_repeat_.contains(id))
     return fail("an operation that must not run twice ran twice");
+  if (not_run_.contains(id))
+    return fail("a call ran that had ended as one that did not run");
   if (vouched_ && *vouched_ != sequences_[id])
     return fail("a call ran that its client did not vouch for");
   operations_.emplace_back(now_ + scenario_.operation, std::move(call));

@@ -10,13 +10,13 @@
 namespace rpc::simulation {
 namespace {
 
-constexpr SocketAddress kClient{0x7F000001, 40'000};
-constexpr SocketAddress kClientElsewhere{0x7F000001, 40'001};
-constexpr SocketAddress kServer{0x7F000002, 1045};
+constexpr std::uint16_t kClientPorts = 40'000;  // and one more for each that moves
+constexpr SocketAddress kStranger{0x7F000004, 40'000};
 constexpr SocketAddress kServerElsewhere{0x7F000003, 1045};
 constexpr SocketAddress kCallBackPort{0x7F000002, 2999};
 constexpr Duration kLongestSleep = seconds(3);
-constexpr std::uint32_t kRefusal = 4711;
+constexpr std::uint32_t kFault = 4711;
+constexpr std::uint32_t kReject = nca::kServerTooBusy;
 // Whoever may wait for ever still ends within this, as long as the server lives.
 constexpr Duration kUnlimited = std::chrono::hours(4);
 
@@ -38,9 +38,13 @@ World::World(const Setting& setting, std::uint64_t seed)
         setting_.to_client.seed = random_.draw();
         return setting_.to_client;
       }()),
-      identity_(ClientIdentity::make(random_)),
-      activity_(kServer, random_, setting_.wrapping_sequence ? 0xFFFFFFFE : 0),
-      client_(kClient) {
+      answers_from_(setting_.answers_from_elsewhere ? kServerElsewhere : kServer) {
+  for (unsigned i = 0; i < setting_.clients; ++i) {
+    clients_.emplace_back(random_, static_cast<std::uint16_t>(kClientPorts + 2 * i),
+                          setting_.wrapping_sequence ? 0xFFFFFFFE : 0);
+    clients_.back().calls_left = setting_.calls;
+    clients_.back().begins = now_;
+  }
   const char* const traced = std::getenv("ZT_SIMULATION_SEED");
   tracing_ = traced != nullptr && std::to_string(seed) == traced;
   start_server();
@@ -68,8 +72,8 @@ void World::start_server() {
 
 void World::fail(const std::string& what) {
   std::ostringstream text;
-  text << "seed " << seed_ << ", call " << id_ << ", "
-       << std::chrono::duration<double>(now_.time_since_epoch()).count() << " s: " << what;
+  text << "seed " << seed_ << ", " << std::chrono::duration<double>(now_.time_since_epoch()).count()
+       << " s: " << what;
   tally_.broken.push_back(text.str());
 }
 
@@ -95,45 +99,55 @@ Duration World::duration_up_to(Duration longest) {
   return microseconds(random_.between(0, static_cast<std::uint64_t>(most)));
 }
 
+std::optional<Time> World::Client::wakeup() const {
+  if (!call)
+    return calls_left > 0 ? std::optional(begins) : std::nullopt;
+  const std::optional<Time> time = call->wakeup();
+  return time ? std::max(*time, asleep_until) : time;
+}
+
 Tally World::run() {
-  for (unsigned i = 0; i < setting_.calls && tally_.broken.empty(); ++i) {
-    one_call();
-    if (setting_.restart_in_pause && random_.chance(setting_.restart_share))
-      start_server();
-    const Time until = now_ + duration_up_to(setting_.longest_pause);
-    while (now_ < until && tally_.broken.empty())
-      step(until);
-  }
-  if (const auto ack = activity_.take_ack()) {
-    note_sent(ack->header, true);
-    pass_on(To::server, ack->header, kClient);
-  }
+  const auto busy = [](const Client& client) { return client.call || client.calls_left > 0; };
+  while (going() && std::any_of(clients_.begin(), clients_.end(), busy))
+    step();
+  for (Client& client : clients_)
+    if (const auto ack = client.activity.take_ack()) {
+      note_sent(ack->header, &client, true);
+      pass_on(To::server, ack->header, client.address, ack->to);
+    }
   settle();
+  for (const auto& [id, plan] : plans_)
+    if (going() && plan.status == RPC_S_CALL_FAILED_DNE && plan.runs > 0 && !plan.idempotent &&
+        setting_.server.call_back != server::CallBack::none && !setting_.deliver_flips)
+      fail("call " + std::to_string(id) + " ended as one that did not run, and ran");
   return std::move(tally_);
 }
 
 // Left alone, a server forgets all bodies within a bounded time and number of packets.
 void World::settle() {
   const Time begun = now_;
-  packets_of_call_ = 0;
-  while (tally_.broken.empty() && (!events_.empty() || core_->statistics().bytes_held > 0)) {
+  const std::uint64_t sent = tally_.server_packets;
+  while (going() && (!events_.empty() || core_->statistics().bytes_held > 0)) {
     if (events_.empty() && !core_->wakeup())
       return fail("the server holds bodies and no clock runs");
-    step(std::nullopt);
+    step();
     if (now_ - begun > setting_.longest_operation + setting_.server.client_silence + seconds(100) ||
-        packets_of_call_ > 500)
+        tally_.server_packets - sent > 500 * setting_.clients)
       return fail("the server does not come to rest");
   }
 }
 
-void World::one_call() {
+void World::begin_call(Client& client) {
   ++tally_.calls;
-  Plan& plan = plans_[++id_];
+  --client.calls_left;
+  client.id = ++id_;
+  Plan& plan = plans_[id_];
   plan.idempotent = random_.chance(setting_.idempotent_share);
   plan.request = bytes(id_, size_up_to(setting_.longest_request));
   plan.reply = bytes(id_, size_up_to(setting_.longest_reply));
   plan.operation = duration_up_to(setting_.longest_operation);
-  plan.refused = random_.chance(setting_.refused_share);
+  if (random_.chance(setting_.refused_share))
+    plan.ending = random_.chance(0.5) ? Ending::fault : Ending::reject;
 
   CallRequest request;
   request.operation = plan.idempotent ? &server::kReadOperation : &server::kChangeOperation;
@@ -144,7 +158,6 @@ void World::one_call() {
   request.path_limit = setting_.client_fragment;
   request.max_fragment =
       static_cast<std::uint32_t>(std::max(setting_.client_fragment, kLeastMaxFragment));
-  working_.reset();
   if (random_.chance(setting_.outage_share)) {
     const std::uint64_t ways = random_.between(1, 3);
     outage_.begin = now_ + duration_up_to(seconds(2));
@@ -154,80 +167,62 @@ void World::one_call() {
   }
   for (unsigned i = 0; i < setting_.strangers; ++i)
     call_of_stranger();
-  call_begun_ = last_life_ = now_;
-  packets_of_call_ = 0;
-  seen_.clear();
   if (!setting_.restart_in_pause && random_.chance(setting_.restart_share))
-    events_.push({now_ + duration_up_to(setting_.longest_operation + seconds(1)),
-                  ++order_,
-                  Event::Kind::restart,
-                  {},
-                  {},
-                  life_});
-
+    events_.push({.time = now_ + duration_up_to(setting_.longest_operation + seconds(1)),
+                  .order = ++order_,
+                  .kind = Event::Kind::restart,
+                  .life = life_});
   if (tracing_)
     std::printf("%9.4f call of level %u, request %zu, reply %zu, operation %.3f s\n",
                 std::chrono::duration<double>(now_.time_since_epoch()).count(),
                 request.timeout_level, plan.request.size(), plan.reply.size(),
                 std::chrono::duration<double>(plan.operation).count());
-  ClientCall call(activity_, identity_, random_, request, now_);
-  call_ = &call;
-  pump();
-  const std::optional<Duration> silence = silence_of_level(request.timeout_level);
-  // One retransmission, which at the shorter levels is cut to half of the silence.
-  const Duration repeat = silence ? std::min(kLongestRepeat, *silence / 2) : kLongestRepeat;
-  const Duration slack = repeat + repeat * kSpreadPercent / 100 +
-                         (setting_.late_share > 0 ? kLongestSleep : Duration{});
-  while (!call.done() && tally_.broken.empty()) {
-    const std::optional<Time> wake_up = call.wakeup();
-    if (!wake_up && events_.empty() && !core_->wakeup())
-      fail("nothing can move the call any more");
-    else
-      step(wake_up);
-    if (silence && !call.done() && now_ > last_life_ + *silence + slack)
-      fail("the call goes on beyond its level");
-    if (now_ > call_begun_ + kUnlimited)
-      fail("the call does not end");
-    check_bounds();
-  }
-  call_ = nullptr;
-  if (!tally_.broken.empty())
-    return;
-
-  ++tally_.statuses[call.status()];
-  if (plan.refused && call.status() == 0)
-    fail("success of a call that was refused");
-  if (plan.refused && call.status() == kRefusal) {
-    ++tally_.succeeded;
-    return;
-  }
-  if (call.status() != 0) {
-    tally_.failed_seeds.push_back(seed_);
-    return;
-  }
-  ++tally_.succeeded;
-  if (setting_.deliver_flips)
-    return;
-  if (call.take_reply() != plan.reply)
-    fail("the reply is not what the server sent");
-  if (plan.runs == 0)
-    fail("success without a run");
+  client.working.reset();
+  client.seen.clear();
+  client.packets = 0;
+  client.call_begun = client.last_life = now_;
+  client.silence = silence_of_level(request.timeout_level);
+  client.call.emplace(client.activity, client.identity, random_, request, now_);
 }
 
-// The next thing that happens; time does not go beyond `client_wake_up`.
-void World::step(std::optional<Time> client_wake_up) {
-  if (client_wake_up)
-    client_wake_up = std::max(*client_wake_up, asleep_until_);
-  std::optional<Time> next = client_wake_up;
+void World::end_call(Client& client) {
+  ClientCall& call = *client.call;
+  Plan& plan = plans_[client.id];
+  plan.status = call.status();
+  ++tally_.statuses[call.status()];
+  if (call.status() == 0) {
+    ++tally_.succeeded;
+    if (plan.ending != Ending::reply)
+      fail("success of a call that was refused");
+    if (!setting_.deliver_flips && call.take_reply() != plan.reply)
+      fail("the reply is not what the server sent");
+    if (!setting_.deliver_flips && plan.runs == 0)
+      fail("success without a run");
+  } else if ((plan.ending == Ending::fault && call.answer_number() == kFault) ||
+             (plan.ending == Ending::reject && call.answer_number() == kReject)) {
+    ++tally_.succeeded;
+  } else {
+    tally_.failed_seeds.push_back(seed_);
+  }
+  client.call.reset();
+  if (setting_.restart_in_pause && random_.chance(setting_.restart_share))
+    start_server();
+  client.begins = now_ + duration_up_to(setting_.longest_pause);
+}
+
+// The next thing that happens.
+void World::step() {
+  std::optional<Time> next = core_->wakeup();
   const auto earlier = [&next](const std::optional<Time>& time) {
     if (time && (!next || *time < *next))
       next = time;
   };
+  for (const Client& client : clients_)
+    earlier(client.wakeup());
   if (!events_.empty())
     earlier(events_.top().time);
-  earlier(core_->wakeup());
   if (!next)
-    return;
+    return fail("nothing can move any more");
   now_ = std::max(now_, *next);
   if (!events_.empty() && events_.top().time <= now_) {
     const Event event = events_.top();
@@ -235,37 +230,57 @@ void World::step(std::optional<Time> client_wake_up) {
     happen(event);
   }
   core_->on_time(now_);
-  if (call_ != nullptr && now_ >= asleep_until_) {
-    if (client_wake_up && *client_wake_up <= now_ && random_.chance(setting_.late_share))
-      asleep_until_ = now_ + duration_up_to(kLongestSleep);
-    else
-      call_->on_time(now_);
-  }
+  for (Client& client : clients_)
+    act(client);
   pump();
+  for (Client& client : clients_)
+    if (client.call)
+      check(client);
+  check_server();
+}
+
+void World::act(Client& client) {
+  const bool due = client.wakeup() && *client.wakeup() <= now_;
+  if (!client.call && due)
+    begin_call(client);
+  else if (client.call && due && now_ > client.asleep_until && random_.chance(setting_.late_share))
+    client.asleep_until = now_ + duration_up_to(kLongestSleep);
+  else if (client.call && now_ >= client.asleep_until)
+    client.call->on_time(now_);
+}
+
+World::Client* World::client_at(const SocketAddress& address) {
+  for (Client& client : clients_)
+    if (client.address == address)
+      return &client;
+  return nullptr;
+}
+
+void World::arrive(Client& client, const Event& event) {
+  if (!client.call)
+    return;
+  if (now_ < client.asleep_until) {
+    Event later = event;
+    later.time = client.asleep_until;
+    events_.push(std::move(later));
+    return;
+  }
+  const auto packet = decode_packet(event.bytes);
+  // An upper bound: whatever comes to the client may be a sign of life.
+  if (!client.call->done() && packet)
+    client.last_life = now_;
+  if (packet && packet->header.type == PacketType::working && !plans_[client.id].idempotent)
+    client.working = packet->header;
+  client.call->receive(event.bytes, event.source, now_);
 }
 
 void World::happen(const Event& event) {
   switch (event.kind) {
-    case Event::Kind::to_client: {
+    case Event::Kind::to_client:
       trace("to client", event.bytes);
-      if (call_ == nullptr)
-        return;
-      if (now_ < asleep_until_) {
-        Event later = event;
-        later.time = asleep_until_;
-        events_.push(std::move(later));
-        return;
-      }
-      const bool was_done = call_->done();
-      call_->receive(event.bytes, event.source, now_);
-      const auto packet = decode_packet(event.bytes);
-      if (packet && packet->header.type == PacketType::working && !plans_[id_].idempotent)
-        working_ = packet->header;
-      // An upper bound: whatever comes to the client may be a sign of life.
-      if (!was_done && packet)
-        last_life_ = now_;
+      if (Client* const client = client_at(event.destination))
+        arrive(*client, event);
       return;
-    }
     case Event::Kind::to_server:
       trace("to server", event.bytes);
       if (const auto packet = decode_packet(event.bytes);
@@ -275,49 +290,39 @@ void World::happen(const Event& event) {
       return;
     case Event::Kind::operation_done:
       if (event.life == life_)
-        core_->complete(event.number,
-                        event.bytes.empty()
-                            ? server::Outcome::fault(kRefusal)
-                            : server::Outcome{server::Outcome::Kind::reply, 0, event.bytes},
-                        now_);
+        complete(event.number, plans_[event.id]);
       return;
     case Event::Kind::restart:
       trace("new server", {});
       if (event.life == life_)
         start_server();
       return;
-    case Event::Kind::wake:
-      return;
   }
 }
 
-// Hands over what has come out of both machines until nothing more comes.
+// Hands over what has come out of all machines until nothing more comes.
 void World::pump() {
-  for (;;) {
-    bool moved = false;
-    if (call_ != nullptr) {
-      while (const auto sent = call_->next_datagram(now_)) {
+  for (bool moved = true; moved && going();) {
+    moved = false;
+    for (Client& client : clients_) {
+      while (const auto sent = client.call ? client.call->next_datagram(now_) : std::nullopt) {
         moved = true;
         const auto datagram = sent->bytes();
-        note_sent(datagram, true);
+        note_sent(datagram, &client, true);
         if (random_.chance(setting_.move_share))
-          client_ = client_ == kClient ? kClientElsewhere : kClient;
-        pass_on(To::server, datagram, client_);
-        if (packets_of_call_ > 10'000'000)
-          return fail("packets without end");
+          client.address.port = client.address.port == client.home ? client.home + 1 : client.home;
+        pass_on(To::server, datagram, client.address, sent->to);
       }
     }
     while (const auto sent = core_->next_datagram()) {
       moved = true;
       const auto datagram = sent->bytes();
-      note_sent(datagram, false);
-      if (sent->to != client_)
-        continue;
+      note_sent(datagram, client_at(sent->to), false);
       if (sent->call_back && random_.chance(setting_.call_back_loss))
         continue;
-      pass_on(To::client, datagram,
-              sent->call_back ? kCallBackPort
-                              : (setting_.answers_from_elsewhere ? kServerElsewhere : kServer));
+      if (random_.chance(setting_.move_share))
+        answers_from_ = answers_from_ == kServer ? kServerElsewhere : kServer;
+      pass_on(To::client, datagram, sent->call_back ? kCallBackPort : answers_from_, sent->to);
     }
     for (server::ReadyCall& ready : core_->take_calls()) {
       moved = true;
@@ -325,8 +330,6 @@ void World::pump() {
     }
     vouched_.reset();
     core_->take_gone_clients();
-    if (!moved)
-      return;
   }
 }
 
@@ -343,25 +346,39 @@ void World::call_of_stranger() {
   header.opnum = server::kChangeOperation.opnum;
   header.activity.time_low = ++invented_;
   header.flags1 = random_.chance(0.5) ? kFlagFragment | kFlagNoFack : 0;
-  events_.push({now_ + duration_up_to(seconds(1)), ++order_, Event::Kind::to_server,
-                kClientElsewhere, encode_packet(header, bytes(0, 100))});
+  events_.push({now_ + duration_up_to(seconds(1)), ++order_, Event::Kind::to_server, kStranger,
+                encode_packet(header, bytes(0, 100))});
 }
 
-void World::pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source) {
+void World::pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source,
+                    const SocketAddress& destination) {
   if (cut_off(to)) {
-    if (to == To::server && setting_.outage_is_told && call_ != nullptr)
-      call_->unreachable(datagram, kServer, now_);
+    Client* const client = to == To::server ? client_at(source) : nullptr;
+    if (setting_.outage_is_told && client != nullptr && client->call)
+      client->call->unreachable(datagram, destination, now_);
     return;
   }
+  Burst& burst = bursts_[to == To::server ? 0 : 1];
+  if (burst.left == 0 && random_.chance(setting_.burst_share)) {
+    burst.left = static_cast<unsigned>(random_.between(2, 30));
+    burst.held_until.reset();
+    if (random_.chance(0.5))
+      burst.held_until = now_ + duration_up_to(seconds(1));
+  }
+  const bool in_burst = burst.left > 0;
+  burst.left -= in_burst ? 1 : 0;
+  if ((datagram.size() > setting_.widest && random_.chance(setting_.wide_loss)) ||
+      (in_burst && !burst.held_until))
+    return;
   server::FaultInjector& network = to == To::server ? to_server_ : to_client_;
   for (server::FaultInjector::Delivery& delivery : network.pass(datagram, now_)) {
     const bool flipped =
         !std::equal(delivery.bytes.begin(), delivery.bytes.end(), datagram.begin());
     if (flipped && !setting_.deliver_flips)
       continue;
-    events_.push({delivery.time, ++order_,
+    events_.push({in_burst ? std::max(delivery.time, *burst.held_until) : delivery.time, ++order_,
                   to == To::server ? Event::Kind::to_server : Event::Kind::to_client, source,
-                  std::move(delivery.bytes)});
+                  std::move(delivery.bytes), destination});
   }
 }
 
@@ -389,36 +406,49 @@ void World::run_operation(server::ReadyCall ready) {
     if (vouched_ && *vouched_ != plan.sequence)
       fail("a call ran that its client did not vouch for");
   }
-  if (plan.operation.count() == 0 && !plan.refused)
-    core_->complete(ready.number, {server::Outcome::Kind::reply, 0, plan.reply}, now_);
+  if (plan.operation.count() == 0)
+    complete(ready.number, plan);
   else
-    events_.push({now_ + plan.operation,
-                  ++order_,
-                  Event::Kind::operation_done,
-                  {},
-                  plan.refused ? std::vector<std::byte>() : plan.reply,
-                  life_,
-                  ready.number});
+    events_.push({.time = now_ + plan.operation,
+                  .order = ++order_,
+                  .kind = Event::Kind::operation_done,
+                  .life = life_,
+                  .number = ready.number,
+                  .id = id});
+}
+
+void World::complete(server::CallNumber number, const Plan& plan) {
+  server::Outcome outcome{server::Outcome::Kind::reply, 0, plan.reply};
+  if (plan.ending == Ending::fault)
+    outcome = server::Outcome::fault(kFault);
+  else if (plan.ending == Ending::reject)
+    outcome = server::Outcome::reject(kReject);
+  core_->complete(number, std::move(outcome), now_);
 }
 
 // Two packets are the same when they differ in nothing but the serial number.
-void World::note_sent(std::span<const std::byte> datagram, bool by_client) {
+void World::note_sent(std::span<const std::byte> datagram, Client* client, bool by_client) {
   trace(by_client ? "client sends" : "server sends", datagram);
-  ++packets_of_call_;
   ++(by_client ? tally_.client_packets : tally_.server_packets);
   const auto packet = decode_packet(datagram);
   if (!packet)
     return fail("something was sent that is no packet");
-  const std::size_t longest = by_client ? std::min(setting_.client_fragment, kLeastMaxFragment)
-                                        : std::max(setting_.client_fragment, kLeastMaxFragment);
+  const std::size_t longest =
+      by_client ? std::min(setting_.client_fragment,
+                           std::max(setting_.server.fragment_size, kLeastMaxFragment))
+                : std::max(setting_.client_fragment, kLeastMaxFragment);
   const PacketHeader& header = packet->header;
   if (datagram.size() > longest && header.type != PacketType::fack)
     return fail("a packet is longer than its receiver takes");
+  if (client == nullptr)
+    return;
+  ++client->packets;
   if (by_client && header.type == PacketType::request &&
       header.interface_id == server::kEchoSpec.id) {
-    plans_[id_].sequence = header.sequence;
-    if (working_ && working_->activity == header.activity &&
-        working_->sequence == header.sequence && !setting_.deliver_flips)
+    plans_[client->id].sequence = header.sequence;
+    const auto& working = client->working;
+    if (working && working->activity == header.activity && working->sequence == header.sequence &&
+        !setting_.deliver_flips)
       fail("a request that must not run twice was sent again after \"working\"");
   }
   tally_.acks += header.type == PacketType::ack ? 1 : 0;
@@ -428,33 +458,47 @@ void World::note_sent(std::span<const std::byte> datagram, bool by_client) {
   std::vector<std::byte> key(datagram.begin(), datagram.begin() + kHeaderSize);
   key[2] = key[7] = key[79] = std::byte{0};
   key.push_back(static_cast<std::byte>(by_client));
-  tally_.repeated += seen_[key]++ > 0 ? 1 : 0;
+  tally_.repeated += client->seen[key]++ > 0 ? 1 : 0;
 }
 
 // A call may take a multiple of its fragments and of its waiting time, and no more.
-void World::check_bounds() {
-  const Plan& plan = plans_[id_];
+void World::check(Client& client) {
+  const Plan& plan = plans_[client.id];
+  // One retransmission, which at the shorter levels is cut to half of the silence.
+  const Duration repeat =
+      client.silence ? std::min(kLongestRepeat, *client.silence / 2) : kLongestRepeat;
+  const Duration slack = repeat + repeat * kSpreadPercent / 100 +
+                         (setting_.late_share > 0 ? kLongestSleep : Duration{});
+  if (client.silence && !client.call->done() && now_ > client.last_life + *client.silence + slack)
+    fail("the call goes on beyond its level");
+  if (now_ > client.call_begun + kUnlimited)
+    fail("the call does not end");
   const double lost = std::max(setting_.to_client.loss, setting_.to_server.loss) +
                       setting_.to_client.truncation + setting_.to_client.byte_flips;
   const double tries = 1 / std::max(0.2, (1 - lost) * (1 - lost));
   const auto fragments = static_cast<double>(
       fragments_of(plan.request.size(), std::min(setting_.client_fragment, kLeastMaxFragment)) +
       fragments_of(plan.reply.size(), std::min(setting_.server.fragment_size, kLeastMaxFragment)));
-  const double waited = std::chrono::duration<double>(now_ - call_begun_).count();
+  const double waited = std::chrono::duration<double>(now_ - client.call_begun).count();
   const double allowed = 200 + tries * (8 * fragments + 6 * waited);
-  tally_.worst_packets =
-      std::max(tally_.worst_packets, static_cast<double>(packets_of_call_) / allowed);
-  if (static_cast<double>(packets_of_call_) > allowed)
+  const double share = static_cast<double>(client.packets) / allowed;
+  tally_.worst_packets = std::max(tally_.worst_packets, share);
+  if (share > 1)
     fail("more packets than the bound");
-  if (setting_.strangers > 0) {
-    if (core_->statistics().activities > setting_.server.max_activities)
-      fail("the table exceeds its bound");
+  if (client.call->done())
+    end_call(client);
+}
+
+void World::check_server() {
+  const server::ServerCore::Statistics now = core_->statistics();
+  if (now.activities > setting_.server.max_activities)
+    fail("the table exceeds its bound");
+  if (setting_.strangers > 0 || setting_.deliver_flips)
     return;
-  }
-  const std::size_t most_held = 2 * (setting_.longest_request + setting_.longest_reply + 64);
-  if (core_->statistics().bytes_held > most_held && !setting_.deliver_flips)
-    fail("the server holds more than its call");
-  if (core_->statistics().activities > 4 && !setting_.deliver_flips)
+  if (now.bytes_held >
+      2 * setting_.clients * (setting_.longest_request + setting_.longest_reply + 64))
+    fail("the server holds more than its calls");
+  if (now.activities > 4 * setting_.clients)
     fail("the server knows more clients than there are");
 }
 

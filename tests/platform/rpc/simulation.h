@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One client and one server of the RPC runtime on a simulated clock and network. A world is made
-// from a setting and a seed, makes a few calls one after the other, and reports what it saw; the
-// rules that hold in every world are checked while it runs. The same seed gives the same world.
+// Clients and a server of the RPC runtime on a simulated clock and network. A world is made from a
+// setting and a seed; each client makes a few calls one after the other. The rules that hold in
+// every world are checked while it runs. The same seed gives the same world.
 
 #pragma once
 
@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -66,7 +67,8 @@ struct Setting {
   server::FaultPlan to_server;
   server::FaultPlan to_client;
   server::CoreOptions server;
-  unsigned calls = 4;
+  unsigned clients = 1;
+  unsigned calls = 4;  // of each client
   std::size_t longest_request = 3000;
   std::size_t longest_reply = 3000;
   Duration longest_operation{};  // how long an operation may run
@@ -82,10 +84,13 @@ struct Setting {
   Duration longest_outage{};
   bool outage_is_told = false;  // the network says that it cannot deliver
   double late_share = 0;        // of the client's wake-ups that come late, as of a stopped process
-  double move_share = 0;        // of the client's datagrams that leave from another address
-  double refused_share = 0;     // of calls that end with a fault
+  double move_share = 0;        // of datagrams with which an end moves to another address
+  double burst_share = 0;       // of datagrams with which a burst of losses or of delays begins
+  double refused_share = 0;     // of calls that end with a fault, and with a reject
   bool wrapping_sequence = false;
   std::size_t client_fragment = kLeastMaxFragment;  // path limit, and what the client announces
+  std::size_t widest = 65'536;  // larger datagrams vanish, all or this part of them
+  double wide_loss = 1;
   unsigned strangers = 0;      // invented clients that call the server during each call
   bool deliver_flips = false;  // else a changed datagram is dropped, as its checksum tells
 };
@@ -128,13 +133,15 @@ class World {
 
  private:
   enum class To { client, server };
+  enum class Ending { reply, fault, reject };
   struct Event {
-    enum class Kind { to_client, to_server, operation_done, restart, wake };
+    enum class Kind { to_client, to_server, operation_done, restart };
     Time time;
     std::uint64_t order;
     Kind kind;
-    SocketAddress source;
-    std::vector<std::byte> bytes;
+    SocketAddress source{};
+    std::vector<std::byte> bytes{};
+    SocketAddress destination{};
     unsigned life = 0;
     server::CallNumber number = 0;
     std::uint64_t id = 0;
@@ -148,23 +155,68 @@ class World {
     std::vector<std::byte> reply;
     bool idempotent = false;
     Duration operation{};
-    bool refused = false;
+    Ending ending = Ending::reply;
     unsigned runs = 0;
     std::uint32_t sequence = 0;
+    std::uint32_t status = 0;  // of the call that ended
+  };
+  struct Client {
+    Client(RandomSource& random, std::uint16_t port, std::uint32_t first_call)
+        : identity(ClientIdentity::make(random)),
+          activity(kServer, random, first_call),
+          home(port),
+          address{0x7F000001, port} {}
+    ClientIdentity identity;
+    Activity activity;
+    std::uint16_t home;
+    SocketAddress address;
+    unsigned calls_left = 0;
+    Time begins{};  // the next call
+    // --- Of the call that runs.
+    std::optional<ClientCall> call;
+    std::uint64_t id = 0;
+    Time call_begun{};
+    Time last_life{};
+    Time asleep_until{};
+    std::optional<Duration> silence;
+    std::uint64_t packets = 0;
+    std::map<std::vector<std::byte>, unsigned> seen;
+    std::optional<PacketHeader> working;  // of an operation that must not run twice
+
+    std::optional<Time> wakeup() const;
+  };
+  // What happens to a few datagrams of one direction in a row.
+  struct Burst {
+    unsigned left = 0;
+    std::optional<Time> held_until;  // else they are lost
+  };
+  struct Outage {
+    Time begin, end;
+    bool to_server = false, to_client = false;
   };
 
+  static constexpr SocketAddress kServer{0x7F000002, 1045};
+
+  bool going() const { return tally_.broken.empty(); }
   void start_server();
-  void one_call();
+  void begin_call(Client& client);
+  void end_call(Client& client);
   void settle();
-  void step(std::optional<Time> client_wake_up);
+  void step();
+  void act(Client& client);
   void happen(const Event& event);
+  void arrive(Client& client, const Event& event);
   void pump();
-  void pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source);
+  void pass_on(To to, std::span<const std::byte> datagram, const SocketAddress& source,
+               const SocketAddress& destination);
   bool cut_off(To to) const;
   void call_of_stranger();
   void run_operation(server::ReadyCall call);
-  void note_sent(std::span<const std::byte> datagram, bool by_client);
-  void check_bounds();
+  void complete(server::CallNumber number, const Plan& plan);
+  Client* client_at(const SocketAddress& address);
+  void note_sent(std::span<const std::byte> datagram, Client* client, bool by_client);
+  void check(Client& client);
+  void check_server();
   void trace(const char* what, std::span<const std::byte> datagram);
   void fail(const std::string& what);
   std::vector<std::byte> bytes(std::uint64_t id, std::size_t size);
@@ -176,8 +228,7 @@ class World {
   SeededRandom random_;
   server::FaultInjector to_server_;
   server::FaultInjector to_client_;
-  ClientIdentity identity_;
-  Activity activity_;
+  std::deque<Client> clients_;
   server::EchoInterface echo_;
   std::unique_ptr<server::ServerCore> core_;
   unsigned life_ = 0;
@@ -188,22 +239,13 @@ class World {
   std::uint64_t order_ = 0;
   std::map<std::uint64_t, Plan> plans_;
   std::uint64_t id_ = 0;
-  ClientCall* call_ = nullptr;
-  Time call_begun_{};
-  Time last_life_{};
-  std::uint64_t packets_of_call_ = 0;
-  std::map<std::vector<std::byte>, unsigned> seen_;
   Tally tally_;
   bool tracing_ = false;
 
-  struct Outage {
-    Time begin, end;
-    bool to_server = false, to_client = false;
-  } outage_;
-  Time asleep_until_{};
-  SocketAddress client_;
+  Outage outage_;
+  Burst bursts_[2];
+  SocketAddress answers_from_;
   std::uint32_t invented_ = 0;
-  std::optional<PacketHeader> working_;   // of an operation that must not run twice
   std::optional<std::uint32_t> vouched_;  // the sequence that a call-back was just answered with
 };
 

@@ -163,9 +163,24 @@ TEST(RpcSimulationTest, OutagesSleepsMovesAndRefusalsBreakNoRule) {
     setting.wrapping_sequence = random.chance(0.3);
     setting.client_fragment = random.between(512, 8192);
     setting.server.fragment_size = random.between(512, 8192);
+    setting.burst_share = random.chance(0.3) ? random.fraction(0.05) : 0;
+    setting.wide_loss = random.chance(0.5) ? 1 : random.fraction(1);
+    setting.widest = random.chance(0.3) ? random.between(kLeastMaxFragment, 4000) : setting.widest;
     return setting;
   });
   EXPECT_GT(tally.succeeded, tally.calls / 2);
+}
+
+TEST(RpcSimulationTest, LargeDatagramsThatVanishAreDoneWithout) {
+  const Tally tally = run_worlds(0.05, 1'200'000, [](SeededRandom& random) {
+    Setting setting = clean(random);
+    setting.client_fragment = setting.server.fragment_size = 8192;
+    setting.widest = random.between(kLeastMaxFragment, 8191);
+    setting.longest_request = setting.longest_reply = 60'000;
+    setting.least_level = 1;
+    return setting;
+  });
+  EXPECT_EQ(tally.succeeded, tally.calls);
 }
 
 TEST(RpcSimulationTest, AClientThatGivesUpEarlyIsNotServedLate) {
@@ -194,13 +209,22 @@ TEST(RpcSimulationTest, ARestartBetweenTwoCallsCostsNothing) {
   EXPECT_EQ(tally.succeeded, tally.calls);
 }
 
-TEST(RpcSimulationTest, AFullTableServesItsClientAgain) {
-  const Tally tally = run_worlds(0.05, 1'100'000, [](SeededRandom& random) {
-    Setting setting = clean(random);
+// The strangers take what the server's clients leave of its table, or these leave each other none.
+TEST(RpcSimulationTest, AFullTableServesItsClientsAgain) {
+  const Tally tally = run_worlds(0.1, 1'100'000, [](SeededRandom& random) {
+    Setting setting = random.chance(0.5) ? clean(random) : bad(random);
     vary_server(setting.server, random, true);
-    setting.strangers = 20;
-    setting.server.max_activities = 16;
-    setting.greatest_level = 7;
+    setting.clients = static_cast<unsigned>(random.between(1, 12));
+    setting.strangers = random.chance(0.5) ? 20 : 0;
+    setting.server.max_activities = random.between(setting.clients, 16);
+    // Parts of long requests would push each other out until their clients give up.
+    if (setting.strangers == 0) {
+      setting.server.max_activities = random.between(1, setting.clients);
+      setting.longest_request = 1000;
+    }
+    setting.longest_pause = seconds(5);
+    setting.refused_share = 0.1;
+    setting.least_level = setting.greatest_level = 7;
     return setting;
   });
   EXPECT_GT(tally.succeeded, tally.calls / 4);
