@@ -132,7 +132,7 @@ Reply invoke(const CallTarget&, const OperationSpec&, std::span<const std::byte>
   return prepared;
 }
 
-void release_activities() {}
+void release_activities(bool) {}
 
 }  // namespace rpc
 

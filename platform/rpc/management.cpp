@@ -11,7 +11,7 @@ RPC_STATUS RpcIfInqId(RPC_IF_HANDLE interface, rpc_if_id_t* id) {
 }
 
 void RpcMgmtAcknowledge() {
-  rpc::release_activities();
+  rpc::release_activities(true);
 }
 
 std::optional<std::chrono::milliseconds> RpcMgmtLimitWaits(

@@ -100,8 +100,8 @@ RPC_STATUS RpcMgmtEpEltInqDone(RPC_EP_INQ_HANDLE* inquiry);
 
 // --- Management.
 RPC_STATUS RpcMgmtIsServerListening(RPC_BINDING_HANDLE binding);
-// Acknowledges this thread's last replies. To be called before a pause: servers repeat what was not
-// acknowledged until the next call does so.
+// Acknowledges the last replies to all jobs of this thread. To be called before a pause: servers
+// repeat what was not acknowledged until the next call does so.
 void RpcMgmtAcknowledge();
 // From now on no call of this job or thread waits longer without a sign of the server, whatever its
 // level; nothing: as long as the level says. For who knows that an answer would come at once. Gives

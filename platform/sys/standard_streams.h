@@ -11,4 +11,9 @@ namespace sys {
 // anything is opened. False when it cannot be done; the program must not go on then.
 bool KeepStandardStreams();
 
+// From now on calls `before` whenever standard output or error goes to a pipe, socket or terminal
+// that takes nothing more for now, so that the program is about to sleep until its reader goes on.
+// It must not print. To be called once, before anything is printed.
+void BeforeSlowOutput(void (*before)());
+
 }  // namespace sys

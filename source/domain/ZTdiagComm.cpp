@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 
+#include "platform/rpc/rpc.h"
 #include "platform/sys/standard_streams.h"
 #include "shared/general/SHNLSmsg.h"
 #include "shared/general/nt/SHderControlObj.h"
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
   // A reader that is gone is a failed write: a check that holds something on the agent lets go of
   // it.
   std::signal(SIGPIPE, SIG_IGN);
+  sys::BeforeSlowOutput(RpcMgmtAcknowledge);
   const CONTROL_OBJ control(kProduct);
   zt_globalInit();
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Networks that lose, double and reorder, and servers that keep the console waiting.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -68,6 +73,34 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
     EXPECT_EQ(results[seed - 1].err, message(20, 203, "5") + "\n");
     EXPECT_EQ(results[seed - 1].status, 0);
   }
+}
+
+// A server repeats what is not acknowledged, which is what the end of the query is when the report
+// waits for its reader.
+TEST(BadNetwork, ASlowReaderMakesNoServerRepeat) {
+  SourceText source("WIDE");
+  source.with_class("GLOBAL", "rows = 400\ninterval = 10").metric("TIME").metric("A").metric("B");
+  const Agent agent(source.text() + system_alpha({"WIDE"}));
+  const TemporaryFolder folder;
+  const std::string pipe = (folder.path() / "pipe").string();
+  ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+  std::size_t read = 0;
+  std::thread reader([&] {
+    const int end = ::open(pipe.c_str(), O_RDONLY);
+    ::fcntl(end, F_SETPIPE_SZ, 4096);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    char part[4096];
+    for (ssize_t size = 1; size > 0; read += static_cast<std::size_t>(std::max<ssize_t>(size, 0)))
+      size = ::read(end, part, sizeof part);
+    ::close(end);
+  });
+  const Result result = run("ztcomm", {"-s", "alpha", "-ds", "WIDE"}, {}, 60, pipe);
+  reader.join();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_GT(read, 8192U);
+  const std::string sent = "sent response repView_Destroy", log = agent.log();
+  EXPECT_NE(log.find(sent), std::string::npos);
+  EXPECT_EQ(log.find(sent), log.rfind(sent)) << log;
 }
 
 }  // namespace

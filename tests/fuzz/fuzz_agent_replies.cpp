@@ -42,7 +42,7 @@ Reply invoke(const CallTarget&, const OperationSpec&, std::span<const std::byte>
   return reply;
 }
 
-void release_activities() {}
+void release_activities(bool) {}
 
 std::optional<std::chrono::milliseconds> limit_waits(std::optional<std::chrono::milliseconds>) {
   return std::nullopt;

@@ -26,7 +26,7 @@ rpc::Reply rpc::invoke(const CallTarget&, const OperationSpec&, std::span<const 
   return first_reply;
 }
 
-void rpc::release_activities() {}
+void rpc::release_activities(bool) {}
 
 std::optional<std::chrono::milliseconds> rpc::limit_waits(
     std::optional<std::chrono::milliseconds>) {

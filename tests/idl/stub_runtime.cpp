@@ -83,6 +83,6 @@ Reply invoke(const CallTarget& target, const OperationSpec& operation,
       {target, &operation, {request.begin(), request.end()}, reply_limit});
 }
 
-void release_activities() {}
+void release_activities(bool) {}
 
 }  // namespace rpc

@@ -19,6 +19,8 @@
 #include <set>
 #include <utility>
 
+#include "platform/rpc/rpc.h"
+#include "platform/sys/standard_streams.h"
 #include "source/domain/ZTenvInit.h"
 #include "source/support/ZTformat.h"
 #include "source/support/ZTglobal.h"
@@ -196,6 +198,7 @@ class Run {
       writer_->Stopped(totals_);
       output_.Finish();
     }
+    RpcMgmtAcknowledge();
     std::_Exit(kEndedBySignal + signal);
   }
 
@@ -260,6 +263,7 @@ std::string WrongOptions(const Arguments& arguments) {
 }  // namespace
 
 Status RunCheck(const Arguments& arguments) {
+  sys::BeforeSlowOutput(RpcMgmtAcknowledge);
   if (arguments.plugin)
     FailAsPlugin();
   if (const std::string wrong = WrongOptions(arguments); !wrong.empty())

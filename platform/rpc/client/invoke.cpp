@@ -41,6 +41,8 @@ struct ByAddress {
   }
 };
 
+class Caller;
+
 // The sockets of all jobs of a loop, or of a thread outside loops.
 class Sockets {
  public:
@@ -75,6 +77,7 @@ class Sockets {
   }
 
   SystemRandom random;
+  std::vector<Caller*> callers;
 
  private:
   struct Share {
@@ -91,9 +94,10 @@ const sys::LoopLocal<Sockets> sockets_of_loop;
 // once who we are.
 class Caller {
  public:
-  Caller() : sockets_(*sockets_of_loop) {}
+  Caller() : sockets_(*sockets_of_loop) { sockets_.callers.push_back(this); }
   ~Caller() {
     acknowledge_all();
+    std::erase(sockets_.callers, this);
     sockets_.give_back(transport_);
   }
   Caller(const Caller&) = delete;
@@ -271,8 +275,13 @@ Reply invoke(const CallTarget& target, const OperationSpec& operation,
   return reply;
 }
 
-void release_activities() {
-  caller->acknowledge_all();
+void release_activities(bool of_all_jobs) {
+  if (!of_all_jobs) {
+    caller->acknowledge_all();
+    return;
+  }
+  for (Caller* each : sockets_of_loop->callers)
+    each->acknowledge_all();
 }
 
 std::optional<std::chrono::milliseconds> limit_waits(

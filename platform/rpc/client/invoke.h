@@ -59,7 +59,8 @@ std::optional<std::chrono::milliseconds> limit_waits(
 
 // Acknowledges the last reply of every server that the calling job or thread called and that still
 // keeps it for us. Called when a binding is released; safe to call at any time, and done by itself
-// when it ends. The activities go on, so that no server asks a second time who we are.
-void release_activities();
+// when it ends. The activities go on, so that no server asks a second time who we are. All jobs of
+// the thread: before a pause of the whole thread.
+void release_activities(bool of_all_jobs = false);
 
 }  // namespace rpc

@@ -66,7 +66,7 @@ rpc::Reply rpc::invoke(const CallTarget& target, const OperationSpec& operation,
   return reply;
 }
 
-void rpc::release_activities() {}
+void rpc::release_activities(bool) {}
 
 std::optional<std::chrono::milliseconds> rpc::limit_waits(
     std::optional<std::chrono::milliseconds> longest) {
