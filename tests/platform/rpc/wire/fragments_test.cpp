@@ -176,6 +176,23 @@ TEST_F(Sender, LargerFragmentsOnlyAfterTheyWereAnnouncedAndThePathTakesThem) {
   EXPECT_EQ(drain()[0].body.size(), 2920U);
 }
 
+// The last one stays behind until one has passed, and the rest is cut anew when none does.
+TEST_F(Sender, LargeFragmentsAreATrial) {
+  for (const bool pass : {true, false}) {
+    start(1384 * 4 + 2920 * 2 + 1000, LastFragment::acknowledged, 3000);
+    drain();
+    Fack larger = fack(serial_ - 1);
+    larger.max_fragment = 8000;
+    sender_.acknowledge(3, larger, now_);
+    EXPECT_EQ(numbers(), (Numbers{4, 5}));
+    sender_.acknowledge(pass ? 4 : 3, pass ? larger : fack(3), now_);
+    const auto out = drain();
+    ASSERT_FALSE(out.empty());
+    EXPECT_EQ(out[0].fragment, pass ? 6 : 4);
+    EXPECT_EQ(out[0].body.size(), pass ? 1000U : 1384U);
+  }
+}
+
 TEST_F(Sender, GrowsToTheReceiversWindowAndNoFurther) {
   start(1384 * 200, LastFragment::acknowledged);
   std::size_t most = 0;
@@ -314,6 +331,22 @@ TEST_F(Joiner, RepeatsItsFackWhileSomethingIsMissing) {
   EXPECT_EQ(joiner_.wakeup(), kStart + 250ms);
   accept(fragment(2, eight_, kFlagLastFragment));
   EXPECT_FALSE(joiner_.wakeup());
+}
+
+TEST_F(Joiner, AnnouncesLessAfterTwoRepeatsAndTakesNoOldCut) {
+  FragmentJoiner::Limits limits;
+  limits.body = 20'000;
+  limits.max_fragment = 8000;
+  joiner_.start(limits);
+  const Bytes large = pattern(4000);
+  accept(fragment(0, eight_));
+  for (const auto& [after, announced] :
+       {std::pair(250ms, 8000U), {750ms, 8000U}, {1750ms, 1464U}}) {
+    EXPECT_TRUE(joiner_.on_time(kStart + after));
+    EXPECT_EQ(joiner_.fack().max_fragment, announced);
+  }
+  EXPECT_EQ(accept(fragment(1, large)), Result::dropped);
+  EXPECT_EQ(accept(fragment(1, eight_)), Result::accepted);
 }
 
 }  // namespace
