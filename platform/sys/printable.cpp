@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "source/support/ZTprintable.h"
+#include "platform/sys/printable.h"
 
 #include <algorithm>
 #include <array>
+
+namespace sys {
 
 namespace {
 
@@ -60,3 +62,5 @@ std::string printable(std::string_view text) {
   }
   return result;
 }
+
+}  // namespace sys
