@@ -5,6 +5,8 @@
 #include <chrono>
 #include <ctime>
 
+#include "platform/sys/printable.h"
+
 namespace agent {
 
 namespace {
@@ -131,10 +133,7 @@ std::string LogEvent::as_text() const {
   std::string text = kind_ == "violation" ? "violation " : "";
   (text += server_) += ' ';
   text += expand(form_of(kind_), complete);
-  std::replace_if(
-      text.begin(), text.end(),
-      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
-  return text;
+  return sys::printable(text);
 }
 
 std::string LogEvent::as_json() const {

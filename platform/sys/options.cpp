@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/sys/printable.h"
+
 namespace sys {
 
 namespace {
@@ -16,11 +18,7 @@ constexpr std::size_t kWidestName = 30;  // a longer one has its help in the nex
 
 // As typed, but without what would move the cursor.
 std::string quoted(std::string_view text) {
-  std::string result = '\'' + std::string(text) + '\'';
-  std::replace_if(
-      result.begin(), result.end(),
-      [](unsigned char character) { return character < ' ' || character == 0x7f; }, '?');
-  return result;
+  return '\'' + printable(text) + '\'';
 }
 
 template <typename Table>

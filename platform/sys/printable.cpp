@@ -51,6 +51,12 @@ std::string printable(std::string_view text) {
   std::string result;
   result.reserve(text.size());
   while (!text.empty()) {
+    // 0x7f in an encoding longer than need be, whose octets are no controls by themselves.
+    if (text.starts_with("\xC1\xBF")) {
+      result += "\xC1?";
+      text.remove_prefix(2);
+      continue;
+    }
     const std::size_t length = std::max<std::size_t>(utf8_length(text), 1);
     const bool control =
         length == 1 ? is_control(text[0]) : text[0] == '\xC2' && is_control(text[1]);

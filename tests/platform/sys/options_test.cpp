@@ -90,7 +90,7 @@ TEST(CommandLine, IsReadByItsTable) {
       {{"set"}, "'set' needs more words: set NAME ..."},
       {{"list", "f"}, "unexpected word 'f'"},
       {{"set", ""}, "a word is empty"},
-      {{"--frob=\n1", "f"}, "unknown option '--frob=?1'"},
+      {{"--frob=\n1\xc2\x9b", "f"}, "unknown option '--frob=?1?'"},
       {{"-vx", "f"}, "unknown option '-vx'"},
       {{"list", "--quick"}, "option '--quick' does not go with 'list'"},
       {{"f", "-n"}, "option '--dry-run' does not go with 'tool'"},
