@@ -14,7 +14,6 @@
 #include "platform/sys/sockets.h"
 #include "platform/sys/standard_streams.h"
 #include "shared/general/nt/SHderControlObj.h"
-#include "source/support/ZTprintable.h"
 #include "tools/ztsys/command_line.h"
 #include "tools/ztsys/ztsys.h"
 
@@ -23,9 +22,6 @@ namespace ztsys {
 namespace {
 
 constexpr std::uint16_t kSocketLibraryVersion = 0x0101;
-
-constexpr auto kPluginUnknown = static_cast<Status>(3);
-bool as_plugin = false;
 
 // Also where the rest of the command line cannot be read.
 bool AsksForPlugin(std::span<char* const> words) {
@@ -48,33 +44,6 @@ int Run(int argc, char** argv) {
 }
 
 }  // namespace
-
-void Tell(const std::string& line) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "ztsys: %s\n", printable(line).c_str());
-}
-
-Status Fail(const std::string& message, Status status) {
-  Tell(message);
-  if (!as_plugin)
-    return status;
-  std::printf("ZENTRACE UNKNOWN - %s\n", PluginText(message).c_str());
-  return kPluginUnknown;
-}
-
-std::string PluginText(std::string_view text) {
-  std::string clean = printable(text);
-  std::replace(clean.begin(), clean.end(), '|', '?');
-  return clean;
-}
-
-void FailAsPlugin() {
-  as_plugin = true;
-}
-
-Status FailUsage(const std::string& message) {
-  return Fail(message + "; see ztsys --help", kUsage);
-}
 
 }  // namespace ztsys
 
