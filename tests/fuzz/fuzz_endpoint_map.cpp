@@ -1,75 +1,70 @@
 // SPDX-License-Identifier: Apache-2.0
-// Replies of an endpoint mapper, through the stub, the tower reader and the inquiry. The first byte
-// says the byte order, the rest is the body of the first reply; a second lookup finds the mapper
-// silent. Stands in for the call machine.
+// Endpoint maps from anywhere, through the stub, the tower reader and the inquiry to what a user
+// sees. The first octet chooses who reads the map: the inquiry itself, the listing, or the check of
+// the registered servers with its query. The rest is the replies of the mapper and of the servers.
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <span>
 
 #include "platform/rpc/stub/stub.h"
+#include "shared/general/SHNLSmsg.h"
+#include "source/domain/ZTdiagCommObj.h"
+#include "tests/fuzz/printed.h"
+#include "tests/fuzz/scripted_replies.h"
 
 namespace {
 
-rpc::Reply first_reply;
-bool answered = false;
-
-}  // namespace
-
-rpc::Reply rpc::invoke(const CallTarget&, const OperationSpec&, std::span<const std::byte>,
-                       std::size_t reply_limit) {
-  if (answered || first_reply.body.size() > reply_limit)
-    throw RpcException(RPC_S_SERVER_UNAVAILABLE, FailureKind::communication);
-  answered = true;
-  return first_reply;
-}
-
-void rpc::release_activities(bool) {}
-
-std::optional<std::chrono::milliseconds> rpc::limit_waits(
-    std::optional<std::chrono::milliseconds>) {
-  return std::nullopt;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0)
-    return 0;
-  const auto bytes = std::as_bytes(std::span(data + 1, size - 1));
-  first_reply.body.assign(bytes.begin(), bytes.end());
-  first_reply.representation = {(data[0] & 1) == 0, (data[0] & 2) != 0, 0};
-
-  answered = false;
+void walk_elements() {
   RPC_EP_INQ_HANDLE inquiry = nullptr;
-  if (RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry) != RPC_S_OK)
-    std::abort();
-  std::size_t count = 0;
-  for (;;) {
-    rpc_if_id_t interface_id{};
-    uuid_t object{};
-    RPC_BINDING_HANDLE binding = nullptr;
-    char* annotation = nullptr;
-    if (RpcMgmtEpEltInqNextA(inquiry, &interface_id, &binding, &object, &annotation) != RPC_S_OK)
-      break;
-    char* text = nullptr;
-    if (++count > 64 || std::strlen(annotation) > 63)
-      std::abort();
+  fuzz::require(RpcMgmtEpEltInqBegin(nullptr, RPC_C_EP_ALL_ELTS, nullptr, 0, nullptr, &inquiry) ==
+                RPC_S_OK);
+  rpc_if_id_t interface_id{};
+  uuid_t object{};
+  RPC_BINDING_HANDLE binding = nullptr;
+  char* annotation = nullptr;
+  while (RpcMgmtEpEltInqNextA(inquiry, &interface_id, &binding, &object, &annotation) == RPC_S_OK) {
+    fuzz::require(std::strlen(annotation) <= 63);
     // Every binding has a text, but for names of pipes that are longer than a text may be.
-    if (RpcBindingToStringBindingA(binding, &text) != RPC_S_OK &&
-        rpc::target_of(binding).endpoint.size() + rpc::target_of(binding).network_address.size() <
-            2000)
-      std::abort();
+    char* text = nullptr;
+    const rpc::CallTarget target = rpc::target_of(binding);
+    fuzz::require(RpcBindingToStringBindingA(binding, &text) == RPC_S_OK ||
+                  target.endpoint.size() + target.network_address.size() >= 2000);
     RpcStringFreeA(&text);
     RpcStringFreeA(&annotation);
     RpcBindingFree(&binding);
   }
   RpcMgmtEpEltInqDone(&inquiry);
+}
 
-  answered = false;
-  RPC_BINDING_HANDLE server = nullptr;
-  RpcBindingFromStringBindingA("ncadg_ip_udp:alpha[1045]", &server);
-  RpcMgmtIsServerListening(server);
-  RpcBindingFree(&server);
+template <typename Check>
+void report(Check check) {
+  const std::string text = fuzz::printed([&] {
+    zt_DiagComm_class diagnostic;
+    fuzz::require(diagnostic.ValidSystemName("127.0.0.1") == 1);
+    if ((diagnostic.*check)() == 0)
+      diagnostic.DisplayErrors();
+  });
+  fuzz::require(!text.empty() && fuzz::is_printable(text, "\n"));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const NLS_MESSAGE_OBJ catalog(ZT_CATALOG);
+  if (size == 0)
+    return 0;
+  fuzz::script_replies(data + 1, size - 1);
+  switch (data[0] % 3) {
+    case 0:
+      walk_elements();
+      break;
+    case 1:
+      report(&zt_DiagComm_class::ListAllRegistered);
+      break;
+    default:
+      report(&zt_DiagComm_class::Breakout);
+      break;
+  }
   return 0;
 }
