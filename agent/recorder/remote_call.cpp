@@ -40,7 +40,8 @@ bool CallEnd::refused() const {
 }
 
 bool CallEnd::unanswered() const {
-  return !undecodable && (outcome.kind == Kind::silent || outcome.kind == Kind::undelivered);
+  return !undecodable && (outcome.kind == Kind::silent || outcome.kind == Kind::undelivered ||
+                          outcome.kind == Kind::question_lost);
 }
 
 std::string CallEnd::words() const {
@@ -57,6 +58,8 @@ std::string CallEnd::words() const {
                  : "the network is no way there (" + std::to_string(outcome.network) + ")";
     case Kind::silent:
       return "it fell silent, or said for too long that it works";
+    case Kind::question_lost:
+      return "its question who asks is lost on the way";
     case Kind::fault:
       return number_text("fault", outcome.number);
     case Kind::reject:

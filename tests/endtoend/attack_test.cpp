@@ -193,7 +193,7 @@ TEST(Attack, SpoofedPacketsChangeNoReport) {
     std::mt19937 random(7);
     const ToyServer server({.port = kToyPort,
                             .server_port = kRealPort,
-                            .answers_from = from_elsewhere ? kElsewhere : ToyServer::kAlpha,
+                            .answers_from = from_elsewhere ? kElsewhere : 0,
                             .receive = [&](const PacketHeader& request, Datagrams& answers) {
                               if (request.type == PacketType::request ||
                                   request.type == PacketType::ping)

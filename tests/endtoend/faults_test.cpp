@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "platform/sys/prtzt_file.h"
+#include "platform/sys/sockets.h"
 #include "source/domain/ZTrepServerInfoObj.h"
 #include "tests/endtoend/catalog_text.h"
 #include "tests/endtoend/harness.h"
@@ -218,15 +219,17 @@ class Instead {
 std::unique_ptr<ToyServer> toy_server(bool works, const std::string& address) {
   int left = works ? 4 : 3;
   return std::make_unique<ToyServer>(ToyServer::Settings{
-      .address = address,
+      .address = ::ntohl(sockets::inet_addr(address.c_str())),
       .port = 2000,
-      .receive = [works, left](const std::string& datagram, auto& answers) mutable {
-        constexpr std::size_t kAuthentication = 78;
-        if (is_for_management(datagram)) {
-          answers = {packet_for(datagram, kResponse, std::string("\0\0\0\0\1\0\0\0", 8))};
+      .receive = [works, left](const rpc::PacketHeader& request, Datagrams& answers) mutable {
+        constexpr std::uint32_t kManagement = 0xafa8bd80;
+        auto answer = header_for(request, rpc::PacketType::response);
+        if (request.interface_id.time_low == kManagement) {
+          answers = {encode_packet(answer, rpc::test::hex("00000000 01000000"))};
         } else if (left-- > 0) {
-          answers = {packet_for(datagram, works ? kWorking : kResponse)};
-          answers[0].at(kAuthentication) = works ? 0 : 10;
+          answer.type = works ? rpc::PacketType::working : rpc::PacketType::response;
+          answer.authentication = works ? 0 : 10;
+          answers = {encode_packet(answer, {})};
         }
         return false;
       }});

@@ -33,9 +33,10 @@ class ToyServer {
   static constexpr std::uint32_t kAlpha = 0x7F000101;
 
   struct Settings {
+    std::uint32_t address = kAlpha;
     std::uint16_t port = 0;
-    std::uint16_t server_port = 0;        // of the real server on the same address; 0 for none
-    std::uint32_t answers_from = kAlpha;  // a local address
+    std::uint16_t server_port = 0;   // of the real server on the same address; 0 for none
+    std::uint32_t answers_from = 0;  // another local address; 0 for the same
     // Called with each packet of the console; what it appends is sent to the console at once. True
     // for passing the packet on.
     std::function<bool(const rpc::PacketHeader& header, Datagrams& answers)> receive = {};
@@ -49,9 +50,7 @@ class ToyServer {
   }
 
  private:
-  const rpc::test::UdpSocket& out() const {
-    return settings_.answers_from == kAlpha ? front_ : side_;
-  }
+  const rpc::test::UdpSocket& out() const { return settings_.answers_from == 0 ? front_ : side_; }
 
   void serve() {
     constexpr int kPollMilliseconds = 20;
@@ -81,14 +80,15 @@ class ToyServer {
     for (const rpc::test::Bytes& answer : answers)
       out().send(answer, packet.source);
     if (pass_on && settings_.server_port != 0)
-      back_.send(packet.header, packet.body, {kAlpha, settings_.server_port});
+      back_.send(packet.header, packet.body, {settings_.address, settings_.server_port});
   }
 
   const Settings settings_;
-  const rpc::test::UdpSocket front_{kAlpha, settings_.port};
+  const rpc::test::UdpSocket front_{settings_.address, settings_.port};
   const rpc::test::UdpSocket side_{
-      settings_.answers_from, settings_.answers_from == kAlpha ? std::uint16_t{0} : settings_.port};
-  const rpc::test::UdpSocket back_{kAlpha};
+      settings_.answers_from != 0 ? settings_.answers_from : settings_.address,
+      settings_.answers_from != 0 ? settings_.port : std::uint16_t{0}};
+  const rpc::test::UdpSocket back_{settings_.address};
   rpc::SocketAddress last_console_;
   std::map<uuid_t, rpc::SocketAddress> consoles_;  // by activity
   std::atomic<bool> ending_ = false;
