@@ -228,8 +228,9 @@ std::unique_ptr<ToyServer> toy_server(bool works, const std::string& address) {
           answers = {encode_packet(answer, rpc::test::hex("00000000 01000000"))};
         } else if (left-- > 0) {
           answer.type = works ? rpc::PacketType::working : rpc::PacketType::response;
-          answer.authentication = works ? 0 : 10;
+          constexpr std::size_t kAuthentication = 78;
           answers = {encode_packet(answer, {})};
+          answers[0].at(kAuthentication) = std::byte(works ? 0 : 10);
         }
         return false;
       }});
