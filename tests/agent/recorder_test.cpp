@@ -21,9 +21,11 @@ std::vector<System> system_with(const std::vector<std::string>& cells) {
   data.name = data.label = "QUEUES";
   data.metrics.emplace_back().data_type = kTextType;
   data.metrics.front().name = "NAME";
+  data.metrics.front().model = TextsModel{{""}};
   data.instances.emplace_back().name = "in";
   data.instances.front().label = "incoming orders";
   data.instances.emplace_back().name = "7";
+  data.instances.back().id = 1;
   for (const std::string& cell : cells)
     data.rows.push_back({kNow, {cell}});
   std::vector<System> systems(1);

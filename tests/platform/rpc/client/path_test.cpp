@@ -25,33 +25,39 @@ constexpr std::uint32_t kServerHost = 0x0A090202;
 constexpr std::uint16_t kPort = 1045;
 constexpr int kMostSeconds = 60;
 
-// A process in a network of its own, which begins when it is told to.
+// A process in a network of its own. `run` begins when it is told to and calls what it is given
+// when it is ready.
 class Host {
  public:
-  explicit Host(const std::function<void()>& run) {
+  using Ready = std::function<void()>;
+  explicit Host(const std::function<void(const Ready&)>& run) {
     int made[2], begin[2];
     EXPECT_EQ(0, pipe(made) | pipe(begin));
     pid_ = fork();
     if (pid_ == 0) {
       alarm(kMostSeconds);
-      char go = unshare(CLONE_NEWNET) == 0 ? 'y' : 'n';
-      if (write(made[1], &go, 1) == 1 && read(begin[0], &go, 1) == 1)
-        run();
+      const auto tell = [&made] { EXPECT_EQ(1, write(made[1], "", 1)); };
+      char go = 0;
+      if (unshare(CLONE_NEWNET) == 0 && write(made[1], "", 1) == 1 && read(begin[0], &go, 1) == 1)
+        run(tell);
       _exit(0);
     }
     begin_ = begin[1];
-    char answer = 'n';
-    EXPECT_EQ(1, read(made[0], &answer, 1));
-    EXPECT_EQ('y', answer);
-    for (const int each : {made[0], made[1], begin[0]})
-      close(each);
+    heard_ = made[0];
+    close(made[1]);
+    close(begin[0]);
+    wait();
   }
   ~Host() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     close(begin_);
+    close(heard_);
   }
-  void begin() const { EXPECT_EQ(1, write(begin_, "y", 1)); }
+  void begin() const {
+    EXPECT_EQ(1, write(begin_, "", 1));
+    wait();
+  }
   std::string number() const { return std::to_string(pid_); }
   void run(const std::string& command) const {
     const std::string whole = "nsenter -t " + number() + " -n sh -ec '" + command + "'";
@@ -59,11 +65,17 @@ class Host {
   }
 
  private:
+  void wait() const {
+    char byte = 0;
+    EXPECT_EQ(1, read(heard_, &byte, 1));
+  }
+
   pid_t pid_ = -1;
   int begin_ = -1;
+  int heard_ = -1;
 };
 
-void serve() {
+void serve(const Host::Ready& ready) {
   server::EventLoop loop;
   server::ServerHost host(loop);
   server::EchoInterface echo;
@@ -72,8 +84,10 @@ void serve() {
   options.port = kPort;
   options.interfaces = {&echo};
   options.core.fragment_size = 8000;
-  if (host.open(options).endpoint != nullptr)
-    loop.run();
+  if (host.open(options).endpoint == nullptr)
+    return;
+  ready();
+  loop.run();
 }
 
 struct Case {
@@ -87,7 +101,7 @@ class PathTest : public testing::TestWithParam<Case> {};
 
 TEST_P(PathTest, CallsOfManyFragmentsGetThrough) {
   const Case& path = GetParam();
-  const Host router([] { pause(); });
+  const Host router([](const Host::Ready&) {});
   const Host server(serve);
   const auto veth = [](const std::string& name, int mtu, const std::string& peer, int peer_mtu,
                        const Host& peer_host) {
