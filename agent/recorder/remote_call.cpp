@@ -60,6 +60,8 @@ std::string CallEnd::words() const {
       return "it fell silent, or said for too long that it works";
     case Kind::question_lost:
       return "its question who asks is lost on the way";
+    case Kind::restarted:
+      return "it was started anew meanwhile";
     case Kind::fault:
       return number_text("fault", outcome.number);
     case Kind::reject:
@@ -83,6 +85,8 @@ OperationBehaviour CallEnd::behaviour(std::string operation) const {
     rule.status = status;
   else if (refused())
     rule.die = true;
+  else if (outcome.kind == Kind::restarted)
+    rule.restart = true;
   else
     rule.silent = true;
   return rule;

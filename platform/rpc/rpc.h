@@ -115,6 +115,7 @@ struct RpcCallOutcome {
     undelivered,    // nothing of the server was heard; `network` says why
     silent,         // the server was heard and then no more
     question_lost,  // it said that it works, never asked who we are, and was heard no more
+    restarted,      // the server was started anew; `number` is its reject's, or 0
     fault,          // `number` is the fault's
     reject,         // `number` is the reject's
     local,          // ended on this side: a binding that cannot be called, a reply that is too long

@@ -190,6 +190,13 @@ CallWords words_of_call(const LostCall& call, const std::string& waited) {
       return silence(
           "took the call and then fell silent" + waited + " (" + std::to_string(status) + ")",
           outcome);
+    case Kind::restarted:
+      return {RoadCause::rejected,
+              "was started anew while the call was on its way (" +
+                  (outcome.number != 0 ? format_text("reject 0x%08X", outcome.number)
+                                       : std::to_string(status)) +
+                  ")",
+              "Make the check once more."};
     case Kind::fault:
     case Kind::reject: {
       const bool fault = outcome.kind == Kind::fault;

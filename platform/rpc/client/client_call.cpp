@@ -300,6 +300,7 @@ void ClientCall::on_restarted_server(std::uint32_t status_if_not_run, Time now) 
     return;
   }
   activity_.forget(random_);
+  restarted_ = true;
   end(ran ? RPC_S_CALL_FAILED : status_if_not_run, FailureKind::communication);
 }
 

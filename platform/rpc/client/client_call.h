@@ -80,6 +80,8 @@ class ClientCall {
   // It ended in silence, after the server had said again and again that it works and its question
   // who we are had never come: it did not run the operation. The status is 1727.
   bool question_lost() const { return question_lost_; }
+  // It ended because the server was started anew.
+  bool restarted() const { return restarted_; }
   // Packets of this call that carried an authentication verifier, and were dropped: whoever sent
   // them speaks a protocol that we do not.
   unsigned verifiers_dropped() const { return verifiers_dropped_; }
@@ -171,6 +173,7 @@ class ClientCall {
 
   bool done_ = false;
   bool question_lost_ = false;
+  bool restarted_ = false;
   unsigned verifiers_dropped_ = 0;
   std::uint32_t status_ = 0;
   std::uint32_t answer_number_ = 0;

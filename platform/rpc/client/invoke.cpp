@@ -147,7 +147,9 @@ RpcCallOutcome outcome_of(const ClientCall& call, int undelivered_reason) {
   outcome.verifiers = call.verifiers_dropped();
   if (call.status() == RPC_S_OK)
     return outcome;
-  if (outcome.number != 0)
+  if (call.restarted())
+    outcome.kind = Kind::restarted;
+  else if (outcome.number != 0)
     outcome.kind = call.kind() == FailureKind::fault ? Kind::fault : Kind::reject;
   else if (call.question_lost())
     outcome.kind = Kind::question_lost;
