@@ -197,9 +197,9 @@ void ClientCall::ask_again(Time now) {
 void ClientCall::on_time(Time now) {
   if (done_)
     return;
-  const bool over = request_.longest && started_ + *request_.longest <= now;
-  if (over || (deadline_ && *deadline_ <= now)) {
-    give_up();
+  const bool silent = deadline_ && *deadline_ <= now;
+  if (silent || (request_.longest && started_ + *request_.longest <= now)) {
+    give_up(silent);
     return;
   }
   if (!sender_.all_sent() && sender_.on_time(now) && sender_.large_vanish()) {
@@ -448,7 +448,8 @@ void ClientCall::on_fault(const Arrival& arrival) {
 void ClientCall::on_reject(const Arrival& arrival) {
   const auto number = decode_status_body(arrival.packet.body, arrival.little_endian())
                           .value_or(nca::kUnspecifiedReject);
-  if (number == nca::kWrongBootTime)
+  // A server that was started anew can refuse only its own copy of the request.
+  if (number == nca::kWrongBootTime || server_restarted(arrival.header()))
     on_restarted_server(from_reject(number), arrival.now);
   else
     end(from_reject(number), FailureKind::communication);
@@ -478,12 +479,12 @@ bool ClientCall::waits_for_question() const {
   return question_overdue_ && !activity_.asked() && !request_.operation->idempotent;
 }
 
-void ClientCall::give_up() {
+void ClientCall::give_up(bool silent) {
   PacketHeader cancel = header(PacketType::cancel);
   send(cancel, peer_, encode_cancel_body(kCancelId, cancel.representation.little_endian));
   if (sender_.large_missing() || joiner_.receiving())
     activity_.set_narrow();
-  question_lost_ = waits_for_question();
+  question_lost_ = silent && waits_for_question();
   if (question_lost_)
     end(RPC_S_CALL_FAILED_DNE, FailureKind::communication);
   else

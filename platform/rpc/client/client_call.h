@@ -131,7 +131,7 @@ class ClientCall {
   void send_ping();
   void send_response_fack();
   void send(PacketHeader header, const SocketAddress& to, std::vector<std::byte> body = {});
-  void give_up();
+  void give_up(bool silent);
   void end(std::uint32_t status, FailureKind kind);
   bool may_have_run() const;
   bool waits_for_question() const;
