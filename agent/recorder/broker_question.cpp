@@ -46,25 +46,27 @@ BrokerMode mode_of_connect(int error) {
              : BrokerMode::unanswered;
 }
 
-// What is wrong with octets that are no message.
+// What is wrong with octets that are no message. Clients do not look at the identifier: where more
+// than that is wrong, the replay has to be refused as well.
 Malformation malformation_of(std::span<const std::byte> bytes) {
   const auto at = [&](std::size_t offset) {
     return offset < bytes.size() ? std::to_integer<std::size_t>(bytes[offset]) : 0;
   };
+  const std::size_t length = at(kLengthOffset) << 8 | at(kLengthOffset + 1);
+  const std::size_t words = at(kWordCountOffset);
+  const bool sound_header = length >= kBrokerHeaderSize + 2 * words &&
+                            length <= kLargestBrokerMessage && words <= kMostBrokerWords;
   const std::vector<std::byte> sound = encode_broker_message({});
   if (!std::equal(sound.begin(), sound.begin() + kLengthOffset, bytes.begin(),
                   bytes.begin() + std::min<std::ptrdiff_t>(kLengthOffset, std::ssize(bytes))))
-    return Malformation::identifier;
-  const std::size_t length = at(kLengthOffset) << 8 | at(kLengthOffset + 1);
+    return sound_header ? Malformation::identifier : Malformation::garbage;
+  if (sound_header)
+    return Malformation::data_too_long;
   if (length == 0)
     return Malformation::length_zero;
   if (length > kLargestBrokerMessage)
     return Malformation::length_huge;
-  const std::size_t words = at(kWordCountOffset);
-  if (words > kMostBrokerWords)
-    return Malformation::too_many_words;
-  return length < kBrokerHeaderSize + 2 * words ? Malformation::length_short
-                                                : Malformation::data_too_long;
+  return words > kMostBrokerWords ? Malformation::too_many_words : Malformation::length_short;
 }
 
 void take_answer(const BrokerMessage& answer, LocationBroker& broker, const Walk& walk) {

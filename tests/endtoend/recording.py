@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Records running agents, plays the recordings, and compares what ztcomm reports of both.
 in_namespace.sh recording.py PROGRAMS SCENARIOS"""
-import json, os, re, signal, subprocess, sys, tempfile, time, tomllib
+import contextlib, json, os, re, signal, subprocess, sys, tempfile, time, tomllib
 
 PROGRAMS, SCENARIOS = sys.argv[1:]
 FOLDER = tempfile.TemporaryDirectory()
@@ -22,6 +22,8 @@ def write(name, text):
 class Agents:
     """hxasim over a scenario, until the end of the block."""
     def __init__(self, scenario):
+        with contextlib.suppress(FileNotFoundError):
+            os.remove(path("log"))
         self.process = subprocess.Popen([f"{PROGRAMS}/hxasim", "--log", path("log"), scenario],
                                         stdout=subprocess.PIPE, text=True)
 
@@ -63,7 +65,7 @@ def reports(target, sources):
     for options in checks:
         done = run("ztcomm", "-s", target, *options)
         text = "\n".join(done.stdout.splitlines()[4:]) + "\n" + done.stderr
-        text = re.sub(r"\[\d+\]|port \d+", "[PORT]", text.replace(target, "TARGET"))
+        text = re.sub(r"\[\d+\]|port \d+", "[PORT]", text)
         texts.append(re.sub(r"\b127\.\d+\.\d+\.\d+\b", "ADDRESS", text))
     return texts
 
@@ -71,22 +73,38 @@ def reports(target, sources):
 def contexts_left():
     with open(path("log"), encoding="utf-8") as file:
         changes = [json.loads(line).get("change") for line in file if '"event":"context"' in line]
-    os.remove(path("log"))
     check("contexts are made", "is made" in changes)
     return changes.count("is made") - changes.count("is destroyed")
 
 
 def translation(real, made_up):
-    """The one word for each word that makes one report of the other; none when there is none."""
+    """The made-up text for each text of a recording; {} when two texts have become one, or one two,
+    or anything but texts has changed."""
     words = {}
-    for a, b in zip(real, made_up):
-        for one, other in zip(a.split(), b.split()):
-            if words.setdefault(one, other) != other:
-                return None
-        if len(a.split()) != len(b.split()):
-            return None
+
+    def walk(one, other):
+        if isinstance(one, dict):
+            for each in (one, other) if "name" in one else ():
+                each.setdefault("label", each["name"])
+            keys = one if one.keys() == other.keys() else other  # keys of sources are names
+            return len(one) == len(other) and all(
+                walk(key, made_up_key) and walk(one[key], other[made_up_key])
+                for key, made_up_key in zip(one, keys))
+        if isinstance(one, list):
+            return len(one) == len(other) and all(map(walk, one, other))
+        return (words.setdefault(one, other) if isinstance(one, str) else one) == other
+
+    if not walk(real, made_up):
+        return {}
     changed = {one: other for one, other in words.items() if one != other}
-    return changed if len(set(changed.values())) == len(changed) else None
+    return changed if len(set(changed.values())) == len({one.lower() for one in changed}) else {}
+
+
+def translated(text, words):
+    """A report of the real agent in made-up words, with one blank where there are several."""
+    known = "|".join(map(re.escape, sorted(words, key=len, reverse=True))) or "$."
+    text = re.sub(rf"(?<!\w)(?:{known})(?!\w)", lambda found: words[found[0]], text)
+    return " ".join(text.split())
 
 
 def healthy():
@@ -94,6 +112,7 @@ def healthy():
     sources = ["TAMBO", "ORDERS", "WEBLOGS"]
     with Agents(f"{SCENARIOS}/demo.toml"):
         had, said = record("plain", "127.0.1.1", "127.0.1.6")
+        alone, _ = record("alone", "127.0.1.1")
         hidden, _ = record("hidden", "--anonymous", "127.0.1.1")
         day, _ = record("day", "--hours", "24", "--jobs", "1", "127.0.1.1")
         real = reports("127.0.1.1", sources)
@@ -110,8 +129,18 @@ def healthy():
         check("of two systems", reports("127.0.6.2", ["TAMBO"]) == real_dead)
     with Agents(path("hidden")):
         made_up = reports("127.0.6.1", ["TAMBO", "SOURCE_1", "SOURCE_2"])
-    words = translation(real, made_up)
-    check("the same but for names", words and words.get("ORDERS") == "SOURCE_1", (real, made_up))
+    for one in alone, hidden:  # the headings of the product's own classes stay
+        one["headings"] = [metric.pop(heading) for each in one["source"]["TAMBO"]["class"]
+                           for metric in each["metric"]
+                           for heading in ("heading1", "heading2") if heading in metric]
+    check("the same headings", alone.pop("headings") == hidden.pop("headings"))
+    words = translation(alone, hidden)
+    check("one word for each", words.get("ORDERS") == "SOURCE_1", (alone, hidden))
+    kinds = [("SOURCE_", "/path-"), ("system-",), (), ("",), ("",)]
+    for text, kind, played in zip(real, kinds, made_up):
+        known = {one: other for one, other in words.items() if other.startswith(kind)}
+        check("the same but for names", translated(text, known) == " ".join(played.split()),
+              text + played)
     with open(path("hidden"), encoding="utf-8") as file:
         text = file.read()
     check("the product's names stay", "GBL_CPU_TOTAL_UTIL" in text and '"CONFIGURATION"' in text)
@@ -159,7 +188,7 @@ def texts():
     with Agents(write("texts.toml", TEXTS)):
         had, _ = record("texts", "web9")
         hidden, _ = record("texts-hidden", "--anonymous", "web9")
-        real = reports("web9", ["APPLICATION"])
+        real = reports("127.0.1.9", ["APPLICATION"])
         log = contexts_left()
     check("every view is destroyed again", log == 0)
     given = tomllib.loads(TEXTS)["source"]["APPLICATION"]["class"][0]["rows"]
@@ -212,10 +241,10 @@ def broken():
         scenario += f'[[system]]\naddress = "127.0.8.{number}"\n{table}\n'
     addresses = [f"127.0.8.{number}" for number in range(1, len(kinds) + 1)]
     with Agents(write("broken.toml", scenario)):
+        real = [run("ztcomm", "-s", one, "-b").stderr for one in addresses]
         started = time.monotonic()
         had, said = record("broken", "--level", "0", "--jobs", "32", *addresses)
         check("it ends", time.monotonic() - started < 60)
-        real = [run("ztcomm", "-s", one, "-b").stderr for one in addresses]
     for address, kind in zip(addresses, kinds):
         check(f"{kind} is told", kind == "old" or f"{address}: could not be had: " in said, said)
     check("no rows of what failed", [one for one in had["source"].values()
