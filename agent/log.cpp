@@ -18,7 +18,8 @@ struct Form {
   std::string_view text;
 };
 
-#define PACKET "{packet}[ {operation}][ call {call}][ fragment {fragment}][ status {status}]"
+#define PACKET \
+  "{packet}[ {operation} ({interface})][ call {call}][ fragment {fragment}][ status {status}]"
 constexpr Form kForms[] = {
     {"received", "received " PACKET ", {octets} octets, from {peer}[, {fate}]"},
     {"lost_in", "lost before it was received: " PACKET ", {octets} octets, from {peer}[, {fate}]"},
@@ -26,7 +27,7 @@ constexpr Form kForms[] = {
     {"sent", "sent " PACKET ", {octets} octets, to {peer}[, {fate}]"},
     {"lost_out", "lost, not sent: " PACKET ", {octets} octets, to {peer}[, {fate}]"},
     {"call",
-     "{operation}({arguments}) of {peer} {outcome}[ {number}][, status {status}]"
+     "{operation}([{arguments}]) of {peer} {outcome}[ {number}][, status {status}]"
      "[, {octets} octets]"},
     {"behaviour", "{operation} of {peer}: rule {rule}, {action}"},
     {"call_back", "who are you? {peer}: {outcome}"},

@@ -103,7 +103,7 @@ std::string ServerLog::operation_name(const rpc::PacketHeader& header,
       if (header.opnum < each.operations.size() && !each.operations[header.opnum].empty())
         return std::string(each.operations[header.opnum]);
     }
-  return *interface + " operation " + std::to_string(header.opnum);
+  return "operation " + std::to_string(header.opnum);
 }
 
 void ServerLog::name_packet(LogEvent& event, const rpc::Packet& packet) const {
@@ -185,8 +185,7 @@ void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec
       violation(std::to_string(call.record->octets_left_over) +
                 " octets are left over behind the parameters");
   }
-  // Without arguments the parentheses are there all the same.
-  event.text("arguments", arguments.empty() ? " " : arguments);
+  event.text("arguments", arguments);
   event.text("peer", peer_text(call));
   switch (outcome.kind) {
     case Outcome::Kind::reply:

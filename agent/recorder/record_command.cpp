@@ -104,6 +104,10 @@ std::string printable(std::string text) {
   return text;
 }
 
+std::string counted(std::size_t number, const char* what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 bool can_be_made(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -199,8 +203,8 @@ class Recording {
       addresses.of(system.address);
     if (const std::size_t dropped = anonymize(systems, addresses); dropped != 0) {
       missing_ += dropped;
-      teller_.line(arguments_.output, "left out: " + std::to_string(dropped) +
-                                          " elements of endpoint maps that cannot be read");
+      teller_.line(arguments_.output, "left out: " + counted(dropped, "element") +
+                                          " of endpoint maps that cannot be read");
     }
   }
 
@@ -227,10 +231,10 @@ class Recording {
       cannot_write(arguments_.output);
       return false;
     }
-    teller_.line(arguments_.output, std::to_string(systems.size()) + " systems, " +
-                                        std::to_string(sources) + " data sources, " +
-                                        std::to_string(rows) + " rows; " +
-                                        std::to_string(missing_) + " things could not be had");
+    teller_.line(arguments_.output, counted(systems.size(), "system") + ", " +
+                                        counted(sources, "data source") + ", " +
+                                        counted(rows, "row") + "; " + counted(missing_, "thing") +
+                                        " could not be had");
     return true;
   }
 
