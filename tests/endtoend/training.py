@@ -6,7 +6,8 @@ lines; ports, process numbers and times are not compared. in_namespace.sh traini
 import os, re, select, signal, subprocess, sys, time
 
 LIMIT_SECONDS = 30
-LEFT_OUT = [(r"^\[\d+\] \d+\n", ""), (r"\b(\d{5}|\d{4}-\d\d-\d\d [\d:.]+)\b", "#"), (r"[ \t]+$", "")]
+LEFT_OUT = [(r"^\[\d+\] \d+\n", ""), (r"\b(\d{5}|\d{4}-\d\d-\d\d [\d:.]+|\d\d(/\d\d){2} \d\d:\d\d)\b", "#"),
+            (r"\d\.\d s$", "# s"), (r"[ \t]+$", "")]
 
 
 def lessons(page):
