@@ -116,16 +116,17 @@ std::optional<HostEntry> look_up_host(Lookup lookup) {
   hostent entry{};
   hostent* found = nullptr;
   int h_error = NO_RECOVERY;
-  const auto begin = std::chrono::steady_clock::now();
   sys::run_beside([&] {
+    const auto begin = std::chrono::steady_clock::now();
     while (lookup(&entry, buffer.data(), buffer.size(), &found, &h_error) == ERANGE &&
            buffer.size() < kLargestEntry)
       buffer.resize(buffer.size() * 2);
+    // Told here, so that no look-up that waits for this one begins before.
+    if (found == nullptr && h_error == TRY_AGAIN &&
+        std::chrono::steady_clock::now() - begin >= kSilence && !silent_name_server.exchange(true))
+      ::__nss_configure_lookup("hosts", "files");
   });
   if (found == nullptr) {
-    if (h_error == TRY_AGAIN && std::chrono::steady_clock::now() - begin >= kSilence &&
-        !silent_name_server.exchange(true))
-      ::__nss_configure_lookup("hosts", "files");
     fail(resolver_error(h_error));
     return std::nullopt;
   }
