@@ -21,13 +21,13 @@
 #include "tools/ztsys/fields.h"
 #include "tools/ztsys/host_names.h"
 #include "tools/ztsys/new_system.h"
+#include "tools/ztsys/text_lines.h"
 
 namespace ztsys {
 
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::size_t kLongestLine = 4096;
 
 enum Column : std::size_t { kName, kAddress, kGroup, kType, kColumnCount };
 constexpr std::array<std::string_view, kColumnCount> kColumnNames = {"name", "address", "group",
@@ -138,14 +138,17 @@ Status Import::ReadLines(std::istream& in) {
   std::vector<std::string> cells;
   bool first = true;
   bool csv = false;
-  for (int line = 1; std::getline(in, text); ++line) {
+  for (int line = 1; ReadLine(in, text); ++line) {
+    const bool too_long = text.size() > kLongestLine;
+    if (too_long)
+      in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
     if (line == 1 && text.starts_with(kByteOrderMark))
       text.erase(0, kByteOrderMark.size());
     if (text.ends_with('\r'))
       text.pop_back();
     if (Trimmed(text).empty() || text[0] == '#')
       continue;
-    if (text.size() > kLongestLine) {
+    if (too_long) {
       Bad(line, "the line is longer than " + std::to_string(kLongestLine) + " octets");
     } else if (!SplitCsv(text, cells)) {
       Bad(line, "a quotation mark is not closed, or text follows it");
