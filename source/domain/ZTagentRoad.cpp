@@ -227,6 +227,7 @@ RoadFailure ZTagentRoad::outcome_failure(RoadLink link, const RoadAddress& at,
   failure.at = at;
   failure.cause = words.cause;
   failure.status = call.outcome.network != 0 ? call.outcome.network : call.status;
+  failure.call = call.outcome.status != RPC_S_OK ? call.outcome.status : call.status;
   failure.result = call.status;
   failure.text = at.text() + ": " + words.text + ".";
   failure.advice = words.advice != nullptr ? words.advice : advice_for(link, failure.cause);

@@ -67,6 +67,7 @@ struct RoadFailure {
   RoadCause cause = RoadCause::none;
   RoadAddress at;             // what was asked; no key when nothing was
   error_status_t status = 0;  // the number met: of the socket, the runtime, or the other side
+  error_status_t call = 0;    // the status of the remote call that met it; 0 when none did
   error_status_t result = 0;  // what the given operations return for it
   MessageId message;          // that the asking class records
   std::string parameter;      // of the message, or (set 11) of the message of set 13 behind it

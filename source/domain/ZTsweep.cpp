@@ -146,10 +146,12 @@ SweepSettings::SweepSettings(std::uint32_t timeout_level, KnownSilence* silence)
 unsigned zt_SweepJobs(unsigned wanted) {
   // Sockets that all jobs share, the helpers' files and sockets, the loop's own.
   constexpr rlim_t kBeside = 80;
+  // The same for one system alone.
+  constexpr rlim_t kForOne = 8;
   rlimit limit{};
   const int lowest_free = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
   if (lowest_free < 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0)
-    return 1;
+    return 0;
   close(lowest_free);
   const rlim_t beside = static_cast<rlim_t>(lowest_free) + kBeside;
   if (limit.rlim_cur < beside + wanted) {
@@ -158,6 +160,8 @@ unsigned zt_SweepJobs(unsigned wanted) {
     if (setrlimit(RLIMIT_NOFILE, &raised) == 0)
       limit = raised;
   }
+  if (limit.rlim_cur < static_cast<rlim_t>(lowest_free) + kForOne)
+    return 0;
   const rlim_t room = limit.rlim_cur > beside ? limit.rlim_cur - beside : 1;
   return static_cast<unsigned>(std::min<rlim_t>(room, wanted));
 }

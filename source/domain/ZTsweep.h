@@ -61,8 +61,8 @@ class SweepSettings {
   RoadSettings road_;
 };
 
-// How many of so many systems at once the descriptors suffice for that this process may open; the
-// process's own limit is raised where that helps.
+// How many of so many systems at once the descriptors suffice for that this process may open, 0 if
+// not for one; the process's own limit is raised where that helps.
 unsigned zt_SweepJobs(unsigned wanted);
 
 // The state's words and hyphens, 17 characters wide.

@@ -110,6 +110,9 @@ def agreement(copies):
     few = {each["system"]: each["state"] for each in map(json.loads, out.splitlines())}
     expect(few == {name: each["state"] for name, each in found.items()}, "few files")
     expect("systems are asked at once and not 128" in err, err)
+    expect(check("--plugin", files=10)[:2] == (3, "ZENTRACE UNKNOWN - this process may open too few files to "
+                                                  "ask a system (ulimit -n)\n"), "hardly any files")
+    expect(found["127.0.10.13"]["status"] == 1722, "the status of a call", found["127.0.10.13"])
 
 
 def command_lines():
@@ -134,6 +137,7 @@ def command_lines():
          "127.0.10.24", 0, r"-\n  Succeeded ------- 127.0.10.24\n  Succeeded ------- alpha\n\n2 sys", ""),
         (["nobody", "127.0.10.24"], "", 1, r"Failed -+ nobody  nobody: the name gives no address.\n", ""),
         (["--from", "missing"], "", 2, "", "cannot open 'missing': No such file"),
+        (["--from", "/dev/zero"], "", 2, "", "zero:1: the line is longer"),
         (["--output", "no/where", "127.0.10.24"], "", 2, "", "cannot open 'no/where': No such file"),
         (["--output", ".", "127.0.10.24"], "", 2, "", "cannot open '.': Is a directory"),
         (["--prometheus", "--failed"], "", 2, "", "--failed does not go"),
@@ -195,7 +199,7 @@ def files():
         file.write("old")
     os.symlink("page", "link")
     words = ["ztsys", "check", "--timeout", "1", "--output", "link", "127.0.10.24", "127.0.10.25"]
-    for number, status in [(signal.SIGINT, 130), (signal.SIGTERM, 143), (None, 1)]:
+    for number, status in [(signal.SIGHUP, 129), (signal.SIGINT, 130), (signal.SIGTERM, 143), (None, 1)]:
         ended = subprocess.Popen(words, stderr=subprocess.PIPE)
         time.sleep(0.7)
         expect(open("page").read() == "old" and ended.poll() is None, "half of a file")

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "platform/rpc/rpc.h"
+#include "platform/sys/sockets.h"
 #include "platform/sys/standard_streams.h"
 #include "source/domain/ZTenvInit.h"
 #include "source/support/ZTformat.h"
@@ -77,8 +78,10 @@ class Output {
       unlink(beside_.c_str());
   }
 
-  // Gives the file its name. False with errno.
+  // Gives the file its name. False with errno. Standard output is judged where the program ends.
   bool Finish() {
+    if (file_ == stdout)
+      return true;
     if (std::fflush(file_) != 0 || std::ferror(file_) != 0)
       return false;
     if (!replaces())
@@ -109,13 +112,17 @@ class Event {
   sys::FiberLoop::Watch watch_;
 };
 
+Status FailOutput() {
+  return Fail("cannot write the output: " + std::string(std::strerror(errno)));
+}
+
 class Run {
  public:
-  Run(const Arguments& arguments, CheckList& list, Output& output)
+  Run(const Arguments& arguments, unsigned jobs, CheckList& list, Output& output)
       : list_(list),
         output_(output),
         writer_(MakeCheckWriter(arguments, output.file())),
-        loop_(Jobs(arguments)) {
+        loop_(jobs) {
     totals_.systems = list.systems().size();
   }
 
@@ -135,15 +142,6 @@ class Run {
   }
 
  private:
-  static unsigned Jobs(const Arguments& arguments) {
-    const auto wanted = static_cast<unsigned>(arguments.jobs);
-    const unsigned jobs = zt_SweepJobs(wanted);
-    if (jobs < wanted)
-      Tell(std::to_string(jobs) + " systems are asked at once and not " + std::to_string(wanted) +
-           ": this process may open no more files (ulimit -n)");
-    return jobs;
-  }
-
   bool Found(std::size_t index) {
     if (list_.Claim(&list_.systems()[index]))
       return true;
@@ -159,6 +157,12 @@ class Run {
     ++totals_.by_state[static_cast<std::size_t>(result.report.state())];
     ClearProgress();
     writer_->System(index, result);
+    if (std::ferror(output_.file()) == 0)
+      return;
+    // Nobody reads on, and the systems that are left may be thousands.
+    const Status status = FailOutput();
+    output_.Discard();
+    Leave(status);
   }
 
   void TakeTime() {
@@ -171,7 +175,7 @@ class Run {
   std::unique_ptr<Event> WatchSignals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
       struct sigaction now {};
       if (sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_IGN)
         sigaddset(&set, number);
@@ -196,10 +200,16 @@ class Run {
       output_.Discard();
     } else {
       writer_->Stopped(totals_);
-      output_.Finish();
+      std::fflush(output_.file());
     }
+    Leave(kEndedBySignal + signal);
+  }
+
+  // Without unwinding the jobs, which may be in the middle of anything.
+  [[noreturn]] static void Leave(int status) {
+    std::fflush(stdout);
     RpcMgmtAcknowledge();
-    std::_Exit(kEndedBySignal + signal);
+    std::_Exit(status);
   }
 
   std::unique_ptr<Event> WatchTicks() {
@@ -226,8 +236,13 @@ class Run {
       line += "; waiting for " + printable(list_.systems()[*asked_.begin()].name);
     // A longer line would go on in the next one, which is not cleared.
     winsize window{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0)
-      line.resize(std::min<std::size_t>(line.size(), window.ws_col - 1U));
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0 &&
+        line.size() >= window.ws_col) {
+      std::size_t end = window.ws_col - 1U;
+      while (end > 0 && (line[end] & 0xC0) == 0x80)  // the middle of a character
+        --end;
+      line.resize(end);
+    }
     std::fprintf(stderr, "\r\033[K%s", line.c_str());
     std::fflush(stderr);
     progress_shown_ = true;
@@ -271,6 +286,14 @@ Status RunCheck(const Arguments& arguments) {
   CheckList list;
   if (const Status status = list.Read(arguments); status != kDone)
     return status;
+  const auto wanted = static_cast<unsigned>(arguments.jobs);
+  const unsigned jobs = zt_SweepJobs(wanted);
+  if (jobs == 0)
+    return Fail("this process may open too few files to ask a system (ulimit -n)");
+  if (jobs < wanted)
+    Tell(format_text("%u system%s asked at once and not %u", jobs, jobs == 1 ? " is" : "s are",
+                     wanted) +
+         ": this process may open no more files (ulimit -n)");
   Output output(arguments.output);
   if (output.file() == nullptr)
     return FailUsage("cannot open '" + *arguments.output + "': " + std::strerror(errno));
@@ -280,9 +303,11 @@ Status RunCheck(const Arguments& arguments) {
   Init_ZT_RPC_TIMEOUT(ignored_parameter, ignored_number);
   const SweepSettings settings(
       arguments.timeout >= 0 ? static_cast<std::uint32_t>(arguments.timeout) : zt_com_timeout);
-  const CheckTotals totals = Run(arguments, list, output).Go(settings.road());
+  const CheckTotals totals = Run(arguments, jobs, list, output).Go(settings.road());
+  if (sockets::name_server_silent())
+    Tell("the name server does not answer; names were looked up in the hosts file only");
   if (!output.Finish())
-    return Fail("cannot write the output: " + std::string(std::strerror(errno)));
+    return FailOutput();
   if (arguments.plugin)
     return static_cast<Status>(PluginStatus(arguments, totals));
   return totals.failed() == 0 ? kDone : kFailed;

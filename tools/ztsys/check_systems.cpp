@@ -11,8 +11,10 @@
 
 #include "platform/sys/native_path.h"
 #include "platform/sys/sockets.h"
+#include "source/support/ZTformat.h"
 #include "tools/ztsys/check.h"
 #include "tools/ztsys/database.h"
+#include "tools/ztsys/text_lines.h"
 
 namespace ztsys {
 
@@ -32,6 +34,8 @@ bool DatabaseExists(const Arguments& arguments) {
   return access(sys::native_path(DatabasePath(arguments)).c_str(), F_OK) == 0;
 }
 
+constexpr std::size_t kMostWords = 1'000'000;
+
 // One word a line; what follows '#' is a comment.
 Status WordsOf(const std::string& path, std::vector<std::string>* words) {
   std::ifstream file;
@@ -41,7 +45,12 @@ Status WordsOf(const std::string& path, std::vector<std::string>* words) {
       return FailUsage("cannot open '" + path + "': " + std::strerror(errno));
   }
   std::istream& in = path == "-" ? std::cin : file;
-  for (std::string line; std::getline(in, line);) {
+  std::size_t number = 1;
+  for (std::string line; ReadLine(in, line); ++number) {
+    if (line.size() > kLongestLine || words->size() == kMostWords)
+      return FailUsage(format_text("%s:%zu: ", path.c_str(), number) +
+                       (line.size() > kLongestLine ? "the line is longer than any name"
+                                                   : "more than a million systems"));
     line.erase(std::min(line.find('#'), line.size()));
     const std::size_t begin = line.find_first_not_of(" \t\r");
     if (begin == std::string::npos)
@@ -70,20 +79,22 @@ Status CheckList::Gather(const Arguments& arguments) {
   if (!named || arguments.db || !arguments.groups.empty() || DatabaseExists(arguments))
     if (const Status status = StoredSystems(arguments, &stored); status != kDone)
       return status;
-  std::unordered_map<std::string, const SweepSystem*> by_name;
+  std::unordered_map<std::string, std::vector<const SweepSystem*>> by_name;
   if (named)
     for (const SweepSystem& each : stored) {
-      by_name.emplace(each.name, &each);
+      by_name[each.name].push_back(&each);
       stored_.emplace(each.key, each);
     }
   std::unordered_set<std::string> seen;
   for (const std::string& word : words) {
     if (!seen.insert(word).second)
       continue;
-    if (const auto record = by_name.find(word); record != by_name.end())
-      systems_.push_back(*record->second);
-    else
+    const auto records = by_name.find(word);
+    if (records == by_name.end())
       systems_.push_back({.name = word, .look_up = SweepSystem::LookUp::address});
+    else
+      for (const SweepSystem* each : records->second)
+        systems_.push_back(*each);
   }
   for (const SweepSystem& each : stored)
     if (arguments.groups.empty() ? !named : IsOfGroup(each, arguments.groups))

@@ -136,8 +136,9 @@ class JsonWriter : public CheckWriter {
   static void AddFailure(const RoadFailure& failure, JsonObject* object) {
     object->Text("link", road_link_name(failure.link));
     object->Text("cause", road_cause_name(failure.cause));
-    if (failure.status != 0)
-      object->Number("status", failure.status);
+    if (const error_status_t status = failure.call != 0 ? failure.call : failure.status;
+        status != 0)
+      object->Number("status", status);
     if (failure.at.key != kNoSystemKey)
       object->Text("at", PlaceText(failure.at));
     object->Text("text", failure.text);
