@@ -23,9 +23,9 @@ constexpr std::array<StateLook, kPageStates> kStates = {{
     {"S", "succeeded"},
 }};
 
-// Classes: s0 to s4 for the states, g the grid. A row, or a part of the grid, is laid out by itself
-// when it comes into view, which a table's own layout does not allow: ten thousand of them would
-// take many seconds.
+// Classes: s0 to s4 for the states, g the grid. A hundred rows, or a part of the grid, are laid out
+// by themselves when they come into view, which a table's own layout does not allow: ten thousand
+// rows would take many seconds.
 constexpr char kHead[] = R"(<!DOCTYPE html>
 <html lang="en"><meta charset="utf-8">
 <meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'">
@@ -46,7 +46,7 @@ input[type=search]{font:inherit;width:24em;max-width:100%;padding:.3em}
 div.t{overflow-x:auto}
 table,thead,tbody{display:block}table{min-width:60em}
 tr{display:grid;grid-template-columns:16% 9em 9% 10em 1fr 4em;border-bottom:1px solid #ddd}
-tbody tr{content-visibility:auto;contain-intrinsic-size:auto 3.4em}
+tbody{content-visibility:auto;contain-intrinsic-size:auto 340em}
 th,td{text-align:left;padding:.25em .5em;overflow-wrap:anywhere;unicode-bidi:isolate}
 th button{font:inherit;font-weight:bold;border:0;background:none;padding:0;cursor:pointer}
 th[aria-sort=ascending] button::after{content:" \25B2"}th[aria-sort=descending] button::after{content:" \25BC"}
@@ -62,23 +62,28 @@ td{display:block;padding:0 .5em}td:first-child{font-weight:bold}td:empty{display
 
 constexpr char kTableHead[] =
     R"(<p class="q" hidden><input type="search" id="q" placeholder="Filter by any word" aria-label="Filter"> <span id="c"></span>
-<div class="t"><table><thead><tr><th>System<th>Address<th>Group<th>State<th>What happened, and what to try<th>ms</thead><tbody>
+<div class="t"><table><thead><tr><th>System<th>Address<th>Group<th>State<th>What happened, and what to try<th>ms</thead>
 )";
 
-constexpr char kScript[] = R"(</tbody></table></div>
+constexpr char kScript[] = R"(</table></div>
 <script>
 "use strict";
-const body=document.querySelector("tbody"),rows=[...body.rows],cells=[...document.querySelectorAll(".g a")];
+const table=document.querySelector("table"),rows=[...document.querySelectorAll("tbody tr")],cells=[...document.querySelectorAll(".g a")];
 const boxes=[...document.querySelectorAll(".n input")],query=document.getElementById("q"),count=document.getElementById("c");
-let texts;
+let texts,order=rows.map((r,i)=>i);
 const address=t=>t.split(".").reduce((n,o)=>n*256+ +o,0);
 const keys=[t=>t.toLowerCase(),address,t=>t.toLowerCase(),null,t=>t.toLowerCase(),Number];
 function show(){
   texts??=rows.map(r=>r.textContent.toLowerCase());
   const words=query.value.toLowerCase().split(/\s+/).filter(w=>w);let n=0;
   rows.forEach((r,i)=>{const on=boxes[+r.className[1]].checked&&words.every(w=>texts[i].includes(w));
-    r.hidden=!on;cells[i].hidden=!on;n+=on;});
-  tell(n);
+    cells[i].hidden=!on;n+=on;});
+  put();tell(n);
+}
+function put(){
+  const shown=order.filter(i=>!cells[i].hidden).map(i=>rows[i]);
+  [...table.tBodies].forEach(b=>b.remove());
+  for(let i=0;i<shown.length;i+=100)table.createTBody().append(...shown.slice(i,i+100));
 }
 function tell(n){count.textContent=n+" of "+rows.length+" systems"}
 document.querySelectorAll("th").forEach((th,column)=>{
@@ -88,9 +93,9 @@ document.querySelectorAll("th").forEach((th,column)=>{
     document.querySelectorAll("th").forEach(t=>t.removeAttribute("aria-sort"));
     th.setAttribute("aria-sort",down?"descending":"ascending");
     const key=r=>column===3?+r.className[1]:keys[column](r.cells[column].textContent);
-    const order=rows.map((r,i)=>[key(r),i,r]);
-    order.sort((a,b)=>(a[0]<b[0]?-1:a[0]>b[0]?1:0)*(down?-1:1)||a[1]-b[1]);
-    body.append(...order.map(o=>o[2]));
+    const keyed=rows.map((r,i)=>[key(r),i]);
+    keyed.sort((a,b)=>(a[0]<b[0]?-1:a[0]>b[0]?1:0)*(down?-1:1)||a[1]-b[1]);
+    order=keyed.map(k=>k[1]);put();
   };
 });
 let wait;query.oninput=()=>{clearTimeout(wait);wait=setTimeout(show,80)};
@@ -172,7 +177,10 @@ void append_grid(std::string& page, std::span<const PageSystem> systems) {
 }
 
 void append_row(std::string& page, const PageSystem& system, std::size_t i) {
+  constexpr std::size_t kPart = 100;
   const std::size_t state = index_of(system);
+  if (i % kPart == 0)
+    page += "<tbody>\n";
   page += "<tr id=r" + std::to_string(i) + " class=r" + std::to_string(state);
   for (const std::string* text : {&system.name, &system.address, &system.group}) {
     page += text == &system.name ? "><td>" : "<td>";
