@@ -97,8 +97,9 @@ std::optional<std::uint32_t> address_of(std::string_view word) {
   return address.s_addr;
 }
 
-bool same_name(std::string_view left, std::string_view right) {
-  return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
+bool name_before(std::string_view left, std::string_view right) {
+  const int order = strncasecmp(left.data(), right.data(), std::min(left.size(), right.size()));
+  return order != 0 ? order < 0 : left.size() < right.size();
 }
 
 }  // namespace
@@ -114,6 +115,7 @@ NetworkFiles::NetworkFiles(const std::string& folder) {
   services_only_ = services_first_ && services.size() == 1;
   if (hosts_first_)
     hosts_ = read_whole(folder + "hosts");
+  index_hosts();
   if (services_first_)
     services_ = read_whole(folder + "services");
 }
@@ -123,29 +125,36 @@ const NetworkFiles& NetworkFiles::of_this_system() {
   return files;
 }
 
-std::optional<NetworkFiles::Host> NetworkFiles::host_named(std::string_view name) const {
-  std::optional<Host> found;
+void NetworkFiles::index_hosts() {
   std::string_view rest = hosts_;
   for (auto words = next_words(rest); !words.empty(); words = next_words(rest)) {
-    bool named = false;
-    for (std::size_t i = 1; i < words.size(); ++i)
-      named = named || same_name(words[i], name);
-    const auto address = named ? address_of(words.front()) : std::nullopt;
+    const auto address = words.size() > 1 ? address_of(words.front()) : std::nullopt;
     if (!address)
       continue;
-    if (found)
-      return std::nullopt;
-    found = Host{std::string(words[1]), *address};
+    by_address_.push_back({words[1], words[1], *address});
+    for (std::size_t i = 1; i < words.size(); ++i)
+      by_name_.push_back({words[i], words[1], *address});
   }
-  return found;
+  std::ranges::sort(by_name_, name_before, &HostName::name);
+  std::ranges::stable_sort(by_address_, {}, &HostName::address);
+}
+
+std::optional<NetworkFiles::Host> NetworkFiles::host_named(std::string_view name) const {
+  const auto found = std::ranges::equal_range(by_name_, name, name_before, &HostName::name);
+  if (found.empty())
+    return std::nullopt;
+  const HostName& first = found.front();
+  for (const HostName& each : found)
+    if (each.official.data() != first.official.data())  // another line
+      return std::nullopt;
+  return Host{std::string(first.official), first.address};
 }
 
 std::optional<NetworkFiles::Host> NetworkFiles::host_at(std::uint32_t address) const {
-  std::string_view rest = hosts_;
-  for (auto words = next_words(rest); !words.empty(); words = next_words(rest))
-    if (words.size() > 1 && address_of(words.front()) == address)
-      return Host{std::string(words[1]), address};
-  return std::nullopt;
+  const auto found = std::ranges::lower_bound(by_address_, address, {}, &HostName::address);
+  if (found == by_address_.end() || found->address != address)
+    return std::nullopt;
+  return Host{std::string(found->official), address};
 }
 
 std::optional<std::uint16_t> NetworkFiles::port_of(std::string_view service,

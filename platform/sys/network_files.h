@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sys {
 
@@ -17,6 +18,8 @@ class NetworkFiles {
   // Reads nsswitch.conf, hosts and services of `folder`. One that is missing, no regular file or
   // larger than 4 MiB settles nothing.
   explicit NetworkFiles(const std::string& folder);
+  NetworkFiles(const NetworkFiles&) = delete;
+  NetworkFiles& operator=(const NetworkFiles&) = delete;
 
   // Those of this system, read at the first look-up; any thread may ask.
   static const NetworkFiles& of_this_system();
@@ -33,7 +36,17 @@ class NetworkFiles {
   std::optional<std::uint16_t> port_of(std::string_view service, std::string_view protocol) const;
 
  private:
+  // One name of a line of the hosts file. The views are into `hosts_`.
+  struct HostName {
+    std::string_view name;
+    std::string_view official;  // the line's first name
+    std::uint32_t address = 0;
+  };
+  void index_hosts();
+
   std::string hosts_;
+  std::vector<HostName> by_name_;     // sorted, whatever the case of the letters
+  std::vector<HostName> by_address_;  // sorted, each address with its first line
   std::string services_;
   bool hosts_first_ = false;
   bool services_first_ = false;
