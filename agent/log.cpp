@@ -35,6 +35,7 @@ constexpr Form kForms[] = {
     {"rejected", "a call of {peer} is rejected with {number}"},
     {"cancelled", "a call of {peer} is cancelled"},
     {"violation", "{detail}[, in {operation}], from {peer}"},
+    {"damaged", "the bad network's doing: {detail}[, in {operation}], from {peer}"},
     {"connection", "connection of {peer} {change}"},
     {"request", "{peer} asks {command}, status {status}"},
     {"state", "{change}"},

@@ -20,6 +20,8 @@ using rpc::server::Direction;
 using rpc::server::FaultInjector;
 using rpc::server::Outcome;
 
+constexpr std::size_t kMostDamaged = 1'024;
+
 constexpr std::string_view kPacketNames[] = {"request", "ping",   "response",  "fault",
                                              "working", "nocall", "reject",    "ack",
                                              "cancel",  "fack",   "cancel_ack"};
@@ -65,6 +67,7 @@ std::string fate_of(const FaultInjector::Delivery& delivery, rpc::Time now) {
 struct Fate {
   bool lost = false;
   bool doubled = false;
+  bool damaged = false;
   std::string text;
 };
 
@@ -76,6 +79,7 @@ Fate fate_of(const DatagramReport& report) {
   fate.lost = all.empty();
   fate.doubled = !all.empty() && all.back().copy;
   for (const FaultInjector::Delivery& each : all) {
+    fate.damaged = fate.damaged || each.cut_to || !each.flipped.empty();
     std::string text = fate_of(each, report.now);
     if (each.copy)
       text = (all.size() > 1 ? "doubled" : "lost, but its double came through") +
@@ -127,6 +131,11 @@ void ServerLog::datagram(const DatagramReport& report) {
   const Fate fate = fate_of(report);
   heard_ = true;
   const auto packet = rpc::decode_packet(report.bytes);
+  if (in && fate.damaged && packet) {
+    if (damaged_.size() >= kMostDamaged)
+      damaged_.clear();
+    damaged_.insert(packet->header.activity);
+  }
   if (fate.lost || fate.doubled) {
     OperationCounters& counters = packet ? counters_of(packet->header) : nameless_;
     (in ? counters.lost_in : counters.lost_out) += fate.lost ? 1 : 0;
@@ -165,12 +174,13 @@ void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec
   for (const uuid_t& id : fresh_contexts_)
     made_by_[id] = operation.name;
   fresh_contexts_.clear();
+  const bool damaged = damaged_.erase(call.activity) != 0;
   counters.faults += outcome.kind == Outcome::Kind::fault ? 1 : 0;
   counters.rejects += outcome.kind == Outcome::Kind::reject ? 1 : 0;
   if (!log_.enabled())
     return;
   const auto violation = [&](const std::string& detail) {
-    log_.write(LogEvent("violation", name_)
+    log_.write(LogEvent(damaged ? "damaged" : "violation", name_)
                    .text("detail", detail)
                    .text("operation", operation.name)
                    .text("peer", peer_text(call)));
@@ -231,6 +241,8 @@ void ServerLog::event(const CoreEvent& event) {
     ++operations_[std::string(event.detail)].repeats;
     return;
   }
+  if (event.kind == Kind::rejected || event.kind == Kind::call_back_failed)
+    ++nameless_.rejects;
   if (!log_.enabled())
     return;
   struct Words {
@@ -249,7 +261,7 @@ void ServerLog::event(const CoreEvent& event) {
   };
   const auto words = std::find_if(std::begin(kWords), std::end(kWords),
                                   [&](const Words& each) { return each.kind == event.kind; });
-  LogEvent told(words->event, name_);
+  LogEvent told(event.damaged && event.kind == Kind::violation ? "damaged" : words->event, name_);
   told.text("peer", rpc::to_text(event.peer));
   told.text("outcome", words->outcome);
   told.text("detail", std::string(event.detail));

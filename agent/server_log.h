@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,7 +67,10 @@ class ServerLog {
   const std::string name_;
   std::vector<rpc::server::Interface*> interfaces_;
   std::map<std::string, OperationCounters, std::less<>> operations_;
-  OperationCounters nameless_;             // of packets of no known operation
+  OperationCounters nameless_;  // of packets of no known operation
+  // Activities of whose next call a packet was changed by the scenario: what is wrong with it is no
+  // fault of the client's.
+  std::set<uuid_t> damaged_;
   bool heard_ = false;                     // anything at all
   std::vector<uuid_t> fresh_contexts_;     // of the operation that runs now
   std::map<uuid_t, std::string> made_by_;  // of the contexts alive

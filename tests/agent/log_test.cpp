@@ -43,12 +43,12 @@ std::vector<std::byte> request() {
 
 TEST(Log, TextAndJsonAreTwoViewsOfAnEvent) {
   LogEvent event("call", "a\"b");
-  event.text("operation", "ag_Ping").text("arguments", " ").text("peer", "127.0.0.1:9");
+  event.text("operation", "ag_Ping").text("arguments", "").text("peer", "127.0.0.1:9");
   event.text("outcome", "is answered").status("status", 0x4C010001).number("octets", 4);
   EXPECT_EQ(event.as_text(),
-            "a\"b ag_Ping( ) of 127.0.0.1:9 is answered, status 0x4C010001, 4 octets");
+            "a\"b ag_Ping() of 127.0.0.1:9 is answered, status 0x4C010001, 4 octets");
   EXPECT_EQ(event.as_json(),
-            R"("event":"call","server":"a\"b","operation":"ag_Ping","arguments":" ",)"
+            R"("event":"call","server":"a\"b","operation":"ag_Ping",)"
             R"("peer":"127.0.0.1:9","outcome":"is answered","status":"0x4C010001","octets":4)");
 }
 
@@ -56,6 +56,10 @@ TEST(Log, AViolationIsMarkedBehindTheTime) {
   Pages pages;
   Log(pages.file()).write(LogEvent("violation", "s").text("detail", "odd").text("peer", "p"));
   EXPECT_EQ(pages.take().substr(23), " violation s odd, from p\n");
+  const Log log(pages.file());
+  ServerLog server(log, "s");
+  server.event({rpc::server::CoreEvent::Kind::violation, {0x7F000001, 9}, "odd", 0, true});
+  EXPECT_EQ(pages.take().substr(23), " s the bad network's doing: odd, from 127.0.0.1:9\n");
 }
 
 // Nothing that was lost looks received, and nothing that was not sent looks sent.

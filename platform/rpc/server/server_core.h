@@ -49,6 +49,7 @@ struct CoreEvent {
   SocketAddress peer;
   std::string_view detail = {};
   std::uint32_t status = 0;
+  bool damaged = false;  // the datagram that led to it was changed by the host's receive_faults
 };
 
 struct CoreOptions {

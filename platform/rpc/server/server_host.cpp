@@ -125,6 +125,7 @@ class ServerHost::UdpEndpoint final : public Endpoint {
   // a later one.
   std::shared_ptr<const int> life_;
   bool settling_ = false;
+  bool damaged_ = false;  // the datagram that is being looked at was changed on its way
   std::vector<OutgoingDatagram> output_;  // its memory serves every flush
   EventLoop::TimerNumber wake_timer_ = 0;
   Time wake_time_{};
@@ -174,7 +175,13 @@ void ServerHost::UdpEndpoint::begin_life() {
     options_.core.call_back_activity = SystemRandom().uuid();
   std::vector<Interface*> interfaces = options_.interfaces;
   interfaces.push_back(&management_);
-  core_ = std::make_unique<ServerCore>(options_.core, std::move(interfaces));
+  CoreOptions core = options_.core;
+  if (core.on_event)
+    core.on_event = [this](CoreEvent event) {
+      event.damaged = damaged_;
+      options_.core.on_event(event);
+    };
+  core_ = std::make_unique<ServerCore>(core, std::move(interfaces));
   life_ = std::make_shared<const int>();
 }
 
@@ -216,8 +223,12 @@ void ServerHost::UdpEndpoint::received(const SocketAddress& source,
   auto deliveries = receive_faults_->pass(datagram, Clock::now());
   report(Direction::received, source, datagram, &deliveries);
   for (FaultInjector::Delivery& delivery : deliveries)
-    later(delivery.time,
-          [this, source, bytes = std::move(delivery.bytes)] { arrived(bytes, source); });
+    later(delivery.time, [this, source, damaged = delivery.cut_to || !delivery.flipped.empty(),
+                          bytes = std::move(delivery.bytes)] {
+      damaged_ = damaged;
+      arrived(bytes, source);
+      damaged_ = false;
+    });
 }
 
 void ServerHost::UdpEndpoint::report(Direction direction, const SocketAddress& peer,
