@@ -135,7 +135,7 @@ def command_lines():
         # One address is one system; comments and blanks are none.
         (["--db", "few", "--from", "-"], "# all\n127.0.10.24 # good\n\n  alpha\r\nalpha\nseveral\n"
          "127.0.10.24", 0, r"-\n  Succeeded ------- 127.0.10.24\n  Succeeded ------- alpha\n\n2 sys", ""),
-        (["nobody", "127.0.10.24"], "", 1, r"Failed -+ nobody  nobody: the name gives no address.\n", ""),
+        (["nobody", "127.0.10.24"], "", 1, r"Failed -+ nobody  name: nobody: the name gives no address.\n", ""),
         (["--from", "missing"], "", 2, "", "cannot open 'missing': No such file"),
         (["--from", "/dev/zero"], "", 2, "", "zero:1: the line is longer"),
         (["--output", "no/where", "127.0.10.24"], "", 2, "", "cannot open 'no/where': No such file"),

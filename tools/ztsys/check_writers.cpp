@@ -58,7 +58,8 @@ class PeoplesWriter : public CheckWriter {
     if (!failed_only_ || result.report.failure) {
       line = "  " + zt_SweepField(result.report.state()) + ' ' + printable(result.system.name);
       if (result.report.failure)
-        line += "  " + printable(result.report.failure->text);
+        line += "  " + std::string(road_link_name(result.report.failure->link)) + ": " +
+                printable(result.report.failure->text);
       line += '\n';
     }
     Place(index, std::move(line));
@@ -262,7 +263,8 @@ class PluginWriter : public CheckWriter {
     constexpr const char* kWords[] = {"OK", "WARNING", "CRITICAL"};
     std::string text = format_text("ZENTRACE %s - ", kWords[PluginStatus(arguments_, totals)]);
     if (totals.failed() == 0)
-      text += format_text("all %zu systems succeeded", totals.done);
+      text += totals.done == 1 ? "the system succeeded"
+                               : format_text("all %zu systems succeeded", totals.done);
     else
       text += format_text("%zu of %zu systems did not succeed: ", totals.failed(), totals.done);
     const char* separator = "";
