@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "platform/rpc/rpc.h"
+#include "platform/sys/printable.h"
 
 namespace agent {
 
@@ -58,9 +59,9 @@ std::optional<std::int64_t> relative_time(std::string_view text, std::uint32_t n
 
 }  // namespace
 
-void ErrorList::add(const toml::source_region& where, std::string text) {
+void ErrorList::add(const toml::source_region& where, const std::string& text) {
   if (!full())
-    errors_.push_back({where.begin.line, where.begin.column, std::move(text)});
+    errors_.push_back({where.begin.line, where.begin.column, sys::printable(text)});
 }
 
 std::string_view type_name(const toml::node& node) {

@@ -24,7 +24,7 @@ class ErrorList {
  public:
   static constexpr std::size_t kMostErrors = 20;
 
-  void add(const toml::source_region& where, std::string text);
+  void add(const toml::source_region& where, const std::string& text);
   bool empty() const { return errors_.empty(); }
   std::size_t count() const { return errors_.size(); }
   bool full() const { return errors_.size() >= kMostErrors; }

@@ -23,6 +23,7 @@
 #include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/rpc.h"
 #include "platform/sys/fiber.h"
+#include "platform/sys/printable.h"
 
 namespace agent::recorder {
 
@@ -80,29 +81,23 @@ struct Host {
   std::size_t missing = 0;
 };
 
-// Lines for standard error. On a terminal what is being done stands in one line, which the next one
-// takes away.
+// Lines for standard error, of texts that come from servers. On a terminal what is being done
+// stands in one line, which the next one takes away.
 class Teller {
  public:
   void line(const std::string& name, const std::string& text) const {
-    std::fprintf(stderr, "%shxasim: %s: %s\n", clear_, name.c_str(), text.c_str());
+    std::fprintf(stderr, "%shxasim: %s: %s\n", clear_, sys::printable(name).c_str(),
+                 sys::printable(text).c_str());
   }
   void passing(const std::string& name, const std::string& text) const {
     if (*clear_ != '\0')
-      std::fprintf(stderr, "%shxasim: %s: %s", clear_, name.c_str(), text.c_str());
+      std::fprintf(stderr, "%shxasim: %s: %s", clear_, sys::printable(name).c_str(),
+                   sys::printable(text).c_str());
   }
 
  private:
   const char* const clear_ = ::isatty(STDERR_FILENO) != 0 ? "\r\x1b[K" : "";
 };
-
-// The texts come from servers.
-std::string printable(std::string text) {
-  for (char& c : text)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-      c = '?';
-  return text;
-}
 
 std::string counted(std::size_t number, const char* what) {
   return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
@@ -140,7 +135,7 @@ class Recording {
     if (arguments_.anonymous)
       hide(systems, addresses);
     move_to_loopback(systems, addresses);
-    give_keys(systems);
+    give_source_keys(systems);
     if (!write(systems))
       return 1;
     return lost_hosts_ == 0 ? 0 : 1;
@@ -164,11 +159,11 @@ class Recording {
     walk.hours = static_cast<std::uint32_t>(arguments_.hours);
     walk.level = static_cast<unsigned>(arguments_.level);
     walk.room = &room_;
-    walk.step = [&](const std::string& text) { teller_.line(name, printable(text)); };
-    walk.detail = [&](const std::string& text) { teller_.passing(name, printable(text)); };
+    walk.step = [&](const std::string& text) { teller_.line(name, text); };
+    walk.detail = [&](const std::string& text) { teller_.passing(name, text); };
     walk.missing = [&](const std::string& text) {
       ++host.missing;
-      teller_.line(name, "could not be had: " + printable(text));
+      teller_.line(name, "could not be had: " + text);
     };
     walk.ended = [&]() -> std::string {
       if (interrupt_->came())
@@ -191,13 +186,6 @@ class Recording {
     return all;
   }
 
-  static void give_keys(std::vector<System>& systems) {
-    std::set<std::string> keys;
-    for (System& system : systems)
-      for (RepositoryServer& repository : system.repositories)
-        repository.source_key = fresh_key(repository.source->label, keys);
-  }
-
   void hide(std::vector<System>& systems, LoopbackAddresses& addresses) {
     for (const System& system : systems)
       addresses.of(system.address);
@@ -206,15 +194,6 @@ class Recording {
       teller_.line(arguments_.output, "left out: " + counted(dropped, "element") +
                                           " of endpoint maps that cannot be read");
     }
-  }
-
-  static std::string fresh_key(std::string label, std::set<std::string>& keys) {
-    if (label.empty())
-      label = "unknown";
-    std::string key = label;
-    for (std::size_t i = 2; !keys.insert(key).second; ++i)
-      key = label + "-" + std::to_string(i);
-    return key;
   }
 
   bool write(const std::vector<System>& systems) const {

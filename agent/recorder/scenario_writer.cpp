@@ -10,6 +10,7 @@
 #include "agent/scenario_parser.h"
 #include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/names/uuid.h"
+#include "platform/sys/printable.h"
 
 namespace agent::recorder {
 
@@ -17,9 +18,19 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
+std::string as_utf8(std::string text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = sys::utf8_length(std::string_view(text).substr(at));
+    if (length == 0)
+      text[at] = '?';
+    at += length == 0 ? 1 : length;
+  }
+  return text;
+}
+
 std::string quoted(std::string_view text) {
   std::string out = "\"";
-  for (const char c : text) {
+  for (const char c : as_utf8(std::string(text))) {
     const auto octet = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += {'\\', c};
@@ -207,6 +218,7 @@ std::string behaviour_text(const OperationBehaviour& rule) {
   table.number("cut", rule.cut);
   table.flag("silent", rule.silent, false);
   table.flag("die", rule.die, false);
+  table.flag("restart", rule.restart, false);
   return table.braces();
 }
 
@@ -294,7 +306,23 @@ void write_system(std::string& out, const System& system) {
   write_server(out, table, system.alarm->server);
 }
 
+std::string fresh_key(std::string label, std::set<std::string>& keys) {
+  if (label.empty())
+    label = "unknown";
+  std::string key = label;
+  for (std::size_t i = 2; !keys.insert(key).second; ++i)
+    key = label + "-" + std::to_string(i);
+  return key;
+}
+
 }  // namespace
+
+void give_source_keys(std::vector<System>& systems) {
+  std::set<std::string> keys;
+  for (System& system : systems)
+    for (RepositoryServer& repository : system.repositories)
+      repository.source_key = fresh_key(as_utf8(repository.source->label), keys);
+}
 
 std::string scenario_text(const std::vector<System>& systems,
                           std::span<const std::string> comments) {

@@ -93,6 +93,8 @@ TEST(ScenarioWriter, WritesWhatTheReaderReads) {
   server.registration.annotation = server.source->label;
   server.server.behaviours.emplace_back().operation = "repView_Read";
   server.server.behaviours.front().fault = 0x1C000012;
+  server.server.behaviours.emplace_back().operation = "repView_Create";
+  server.server.behaviours.back().restart = true;
   server.server.state = ServerState::mute;
   const ParsedScenario parsed = parse_scenario(scenario_text(systems, {}), kNow);
   ASSERT_TRUE(parsed.errors.empty()) << error_text("f", parsed.errors.front());

@@ -29,6 +29,8 @@ constexpr Failure kFailures[] = {
     {RPC_S_UNKNOWN_IF, FailureKind::communication, {Kind::reject, 0, 0x1C010003}},
     {RPC_S_COMM_FAILURE, FailureKind::communication, {Kind::undelivered, 10065}},
     {1728, FailureKind::fault, {Kind::fault, 0, 0x1C01000B}},
+    {RPC_S_CALL_FAILED_DNE, FailureKind::communication, {Kind::restarted}},
+    {RPC_S_CALL_FAILED, FailureKind::communication, {Kind::question_lost}},
 };
 
 constexpr std::array<std::byte, 8> kListening = {{{}, {}, {}, {}, std::byte{1}}};
