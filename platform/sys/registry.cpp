@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -15,6 +14,8 @@
 #include <map>
 #include <optional>
 #include <vector>
+
+#include "platform/sys/printable.h"
 
 namespace registry {
 namespace {
@@ -34,13 +35,9 @@ State& state() {
 }
 
 // One line on standard error. Text of the file is shown without its control characters.
-void report(const std::string& path, std::size_t line, std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
-  if (line == 0)
-    std::fprintf(stderr, "%s: %s\n", path.c_str(), text.c_str());
-  else
-    std::fprintf(stderr, "%s:%zu: %s\n", path.c_str(), line, text.c_str());
+void report(const std::string& path, std::size_t line, const std::string& text) {
+  const std::string place = line == 0 ? path : path + ':' + std::to_string(line);
+  std::fprintf(stderr, "%s: %s\n", sys::printable(place).c_str(), sys::printable(text).c_str());
 }
 
 // The file's bytes, little more than kLargestFile of them; nothing after a report.

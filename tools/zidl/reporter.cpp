@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "platform/sys/printable.h"
+
 namespace zidl {
 
 namespace {
@@ -17,6 +19,16 @@ std::string_view line_of(std::string_view source, unsigned line) {
   return source.substr(0, source.find('\n'));
 }
 
+// The line as a terminal may have it: tabs stay.
+std::string shown(std::string_view line) {
+  std::string text;
+  for (std::size_t tab; (tab = line.find('\t')) != std::string_view::npos;) {
+    text += sys::printable(line.substr(0, tab)) + '\t';
+    line.remove_prefix(tab + 1);
+  }
+  return text + sys::printable(line);
+}
+
 }  // namespace
 
 void SourceReporter::error(Location at, const std::string& message) {
@@ -28,12 +40,13 @@ std::size_t SourceReporter::print(std::ostream& stream) {
     return std::pair(a.first.line, a.first.column) < std::pair(b.first.line, b.first.column);
   });
   for (const auto& [at, message] : errors_) {
-    stream << file_ << ':' << at.line << ':' << at.column << ": error: " << message << '\n';
+    stream << file_ << ':' << at.line << ':' << at.column << ": error: " << sys::printable(message)
+           << '\n';
     const std::string_view line = line_of(source_, at.line);
     std::string caret;
     for (unsigned column = 1; column < at.column; ++column)
       caret += column <= line.size() && line[column - 1] == '\t' ? '\t' : ' ';
-    stream << line << '\n' << caret << "^\n";
+    stream << shown(line) << '\n' << caret << "^\n";
   }
   return errors_.size();
 }
