@@ -140,14 +140,14 @@ void NetworkFiles::index_hosts() {
 }
 
 std::optional<NetworkFiles::Host> NetworkFiles::host_named(std::string_view name) const {
-  const auto found = std::ranges::equal_range(by_name_, name, name_before, &HostName::name);
-  if (found.empty())
+  const auto first = std::ranges::lower_bound(by_name_, name, name_before, &HostName::name);
+  const auto names = [&](auto at) { return at != by_name_.end() && !name_before(name, at->name); };
+  if (!names(first))
     return std::nullopt;
-  const HostName& first = found.front();
-  for (const HostName& each : found)
-    if (each.official.data() != first.official.data())  // another line
+  for (auto each = first; names(each); ++each)
+    if (each->official.data() != first->official.data())  // another line
       return std::nullopt;
-  return Host{std::string(first.official), first.address};
+  return Host{std::string(first->official), first->address};
 }
 
 std::optional<NetworkFiles::Host> NetworkFiles::host_at(std::uint32_t address) const {
