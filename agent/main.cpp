@@ -44,8 +44,6 @@ bool write_all(int descriptor, const std::string& text) {
 std::string announce(const agent::Arguments& arguments, std::size_t systems) {
   const std::string text =
       "hxasim: ready, " + std::to_string(systems) + (systems == 1 ? " system\n" : " systems\n");
-  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-    return "standard output";
   if (arguments.ready_descriptor >= 0) {
     if (!write_all(arguments.ready_descriptor, text))
       return "--ready-fd";
@@ -54,6 +52,8 @@ std::string announce(const agent::Arguments& arguments, std::size_t systems) {
   }
   if (!arguments.ready_file.empty() && !agent::write_whole(arguments.ready_file, text))
     return arguments.ready_file;
+  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+    return "standard output";
   return {};
 }
 
@@ -86,10 +86,8 @@ class Run {
       if (file == nullptr)
         return fail(arguments_.log_file);
     }
-    const agent::Log log(arguments_.verbose ? stdout : nullptr, file.get(), [this] {
-      failed_write_ = errno;
-      loop_.stop();
-    });
+    const agent::Log log(arguments_.verbose ? stdout : nullptr, file.get(),
+                         [this] { end_unwritten(); });
     return serve(log, std::move(parsed.scenario));
   }
 
@@ -148,8 +146,14 @@ class Run {
       std::fprintf(stderr, "hxasim: %s\n", failure.c_str());
   }
 
-  static void print_counters(const agent::Simulator& simulator, const agent::Log& log) {
-    simulator.write_counters(log.enabled() ? log : agent::Log(stdout));
+  void print_counters(const agent::Simulator& simulator, const agent::Log& log) {
+    simulator.write_counters(
+        log.enabled() ? log : agent::Log(stdout, nullptr, [this] { end_unwritten(); }));
+  }
+
+  void end_unwritten() {
+    failed_write_ = errno;
+    loop_.stop();
   }
 
   const agent::Arguments& arguments_;

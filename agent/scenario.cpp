@@ -4,6 +4,8 @@
 #include "agent/scenario.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -190,6 +192,7 @@ ParsedScenario parse_scenario(std::string_view text, std::uint32_t now, bool any
 }
 
 ParsedScenario load_scenario(const std::string& path, std::uint32_t now, bool anywhere) {
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
   std::string text;
   if (file) {
@@ -201,7 +204,7 @@ ParsedScenario load_scenario(const std::string& path, std::uint32_t now, bool an
     }
   }
   if (!file.eof())
-    return {{}, {{0, 0, "the file cannot be read"}}};
+    return {{}, {{0, 0, std::string("the file cannot be read: ") + std::strerror(errno)}}};
   return parse_scenario(text, now, anywhere);
 }
 

@@ -110,7 +110,7 @@ bool can_be_made(const std::string& path) {
 }
 
 int cannot_write(const std::string& path) {
-  std::fprintf(stderr, "hxasim: %s cannot be written: %s; choose a folder that you may write to\n",
+  std::fprintf(stderr, "hxasim: %s cannot be written: %s; give another file with -o\n",
                path.c_str(), std::strerror(errno));
   return kExitFailure;
 }

@@ -99,7 +99,10 @@ class SourceWalk {
     return why.empty();
   }
 
-  void missing(const std::string& text) const { walk_.missing(record_.source.name + ", " + text); }
+  void missing(const std::string& text) const {
+    const std::string& name = record_.source.name;
+    walk_.missing((name.empty() ? "a data source without its name" : name) + ", " + text);
+  }
 
   // Notes a call that failed; one rule for each operation, and nothing more after a silence.
   void failed(const std::string& operation, const std::string& what, const CallEnd& end) {

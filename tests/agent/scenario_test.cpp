@@ -261,7 +261,7 @@ TEST(Scenario, EveryScenarioThatIsDeliveredIsSound) {
 
 TEST(Scenario, AFileThatCannotBeReadIsSaid) {
   EXPECT_EQ(error_text("/no", load_scenario("/no/such/file", kNow).errors.at(0)),
-            "/no: the file cannot be read");
+            "/no: the file cannot be read: No such file or directory");
 }
 
 }  // namespace
