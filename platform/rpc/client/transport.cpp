@@ -33,7 +33,7 @@ constexpr std::size_t kBufferPerWindow = 4;
 constexpr std::size_t kLeastWindow = 16;
 constexpr std::size_t kLargestWindow = 128;
 // Datagrams taken at once; a reply in fragments, or many calls at once, bring them in bursts.
-constexpr std::size_t kBatch = 16;
+constexpr std::size_t kBatch = 32;
 constexpr std::size_t kDatagram = 65'536;  // no UDP datagram is larger
 // Error reports read in a row; a flood of them must not keep the call from its clock.
 constexpr int kMostErrors = 64;
