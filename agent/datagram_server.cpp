@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "platform/rpc/wire/path_limit.h"
+
 namespace agent {
 
 namespace {
@@ -89,6 +91,16 @@ ContextObserver DatagramServer::context_observer() {
   };
 }
 
+// Clients of one host come in a row.
+std::function<std::size_t(const rpc::SocketAddress&)> DatagramServer::path_limit() {
+  return [host = std::uint32_t{0}, limit = std::size_t{0}](const rpc::SocketAddress& to) mutable {
+    if (limit == 0 || host != to.host)
+      limit = rpc::path_limit_to(to);
+    host = to.host;
+    return limit;
+  };
+}
+
 rpc::server::EndpointOptions DatagramServer::options() {
   rpc::server::EndpointOptions result;
   result.address = address_;
@@ -98,6 +110,7 @@ rpc::server::EndpointOptions DatagramServer::options() {
   result.core.little_endian = settings_.little_endian;
   result.core.call_back = call_back(settings_.call_back);
   result.core.fragment_size = settings_.fragment_size;
+  result.core.path_limit = path_limit();
   result.core.max_activities = settings_.max_activities;
   result.core.client_silence = std::chrono::seconds(settings_.client_silence);
   result.core.call_back_limit = std::chrono::seconds(settings_.call_back_limit);

@@ -52,6 +52,7 @@ class DatagramServer {
   void close();
 
  private:
+  static std::function<std::size_t(const rpc::SocketAddress&)> path_limit();
   rpc::server::EndpointOptions options();
   std::string open();
   void settle_state(bool revive);

@@ -51,7 +51,7 @@ void Activity::forget(RandomSource& random) {
   Activity anew(server_, random);
   anew.serial_ = serial_;
   anew.narrow_ = narrow_;
-  anew.large_pass_ = large_pass_;
+  anew.passed_ = passed_;
   anew.large_came_ = large_came_;
   *this = std::move(anew);
 }

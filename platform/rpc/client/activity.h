@@ -48,12 +48,12 @@ class Activity {
   bool asked() const { return asked_; }
   void set_asked() { asked_ = true; }
 
-  // The way to the server: datagrams larger than every receiver takes vanished on it; requests in
-  // such arrived; replies in such came.
+  // The way to the server: datagrams larger than every receiver takes vanished on it; the largest
+  // part of a request that arrived; replies in larger ones came.
   bool narrow() const { return narrow_; }
   void set_narrow() { narrow_ = true; }
-  bool large_pass() const { return large_pass_; }
-  void set_large_pass() { large_pass_ = true; }
+  std::size_t passed() const { return passed_; }
+  void set_passed(std::size_t size) { passed_ = size; }
   bool large_came() const { return large_came_; }
   void set_large_came() { large_came_ = true; }
 
@@ -95,7 +95,7 @@ class Activity {
   bool heard_ = false;
   bool asked_ = false;
   bool narrow_ = false;
-  bool large_pass_ = false;
+  std::size_t passed_ = 0;
   bool large_came_ = false;
   std::vector<Hint> hints_;
   std::optional<Owed> owed_;

@@ -40,7 +40,7 @@ void ClientCall::begin(Time now, std::vector<std::byte> buffer) {
   const bool narrow = activity_.narrow();
   sender_.start(request_.body, LastFragment::answered,
                 narrow ? std::min(request_.path_limit, kLeastMaxFragment) : request_.path_limit,
-                activity_.large_pass());
+                activity_.passed());
   FragmentJoiner::Limits limits;
   limits.body = request_.reply_limit + kMostPadding;
   limits.window_kilobytes = request_.window_kilobytes;
@@ -430,8 +430,7 @@ void ClientCall::on_fack(const Arrival& arrival) {
   const auto fack = decode_fack(arrival.packet.body, arrival.little_endian());
   if (!sender_.acknowledge(arrival.header().fragment, fack, now))
     return;
-  if (sender_.large_pass())
-    activity_.set_large_pass();
+  activity_.set_passed(sender_.passed());
   sign_of_life(now);
   if (sender_.all_sent() && !working_)
     start_asking(now);

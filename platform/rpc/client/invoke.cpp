@@ -19,6 +19,7 @@
 #include "platform/rpc/names/protocol_sequence.h"
 #include "platform/rpc/names/random_source.h"
 #include "platform/rpc/rpc.h"
+#include "platform/rpc/wire/path_limit.h"
 #include "platform/sys/fiber.h"
 #include "platform/sys/sockets.h"
 

@@ -19,11 +19,6 @@
 namespace rpc {
 namespace {
 
-constexpr std::size_t kIpAndUdpHeaders = 28;
-// Larger fragments gain little and make every loss dearer.
-constexpr std::size_t kLargestFragment = 8192;
-// A little more than what every path takes is not worth the trial.
-constexpr std::size_t kLeastLargeFragment = 2 * kLeastMaxFragment;
 // Asked for, so that a window of fragments waits in the kernel while we copy; the system may grant
 // less.
 constexpr int kWantedReceiveBuffer = 1024 * 1024;
@@ -69,25 +64,6 @@ std::optional<uuid_t> activity_of(std::span<const std::byte> datagram) {
 }
 
 }  // namespace
-
-// The route's MTU, which the kernel tells of connected sockets only.
-std::size_t path_limit_to(const SocketAddress& server) {
-  const int probe = open_socket();
-  if (probe < 0)
-    return kLeastMaxFragment;
-  const sockaddr_in address = to_sockaddr(server);
-  int mtu = 0;
-  socklen_t size = sizeof mtu;
-  const bool known =
-      connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      getsockopt(probe, IPPROTO_IP, IP_MTU, &mtu, &size) == 0 &&
-      mtu > static_cast<int>(kIpAndUdpHeaders);
-  close(probe);
-  if (!known)
-    return kLeastMaxFragment;
-  const std::size_t limit = static_cast<std::size_t>(mtu) - kIpAndUdpHeaders;
-  return std::min(limit, limit < kLeastLargeFragment ? kLeastMaxFragment : kLargestFragment);
-}
 
 struct Transport::Running {
   ClientCall& call;

@@ -19,9 +19,6 @@
 
 namespace rpc {
 
-// The largest datagram that leaves this host for the server unfragmented, up to 8 KiB.
-std::size_t path_limit_to(const SocketAddress& server);
-
 class Transport {
  public:
   // open() tells whether the system gave a socket. On a fiber, the transport must end before its

@@ -51,7 +51,6 @@ struct Activity {
   bool known = false;  // a call-back has confirmed it, or none is needed
   uuid_t client{};     // the process that it belongs to; nil when it has not said so
   bool has_run = false;
-  bool large_pass = false;  // a large fragment of an answer has arrived
   Time last_heard{};
   std::optional<Time> due;  // its place in the table's list
 
@@ -75,6 +74,8 @@ struct Activity {
   PacketType answer_type = PacketType::response;
   std::vector<std::byte> answer;
   FragmentSender sender;
+  std::size_t passed = 0;    // the largest fragment of an answer that has arrived
+  unsigned repeats = 0;      // of a large answer in one packet
   RepeatClock answer_clock;  // of an answer in one packet
   // The part of a request is kept so long; an answer is repeated so long, and kept quietly after.
   std::optional<Time> keep_until;

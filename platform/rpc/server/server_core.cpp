@@ -158,6 +158,9 @@ void ServerCore::on_request(const Arrival& arrival, Activity* activity) {
     if (activity->state == CallState::running || activity->state == CallState::calling_back)
       tell(CoreEvent::Kind::violation, arrival.source,
            "a call begins while another of its activity runs");
+    // Asked for again, its answer may have been too large for the way.
+    if (newer == 0)
+      activity->passed = 0;
     // A new call says that the last one's answer has arrived.
     release_call(*activity);
     activities_.schedule(*activity);

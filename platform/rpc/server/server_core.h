@@ -69,6 +69,9 @@ struct CoreOptions {
   // The largest datagram that we send, header included, to a client that takes it, and that we
   // announce when it is more than the least.
   std::size_t fragment_size = kLeastMaxFragment;
+  // The largest one that the way to a client carries whole. Asked for answers of more than the
+  // least; may be empty.
+  std::function<std::size_t(const SocketAddress&)> path_limit = {};
   std::uint16_t window_kilobytes = 32;            // what our acknowledgements offer
   std::size_t largest_request = 4 * 1024 * 1024;  // a longer request is rejected
   // Bounds of the activity table: how many, and the sum of the bodies that it holds. At either the
@@ -180,6 +183,8 @@ class ServerCore {
   void request_complete(Activity& activity, Time now);
   void hand_out(Activity& activity);
   void answer(Activity& activity, Outcome outcome, Time now);
+  void start_sending(Activity& activity);
+  void repeat_answer(Activity& activity);
   void answer_again(Activity& activity, Time now);
   void look_at(Activity& activity, Time now);
 

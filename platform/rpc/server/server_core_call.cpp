@@ -169,8 +169,8 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
             : (outcome.kind == Outcome::Kind::fault ? PacketType::fault : PacketType::reject);
   activity.answer =
       reply ? std::move(outcome.reply) : encode_status_body(outcome.status, options_.little_endian);
-  activity.sender.start(activity.answer, LastFragment::acknowledged, options_.fragment_size,
-                        activity.large_pass);
+  activity.repeats = 0;
+  start_sending(activity);
   activity.state = CallState::answering;
 
   // What runs again harmlessly is not kept, unless it took more than one packet to ask or tell.
@@ -191,12 +191,32 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
     activity.answer_clock.start(now, kFirstAnswerRepeat);
 }
 
+void ServerCore::start_sending(Activity& activity) {
+  std::size_t largest = options_.fragment_size;
+  if (options_.path_limit && kHeaderSize + activity.answer.size() > kLeastMaxFragment)
+    largest = std::min(largest, options_.path_limit(activity.peer));
+  activity.sender.start(activity.answer, LastFragment::acknowledged, largest, activity.passed);
+  activity.sender.send_whole();
+}
+
+// What passed before may vanish now: a large packet that repeats do not bring through is cut as for
+// a client never heard.
+void ServerCore::repeat_answer(Activity& activity) {
+  const bool large = kHeaderSize + activity.answer.size() > kLeastMaxFragment;
+  if (!large || !activity.sender.single() || ++activity.repeats <= kRepeatsOfLarge) {
+    activity.sender.resend_oldest();
+    return;
+  }
+  activity.passed = 0;
+  start_sending(activity);
+}
+
 void ServerCore::answer_again(Activity& activity, Time now) {
   if (now - activity.last_answer_sent < kLeastAnswerGap)
     return;
   activity.last_answer_sent = now;
   activity.keep_until = now + kAnswerRepeated;
-  activity.sender.resend_oldest();
+  repeat_answer(activity);
   send_response_packets(activity, now);
 }
 
@@ -209,7 +229,7 @@ void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
   const Time now = arrival.now;
   activity.sender.acknowledge(arrival.header().fragment,
                               decode_fack(arrival.packet.body, arrival.little_endian()), now);
-  activity.large_pass = activity.sender.large_pass();
+  activity.passed = activity.sender.passed();
   if (activity.sender.complete()) {
     release_call(activity);
     return;
@@ -249,7 +269,7 @@ void ServerCore::look_at(Activity& activity, Time now) {
         break;
       if (activity.answer_clock.due(now)) {
         activity.answer_clock.back_off(now);
-        activity.sender.resend_oldest();
+        repeat_answer(activity);
       }
       if (activity.sender.on_time(now) || activity.sender.single())
         send_response_packets(activity, now);

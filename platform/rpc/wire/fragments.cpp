@@ -57,9 +57,9 @@ void RepeatClock::back_off(Time now) {
 // --- Sender
 
 void FragmentSender::start(std::span<const std::byte> body, LastFragment last,
-                           std::size_t path_limit, bool large_pass) {
+                           std::size_t path_limit, std::size_t passed) {
   *this = FragmentSender();
-  large_pass_ = large_pass;
+  passed_ = passed;
   body_ = body;
   last_ = last;
   path_limit_ = std::max(path_limit, kLeastPathLimit);
@@ -67,6 +67,11 @@ void FragmentSender::start(std::span<const std::byte> body, LastFragment last,
   congestion_ = kFirstFlight;
   started_ = true;
   single_ = single_pending_ = body_.size() <= fragment_body_size();
+}
+
+void FragmentSender::send_whole() {
+  single_ = single_pending_ =
+      single_ || body_.size() <= body_size_of(std::clamp(passed_, kHeaderSize, path_limit_));
 }
 
 // The cuts stay where they were: a receiver that has forgotten less than we think may join old and
@@ -149,7 +154,7 @@ bool FragmentSender::asks_for_fack(const InFlight& fragment) {
   if (fragment.last)
     return last_ == LastFragment::acknowledged;
   ++unasked_;
-  const bool tried = is_large(fragment.length) && !large_pass_;
+  const bool tried = is_large(fragment.length) && !large_pass();
   const bool ask = fragment.number == 0 || tried || unasked_ * 2 >= congestion_ || !window_open();
   if (ask)
     unasked_ = 0;
@@ -197,7 +202,7 @@ std::optional<FragmentSender::Outgoing> FragmentSender::next(Time now, std::uint
     return std::nullopt;
   const std::size_t rest = body_.size() - next_offset_;
   std::size_t length = std::min(fragment_body_size(), rest);
-  if (length == rest && !large_pass_) {
+  if (length == rest && !large_pass()) {
     if (std::any_of(in_flight_.begin(), in_flight_.end(),
                     [](const InFlight& each) { return is_large(each.length); }))
       return std::nullopt;
@@ -271,6 +276,10 @@ bool FragmentSender::receiver_lost_its_part(std::uint16_t fragment, const Fack& 
   return ahead(fragment, unbroken) < 0 && ahead(fack.serial, advanced_at_) > 0;
 }
 
+void FragmentSender::arrived(const InFlight& fragment) {
+  passed_ = std::max(passed_, kHeaderSize + fragment.length);
+}
+
 std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
   if (in_flight_.empty())
     return 0;
@@ -281,9 +290,7 @@ std::size_t FragmentSender::take_cumulative(std::uint16_t fragment) {
   const auto end = in_flight_.begin() + count;
   const auto taken =
       std::count_if(in_flight_.begin(), end, [](const InFlight& each) { return !each.held; });
-  large_pass_ = large_pass_ || std::any_of(in_flight_.begin(), end, [](const InFlight& each) {
-                  return is_large(each.length);
-                });
+  std::for_each(in_flight_.begin(), end, [this](const InFlight& each) { arrived(each); });
   drop_oldest(static_cast<std::size_t>(count));
   return static_cast<std::size_t>(taken);
 }
@@ -295,7 +302,7 @@ std::size_t FragmentSender::take_selective(std::uint16_t fragment, const Fack& f
     if (bit < 0 || !bit_set(fack.selective, static_cast<std::size_t>(bit)) || each.held)
       continue;
     each.held = true;
-    large_pass_ = large_pass_ || is_large(each.length);
+    arrived(each);
     ++held_;
     pending_ -= each.pending ? 1 : 0;
     each.pending = false;
@@ -324,6 +331,7 @@ bool FragmentSender::acknowledge(std::uint16_t fragment, const std::optional<Fac
     const bool narrower = announced < max_fragment_;
     max_fragment_ = announced;
     taken += take_selective(fragment, *fack);
+    passed_ = std::min(passed_, announced);
     for (InFlight& each : in_flight_)
       if (believed_lost(each, *fack, now))
         mark_lost(each);

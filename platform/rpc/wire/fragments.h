@@ -75,9 +75,12 @@ class FragmentSender {
 
   // `body` must live until the next start. `path_limit` is the largest datagram (header included)
   // that the path takes unfragmented; fragments are of 1,464 bytes or less until the receiver
-  // announces that it takes larger ones. `large_pass`: earlier bodies showed that the path does.
+  // announces that it takes larger ones. `passed`: the passed() of earlier bodies to it.
   void start(std::span<const std::byte> body, LastFragment last,
-             std::size_t path_limit = kLeastMaxFragment, bool large_pass = false);
+             std::size_t path_limit = kLeastMaxFragment, std::size_t passed = 0);
+  // In one packet, if one as large has passed. To be called after start, by an owner that cuts the
+  // body anew when that packet vanishes.
+  void send_whole();
 
   // True when the body travels in one packet, without fragment flags. Such a packet is not
   // acknowledged by facks and has no clock of its own here: its owner repeats it.
@@ -104,8 +107,9 @@ class FragmentSender {
   bool complete() const { return complete_; }
   // Whether anything was to be sent twice since the start.
   bool repeated() const { return repeated_; }
-  // A fragment of more than 1,464 bytes was acknowledged, of this body or an earlier one.
-  bool large_pass() const { return large_pass_; }
+  // The largest fragment that was acknowledged, of this body or an earlier one, header included;
+  // never more than the receiver takes.
+  std::size_t passed() const { return passed_; }
   // The oldest unacknowledged fragment is larger than 1,464 bytes.
   bool large_missing() const;
   // Two repeats of it brought nothing, and the body's last fragment was never sent.
@@ -146,6 +150,8 @@ class FragmentSender {
   std::size_t acknowledged_bytes() const;
   void drop_oldest(std::size_t count);
   bool receiver_lost_its_part(std::uint16_t fragment, const Fack& fack) const;
+  void arrived(const InFlight& fragment);
+  bool large_pass() const { return passed_ > kLeastMaxFragment; }
   std::size_t take_cumulative(std::uint16_t fragment);
   std::size_t take_selective(std::uint16_t fragment, const Fack& fack);
 
@@ -176,7 +182,7 @@ class FragmentSender {
   std::uint16_t last_serial_ = 0;
   std::uint16_t advanced_at_ = 0;  // last_serial_ when the unbroken order last grew
   Duration round_trip_{};          // smoothed
-  bool large_pass_ = false;
+  std::size_t passed_ = 0;
   unsigned repeats_ = 0;     // by the clock, since something was acknowledged
   bool reordering_ = false;  // a repeat turned out to be needless
   bool probe_ = false;       // the oldest goes again though the window is full

@@ -584,6 +584,50 @@ TEST(ServerCoreTest, ForgetsALongAnswerWithItsLastFack) {
   EXPECT_EQ(names(server.after(seconds(60))), "");
 }
 
+// Answers go out at once in what has passed, and small again when that brings no sign.
+TEST(ServerCoreTest, RemembersHowLargeAnAnswerMayBe) {
+  for (const OperationSpec* operation : {&kChangeOperation, &kReadOperation}) {
+    CoreOptions options = options_of(CallBack::none);
+    options.fragment_size = 8000;
+    options.path_limit = [](const SocketAddress&) { return std::size_t{6000}; };
+    Server server(options);
+    const auto largest_of = [&](const std::vector<Sent>& sent) {
+      std::size_t largest = 0;
+      for (const Sent& each : sent)
+        largest = std::max(largest, kHeaderSize + each.body.size());
+      return largest;
+    };
+    const auto answer = [&](std::uint32_t sequence, std::size_t size) {
+      server.in(Server::request(sequence, *operation));
+      server.core.complete(server.take_call().number, {Outcome::Kind::reply, 0, pattern(size)},
+                           server.now);
+      return server.out();
+    };
+    EXPECT_LE(largest_of(answer(0, 30'000)), kLeastMaxFragment);
+    PacketHeader header = Server::packet(PacketType::fack, 0, *operation);
+    Fack fack;
+    fack.max_fragment = 8000;
+    fack.window_kilobytes = 64;
+    std::size_t largest = 0;
+    for (header.fragment = 0; header.fragment < 12; ++header.fragment)
+      largest = std::max(largest, largest_of(server.in(header, encode_fack(fack, true))));
+    EXPECT_EQ(largest, 6000u);
+    ASSERT_EQ(server.core.statistics().bytes_held, 0u);
+    EXPECT_EQ(largest_of(answer(1, 5000)), 5080u);
+    std::vector<Sent> last;
+    for (int repeat = 0; repeat < 3; ++repeat) {
+      server.now += milliseconds(300);
+      last = server.in(Server::request(1, *operation));
+      for (ReadyCall& call : server.core.take_calls())
+        server.core.complete(call.number, {Outcome::Kind::reply, 0, pattern(5000)}, server.now);
+      for (const Sent& each : server.out())
+        last.push_back(each);
+    }
+    EXPECT_LE(largest_of(last), kLeastMaxFragment);
+    EXPECT_FALSE(last.empty());
+  }
+}
+
 TEST(ServerCoreTest, RejectsARequestBeyondItsLimit) {
   CoreOptions options = options_of(CallBack::none);
   options.largest_request = 3000;
