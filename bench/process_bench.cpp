@@ -157,7 +157,8 @@ void default_check() {
 
 constexpr int kMostClasses = 251;
 
-// The collector's data source with so many metrics in each of its classes.
+// The collector's data source with so many metrics in each of its classes, of a server that sends
+// fragments as large as loopback carries.
 std::string collector(int metrics) {
   SourceText source("TAMBO");
   source.with_class("CONFIGURATION", "rows = 1\ninterval = 60")
@@ -166,7 +167,7 @@ std::string collector(int metrics) {
                     "rows = 1\ninterval = 60\ncount = " + std::to_string(kMostClasses - 1));
   for (int i = 1; i <= metrics; ++i)
     source.metric("METRIC_" + std::to_string(i), "width = 8");
-  return source.text() + endtoend::system_alpha({"TAMBO"});
+  return source.text() + endtoend::system_alpha({"TAMBO"}, "fragment_size = 8000");
 }
 
 // Request, answer and acknowledgements of the look-ups of metrics, by the server's log.
