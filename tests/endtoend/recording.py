@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Records running agents, plays the recordings, and compares what ztcomm reports of both.
 in_namespace.sh recording.py PROGRAMS SCENARIOS"""
+from concurrent.futures import ThreadPoolExecutor
 import contextlib, json, os, re, signal, subprocess, sys, tempfile, time, tomllib
 
 PROGRAMS, SCENARIOS = sys.argv[1:]
@@ -58,16 +59,17 @@ def record(name, *arguments):
         return tomllib.load(file), done.stderr
 
 
+def report(target, *options):
+    """What a check prints of a system, without ports and addresses."""
+    done = run("ztcomm", "-s", target, *options)
+    text = "\n".join(done.stdout.splitlines()[4:]) + "\n" + done.stderr
+    text = re.sub(r"\[\d+\]|port \d+", "[PORT]", text)
+    return re.sub(r"\b127\.\d+\.\d+\.\d+\b", "ADDRESS", text)
+
+
 def reports(target, sources):
-    """What three checks print of a system, without what may differ in another place."""
     checks = [["-b"], ["-c"]] + [["-ds", source] for source in sources]
-    texts = []
-    for options in checks:
-        done = run("ztcomm", "-s", target, *options)
-        text = "\n".join(done.stdout.splitlines()[4:]) + "\n" + done.stderr
-        text = re.sub(r"\[\d+\]|port \d+", "[PORT]", text)
-        texts.append(re.sub(r"\b127\.\d+\.\d+\.\d+\b", "ADDRESS", text))
-    return texts
+    return [report(target, *options) for options in checks]
 
 
 def contexts_left():
@@ -162,12 +164,12 @@ discriminator = 2
 instance = [{id = 1, name = "in \"q\"", death = 1700000000}, {id = 2, name = "out"}]
 metric = [{id = 1, name = "T"}, {id = 2, name = "NAME", type = "text", length = 40, width = 9},
           {id = 3, name = "TEXT", type = "text", length = 60, width = 20}, {id = 4, name = "N"}]
-rows = [[1700000000, 1, "in \"q\"", "out of 127.0.1.9, /srv/data on web9", -1],
+rows = [[1700000000, 1, "in \"q\"", "out of 127.0.1.19, /srv/data on web9", -1],
         [1700000000, 2, "out", "web9.shop.example \u0001 \\ tab\t", 4294967295],
         [1700000300, 3, "out", "", 3]]
 [[system]]
 name = "web9"
-address = "127.0.1.9"
+address = "127.0.1.19"
 [[system.mapper.element]]
 interface = "rep"
 endpoint = "\\pipe\\web9"
@@ -188,7 +190,7 @@ def texts():
     with Agents(write("texts.toml", TEXTS)):
         had, _ = record("texts", "web9")
         hidden, _ = record("texts-hidden", "--anonymous", "web9")
-        real = reports("127.0.1.9", ["APPLICATION"])
+        real = reports("127.0.1.19", ["APPLICATION"])
         log = contexts_left()
     check("every view is destroyed again", log == 0)
     given = tomllib.loads(TEXTS)["source"]["APPLICATION"]["class"][0]["rows"]
@@ -258,6 +260,22 @@ def broken():
                   real[number] + again)
 
 
+def shipped():
+    """Every system of the shipped scenarios fails in its replay as it did."""
+    for name in "broken-links", "broken-broker", "demo":
+        scenario = f"{SCENARIOS}/{name}.toml"
+        with open(scenario, "rb") as file:
+            addresses = [one["address"] for one in tomllib.load(file)["system"]]
+        with Agents(scenario), ThreadPoolExecutor(32) as jobs:
+            real = list(jobs.map(report, addresses))
+        with Agents(scenario):  # anew: what a check ends, or starts anew, is as it was
+            record(name, "--level", "1", "--jobs", "32", *addresses)
+        played = [f"127.0.6.{number + 1}" for number in range(len(addresses))]
+        with Agents(path(name)), ThreadPoolExecutor(32) as jobs:
+            for address, one, other in zip(addresses, real, jobs.map(report, played)):
+                check(f"{name}, {address} again", one == other, one + other)
+
+
 def ended():
     """An interrupt ends the walks, gives back what they hold, and writes what was had."""
     slow = TEXTS.replace("[system.alarm]", 'behaviour = [{operation = "repView_Read", '
@@ -273,7 +291,7 @@ def ended():
     check("no such name", run("hxasim", "record", "-o", path("x"), "no.such.").returncode == 1)
 
 
-for part in (healthy, texts, broken, ended):
+for part in (healthy, texts, broken, shipped, ended):
     part()
 print(f"{len(wrong)} wrong")
 sys.exit(1 if wrong else 0)
