@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/ztsys/backup.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -59,6 +61,11 @@ Status RunBackup(const Arguments& arguments) {
   std::error_code none;
   if (std::filesystem::equivalent(DatabasePath(arguments), sys::native_path(to), none))
     return FailUsage(sys::native_path(to) + " is the database itself");
+  // Nor over a device or a pipe, which everybody else would lose.
+  struct stat about {};
+  if (stat(sys::native_path(to).c_str(), &about) == 0 && !S_ISREG(about.st_mode))
+    return Fail(sys::native_path(to) +
+                ": cannot be written: not a plain file; name a file to copy to");
   const Status status = CopyDatabase(arguments, to, sys::Replace::kYes);
   if (status == kDone)
     std::printf("copied %s to %s\n", printable(DatabasePath(arguments)).c_str(),

@@ -114,6 +114,7 @@ TEST_F(Ztsys, ChangesSystemsAndTellsEachKindOfFailure) {
       {{"verify"}, 0, db_ + ": 0 findings\n"},
       {{"backup", folder_ / "copy"}, 0, "copied " + db_ + " to " + folder_ / "copy" + "\n"},
       {{"backup", folder_ / "./ztdb"}, 2, "is the database itself"},
+      {{"backup", folder_ / "datafiles"}, 1, "not a plain file"},
   });
   EXPECT_EQ(test::ReadFile(folder_ / "copy"), test::ReadFile(db_));
   EXPECT_EQ(test::ReadFile(db_ + ".sem"), std::string("\x08\0\0\0", 4)) << "once for each";
