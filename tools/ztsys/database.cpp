@@ -36,17 +36,27 @@ Status KindOf(int status) {
   }
 }
 
+// What errno says of a file, and what to try.
+std::string Refusal(const std::string& path) {
+  const char* advice = "";
+  if (errno == ENOENT)
+    advice = "; add or import makes it, --db names another";
+  else if (errno == EACCES)
+    advice = "; its owner and its group (ls -l) may";
+  return path + ": " + std::strerror(errno) + advice;
+}
+
 // What keeps a file from being opened, or nothing.
 std::string Obstacle(const std::string& path, bool must_exist, bool to_write) {
   struct stat about {};
   if (stat(path.c_str(), &about) != 0) {
     if (errno != ENOENT || must_exist)
-      return path + ": " + std::strerror(errno);
+      return Refusal(path);
   } else if (!S_ISREG(about.st_mode)) {
     return path + ": " + (S_ISDIR(about.st_mode) ? std::strerror(EISDIR) : "not a plain file");
   }
   if (to_write && !sys::may_write(path))
-    return path + ": " + std::strerror(errno);
+    return Refusal(path);
   return "";
 }
 
@@ -126,8 +136,10 @@ Status OpenReader(const Arguments& arguments, SystemReader& reader) {
     return kDone;
   if (const std::string obstacle = Obstacle(path, true, false); !obstacle.empty())
     return Fail(obstacle, kNotOpened);
-  if (status == sys::tFILE_ERRORS::cACCESS)
-    return Fail(path + ": " + std::strerror(EACCES), kNotOpened);
+  if (status == sys::tFILE_ERRORS::cACCESS) {
+    errno = EACCES;
+    return Fail(Refusal(path), kNotOpened);
+  }
   return FailDatabase(path, "cannot open", status);
 }
 

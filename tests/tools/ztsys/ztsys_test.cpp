@@ -347,11 +347,13 @@ TEST_F(Ztsys, ReadsWhatMayOnlyBeReadAndNamesTheFileThatKeepsFromChanging) {
     remove((folder_ / "copy").c_str());
     const Outcome refused = Db({"add", "10.0.0.2"}, kAnySize, true);
     EXPECT_EQ(refused.status, 5) << c.file;
-    EXPECT_EQ(refused.err, "ztsys: " + db_ + c.file + ": Permission denied\n");
+    EXPECT_EQ(refused.err, "ztsys: " + db_ + c.file +
+                               ": Permission denied; its owner and its group (ls -l) may\n");
     EXPECT_EQ(files(), there);
   }
   chmod(db_.c_str(), 0);
-  EXPECT_EQ(Db({"list"}, kAnySize, true).err, "ztsys: " + db_ + ": Permission denied\n");
+  EXPECT_EQ(Db({"list"}, kAnySize, true).err,
+            "ztsys: " + db_ + ": Permission denied; its owner and its group (ls -l) may\n");
   Store({""});
   for (const char* left : {".lk", ".sem"})
     remove((db_ + left).c_str());
