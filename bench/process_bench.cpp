@@ -177,7 +177,7 @@ double datagrams_of_a_call(const std::string& scenario) {
   double datagrams = 0, requests = 0;
   std::istringstream log(agent.log());
   for (std::string line; std::getline(log, line);) {
-    if (line.find(" rep_LookupMetric call ") == std::string::npos)
+    if (line.find(" rep_LookupMetric (rep) call ") == std::string::npos)
       continue;
     ++datagrams;
     requests += line.find(" received request ") != std::string::npos ? 1 : 0;
