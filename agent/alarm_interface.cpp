@@ -11,7 +11,6 @@ namespace agent {
 
 namespace {
 
-
 // A system key's lowest byte is the address's first octet.
 std::uint32_t address_of(std::int32_t key) {
   return __builtin_bswap32(static_cast<std::uint32_t>(key));

@@ -176,9 +176,9 @@ TEST_F(RunningSystem, AnswersWhatIsWrittenByHand) {
   std::string sequence = "00 00 00 00";
   for (const Case& one : cases) {
     sequence[1] = "0123456789abcdef"[&one - cases + 1];
-    const Bytes reply = ask(simulator_->systems()[0]->mapper_port(),
-                            {"20", one.interface_id, one.version, one.opnum, sequence.c_str()},
-                            hex(one.request));
+    const Bytes reply =
+        ask(simulator_->systems()[0]->mapper_port(),
+            {"20", one.interface_id, one.version, one.opnum, sequence.c_str()}, hex(one.request));
     ASSERT_GE(reply.size(), 80u) << one.opnum;
     EXPECT_EQ(part(reply, 80, reply.size() - 80), hex_text(hex(one.reply))) << one.opnum;
   }

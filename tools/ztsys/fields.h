@@ -17,8 +17,8 @@ inline constexpr std::string_view kNone = "-";
 
 // Four decimal numbers without leading zeros.
 std::optional<SystemKey> ParseAddress(std::string_view text);
-// Whether a text can only be meant as an address, well written or not: its last part is a number. No
-// such text is ever given to the resolver, which would read 7 as 0.0.0.7.
+// Whether a text can only be meant as an address, well written or not: its last part is a number.
+// No such text is ever given to the resolver, which would read 7 as 0.0.0.7.
 bool LooksLikeAddress(std::string_view text);
 // Why no system can have an address, or nothing.
 std::string RefusalOfAddress(SystemKey key);

@@ -13,8 +13,8 @@ namespace ztsys {
 
 // The address of a new system: the one that is given for it, the one that its name is, or the one
 // that its name resolves to. `why` says what is wrong, with kUsage for what could never be right.
-Status AddressOf(const std::string& name, const std::optional<std::string>& address,
-                 SystemKey& key, std::string& why);
+Status AddressOf(const std::string& name, const std::optional<std::string>& address, SystemKey& key,
+                 std::string& why);
 
 // What is wrong with a name for which no address was found.
 std::string RefusalOfUnresolved(const std::string& name);

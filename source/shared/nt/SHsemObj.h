@@ -18,9 +18,8 @@ class SEM_OBJ {
   SEM_OBJ(const SEM_OBJ&) = delete;
   SEM_OBJ& operator=(const SEM_OBJ&) = delete;
 
-  // Stores value_to_set % 32767 (the sign follows the value). 1, or 0 when the object is not valid or
-  // only reads.
-  // semnum is ignored, here and below. There is no atomic increment.
+  // Stores value_to_set % 32767 (the sign follows the value). 1, or 0 when the object is not valid
+  // or only reads. semnum is ignored, here and below. There is no atomic increment.
   int SetSemVal(int semnum, int value_to_set);
   // The shared integer; -1 when the object is not valid.
   int GetSemVal(int semnum) const;

@@ -54,7 +54,7 @@ struct ScriptedAgent {
   std::map<std::string, error_status_t> statuses;
   std::map<std::string, error_status_t> raised;
   bool object_with_refusal = false;  // creates hand out an object whatever their status
-  bool null_contexts = false;                         // creates report success and hand out nothing
+  bool null_contexts = false;        // creates report success and hand out nothing
   std::map<std::string, std::uint32_t> last_indexes;  // lies about a look-up's last index
 
   // What was called, with what counts.

@@ -145,7 +145,8 @@ TEST_F(Conversion, InterruptedAtAnyWriteIsFinishedByTheNextOpening) {
         break;
       ExpectUnlocked();
       Open(path_);
-      ASSERT_TRUE(WithoutTimes(test::ReadFile(path_)) == converted_) << "write " << interruptions + 1;
+      ASSERT_TRUE(WithoutTimes(test::ReadFile(path_)) == converted_)
+          << "write " << interruptions + 1;
     }
     EXPECT_GT(interruptions, 2 * kOlderSystems) << "each record is marked and converted";
     EXPECT_TRUE(test::ReadFile(path_ + ".v3") == OlderFile()) << "kept as it was";
