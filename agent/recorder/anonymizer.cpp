@@ -134,10 +134,10 @@ class Anonymizer {
       const std::string number = words_.made_up(element.address, "");
       element.address = std::string(kIpxDigits - std::min(kIpxDigits, number.size()), '0') + number;
     } else if (!parse_address(element.address)) {
-      const std::size_t name =
+      const std::size_t begin =
           std::min(element.address.find_first_not_of('\\'), element.address.size());
-      element.address.replace(name, std::string::npos,
-                              words_.made_up(element.address.substr(name), "host-"));
+      element.address.replace(begin, std::string::npos,
+                              words_.made_up(element.address.substr(begin), "host-"));
     }
     if (protocol == rpc::protseq::kNamedPipe && element.endpoint.starts_with(kPipe))
       element.endpoint =

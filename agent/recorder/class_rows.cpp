@@ -118,11 +118,11 @@ class Reader {
     return count;
   }
 
-  bool done(const char* operation, CallEnd end) {
+  bool done(const char* operation, const CallEnd& end) {
     if (end.ok())
       return true;
     had_.operation = operation;
-    had_.failed = std::move(end);
+    had_.failed = end;
     return false;
   }
 
@@ -157,7 +157,7 @@ class Reader {
                          status);
     });
     end.undecodable = end.undecodable || (end.ok() && !batch.sound(metrics.size()));
-    if (!done("repView_Read", std::move(end)))
+    if (!done("repView_Read", end))
       return false;
     for (std::size_t i = 0; i < batch.rows; ++i)
       if (!append(batch, i, metrics, rows))

@@ -55,7 +55,7 @@ std::string hex(const std::vector<std::byte>& octets) {
 
 // One of the product's names, or the UUID.
 std::string interface_name(const uuid_t& id) {
-  const std::string text = rpc::uuid_to_text(id);
+  std::string text = rpc::uuid_to_text(id);
   for (const auto& known : kInterfaces)
     if (text == known.value)
       return std::string(known.name);
