@@ -207,6 +207,7 @@ int zt_DiagComm_class::FindClass(const char* class_name) {
   const int found = fRepServerInfoObj->ValidClassName(class_name);
   if (found < 0) {
     std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(client.ReturnNumClasses()));
     for (int i = 0; i < client.ReturnNumClasses(); ++i)
       names.emplace_back(client.ReturnClassName(i));
     ExplainData(list_of("class", "classes", names));
