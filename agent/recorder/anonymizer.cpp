@@ -136,8 +136,9 @@ class Anonymizer {
     } else if (!parse_address(element.address)) {
       const std::size_t begin =
           std::min(element.address.find_first_not_of('\\'), element.address.size());
-      element.address.replace(begin, std::string::npos,
-                              words_.made_up(element.address.substr(begin), "host-"));
+      const std::string host = words_.made_up(element.address.substr(begin), "host-");
+      element.address.resize(begin);
+      element.address += host;
     }
     if (protocol == rpc::protseq::kNamedPipe && element.endpoint.starts_with(kPipe))
       element.endpoint =

@@ -106,8 +106,11 @@ document.querySelector(".q").hidden=false;tell(rows.length);
 
 // Turns the direction of what follows, out of the text itself: U+202A to 202E, U+2066 to 2069.
 bool turns_text(std::string_view character) {
-  return (character >= "\xE2\x80\xAA" && character <= "\xE2\x80\xAE") ||
-         (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+  if (character.size() != 3 || character[0] != '\xE2')
+    return false;
+  const auto low_bits = [&](std::size_t i) { return static_cast<unsigned>(character[i]) & 0x3F; };
+  const unsigned point = 0x2000 | low_bits(1) << 6 | low_bits(2);
+  return (point >= 0x202A && point <= 0x202E) || (point >= 0x2066 && point <= 0x2069);
 }
 
 // As it is shown: markup and quotes are text, and what is no UTF-8 or would not stay in its place

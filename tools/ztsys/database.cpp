@@ -156,6 +156,7 @@ Status FindSystems(const Arguments& arguments, const std::vector<std::string>& w
                    NameLookups& lookups,
                    const std::function<void(const zt_SystemInfo_class&)>& take) {
   std::vector<Found> found;
+  found.reserve(words.size());
   for (const std::string& word : words)
     found.push_back({word, {}});
   Wanted wanted;
