@@ -54,15 +54,20 @@ std::string_view form_of(std::string_view kind) {
 
 std::string quoted(std::string_view text) {
   std::string result = "\"";
-  for (const char c : text) {
+  while (!text.empty()) {
+    const char c = text[0];
+    const std::size_t length = sys::utf8_length(text);
     char buffer[8];
-    if (c == '"' || c == '\\')
+    if (length == 0)
+      result += "\\ufffd";
+    else if (c == '"' || c == '\\')
       (result += '\\') += c;
     else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
       result.append(buffer, static_cast<std::size_t>(std::snprintf(buffer, sizeof buffer, "\\u%04x",
                                                                    static_cast<unsigned>(c))));
     else
-      result += c;
+      result += text.substr(0, length);
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
   return result + '"';
 }

@@ -52,6 +52,11 @@ TEST(Log, TextAndJsonAreTwoViewsOfAnEvent) {
             R"("peer":"127.0.0.1:9","outcome":"is answered","status":"0x4C010001","octets":4)");
 }
 
+TEST(Log, JsonIsUtf8WhateverTheTextIs) {
+  EXPECT_EQ(LogEvent("state", "b\xC3\xBC \xFC\x1B").as_json(),
+            "\"event\":\"state\",\"server\":\"b\xC3\xBC \\ufffd\\u001b\"");
+}
+
 TEST(Log, AViolationIsMarkedBehindTheTime) {
   Pages pages;
   Log(pages.file()).write(LogEvent("violation", "s").text("detail", "odd").text("peer", "p"));
