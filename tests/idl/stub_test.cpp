@@ -427,8 +427,12 @@ TEST(ProductSkeletons, RefuseHostileCounts) {
 TEST(ProductSkeletons, FaultOnNullContextsButLetDestroyHaveThem) {
   agent::test::Interfaces agent(data_source(), {});
   const std::string null_context(40, '0');
-  expect_end(dispatch(agent.views(), 4, null_context), Outcome::Kind::fault,
-             rpc::nca::kContextMismatch);
+  // The agent's operation would know no such view either; the forced status keeps it from being
+  // run.
+  rpc::server::CallInfo call;
+  call.forced_status = 5;
+  expect_end(agent.views().dispatch(call, 4, hex(null_context), {.little_endian = true}, true),
+             Outcome::Kind::fault, rpc::nca::kContextMismatch);
   EXPECT_EQ(status_of(dispatch(agent.views(), 1, null_context)), 0u);
 }
 
