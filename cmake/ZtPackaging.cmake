@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Debian packages of what cmake --install installs: ztcomm, and ztcomm-sim with the simulated agent.
-# The preset package builds what is shipped; cpack leaves the packages in its folder packages.
+# What the preset release builds is tested and shipped; cpack leaves the packages in its folder
+# packages.
 
 set(maintainer "ztcomm maintainers <maintainers@ztcomm.example>")
 set(debian "${PROJECT_SOURCE_DIR}/packaging/debian")
@@ -39,14 +40,10 @@ install(FILES "${docs}/monitoring.md" "${docs}/faults.md"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/ztcomm" OPTIONAL)
 install(FILES "${docs}/training.md" "${docs}/formats/scenario.md"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/ztcomm-sim" COMPONENT ztcomm-sim OPTIONAL)
-# Where units are looked for on Debian; shipped, not enabled.
+# Shipped, not enabled.
 file(GLOB units CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/packaging/systemd/*.service"
   "${PROJECT_SOURCE_DIR}/packaging/systemd/*.timer")
-if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  install(FILES ${units} DESTINATION /lib/systemd/system)
-else()
-  install(FILES ${units} DESTINATION lib/systemd/system)
-endif()
+install(FILES ${units} DESTINATION lib/systemd/system)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")

@@ -3,6 +3,17 @@
 # package holds manual pages and change logs compressed.
 execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -type d -exec chmod 0755 {} +
   COMMAND_ERROR_IS_FATAL ANY)
+# Where Debian looks for units.
+file(GLOB units "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/lib/systemd")
+foreach(folder IN LISTS units)
+  cmake_path(GET folder PARENT_PATH usr_lib)
+  file(MAKE_DIRECTORY "${usr_lib}/../../lib")
+  file(RENAME "${folder}" "${usr_lib}/../../lib/systemd")
+  file(GLOB rest "${usr_lib}/*")
+  if(NOT rest)
+    file(REMOVE_RECURSE "${usr_lib}")
+  endif()
+endforeach()
 file(GLOB_RECURSE texts "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
 list(FILTER texts INCLUDE REGEX "/share/(man/.*[1-9]|doc/[^/]*/changelog)$")
 foreach(text IN LISTS texts)
