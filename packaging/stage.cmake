@@ -1,9 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Run by cpack on the staged files, whose folders have the modes of the caller's umask. A Debian
-# package holds manual pages and change logs compressed.
-execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -type d -exec chmod 0755 {} +
-  COMMAND_ERROR_IS_FATAL ANY)
-# Where Debian looks for units.
+# package holds manual pages and change logs compressed, and its units where systemd looks first.
 file(GLOB units "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/lib/systemd")
 foreach(folder IN LISTS units)
   cmake_path(GET folder PARENT_PATH usr_lib)
@@ -14,6 +11,8 @@ foreach(folder IN LISTS units)
     file(REMOVE_RECURSE "${usr_lib}")
   endif()
 endforeach()
+execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -type d -exec chmod 0755 {} +
+  COMMAND_ERROR_IS_FATAL ANY)
 file(GLOB_RECURSE texts "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
 list(FILTER texts INCLUDE REGEX "/share/(man/.*[1-9]|doc/[^/]*/changelog)$")
 foreach(text IN LISTS texts)
