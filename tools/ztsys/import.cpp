@@ -73,6 +73,8 @@ class Import {
   bool Change(zt_SystemInfo_class& info, const Row& row) const;
   Status Preview();
   Status Write();
+  // The database could not be read: every row that is left has failed.
+  Status NothingStored(Status why);
 
   const Arguments& arguments_;
   std::string file_;
@@ -123,7 +125,7 @@ Status Import::Read() {
   } else {
     std::ifstream in(arguments_.operands[0], std::ios::binary);
     if (!in)
-      return Fail(file_ + ": " + std::strerror(errno), kUsage);
+      return Fail(file_ + ": " + std::strerror(errno));
     status = ReadLines(in);
   }
   if (status == kDone)
@@ -305,6 +307,11 @@ Status Import::Store() {
   return rows_.empty() ? kDone : Write();
 }
 
+Status Import::NothingStored(Status why) {
+  failed_ += static_cast<int>(rows_.size());
+  return why;
+}
+
 Status Import::Preview() {
   SystemReader reader;
   Status status = kDone;
@@ -314,6 +321,8 @@ Status Import::Preview() {
     if (status == kDone)
       status = CollectPresent(reader);
   }
+  if (status != kDone)
+    return NothingStored(status);
   Changes changes;
   Sort(changes);
   added_ = static_cast<int>(new_.size());
@@ -325,13 +334,13 @@ Status Import::Write() {
   Status status = kDone;
   const auto change = ztsys::Change::Begin(arguments_, Missing::kCreate, status);
   if (change == nullptr)
-    return status;
+    return NothingStored(status);
   SystemReader reader;
   status = OpenReader(arguments_, reader);
   if (status == kDone)
     status = CollectPresent(reader);
   if (status != kDone)
-    return status;
+    return NothingStored(status);
   Changes changes;
   Sort(changes);
   auto changed = changes.begin();
