@@ -177,7 +177,7 @@ std::vector<Spoof> spoofs() {
       {"bytes at random",
        [](std::mt19937& random, const PacketHeader&) {
          Datagrams packets;
-         for (const std::size_t size : {0, 1, 79, 80, 81, 500, 1464, 9000})
+         for (const std::size_t size : {0u, 1u, 79u, 80u, 81u, 500u, 1464u, 9000u})
            packets.push_back(random_bytes(random, size));
          return packets;
        }},

@@ -40,10 +40,10 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
     one = replace_all(one, "name = \"bad-network\"", "name = \"bad-" + std::to_string(seed) + "\"");
     one = replace_all(one, "seed = 1\n", "seed = " + std::to_string(seed) + "\n");
     // The ports are given so that the report is known to the digit.
-    for (int i = 0; i < 3; ++i) {
-      const std::string source =
-          std::string("source = \"") + std::vector<std::string>{"ONE", "TWO", "THREE"}[i] + "\"\n";
-      one = replace_all(one, source, source + "port = " + std::to_string(1041 + i) + "\n");
+    int port = 1041;
+    for (const char* const name : {"ONE", "TWO", "THREE"}) {
+      const std::string source = std::string("source = \"") + name + "\"\n";
+      one = replace_all(one, source, source + "port = " + std::to_string(port++) + "\n");
     }
     scenario += replace_all(one, "[system.alarm]\n", "[system.alarm]\nport = 1050\n");
   }
@@ -55,7 +55,8 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
   for (unsigned i = 0; i < kAtATime; ++i) {
     threads.emplace_back([&] {
       for (int at = next++; at < kSeeds; at = next++)
-        results[at] = ztcomm({"-s", address_of(at + 1)}, {{"ZT_RPC_TIMEOUT", "5"}}, 120);
+        results[static_cast<std::size_t>(at)] =
+            ztcomm({"-s", address_of(at + 1)}, {{"ZT_RPC_TIMEOUT", "5"}}, 120);
     });
   }
   for (std::thread& thread : threads)
@@ -64,14 +65,15 @@ TEST(BadNetwork, TheDefaultCheckSucceedsForTwentySeeds) {
   for (int seed = 1; seed <= kSeeds; ++seed) {
     SCOPED_TRACE(seed);
     const std::string address = address_of(seed);
-    EXPECT_EQ(results[seed - 1].out, heading("ztcomm -s " + address, address) +
-                                         "Found registered rep_servers at:\n\n"
-                                         "  Server: Port[1041] - ONE\n  Path  : /one\n\n"
-                                         "  Server: Port[1042] - TWO\n  Path  : /two\n\n"
-                                         "  Server: Port[1043] - THREE\n  Path  : /three\n\n"
-                                         "Found almserver registered at:\n\n  Port[1050]\n\n");
-    EXPECT_EQ(results[seed - 1].err, message(20, 203, "5") + "\n");
-    EXPECT_EQ(results[seed - 1].status, 0);
+    const Result& result = results[static_cast<std::size_t>(seed - 1)];
+    EXPECT_EQ(result.out, heading("ztcomm -s " + address, address) +
+                              "Found registered rep_servers at:\n\n"
+                              "  Server: Port[1041] - ONE\n  Path  : /one\n\n"
+                              "  Server: Port[1042] - TWO\n  Path  : /two\n\n"
+                              "  Server: Port[1043] - THREE\n  Path  : /three\n\n"
+                              "Found almserver registered at:\n\n  Port[1050]\n\n");
+    EXPECT_EQ(result.err, message(20, 203, "5") + "\n");
+    EXPECT_EQ(result.status, 0);
   }
 }
 
