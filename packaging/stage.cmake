@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # Run by cpack on the staged files, whose folders have the modes of the caller's umask. A Debian
-# package holds manual pages and change logs compressed, and its units where systemd looks first.
+# package holds manual pages and change logs compressed, and its units in /lib.
 file(GLOB units "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/usr/lib/systemd")
 foreach(folder IN LISTS units)
   cmake_path(GET folder PARENT_PATH usr_lib)
