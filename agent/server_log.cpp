@@ -42,10 +42,6 @@ constexpr CommonInterface kCommonInterfaces[] = {
      {"conv_who_are_you", "conv_who_are_you2", "conv_are_you_there"}},
 };
 
-std::string peer_text(const rpc::server::CallInfo& call) {
-  return call.client_address + ":" + std::to_string(call.client_port);
-}
-
 // What the bad network did to one delivery: "held back 13 ms, cut to 40 octets, octet 7 changed".
 std::string fate_of(const FaultInjector::Delivery& delivery, rpc::Time now) {
   std::string text;
@@ -183,7 +179,7 @@ void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec
     log_.write(LogEvent(damaged ? "damaged" : "violation", name_)
                    .text("detail", detail)
                    .text("operation", operation.name)
-                   .text("peer", peer_text(call)));
+                   .text("peer", rpc::to_text(call.peer)));
   };
   LogEvent event("call", name_);
   event.text("operation", operation.name);
@@ -196,7 +192,7 @@ void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec
                 " octets are left over behind the parameters");
   }
   event.text("arguments", arguments);
-  event.text("peer", peer_text(call));
+  event.text("peer", rpc::to_text(call.peer));
   switch (outcome.kind) {
     case Outcome::Kind::reply:
       event.text("outcome", "is answered");
@@ -230,7 +226,7 @@ void ServerLog::behaviour(const rpc::server::CallInfo& call, const rpc::Operatio
   if (log_.enabled())
     log_.write(LogEvent("behaviour", name_)
                    .text("operation", operation.name)
-                   .text("peer", peer_text(call))
+                   .text("peer", rpc::to_text(call.peer))
                    .number("rule", choice.rule)
                    .text("action", choice.action));
 }

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -172,8 +173,7 @@ void bench_empty_call(const RpcServer& server) {
 
 // What one long reply looks like on the wire.
 struct Pattern {
-  std::size_t fragments = 0;
-  std::size_t fragment_size = 0;  // header included
+  std::vector<std::size_t> parts;  // of the body, as the fragments carry them
   std::size_t facks = 0;
   std::size_t most_in_flight = 0;
 };
@@ -198,13 +198,13 @@ Pattern watch_long_reply(std::size_t fragment_size) {
     if (report.direction == rpc::server::Direction::received &&
         packet->header.type == rpc::PacketType::fack) {
       ++pattern.facks;
-      acknowledged = packet->header.fragment + 1U;
+      acknowledged = static_cast<std::uint16_t>(packet->header.fragment + 1);
     }
     if (report.direction == rpc::server::Direction::sent &&
         packet->header.type == rpc::PacketType::response) {
-      ++pattern.fragments;
-      pattern.fragment_size = std::max(pattern.fragment_size, report.bytes.size());
-      pattern.most_in_flight = std::max(pattern.most_in_flight, pattern.fragments - acknowledged);
+      pattern.parts.push_back(packet->body.size());
+      pattern.most_in_flight =
+          std::max(pattern.most_in_flight, pattern.parts.size() - acknowledged);
     }
   };
   const auto opened = host.open(options);
@@ -218,70 +218,78 @@ Pattern watch_long_reply(std::size_t fragment_size) {
   return pattern;
 }
 
-// Room for a batch of datagrams, and the system calls' view of it.
-class Batch {
+// Datagrams received together.
+class InBatch {
  public:
-  Batch() : bytes_(kBatch * kRoom) {
+  InBatch() : bytes_(kBatch * kRoom) {
     for (unsigned i = 0; i < kBatch; ++i) {
-      parts_[i] = {at(i), kRoom};
-      messages_[i] = {};
+      parts_[i] = {bytes_.data() + i * kRoom, kRoom};
       messages_[i].msg_hdr.msg_iov = &parts_[i];
       messages_[i].msg_hdr.msg_iovlen = 1;
     }
   }
-  std::byte* at(unsigned i) { return bytes_.data() + i * kRoom; }
-  unsigned size_of(unsigned i) const { return messages_[i].msg_len; }
+  std::span<const std::byte> at(unsigned i) const {
+    return {bytes_.data() + i * kRoom, messages_[i].msg_len};
+  }
 
   // Waits for one, takes what is there.
   unsigned receive(int descriptor) {
-    for (unsigned i = 0; i < kBatch; ++i)
-      parts_[i].iov_len = kRoom;
     const int count = recvmmsg(descriptor, messages_.data(), kBatch, MSG_WAITFORONE, nullptr);
     if (count <= 0)
       fail("recvmmsg");
     return static_cast<unsigned>(count);
-  }
-  void send(int descriptor, unsigned count, std::size_t size, sockaddr_in to) {
-    for (unsigned i = 0; i < count; ++i) {
-      parts_[i].iov_len = size;
-      messages_[i].msg_hdr.msg_name = &to;
-      messages_[i].msg_hdr.msg_namelen = sizeof to;
-    }
-    if (sendmmsg(descriptor, messages_.data(), count, 0) != static_cast<int>(count))
-      fail("sendmmsg");
-    for (unsigned i = 0; i < count; ++i)
-      messages_[i].msg_hdr.msg_name = nullptr;
   }
 
  private:
   static constexpr std::size_t kRoom = 9000;
   std::vector<std::byte> bytes_;
   std::array<iovec, kBatch> parts_;
-  std::array<mmsghdr, kBatch> messages_;
+  std::array<mmsghdr, kBatch> messages_{};
 };
+
+// Sends the next parts of a body together, each behind a header; what is left of the body.
+std::span<const std::byte> send_parts(int descriptor, std::span<const std::size_t> sizes,
+                                      std::span<const std::byte> body, sockaddr_in to) {
+  static std::array<std::byte, rpc::kHeaderSize> header{};
+  std::array<std::array<iovec, 2>, kBatch> parts;
+  std::array<mmsghdr, kBatch> messages{};
+  for (std::size_t i = 0; i < sizes.size(); ++i) {
+    parts[i] = {iovec{header.data(), header.size()},
+                iovec{const_cast<std::byte*>(body.data()), sizes[i]}};
+    messages[i].msg_hdr.msg_name = &to;
+    messages[i].msg_hdr.msg_namelen = sizeof to;
+    messages[i].msg_hdr.msg_iov = parts[i].data();
+    messages[i].msg_hdr.msg_iovlen = parts[i].size();
+    body = body.subspan(sizes[i]);
+  }
+  const auto count = static_cast<int>(sizes.size());
+  if (sendmmsg(descriptor, messages.data(), static_cast<unsigned>(count), 0) != count)
+    fail("sendmmsg");
+  return body;
+}
 
 constexpr std::size_t kQuestionSize = rpc::kHeaderSize;
 constexpr std::size_t kFackSize = rpc::kHeaderSize + 16;
 
 // The number that a bare acknowledgement carries.
-std::uint32_t number_in(const std::byte* bytes) {
+std::uint32_t number_in(std::span<const std::byte> bytes) {
   std::uint32_t number = 0;
-  std::memcpy(&number, bytes, sizeof number);
+  std::memcpy(&number, bytes.data(), sizeof number);
   return number;
 }
 
-// Sends the fragments of one reply whenever it is asked to, at most a window ahead of what is
-// acknowledged.
+// Makes a reply, as the operation behind ours does, and sends its fragments whenever it is asked
+// to, at most a window ahead of what is acknowledged.
 [[noreturn]] void bare_sender(const BareSocket& socket, const sockaddr_in& client,
                               const Pattern& pattern) {
-  Batch in, out;
+  InBatch in;
   std::uint32_t acknowledged = 0;
   bool asked = false;
   // The last acknowledgement and the next question may come together.
   const auto receive = [&] {
     const unsigned count = in.receive(socket.descriptor);
     for (unsigned i = 0; i < count; ++i) {
-      if (in.size_of(i) == kQuestionSize)
+      if (in.at(i).size() == kQuestionSize)
         asked = true;
       else
         acknowledged = number_in(in.at(i));
@@ -292,33 +300,38 @@ std::uint32_t number_in(const std::byte* bytes) {
       receive();
     asked = false;
     acknowledged = 0;
-    for (std::uint32_t sent = 0; acknowledged < pattern.fragments;) {
+    const std::vector<std::byte> body(kLongReply);
+    std::span<const std::byte> rest = body;
+    for (std::size_t sent = 0; acknowledged < pattern.parts.size();) {
       const std::size_t window = pattern.most_in_flight - (sent - acknowledged);
-      const unsigned count =
-          static_cast<unsigned>(std::min<std::size_t>({kBatch, window, pattern.fragments - sent}));
+      const std::size_t count =
+          std::min<std::size_t>({kBatch, window, pattern.parts.size() - sent});
       if (count == 0) {
         receive();
         continue;
       }
-      out.send(socket.descriptor, count, pattern.fragment_size, client);
+      rest = send_parts(socket.descriptor, std::span(pattern.parts).subspan(sent, count), rest,
+                        client);
       sent += count;
     }
   }
 }
 
 void bare_reply(const BareSocket& client, const BareSocket& server, const Pattern& pattern,
-                Batch& batch, std::vector<std::byte>& body) {
-  const std::size_t each_fack = std::max<std::size_t>(1, pattern.fragments / pattern.facks);
+                InBatch& batch, std::vector<std::byte>& body) {
+  const std::size_t each_fack = std::max<std::size_t>(1, pattern.parts.size() / pattern.facks);
   std::array<std::byte, kFackSize> fack{};
   const auto* const to = reinterpret_cast<const sockaddr*>(&server.address);
   body.clear();
   sendto(client.descriptor, fack.data(), kQuestionSize, 0, to, sizeof server.address);
-  for (std::uint32_t received = 0, answered = 0; received < pattern.fragments;) {
+  for (std::uint32_t received = 0, answered = 0; received < pattern.parts.size();) {
     const unsigned count = batch.receive(client.descriptor);
-    for (unsigned i = 0; i < count; ++i)
-      body.insert(body.end(), batch.at(i) + rpc::kHeaderSize, batch.at(i) + batch.size_of(i));
+    for (unsigned i = 0; i < count; ++i) {
+      const auto part = batch.at(i).subspan(rpc::kHeaderSize);
+      body.insert(body.end(), part.begin(), part.end());
+    }
     received += count;
-    if (received - answered < each_fack && received < pattern.fragments)
+    if (received - answered < each_fack && received < pattern.parts.size())
       continue;
     answered = received;
     std::memcpy(fack.data(), &received, sizeof received);
@@ -332,11 +345,11 @@ void bench_long_reply(std::size_t fragment_size) {
   const BareSocket sender = bare_socket();
   const BareSocket client = bare_socket();
   const pid_t sending = child([&] { bare_sender(sender, client.address, pattern); });
-  Batch batch;
+  InBatch batch;
   std::vector<std::byte> body;
   bench::report(
-      {.what = "reply of 1 MiB in " + std::to_string(pattern.fragments) + " fragments of " +
-               std::to_string(pattern.fragment_size) + " octets with " +
+      {.what = "reply of 1 MiB in " + std::to_string(pattern.parts.size()) +
+               " fragments of up to " + std::to_string(fragment_size) + " octets with " +
                std::to_string(pattern.facks) + " acknowledgements",
        .ours =
            [&] {

@@ -102,9 +102,20 @@ void ActivityTable::end_call_back(Activity& activity) {
   call_backs_.erase(activity.call_back_id);
 }
 
+void ActivityTable::begin_sending(Activity& activity) {
+  if (!std::exchange(activity.sending, true))
+    sending_.push_back(&activity);
+}
+
+void ActivityTable::end_sending(Activity& activity) {
+  if (std::exchange(activity.sending, false))
+    std::erase(sending_, &activity);
+}
+
 void ActivityTable::forget(Activity& activity) {
   end_call(activity);
   end_call_back(activity);
+  end_sending(activity);
   release_bytes(activity);
   if (activity.has_run && !has_other_activity(activity))
     gone_.push_back(activity.owner());

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <set>
@@ -73,7 +74,9 @@ struct Activity {
   // The answer.
   PacketType answer_type = PacketType::response;
   std::vector<std::byte> answer;
+  PacketHeader answer_header;
   FragmentSender sender;
+  bool sending = false;      // on the table's list
   std::size_t passed = 0;    // the largest fragment of an answer that has arrived
   unsigned repeats = 0;      // of a large answer in one packet
   RepeatClock answer_clock;  // of an answer in one packet
@@ -127,6 +130,11 @@ class ActivityTable {
   void begin_call_back(Activity& activity, const uuid_t& id);
   void end_call_back(Activity& activity);
 
+  // Those of whose answers packets may go out now, in that order. Null when there is none.
+  void begin_sending(Activity& activity);
+  void end_sending(Activity& activity);
+  Activity* sending() const { return sending_.empty() ? nullptr : sending_.front(); }
+
   // Asks that the activity be looked at at the earliest of its clocks.
   void schedule(Activity& activity);
   // When next_due is to be called at the latest.
@@ -156,6 +164,7 @@ class ActivityTable {
   std::unordered_map<uuid_t, std::unique_ptr<Activity>, UuidHash> activities_;
   std::unordered_map<uuid_t, Activity*, UuidHash> call_backs_;
   std::unordered_map<CallNumber, Activity*> calls_;
+  std::deque<Activity*> sending_;
   std::set<std::pair<Time, Activity*>> due_;
   std::vector<uuid_t> gone_;
   std::size_t bytes_held_ = 0;

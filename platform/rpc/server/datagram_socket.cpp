@@ -162,15 +162,26 @@ void DatagramSocket::on_readable() {
   static thread_local Batch batch;
   // A receiver may let go of the socket, and of any receiver.
   const std::shared_ptr<DatagramSocket> keep = shared_from_this();
+  const auto receiver_at = [this](std::uint32_t address) {
+    const auto found = receivers_.find(address);
+    return found == receivers_.end() ? nullptr : found->second;
+  };
+  std::uint32_t address = local_.host;
+  const auto done = [&] {
+    if (const auto receiver = receiver_at(address))
+      receiver->done();
+  };
   const int count = batch.receive(descriptor_);
   for (int i = 0; i < count; ++i) {
     const Batch::Item item = batch.at(static_cast<std::size_t>(i));
-    const auto found = receivers_.find(shared() ? item.destination : local_.host);
-    if (found == receivers_.end())
-      continue;
-    const std::shared_ptr<const Receiver> receiver = found->second;
-    (*receiver)(item.source, item.bytes);
+    if (shared() && item.destination != address) {
+      done();
+      address = item.destination;
+    }
+    if (const auto receiver = receiver_at(address))
+      receiver->datagram(item.source, item.bytes);
   }
+  done();
 }
 
 void DatagramSocket::send(std::uint32_t address, std::span<const OutgoingDatagram> datagrams) {

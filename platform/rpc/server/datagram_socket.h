@@ -22,8 +22,11 @@ class DatagramSocket : public std::enable_shared_from_this<DatagramSocket> {
  public:
   // The local address, in host order, that stands for all of 127.0.0.0/8.
   static constexpr std::uint32_t kEveryLoopbackAddress = 0;
-  using Receiver =
-      std::function<void(const SocketAddress& source, std::span<const std::byte> datagram)>;
+  // Gets the datagrams that waited one by one, and then hears that these were all.
+  struct Receiver {
+    std::function<void(const SocketAddress& source, std::span<const std::byte> datagram)> datagram;
+    std::function<void()> done;
+  };
 
   struct Opened {
     std::shared_ptr<DatagramSocket> socket;  // null when it failed

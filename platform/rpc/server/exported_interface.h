@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/numbers/status.h"
+#include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/names/uuid.h"
 #include "platform/rpc/stub/interface.h"
 #include "platform/rpc/wire/data_representation.h"
@@ -41,8 +42,7 @@ struct CallRecord {
 struct CallInfo {
   uuid_t activity{};
   uuid_t object{};
-  std::string client_address;  // dotted address of the client's host
-  std::uint16_t client_port = 0;
+  SocketAddress peer;  // where the request came from
   // The client as a process where a call-back has told its address space, else the activity.
   uuid_t client{};
   CallRecord* record = nullptr;  // not owned; null when nobody wants one

@@ -359,6 +359,29 @@ void ServerCore::send_for(Activity& activity, PacketType type, std::vector<std::
   send(header_for(activity.request, type), activity.peer, std::move(body));
 }
 
+// Answers are cut only when they are taken, so that a body cannot go while packets show it.
+std::optional<OutgoingDatagram> ServerCore::next_datagram(Time now) {
+  if (const auto waiting = outbox_.next())
+    return waiting;
+  while (Activity* const activity = activities_.sending()) {
+    const auto packet = activity->sender.next(now, serial_);
+    if (!packet) {
+      activities_.end_sending(*activity);
+      activities_.schedule(*activity);
+      continue;
+    }
+    PacketHeader& header = activity->answer_header;
+    header.flags1 = packet->flags;
+    header.fragment = packet->fragment;
+    header.serial = packet->serial;
+    ++statistics_.packets_sent;
+    OutgoingDatagram datagram{activity->peer, {}, packet->body};
+    encode_header(header, packet->body.size(), datagram.header);
+    return datagram;
+  }
+  return std::nullopt;
+}
+
 // A reject of a call of which nothing is kept.
 void ServerCore::send_reject(const PacketHeader& request, const SocketAddress& destination,
                              std::uint32_t status) {

@@ -112,8 +112,9 @@ class ServerCore {
   void on_time(Time now);
   // When on_time() must be called, unless something else happens first.
   std::optional<Time> wakeup() const { return activities_.wakeup(); }
-  // The next datagram to send, or nothing. To be called until it gives nothing, after every input.
-  std::optional<OutgoingDatagram> next_datagram() { return outbox_.next(); }
+  // The next datagram to send, or nothing. To be called until it gives nothing, after an input or
+  // several that came together.
+  std::optional<OutgoingDatagram> next_datagram(Time now);
 
   // The end of a call that was handed out. A number that is not running (any more) is ignored, so a
   // late answer to a forgotten client does no harm.
@@ -192,7 +193,6 @@ class ServerCore {
   void end_call_back(Activity& activity);
   void fail_call_back(Activity& activity, Time now);
 
-  void send_response_packets(Activity& activity, Time now);
   void send_request_fack(Activity& activity);
   void send_for(Activity& activity, PacketType type, std::vector<std::byte> body = {});
   void send_reject(const PacketHeader& request, const SocketAddress& destination,

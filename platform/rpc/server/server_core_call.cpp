@@ -47,6 +47,7 @@ void ServerCore::release_call(Activity& activity) {
       activity.state == CallState::denied)
     activities_.end_call(activity);
   end_call_back(activity);
+  activities_.end_sending(activity);
   activities_.release_bytes(activity);
   activity.joiner = FragmentJoiner();
   activity.in_parameters = {};
@@ -112,8 +113,8 @@ void ServerCore::hand_out(Activity& activity) {
   activities_.begin_call(activity);
   ++statistics_.calls_handed_out;
   calls_.push_back({activity.number, activity.interface, activity.operation,
-                    CallInfo{activity.id, activity.request.object, dotted(activity.peer.host),
-                             activity.peer.port, activity.owner(), nullptr, std::nullopt},
+                    CallInfo{activity.id, activity.request.object, activity.peer, activity.owner(),
+                             nullptr, std::nullopt},
                     std::move(activity.in_parameters), activity.request.representation,
                     options_.little_endian});
   activity.in_parameters = {};
@@ -181,7 +182,8 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
     activity.state = CallState::unremembered;
     return;
   }
-  send_response_packets(activity, now);
+  activity.answer_header = header_for(activity.request, activity.answer_type);
+  activities_.begin_sending(activity);
   activity.last_answer_sent = now;
   if (reply)
     activities_.hold(activity, activity.answer.size());
@@ -217,7 +219,7 @@ void ServerCore::answer_again(Activity& activity, Time now) {
   activity.last_answer_sent = now;
   activity.keep_until = now + kAnswerRepeated;
   repeat_answer(activity);
-  send_response_packets(activity, now);
+  activities_.begin_sending(activity);
 }
 
 void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
@@ -235,7 +237,7 @@ void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
     return;
   }
   activity.keep_until = now + kAnswerRepeated;
-  send_response_packets(activity, now);
+  activities_.begin_sending(activity);
 }
 
 void ServerCore::look_at(Activity& activity, Time now) {
@@ -272,7 +274,7 @@ void ServerCore::look_at(Activity& activity, Time now) {
         repeat_answer(activity);
       }
       if (activity.sender.on_time(now) || activity.sender.single())
-        send_response_packets(activity, now);
+        activities_.begin_sending(activity);
       break;
     case CallState::none:
     case CallState::running:
@@ -281,18 +283,6 @@ void ServerCore::look_at(Activity& activity, Time now) {
     case CallState::finished:
     case CallState::unremembered:
       break;
-  }
-}
-
-// The packets show the answer itself: they are taken before another input can release it.
-void ServerCore::send_response_packets(Activity& activity, Time now) {
-  PacketHeader header = header_for(activity.request, activity.answer_type);
-  while (const auto packet = activity.sender.next(now, serial_)) {
-    header.flags1 = packet->flags;
-    header.fragment = packet->fragment;
-    header.serial = packet->serial;
-    ++statistics_.packets_sent;
-    outbox_.put_view(activity.peer, header, packet->body);
   }
 }
 

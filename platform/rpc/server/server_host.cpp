@@ -140,9 +140,11 @@ std::string ServerHost::UdpEndpoint::start() {
 
 std::string ServerHost::UdpEndpoint::open_sockets() {
   const SocketAddress local{options_.address, options_.port};
-  const auto receiver = [this](const SocketAddress& source, std::span<const std::byte> datagram) {
-    received(source, datagram);
-  };
+  const DatagramSocket::Receiver receiver = {
+      [this](const SocketAddress& source, std::span<const std::byte> datagram) {
+        received(source, datagram);
+      },
+      [this] { settle(); }};
   DatagramSocket::Opened main;
   if (options_.shared_socket) {
     main = shared_.attach(local, receiver);
@@ -228,6 +230,7 @@ void ServerHost::UdpEndpoint::received(const SocketAddress& source,
       damaged_ = damaged;
       arrived(bytes, source);
       damaged_ = false;
+      settle();
     });
 }
 
@@ -244,13 +247,12 @@ void ServerHost::UdpEndpoint::arrived(std::span<const std::byte> datagram,
   if (options_.mute || socket_ == nullptr)
     return;
   core_->receive(datagram, source, Clock::now());
-  settle();
 }
 
 // Carries out what the core wants until it wants nothing more. Calls that end while others are
 // started here are settled by the outermost turn.
 void ServerHost::UdpEndpoint::settle() {
-  if (std::exchange(settling_, true))
+  if (socket_ == nullptr || std::exchange(settling_, true))
     return;
   const std::weak_ptr<const int> life = life_;
   for (;;) {
@@ -306,14 +308,15 @@ void ServerHost::UdpEndpoint::start_call(ReadyCall call) {
     case Verdict::Action::run:
       break;
   }
-  auto end = [this, verdict, shared = std::make_shared<ReadyCall>(std::move(call))] {
-    core_->admit(shared->number);
-    finish_call(*shared, verdict);
-  };
-  if (verdict.delay.count() > 0)
-    later(Clock::now() + verdict.delay, std::move(end));
-  else
-    end();
+  if (verdict.delay.count() == 0) {
+    finish_call(call, verdict);
+    return;
+  }
+  later(Clock::now() + verdict.delay,
+        [this, verdict, shared = std::make_shared<ReadyCall>(std::move(call))] {
+          core_->admit(shared->number);
+          finish_call(*shared, verdict);
+        });
 }
 
 void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& verdict) {
@@ -345,7 +348,8 @@ void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& 
 // Sends what the core has to send; false when that is nothing.
 bool ServerHost::UdpEndpoint::flush() {
   output_.clear();
-  while (const auto datagram = core_->next_datagram())
+  const Time now = Clock::now();
+  while (const auto datagram = core_->next_datagram(now))
     output_.push_back(*datagram);
   if (!send_faults_)
     transmit(output_);

@@ -13,26 +13,16 @@ std::vector<std::byte> OutgoingDatagram::bytes() const {
   return whole;
 }
 
-Outbox::Item& Outbox::add(const SocketAddress& to, const PacketHeader& header, std::size_t size) {
+void Outbox::put(const SocketAddress& to, const PacketHeader& header, std::vector<std::byte> body,
+                 bool call_back) {
   if (waiting() == 0)
     clear();
   Item& item = items_.emplace_back();
   item.datagram.to = to;
-  encode_header(header, size, item.datagram.header);
-  return item;
-}
-
-void Outbox::put(const SocketAddress& to, const PacketHeader& header, std::vector<std::byte> body,
-                 bool call_back) {
-  Item& item = add(to, header, body.size());
   item.datagram.call_back = call_back;
-  item.own = std::move(body);
-  item.datagram.body = item.own;
-}
-
-void Outbox::put_view(const SocketAddress& to, const PacketHeader& header,
-                      std::span<const std::byte> body) {
-  add(to, header, body.size()).datagram.body = body;
+  item.body = std::move(body);
+  item.datagram.body = item.body;
+  encode_header(header, item.body.size(), item.datagram.header);
 }
 
 std::optional<OutgoingDatagram> Outbox::next() {

@@ -39,14 +39,11 @@ struct OutgoingDatagram {
   std::vector<std::byte> bytes() const;
 };
 
-// Datagrams that wait to be taken, in the order in which they were put in.
+// Small packets that wait to be taken, in the order in which they were put in.
 class Outbox {
  public:
   void put(const SocketAddress& to, const PacketHeader& header, std::vector<std::byte> body = {},
            bool call_back = false);
-  // Without a copy of the body, which must live until the datagram was taken.
-  void put_view(const SocketAddress& to, const PacketHeader& header,
-                std::span<const std::byte> body);
   std::optional<OutgoingDatagram> next();
   std::size_t waiting() const { return items_.size() - taken_; }
   void clear();
@@ -54,10 +51,8 @@ class Outbox {
  private:
   struct Item {
     OutgoingDatagram datagram;
-    std::vector<std::byte> own;  // empty for a view
+    std::vector<std::byte> body;
   };
-  Item& add(const SocketAddress& to, const PacketHeader& header, std::size_t size);
-
   std::vector<Item> items_;  // those before taken_ were handed out
   std::size_t taken_ = 0;
 };

@@ -385,7 +385,7 @@ void World::pump() {
       client_history_ = mix(client_history_, 3);
       put_on_its_way(kToServer, sent->bytes());
     }
-    while (const auto sent = core_->next_datagram()) {
+    while (const auto sent = core_->next_datagram(now_)) {
       moved = true;
       server_history_ = mix(server_history_, 3);
       put_on_its_way(kToClient, sent->bytes());

@@ -314,7 +314,7 @@ void World::pump() {
         pass_on(To::server, datagram, client.address, sent->to);
       }
     }
-    while (const auto sent = core_->next_datagram()) {
+    while (const auto sent = core_->next_datagram(now_)) {
       moved = true;
       const auto datagram = sent->bytes();
       note_sent(datagram, client_at(sent->to), false);

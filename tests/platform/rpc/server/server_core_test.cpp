@@ -95,7 +95,7 @@ class Server {
   }
   std::vector<Sent> out() {
     std::vector<Sent> result;
-    while (const auto datagram = core.next_datagram()) {
+    while (const auto datagram = core.next_datagram(now)) {
       const auto bytes = datagram->bytes();
       const auto packet = decode_packet(bytes);
       if (!packet) {
@@ -582,6 +582,15 @@ TEST(ServerCoreTest, ForgetsALongAnswerWithItsLastFack) {
   }
   EXPECT_EQ(server.core.statistics().bytes_held, 0u);
   EXPECT_EQ(names(server.after(seconds(60))), "");
+
+  // Asked for again and acknowledged in one batch: its body is gone when packets are taken.
+  server.in(Server::request(1, kReadOperation));
+  server.core.complete(server.take_call().number, {Outcome::Kind::reply, 0, pattern(3000)},
+                       server.now);
+  server.out();
+  server.now += seconds(1);
+  server.core.receive(encode_packet(Server::request(1, kReadOperation), {}), kClient, server.now);
+  EXPECT_EQ(names(server.in(Server::packet(PacketType::ack, 1, kReadOperation))), "");
 }
 
 // Answers go out at once in what has passed, and small again when that brings no sign.
