@@ -56,9 +56,9 @@ int zt_SystemDBMgt_class::ReadAtIndex(int index) {
 
 int zt_SystemDBMgt_class::GetSystemInfo(SystemKey key) {
   CheckSystemXrefTable();
-  fError = ReadAtIndex(SearchXrefTable(key));
+  fError = ReadAtIndex(IndexOf(key));
   if (fError == kIndexNotFound && CheckSystemXrefTable() != 0)
-    fError = ReadAtIndex(SearchXrefTable(key));
+    fError = ReadAtIndex(IndexOf(key));
   return fError;
 }
 
@@ -175,7 +175,7 @@ int zt_SystemDBMgt_class::DeleteSystemRec(SystemKey key) {
     return fError;
   fCurrentLocation = -1;
   RaiseChangeCounter();
-  if (const int index = SearchXrefTable(key); index >= 1)
+  if (const int index = IndexOf(key); index >= 1)
     fSystemXrefTable[static_cast<std::size_t>(index)].fLocation = -1;
   return 0;
 }

@@ -104,8 +104,8 @@ class zt_SystemDBMgt_class {
   // 1, or -1.
   int CheckSystemXrefTable();
   void InitSystemXrefTable();
-  int SearchXrefTable(SystemKey key) const;
-  int SearchXrefTable(const char* system_name) const;
+  int SearchXrefTable(SystemKey key);
+  int SearchXrefTable(const char* system_name);
   void SetTableName(SystemKey key, const char* name);
 
   void PrintGeneralInfo();
@@ -131,6 +131,8 @@ class zt_SystemDBMgt_class {
   void BuildSystemXrefTable();
   void GrowSystemXrefTable();
   void TakeInInsertedSystem();
+  void OrderXrefTable();
+  int IndexOf(SystemKey key) const;
   bool FileIsAsSeen() const;
   bool TableIsCurrent() const;
   int ReadAtIndex(int index);
@@ -141,6 +143,7 @@ class zt_SystemDBMgt_class {
   int fLockHeld = 0;
   int fSemaphoreValue = -1;
   int fSystemRecCount = -1;
+  int fOrderedCount = 0;  // of them, the first that are in the order of their keys
   int fValidObject = 1;
   int fXrefEntriesAvail = 0;
   std::string fSystemFileName;

@@ -26,9 +26,9 @@ int zt_SystemDBMgt_class::GetSystemRec(const char* name, zt_SystemInfo_class& in
 
 const char* zt_SystemDBMgt_class::ReturnSystemName(SystemKey key) {
   fError = 0;
-  int index = fXrefSynced == 1 ? SearchXrefTable(key) : -1;
+  int index = fXrefSynced == 1 ? IndexOf(key) : -1;
   if (index < 1 && CheckSystemXrefTable() != 0)
-    index = SearchXrefTable(key);
+    index = IndexOf(key);
   if (index < 1)
     fError = fTableStatus;
   return index < 1 ? nullptr : fSystemXrefTable[static_cast<std::size_t>(index)].ReturnSystemName();

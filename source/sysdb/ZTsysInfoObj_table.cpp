@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manager's cross-reference table: entry 0 belongs to the sort, entries 1 to fSystemRecCount
-// hold the systems in the order of their keys, and the entry behind them is a terminator. It is a
-// picture of the file as of one value of the change counter.
+// hold the systems in the order of their keys, and the entry behind them is a terminator. The last
+// few may be out of order: systems that were inserted since the table was built. It is a picture of
+// the file as of one value of the change counter.
 
 #include <algorithm>
 #include <cstring>
@@ -13,6 +14,10 @@
 namespace {
 
 constexpr int kTableStep = 100;  // entries by which the table grows
+
+// So many inserted systems are searched one by one before all are put in order: shared among them,
+// a sort costs little however long the table is.
+constexpr int kMostUnordered = 256;
 
 }  // namespace
 
@@ -83,11 +88,20 @@ void zt_SystemDBMgt_class::BuildSystemXrefTable() {
     next = 1;
   fSystemXrefTable[next] = SYSTEM_XREF_ENTRY();
   fSystemRecCount = static_cast<int>(next - 1);
+  fOrderedCount = 0;
+  fKeys.clear();
+  OrderXrefTable();
+  fXrefSynced = fTableStatus == 0;
+}
+
+void zt_SystemDBMgt_class::OrderXrefTable() {
+  if (fOrderedCount == fSystemRecCount)
+    return;
   SortSysList(fSystemXrefTable.data(), fSystemRecCount);
-  fKeys.resize(next - 1);
+  fOrderedCount = fSystemRecCount;
+  fKeys.resize(static_cast<std::size_t>(fSystemRecCount));
   std::transform(fSystemXrefTable.begin() + 1, fSystemXrefTable.begin() + 1 + fSystemRecCount,
                  fKeys.begin(), [](const SYSTEM_XREF_ENTRY& entry) { return entry.fKey; });
-  fXrefSynced = fTableStatus == 0;
 }
 
 int zt_SystemDBMgt_class::SyncWithFile() {
@@ -109,35 +123,38 @@ void zt_SystemDBMgt_class::GrowSystemXrefTable() {
   fXrefEntriesAvail += kTableStep;
 }
 
-// What a new build would make of the table, at the price of moving the entries behind the new one.
+// What a new build would make of the table, but for the order of the last entries.
 void zt_SystemDBMgt_class::TakeInInsertedSystem() {
   GrowSystemXrefTable();
-  const auto first = fSystemXrefTable.begin() + 1;
-  const auto last = first + fSystemRecCount;
-  const auto place = std::upper_bound(
-      first, last, fInsertedSystem->fKey,
-      [](SystemKey key, const SYSTEM_XREF_ENTRY& entry) { return key < entry.fKey; });
-  fKeys.insert(fKeys.begin() + (place - first), fInsertedSystem->fKey);
-  std::move_backward(place, last + 1, last + 2);
-  *place = std::move(*fInsertedSystem);
+  fKeys.push_back(fInsertedSystem->fKey);
+  fSystemXrefTable[static_cast<std::size_t>(++fSystemRecCount)] = std::move(*fInsertedSystem);
   fInsertedSystem.reset();
-  ++fSystemRecCount;
   --fXrefEntriesAvail;
   fXrefSynced = 1;
+  if (fSystemRecCount - fOrderedCount > kMostUnordered)
+    OrderXrefTable();
 }
 
-int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) const {
+int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) {
+  OrderXrefTable();
+  return IndexOf(key);
+}
+
+int zt_SystemDBMgt_class::IndexOf(SystemKey key) const {
   if (fKeys.empty())
     return -1;
   // Without a branch that depends on a key: which way is taken cannot be foreseen.
   const SystemKey* at = fKeys.data();
-  for (std::size_t count = fKeys.size(); count > 1; count -= count / 2)
+  for (auto count = static_cast<std::size_t>(fOrderedCount); count > 1; count -= count / 2)
     at += at[count / 2 - 1] < key ? count / 2 : 0;
+  const SystemKey* const end = fKeys.data() + fKeys.size();
+  if (*at != key)
+    at = std::find(fKeys.data() + fOrderedCount, end, key);
   const auto index = static_cast<std::size_t>(at - fKeys.data()) + 1;
-  return *at == key && fSystemXrefTable[index].fLocation != -1 ? static_cast<int>(index) : -1;
+  return at != end && fSystemXrefTable[index].fLocation != -1 ? static_cast<int>(index) : -1;
 }
 
 void zt_SystemDBMgt_class::SetTableName(SystemKey key, const char* name) {
-  if (const int index = SearchXrefTable(key); index >= 1)
+  if (const int index = IndexOf(key); index >= 1)
     fSystemXrefTable[static_cast<std::size_t>(index)].SetSystemName(name);
 }

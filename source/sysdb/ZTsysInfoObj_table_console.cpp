@@ -11,9 +11,10 @@ int zt_SystemDBMgt_class::GetSystemRecCount() {
   return fSystemRecCount;
 }
 
-int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) const {
+int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) {
   if (system_name == nullptr)
     return -1;
+  OrderXrefTable();
   for (int index = 1; index <= fSystemRecCount; ++index) {
     const SYSTEM_XREF_ENTRY& entry = fSystemXrefTable[static_cast<std::size_t>(index)];
     if (entry.ReturnSystemName() != nullptr &&

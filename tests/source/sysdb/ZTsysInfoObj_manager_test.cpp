@@ -185,17 +185,30 @@ TEST_F(Manager, StoresReplacesAndDeletes) {
   EXPECT_EQ(Slot(2).substr(kRecordAt, 4), std::string("s77\0", 4)) << "the hole is filled";
 }
 
-TEST_F(Manager, FindsEverySystemOfATableThatGrowsInSteps) {
+TEST_F(Manager, FindsEverySystemOfATableThatGrows) {
+  constexpr int kSystems = 600;
+  const auto key = [](int i) { return test::KeyNumber(10, 0, i / 250, i * 7 % 250); };
   zt_SystemDBMgt_class writer(path_.c_str());
   zt_SystemDBMgt_class reader(path_.c_str());
-  for (int i = 1; i <= 250; ++i)
-    ASSERT_EQ(writer.PutSystemRec(System(i, std::to_string(i).c_str())), 0);
-  for (int i = 1; i <= 250; ++i) {
-    zt_SystemInfo_class info;
-    ASSERT_EQ(reader.GetSystemRec(test::KeyNumber(10, 0, 0, i), info), 0) << i;
-    EXPECT_EQ(info.ReturnSystemName(), std::to_string(i));
+  zt_SystemInfo_class info;
+  SystemKey none = 0;
+  const zt_SystemInfo_struct record = System(0, "same").ReturnStruct(none);
+  writer.Lock();
+  for (int i = 0; i < kSystems; ++i) {
+    ASSERT_EQ(writer.PutSystemRec({record, key(i)}), 0);
+    ASSERT_EQ(writer.GetSystemRec(key(i), info), 0) << i;
+    ASSERT_EQ(writer.GetSystemRec(key(i / 2), info), 0) << i;
+    ASSERT_EQ(writer.GetSystemRec(key(i + 1), info), 1005) << i;
   }
-  EXPECT_EQ(reader.GetSystemRecCount(), 250);
+  writer.Unlock();
+  EXPECT_EQ(File().size(), (kSystems + 1) * kSlotSize);
+  for (zt_SystemDBMgt_class* manager : {&writer, &reader}) {
+    ASSERT_EQ(manager->GetSystemRec("same", info), 0);
+    EXPECT_EQ(info.ReturnSystemKey(), test::KeyNumber(10, 0, 0, 128)) << "the smallest key";
+    for (int i = 0; i < kSystems; ++i)
+      ASSERT_EQ(manager->GetSystemRec(key(i), info), 0) << i;
+    EXPECT_EQ(manager->GetSystemRecCount(), kSystems);
+  }
 }
 
 TEST_F(Manager, AReaderNeverTakesTheReusedSlotForTheOldSystem) {
