@@ -210,5 +210,6 @@ bool SlotWalk::ReadBlock() {
     status_ = file_.data_.Read(bytes_.data(), wanted, &got);
   }
   count_ = got / file_.slot_size();
+  tail_ = got % file_.slot_size();
   return count_ != 0;
 }

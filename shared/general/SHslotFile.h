@@ -94,6 +94,8 @@ class SlotWalk {
   std::uint32_t location() const { return base_ + (next_ - 1) * file_.slot_size(); }
   // Why Next gave none: cEOF at the true end of the file.
   int status() const { return status_; }
+  // Octets behind the last whole slot, when Next has come to the end.
+  std::uint32_t tail() const { return tail_; }
 
  private:
   bool ReadBlock();
@@ -103,5 +105,6 @@ class SlotWalk {
   std::uint32_t base_;
   std::uint32_t count_ = 0;
   std::uint32_t next_ = 0;
+  std::uint32_t tail_ = 0;
   int status_ = 0;
 };

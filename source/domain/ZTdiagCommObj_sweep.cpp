@@ -117,7 +117,8 @@ void zt_DiagComm_class::CheckZTDBConnections() {
       SweepInTurn(systems, alarms);
   }
   // Which file and why: nothing was read, or the walk has come to a place that cannot be.
-  if (fErrorNum == messages::kNoSystems || status != kSysDbNoMoreSystems) {
+  if (fErrorNum == messages::kNoSystems || status != kSysDbNoMoreSystems ||
+      database.ReturnTail() != 0) {
     fErrorNum2 = messages::kDetails;
     fErrorParm2 = database.ReturnTrouble(status);
     DisplayErrors();

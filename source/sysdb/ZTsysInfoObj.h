@@ -169,6 +169,8 @@ class zt_SystemDBMgt_class {
 
 // What a status of the database means and what to try: a clause without a full stop.
 std::string SystemDatabaseText(int status);
+// The same of a file that ends with so many octets of a record.
+std::string CutDatabaseText(std::int64_t octets);
 
 enum FILTER_TYPE {
   GLOBAL_ID = 0,
@@ -206,6 +208,8 @@ class zt_SystemDBAccess_class {
   const char* ReturnFileName() const;
   // Which file a status of an operation is about and what it means, for a user.
   std::string ReturnTrouble(int status) const;
+  // Octets of a record that is not whole at the end of the file.
+  std::int64_t ReturnTail() const;
   // The shared manager, for what this facade does not forward.
   zt_SystemDBMgt_class& Manager();
 

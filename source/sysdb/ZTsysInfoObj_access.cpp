@@ -49,6 +49,12 @@ std::string SystemDatabaseText(int status) {
   return status < kIndexNotValid ? std::strerror(status) : "status " + std::to_string(status);
 }
 
+std::string CutDatabaseText(std::int64_t octets) {
+  return "it ends within a record (" + std::to_string(octets) + " of " + std::to_string(kSlotSize) +
+         " octets): a change was killed, or the file is cut and systems are missing; look at it "
+         "with ztsys verify, and into a backup";
+}
+
 zt_SystemDBAccess_class::zt_SystemDBAccess_class(zt_SystemDBOptions options) {
   ++statUserCount;
   if (statSystemInfoObj == nullptr) {
@@ -94,8 +100,7 @@ std::string zt_SystemDBAccess_class::TextOf(int status) const {
   if (status == kSysDbNoMoreSystems && ValidObj() != 0 && statSystemInfoObj->ReturnMade())
     return "it did not exist, and an empty one is made; add systems with ztsys add";
   if (status == kSysDbNoMoreSystems && about.st_size % kSlotSize != 0)
-    return "it holds no system, and " + std::to_string(about.st_size % kSlotSize) +
-           " octets of a record that is cut; look at it with ztsys verify";
+    return CutDatabaseText(about.st_size % kSlotSize);
   return SystemDatabaseText(status);
 }
 
@@ -105,6 +110,11 @@ std::string zt_SystemDBAccess_class::ReturnTrouble(int status) const {
   if (ValidObj() == 0 && status > sys::tFILE_ERRORS::cNOTOPEN && status < kIndexNotValid)
     file += ".sem";
   return file + ": " + TextOf(status);
+}
+
+std::int64_t zt_SystemDBAccess_class::ReturnTail() const {
+  sys::tFILE_STAMP stamp;
+  return statSystemInfoObj->File().GetStamp(stamp) == 0 ? stamp.length % kSlotSize : 0;
 }
 
 zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {

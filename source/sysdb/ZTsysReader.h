@@ -26,6 +26,8 @@ class SystemReader {
   std::int32_t location() const { return static_cast<std::int32_t>(walk_->location()); }
   // Why there is no further slot: 2002, or the file's status.
   int status() const;
+  // Octets of a record that is not whole, seen behind the last one when the end was reached.
+  std::uint32_t tail() const { return walk_->tail(); }
   // Keeps writers off until the reader is gone, if there is a lock file that this user may read.
   int LockOutWriters(const LockPatience& patience) { return file_.LockShared(patience); }
   // Starts again at the first slot.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/ztsys/backup.h"
+// ztsys backup: a whole copy of the database.
 
 #include <sys/stat.h>
 
@@ -26,9 +26,9 @@ bool SameStamp(SystemReader& reader, const sys::tFILE_STAMP& before) {
   return reader.GetStamp(now) == 0 && now == before;
 }
 
-}  // namespace
-
-Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Replace replace) {
+// Copies the database as of one instant: no writer works meanwhile, as far as this user may hold
+// them off.
+Status Copy(const Arguments& arguments, const std::string& to) {
   SystemReader reader;
   if (const Status status = OpenReader(arguments, reader); status != kDone)
     return status;
@@ -43,17 +43,22 @@ Status CopyDatabase(const Arguments& arguments, const std::string& to, sys::Repl
   for (int i = 0; i < kTries; ++i) {
     sys::tFILE_STAMP before;
     reader.GetStamp(before);
-    // One that a change went into is taken back by the next try.
-    const int error = sys::CopyWholeFile(reader.path(), to, i == 0 ? replace : sys::Replace::kYes);
+    const int error = sys::CopyWholeFile(reader.path(), to, sys::Replace::kYes);
     if (error != 0)
       return error == EIO
                  ? FailDatabase(reader.path(), "cannot copy", sys::tFILE_ERRORS::cDEVICE)
                  : Fail(sys::native_path(to) + ": cannot be written: " + std::strerror(error));
-    if (SameStamp(reader, before))
-      return kDone;
+    // A copy that a change went into is replaced by the next try.
+    if (!SameStamp(reader, before))
+      continue;
+    std::printf("copied %s to %s\n", printable(reader.path()).c_str(),
+                printable(sys::native_path(to)).c_str());
+    return ReportTail(reader.path(), before.length % kSlotSize);
   }
   return Fail(reader.path() + ": changes all the time, and its lock may not be taken by this user");
 }
+
+}  // namespace
 
 Status RunBackup(const Arguments& arguments) {
   const std::string& to = arguments.operands[0];
@@ -66,11 +71,7 @@ Status RunBackup(const Arguments& arguments) {
   if (stat(sys::native_path(to).c_str(), &about) == 0 && !S_ISREG(about.st_mode))
     return Fail(sys::native_path(to) +
                 ": cannot be written: not a plain file; name a file to copy to");
-  const Status status = CopyDatabase(arguments, to, sys::Replace::kYes);
-  if (status == kDone)
-    std::printf("copied %s to %s\n", printable(DatabasePath(arguments)).c_str(),
-                printable(sys::native_path(to)).c_str());
-  return status;
+  return Copy(arguments, to);
 }
 
 }  // namespace ztsys

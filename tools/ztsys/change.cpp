@@ -37,8 +37,11 @@ Status ChangeEach(const Arguments& arguments, const std::vector<zt_SystemInfo_cl
 // The systems that the words name; all others are reported.
 Status Collect(const Arguments& arguments, const std::vector<std::string>& words,
                std::vector<zt_SystemInfo_class>& systems) {
+  SystemReader reader;
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
   NameLookups lookups(false);
-  return FindSystems(arguments, words, lookups,
+  return FindSystems(reader, words, lookups,
                      [&](const zt_SystemInfo_class& info) { systems.push_back(info); });
 }
 

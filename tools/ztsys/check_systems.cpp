@@ -25,9 +25,13 @@ Status StoredSystems(const Arguments& arguments, std::vector<SweepSystem>* syste
   SystemReader reader;
   if (const Status status = OpenReader(arguments, reader); status != kDone)
     return status;
-  return ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
+  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
     systems->push_back({info.ReturnSystemName(), info.ReturnGroupName(), info.ReturnSystemKey()});
   });
+  // The others can be checked.
+  if (reader.tail() != 0)
+    Tell(reader.path() + ": " + CutDatabaseText(reader.tail()));
+  return status;
 }
 
 bool DatabaseExists(const Arguments& arguments) {

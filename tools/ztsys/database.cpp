@@ -72,10 +72,8 @@ struct Wanted {
   std::unordered_map<SystemKey, std::vector<Found*>> keys;
 };
 
-Status Search(const Arguments& arguments, const Wanted& wanted) {
-  SystemReader reader;
-  if (const Status status = OpenReader(arguments, reader); status != kDone)
-    return status;
+Status Search(SystemReader& reader, const Wanted& wanted) {
+  reader.Rewind();
   std::vector<std::pair<Found*, zt_SystemInfo_class>> by_address;
   const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
     if (const auto at = wanted.names.find(info.ReturnSystemName()); at != wanted.names.end())
@@ -93,8 +91,7 @@ Status Search(const Arguments& arguments, const Wanted& wanted) {
   return status;
 }
 
-Status SearchByOtherNames(const Arguments& arguments, NameLookups& lookups,
-                          std::vector<Found>& found) {
+Status SearchByOtherNames(SystemReader& reader, NameLookups& lookups, std::vector<Found>& found) {
   std::vector<std::string> names;
   for (const Found& one : found)
     if (one.systems.empty() && !LooksLikeAddress(one.word))
@@ -106,13 +103,13 @@ Status SearchByOtherNames(const Arguments& arguments, NameLookups& lookups,
   for (Found& one : found)
     if (const auto at = addresses.find(one.word); at != addresses.end() && one.systems.empty())
       wanted.keys[at->second].push_back(&one);
-  return wanted.keys.empty() ? kDone : Search(arguments, wanted);
+  return wanted.keys.empty() ? kDone : Search(reader, wanted);
 }
 
 // A word that names no system, or several.
-Status FailFound(const Arguments& arguments, const Found& found) {
+Status FailFound(const std::string& path, const Found& found) {
   if (found.systems.empty())
-    return Fail("no system '" + found.word + "' in " + DatabasePath(arguments), kNoSuchSystem);
+    return Fail("no system '" + found.word + "' in " + path, kNoSuchSystem);
   std::string addresses;
   for (const zt_SystemInfo_class& info : found.systems)
     addresses += (addresses.empty() ? "" : ", ") + AddressText(info.ReturnSystemKey());
@@ -152,7 +149,11 @@ Status ForEachSystem(SystemReader& reader,
   return status == kSysDbNoMoreSystems ? kDone : FailDatabase(reader.path(), "cannot read", status);
 }
 
-Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
+Status ReportTail(const std::string& path, std::int64_t octets) {
+  return octets == 0 ? kDone : Fail(path + ": " + CutDatabaseText(octets), kDamaged);
+}
+
+Status FindSystems(SystemReader& reader, const std::vector<std::string>& words,
                    NameLookups& lookups,
                    const std::function<void(const zt_SystemInfo_class&)>& take) {
   std::vector<Found> found;
@@ -165,16 +166,16 @@ Status FindSystems(const Arguments& arguments, const std::vector<std::string>& w
     if (const auto key = ParseAddress(one.word))
       wanted.keys[*key].push_back(&one);
   }
-  if (const Status status = Search(arguments, wanted); status != kDone)
+  if (const Status status = Search(reader, wanted); status != kDone)
     return status;
-  if (const Status status = SearchByOtherNames(arguments, lookups, found); status != kDone)
+  if (const Status status = SearchByOtherNames(reader, lookups, found); status != kDone)
     return status;
   Outcome outcome;
   for (const Found& one : found) {
     if (one.systems.size() == 1)
       take(one.systems[0]);
     else
-      outcome.Add(FailFound(arguments, one));
+      outcome.Add(FailFound(reader.path(), one));
   }
   return outcome.status();
 }
@@ -214,6 +215,9 @@ std::unique_ptr<Change> Change::Begin(const Arguments& arguments, Missing missin
     status = FailDatabase(path, "cannot read", error);
     return nullptr;
   }
+  // The next insert writes over it.
+  if (const std::int64_t tail = change->db_->ReturnTail(); tail != 0)
+    Tell(path + ": " + CutDatabaseText(tail));
   return change;
 }
 

@@ -27,10 +27,13 @@ Status OpenReader(const Arguments& arguments, SystemReader& reader);
 Status ForEachSystem(SystemReader& reader,
                      const std::function<void(const zt_SystemInfo_class&)>& take);
 
+// Reports a file that ends with so many octets of a record, if any: kDamaged.
+Status ReportTail(const std::string& path, std::int64_t octets);
+
 // Gives the systems that the user's words name to `take`, in the order of the words: by the name
 // stored for them, by their address, or by another name of their address. Reports a word that names
 // none, or several. In one pass over the file, or two when a name has to be looked up.
-Status FindSystems(const Arguments& arguments, const std::vector<std::string>& words,
+Status FindSystems(SystemReader& reader, const std::vector<std::string>& words,
                    NameLookups& lookups,
                    const std::function<void(const zt_SystemInfo_class&)>& take);
 

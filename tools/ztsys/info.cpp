@@ -73,7 +73,7 @@ Status RunInfo(const Arguments& arguments) {
   std::printf("  Size              : %lld octets\n", static_cast<long long>(about.st_size));
   std::printf("  Last change       : %s\n", TimeText(about.st_mtime).c_str());
   std::printf("  You may           : %s\n", printable(Rights(reader.path())).c_str());
-  return status;
+  return status != kDone ? status : ReportTail(reader.path(), reader.tail());
 }
 
 }  // namespace ztsys

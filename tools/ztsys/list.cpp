@@ -196,7 +196,7 @@ Status PrintAsRead(const Arguments& arguments, SystemReader& reader, const Filte
     output.text() += JsonOf(info, names);
     output.EndLine();
   });
-  return status;
+  return status != kDone ? status : ReportTail(reader.path(), reader.tail());
 }
 
 void PrintTable(const SystemStore& systems, const std::vector<std::uint32_t>& order,
@@ -258,7 +258,7 @@ Status RunList(const Arguments& arguments) {
     PrintTable(systems, order, widths);
   else
     PrintOrdered(arguments, systems, order);
-  return status;
+  return status != kDone ? status : ReportTail(reader.path(), reader.tail());
 }
 
 }  // namespace ztsys

@@ -16,11 +16,14 @@ namespace {
 // The systems that the words name, or all. Words that name none, or several, are reported.
 Status Collect(const Arguments& arguments, NameLookups& lookups, SystemStore& systems) {
   const auto take = [&](const zt_SystemInfo_class& info) { systems.Add(info); };
-  if (!arguments.operands.empty())
-    return FindSystems(arguments, arguments.operands, lookups, take);
   SystemReader reader;
-  const Status status = OpenReader(arguments, reader);
-  return status != kDone ? status : ForEachSystem(reader, take);
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
+  Outcome outcome;
+  outcome.Add(arguments.operands.empty() ? ForEachSystem(reader, take)
+                                         : FindSystems(reader, arguments.operands, lookups, take));
+  outcome.Add(ReportTail(reader.path(), reader.tail()));
+  return outcome.status();
 }
 
 HostNames HostNamesOf(NameLookups& lookups, const SystemStore& systems) {

@@ -19,7 +19,6 @@
 #include "platform/sys/whole_file.h"
 #include "source/support/ZTprintable.h"
 #include "source/sysdb/ZTbackConnect.h"
-#include "tools/ztsys/backup.h"
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/fields.h"
 

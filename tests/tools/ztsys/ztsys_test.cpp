@@ -277,6 +277,26 @@ TEST_F(Ztsys, VerifiesAndRepairsWhatIsCertain) {
   EXPECT_NE(Db({"verify"}).err.find("ztsysxref:2: a hyphen"), std::string::npos);
 }
 
+// A killed change and a file that was cut look the same: whoever reads fails, whoever changes goes
+// on.
+TEST_F(Ztsys, TellsWhereTheFileEndsWithinARecord) {
+  Store({test::VersionSlot(4), test::SystemSlot(test::Key(10, 0, 0, 1), "s"), "half a slot"});
+  const std::string why = db_ + ": it ends within a record (11 of 501 octets)";
+  Follow({{{"list"}, 7, why},
+          {{"list", "--csv"}, 7, why},
+          {{"show", "-n", "s"}, 7, why},
+          {{"show", "-n", "other"}, 1, why},
+          {{"alarms", "-n"}, 7, why},
+          {{"info"}, 7, why},
+          {{"backup", folder_ / "copy"}, 7, why}});
+  EXPECT_EQ(Db({"list", "--csv"}).out, "name,address,group,type\ns,10.0.0.1,,\n");
+  EXPECT_EQ(test::ReadFile(folder_ / "copy"), test::ReadFile(db_));
+  const Outcome changed = Db({"set", "s", "--group", "g"});
+  EXPECT_EQ(changed.status, 0);
+  EXPECT_NE(changed.err.find(why), std::string::npos) << changed.err;
+  Follow({{{"add", "10.0.0.2"}, 0, ""}, {{"list"}, 0, ""}});
+}
+
 TEST_F(Ztsys, ConvertsTheOlderLayoutAloudAndOnlyToChangeIt) {
   const std::string older = test::VersionSlot(3) + test::SystemSlot(test::Key(10, 0, 0, 1), "old");
   Store({older});
