@@ -2,6 +2,7 @@
 #include "agent/recorder/scenario_writer.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -86,8 +87,11 @@ class Table {
       raw(key, quoted(rpc::uuid_to_text(value)));
   }
   void status(std::string_view key, const std::optional<std::uint32_t>& value) {
-    if (value)
-      raw(key, std::to_string(*value));
+    char text[16];
+    if (!value)
+      return;
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(*value));
+    raw(key, text);
   }
   void flag(std::string_view key, bool value, bool otherwise) {
     if (value != otherwise)
