@@ -17,6 +17,7 @@
 #include "agent/output_file.h"
 #include "agent/recorder/agent_walk.h"
 #include "agent/recorder/anonymizer.h"
+#include "agent/recorder/file_texts.h"
 #include "agent/recorder/loopback.h"
 #include "agent/recorder/scenario_writer.h"
 #include "platform/rpc/names/network_address.h"
@@ -78,7 +79,7 @@ struct Host {
   std::string name;
   std::uint32_t address = 0;
   std::vector<System> systems;
-  std::size_t missing = 0;
+  std::vector<std::string> missing;
 };
 
 // Lines for standard error, of texts that come from servers. On a terminal what is being done
@@ -135,6 +136,7 @@ class Recording {
     if (arguments_.anonymous)
       hide(systems, addresses);
     move_to_loopback(systems, addresses);
+    mend_texts(systems);
     give_source_keys(systems);
     if (!write(systems))
       return 1;
@@ -162,7 +164,7 @@ class Recording {
     walk.step = [&](const std::string& text) { teller_.line(name, text); };
     walk.detail = [&](const std::string& text) { teller_.passing(name, text); };
     walk.missing = [&](const std::string& text) {
-      ++host.missing;
+      host.missing.push_back(text);
       teller_.line(name, "could not be had: " + text);
     };
     walk.ended = [&]() -> std::string {
@@ -180,7 +182,8 @@ class Recording {
     std::vector<System> all;
     for (Host& host : hosts_) {
       lost_hosts_ += host.systems.empty() ? 1 : 0;
-      missing_ += host.missing;
+      for (const std::string& text : host.missing)
+        missing_.push_back(host.name + ": " + text);
       std::move(host.systems.begin(), host.systems.end(), std::back_inserter(all));
     }
     return all;
@@ -189,11 +192,21 @@ class Recording {
   void hide(std::vector<System>& systems, LoopbackAddresses& addresses) {
     for (const System& system : systems)
       addresses.of(system.address);
-    if (const std::size_t dropped = anonymize(systems, addresses); dropped != 0) {
-      missing_ += dropped;
-      teller_.line(arguments_.output, "left out: " + counted(dropped, "element") +
-                                          " of endpoint maps that cannot be read");
-    }
+    const std::size_t dropped = anonymize(systems, addresses);
+    if (dropped != 0)
+      miss("left out: " + counted(dropped, "element") + " of endpoint maps that cannot be read");
+  }
+
+  void mend_texts(std::vector<System>& systems) {
+    for (const ReplacedOctets& lost : make_utf8(systems))
+      miss(lost.where + ": written as '?': " + counted(lost.count, "octet") + " that " +
+           (lost.count == 1 ? "is" : "are") + " no UTF-8");
+  }
+
+  // What the file lacks of what the hosts told.
+  void miss(const std::string& text) {
+    missing_.push_back(text);
+    teller_.line(arguments_.output, text);
   }
 
   bool write(const std::vector<System>& systems) const {
@@ -212,8 +225,8 @@ class Recording {
     }
     teller_.line(arguments_.output, counted(systems.size(), "system") + ", " +
                                         counted(sources, "data source") + ", " +
-                                        counted(rows, "row") + "; " + counted(missing_, "thing") +
-                                        " could not be had");
+                                        counted(rows, "row") + "; " +
+                                        counted(missing_.size(), "thing") + " could not be had");
     return true;
   }
 
@@ -221,6 +234,11 @@ class Recording {
     std::vector<std::string> lines = {"A recording, made by hxasim record. For a hosts file:"};
     for (const System& system : systems)
       lines.push_back("  " + rpc::dotted(system.address) + " " + system.name);
+    lines.push_back(counted(missing_.size(), "thing") + " could not be had" +
+                    (missing_.empty() || arguments_.anonymous ? "." : ":"));
+    if (!arguments_.anonymous)  // they have names in them
+      for (const std::string& text : missing_)
+        lines.push_back("  " + text);
     return lines;
   }
 
@@ -232,7 +250,7 @@ class Recording {
   std::set<std::uint32_t> taken_;
   std::vector<Host> hosts_;
   std::size_t lost_hosts_ = 0;
-  std::size_t missing_ = 0;
+  std::vector<std::string> missing_;
 };
 
 }  // namespace

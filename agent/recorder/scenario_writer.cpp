@@ -7,6 +7,7 @@
 #include <set>
 #include <string_view>
 
+#include "agent/recorder/file_texts.h"
 #include "agent/scenario_names.h"
 #include "agent/scenario_parser.h"
 #include "platform/rpc/names/socket_address.h"
@@ -19,19 +20,9 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-std::string as_utf8(std::string text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = sys::utf8_length(std::string_view(text).substr(at));
-    if (length == 0)
-      text[at] = '?';
-    at += length == 0 ? 1 : length;
-  }
-  return text;
-}
-
 std::string quoted(std::string_view text) {
   std::string out = "\"";
-  for (const char c : as_utf8(std::string(text))) {
+  for (const char c : text) {
     const auto octet = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += {'\\', c};
@@ -325,14 +316,16 @@ void give_source_keys(std::vector<System>& systems) {
   std::set<std::string> keys;
   for (System& system : systems)
     for (RepositoryServer& repository : system.repositories)
-      repository.source_key = fresh_key(as_utf8(repository.source->label), keys);
+      repository.source_key = fresh_key(repository.source->label, keys);
 }
 
 std::string scenario_text(const std::vector<System>& systems,
                           std::span<const std::string> comments) {
   std::string out;
-  for (const std::string& comment : comments)
-    out += "# " + comment + "\n";
+  for (std::string comment : comments) {
+    make_utf8(comment);
+    out += "# " + sys::printable(comment) + "\n";
+  }
   std::set<std::string> written;
   for (const System& system : systems)
     for (const RepositoryServer& repository : system.repositories)

@@ -18,8 +18,8 @@ void give_source_keys(std::vector<System>& systems);
 // failures and elements; servers with port, byte order, state, listening, object and behaviours
 // that are a status, fault, reject, cut, silence, death or restart; sources with the rows of their
 // classes written out. Everything else must have its default. Repository servers share a source by
-// its key. Octets that are no UTF-8, which a file cannot hold, are written as '?'. The comments
-// stand at the top, one a line.
+// its key. Texts are UTF-8 (see make_utf8), but for the comments, which stand at the top, one a
+// line.
 std::string scenario_text(const std::vector<System>& systems,
                           std::span<const std::string> comments);
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/recorder/anonymizer.h"
+#include "agent/recorder/file_texts.h"
 #include "agent/recorder/scenario_writer.h"
 
 namespace agent::recorder {
@@ -70,6 +71,17 @@ TEST(Anonymizer, ReplacesTheSameByTheSameInsideTexts) {
   for (std::size_t i = 0; i < data.rows.size(); ++i)
     EXPECT_EQ(std::get<std::string>(data.rows[i].cells[0]), cases[i].made_up) << cases[i].text;
   EXPECT_EQ(data.name, "CLASS_1");
+}
+
+TEST(FileTexts, AreUtf8AndTellWhatTheyLost) {
+  std::vector<System> systems = system_with({"\xE9t\xE9", "caf\xC3\xA9"});
+  const std::vector<ReplacedOctets> lost = make_utf8(systems);
+  ASSERT_EQ(lost.size(), 1U);
+  EXPECT_EQ(lost.front().where, "web01.shop.example, data source SHOP, class QUEUES");
+  EXPECT_EQ(lost.front().count, 2U);
+  const ClassData& data = systems.front().repositories.front().source->classes.front();
+  EXPECT_EQ(data.rows[0].cells[0], Cell(std::string("?t?")));
+  EXPECT_EQ(data.rows[1].cells[0], Cell(std::string("caf\xC3\xA9")));
 }
 
 // Whatever a server sends as a text, the file reads back as the same.
