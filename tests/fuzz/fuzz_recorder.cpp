@@ -12,6 +12,7 @@
 #include "agent/recorder/agent_walk.h"
 #include "agent/recorder/anonymizer.h"
 #include "agent/recorder/broker_question.h"
+#include "agent/recorder/file_texts.h"
 #include "agent/recorder/loopback.h"
 #include "agent/recorder/scenario_writer.h"
 #include "tests/fuzz/require.h"
@@ -30,11 +31,12 @@ namespace {
 
 constexpr std::uint32_t kNow = 1'700'000'000;
 
-std::vector<System> recorded() {
+std::vector<System> recorded(std::vector<std::string>& missing) {
   Room room;
   Walk walk;
   walk.room = &room;
-  walk.step = walk.detail = walk.missing = [](const std::string&) {};
+  walk.step = walk.detail = [](const std::string&) {};
+  walk.missing = [&](const std::string& text) { missing.push_back(text); };
   std::size_t asked = 0;
   walk.ended = [&]() -> std::string { return ++asked < 1000 ? "" : "enough"; };
   return record_agent("sys1", 0x7F000001, walk);
@@ -54,16 +56,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const std::vector<std::byte> map = endpoint_map::lookup_reply(
       true, 0, {{0, endpoint_map::udp_tower(127, 0, 0, 1, 2001), ""}}, 0);
   fuzz::script_replies(data + 1, size - 1, (data[0] & 1) != 0 ? map : std::vector<std::byte>());
-  std::vector<System> systems = recorded();
+  std::vector<std::string> missing;
+  std::vector<System> systems = recorded(missing);
   LoopbackAddresses addresses;
   if ((data[0] & 2) != 0)
     anonymize(systems, addresses);
   move_to_loopback(systems, addresses);
+  make_utf8(systems);
   give_source_keys(systems);
-  const std::string first = scenario_text(systems, {});
-  const std::string second = scenario_text(read(first).systems, {});
+  const std::string first = scenario_text(systems, missing);
+  const std::string second = scenario_text(read(first).systems, missing);
   // A label that has become the usual one of its name is not written again.
   fuzz::require(second.size() <= first.size());
-  fuzz::require(scenario_text(read(second).systems, {}) == second);
+  fuzz::require(scenario_text(read(second).systems, missing) == second);
   return 0;
 }
