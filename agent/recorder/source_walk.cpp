@@ -79,11 +79,17 @@ class SourceWalk {
              "rep_LookupTable", "classes", kClassBatch, kMostClasses,
              [&](auto... rest) { zt_v2_rep_LookupTable(server_.handle(), kAll, rest...); }))
       record_.source.classes.push_back(class_of(table));
+    std::size_t unread = 0;
     for (ClassData& data : record_.source.classes) {
-      if (!go_on())
-        break;
-      read_class(data);
+      if (go_on()) {
+        read_class(data);
+      } else {
+        mend(data);
+        ++unread;
+      }
     }
+    if (unread != 0)
+      missing("its last " + std::to_string(unread) + " classes, but for their descriptors");
     return std::move(record_);
   }
 
@@ -194,7 +200,8 @@ class SourceWalk {
     const bool known = std::any_of(data.metrics.begin(), data.metrics.end(),
                                    [&](const auto& one) { return one.id == data.discriminator; });
     if (data.discriminator != kNoDiscriminator && !known) {
-      missing("class " + data.name + ": its discriminator, which is no metric of it");
+      if (!data.metrics.empty())
+        missing("class " + data.name + ": its discriminator, which is no metric of it");
       data.discriminator = kNoDiscriminator;
     }
     if (data.interval < 1) {
