@@ -14,11 +14,19 @@ namespace rpc::server {
 namespace {
 
 constexpr std::size_t kAuthenticationField = 78;
-constexpr std::uint8_t kReservedFlags = 0x81;
+constexpr std::uint8_t kReservedFlags1 = 0x81;
+constexpr std::uint8_t kReservedFlags2 = 0xFD;  // all but that a cancel is pending
 
 // How far `a` is ahead of `b` among sequence numbers, which wrap at 32 bits.
 std::int32_t ahead(std::uint32_t a, std::uint32_t b) {
   return static_cast<std::int32_t>(a - b);
+}
+
+std::string_view why_no_packet(std::span<const std::byte> datagram) {
+  if (datagram.size() < kHeaderSize)
+    return "it is shorter than a packet's header";
+  return decode_header(datagram) ? "its length is more than what came"
+                                 : "its version, type or number format is none of this protocol";
 }
 
 }  // namespace
@@ -87,11 +95,12 @@ void ServerCore::receive(std::span<const std::byte> datagram, const SocketAddres
 // Authentication is not spoken here, and a client that wants it must hear so.
 void ServerCore::on_undecodable(std::span<const std::byte> datagram, const SocketAddress& source) {
   std::vector<std::byte> plain(datagram.begin(), datagram.end());
-  if (plain.size() < kHeaderSize || plain[kAuthenticationField] == std::byte{0})
-    return tell(CoreEvent::Kind::violation, source, "this is no packet");
-  plain[kAuthenticationField] = std::byte{0};
+  if (plain.size() >= kHeaderSize)
+    plain[kAuthenticationField] = std::byte{0};
   const std::optional<Packet> packet = decode_packet(plain);
-  if (packet && packet->header.type == PacketType::request && packet->header.fragment == 0)
+  if (!packet)
+    tell(CoreEvent::Kind::violation, source, why_no_packet(plain));
+  else if (packet->header.type == PacketType::request && packet->header.fragment == 0)
     send_reject(packet->header, source, nca::kUnsupportedAuthentication);
 }
 
@@ -101,7 +110,8 @@ void ServerCore::look_for_violations(const Arrival& arrival, std::size_t datagra
   };
   if (datagram_size > kHeaderSize + arrival.packet.body.size())
     violation("octets are left over behind the packet");
-  if ((arrival.header().flags1 & kReservedFlags) != 0)
+  if ((arrival.header().flags1 & kReservedFlags1) != 0 ||
+      (arrival.header().flags2 & kReservedFlags2) != 0)
     violation("reserved flags are set");
   const bool fragment = (arrival.header().flags1 & kFlagFragment) != 0;
   if (!fragment && arrival.header().type == PacketType::request &&

@@ -394,6 +394,56 @@ TEST(ServerCoreTest, DropsWhatIsNotForIt) {
   EXPECT_EQ(names(server.in(unknown)), "") << "nobody waits for its answer";
 }
 
+TEST(ServerCoreTest, TellsEachBreachAndAnswersAsEver) {
+  using Bytes = std::vector<std::byte>;
+  struct Case {
+    std::string told;
+    std::string answer;
+    void (*spoil)(Bytes& request);
+  };
+  const std::string none_of_ours = "its version, type or number format is none of this protocol";
+  const Case cases[] = {
+      {"", "response", [](Bytes&) {}},
+      {"it is shorter than a packet's header", "", [](Bytes& of) { of.resize(79); }},
+      {none_of_ours, "", [](Bytes& of) { of[0] = std::byte{5}; }},
+      {none_of_ours, "", [](Bytes& of) { of[1] = std::byte{30}; }},
+      {none_of_ours, "", [](Bytes& of) { of[4] = std::byte{0x30}; }},
+      {"its length is more than what came", "", [](Bytes& of) { of.pop_back(); }},
+      {"its length is more than what came", "",
+       [](Bytes& of) {
+         of[78] = std::byte{1};  // authentication
+         of.pop_back();
+       }},
+      {"octets are left over behind the packet", "response",
+       [](Bytes& of) { of.push_back(std::byte{0}); }},
+      {"reserved flags are set", "response", [](Bytes& of) { of[2] |= std::byte{0x80}; }},
+      {"reserved flags are set", "response", [](Bytes& of) { of[3] |= std::byte{0x40}; }},
+      {"", "response", [](Bytes& of) { of[3] |= std::byte{0x02}; }},
+      {"a request in one packet says that it is a fragment", "response",
+       [](Bytes& of) { of[2] |= std::byte{kFlagLastFragment}; }},
+      {"the request says that the operation is idempotent", "response",
+       [](Bytes& of) { of[2] |= std::byte{kFlagIdempotent}; }},
+  };
+  for (const Case& each : cases) {
+    CoreOptions options = options_of(CallBack::none);
+    std::string told;
+    options.on_event = [&](const CoreEvent& event) { told += event.detail; };
+    Server server(options);
+    Bytes request = encode_packet(Server::request(0, kChangeOperation), pattern(8));
+    each.spoil(request);
+    server.core.receive(request, kClient, server.now);
+    EXPECT_EQ(names(server.run()), each.answer) << each.told;
+    EXPECT_EQ(told, each.told);
+    if (each.answer.empty())
+      continue;
+    server.after(seconds(31));
+    EXPECT_EQ(told, each.told + "an answer was never acknowledged");
+    server.in(Server::request(1, kChangeOperation));
+    EXPECT_EQ(server.serve(2), "response");
+    EXPECT_TRUE(told.ends_with("a call begins while another of its activity runs"));
+  }
+}
+
 // --- Who are you?
 
 std::vector<std::byte> who_answer(const Sent& asked, std::uint32_t sequence,
