@@ -219,9 +219,12 @@ void ServerLog::call(const rpc::server::CallInfo& call, const rpc::OperationSpec
 
 void ServerLog::behaviour(const rpc::server::CallInfo& call, const rpc::OperationSpec& operation,
                           const OperationScript::Choice& choice) {
-  // Such a call does not come to an end.
-  if (choice.verdict.action == rpc::server::Verdict::Action::silent ||
-      choice.verdict.action == rpc::server::Verdict::Action::working)
+  using Action = rpc::server::Verdict::Action;
+  const Action action = choice.verdict.action;
+  const bool comes_to_an_end =
+      action == Action::run ||
+      (action == Action::no_call && choice.verdict.delay != std::chrono::milliseconds(0));
+  if (!comes_to_an_end)
     ++operations_[operation.name].calls;
   if (log_.enabled())
     log_.write(LogEvent("behaviour", name_)

@@ -37,6 +37,10 @@ constexpr std::uint16_t kInquireStatistics = 1;
 constexpr std::uint16_t kStopListening = 3;
 constexpr std::uint16_t kInquirePrincipal = 4;
 
+error_status_t refusal_status(std::uint16_t opnum) {
+  return opnum == kStopListening ? RPC_S_ACCESS_DENIED : RPC_S_CANNOT_SUPPORT;
+}
+
 // No statistic of a conformant array, an empty name in the room that the client has for it (its
 // second parameter), and the status.
 std::vector<std::byte> refusal(std::uint16_t opnum, std::span<const std::byte> request,
@@ -51,7 +55,7 @@ std::vector<std::byte> refusal(std::uint16_t opnum, std::span<const std::byte> r
     out.put_conformant_varying(std::max<std::uint32_t>(room, 1), 1);
     out.put(char{0});
   }
-  out.put(opnum == kStopListening ? RPC_S_ACCESS_DENIED : RPC_S_CANNOT_SUPPORT);
+  out.put(refusal_status(opnum));
   return out.take();
 }
 
@@ -79,11 +83,15 @@ const OperationSpec* ManagementInterface::operation(std::uint16_t opnum) const {
 Outcome ManagementInterface::dispatch(const CallInfo& call, std::uint16_t opnum,
                                       std::span<const std::byte> request,
                                       DataRepresentation representation, bool reply_little_endian) {
-  if (opnum == kInquireInterfaces)
-    return {Outcome::Kind::reply, 0, interface_list(interfaces_, reply_little_endian)};
-  if (mgmt_Server::operation(opnum) == nullptr && operation(opnum) != nullptr)
+  const bool refused = opnum != kInquireInterfaces && mgmt_Server::operation(opnum) == nullptr &&
+                       operation(opnum) != nullptr;
+  if (call.record != nullptr)
+    call.record->status = refused ? refusal_status(opnum) : 0;
+  if (refused)
     return {Outcome::Kind::reply, 0,
             refusal(opnum, request, representation.little_endian, reply_little_endian)};
+  if (opnum == kInquireInterfaces)
+    return {Outcome::Kind::reply, 0, interface_list(interfaces_, reply_little_endian)};
   return mgmt_Server::dispatch(call, opnum, request, representation, reply_little_endian);
 }
 

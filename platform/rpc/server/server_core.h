@@ -10,6 +10,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -188,6 +189,10 @@ class ServerCore {
   void repeat_answer(Activity& activity);
   void answer_again(Activity& activity, Time now);
   void look_at(Activity& activity, Time now);
+  // How long a client may leave something unfinished: no longer than it is remembered.
+  Duration kept(Duration longest) const {
+    return std::min<Duration>(longest, options_.client_silence);
+  }
 
   void call_back(Activity& activity);
   void end_call_back(Activity& activity);

@@ -81,7 +81,7 @@ void ServerCore::take_request_packet(const Arrival& arrival, Activity& activity)
       activities_.hold(activity, size);
       break;
   }
-  activity.keep_until = arrival.now + kPartKept;
+  activity.keep_until = arrival.now + kept(kPartKept);
   if (activity.joiner.fack_due())
     send_request_fack(activity);
   if (activity.joiner.complete())
@@ -187,7 +187,7 @@ void ServerCore::answer(Activity& activity, Outcome outcome, Time now) {
   activity.last_answer_sent = now;
   if (reply)
     activities_.hold(activity, activity.answer.size());
-  activity.keep_until = now + kAnswerRepeated;
+  activity.keep_until = now + kept(kAnswerRepeated);
   // What the client need not acknowledge is not repeated unasked.
   if (reply && activity.sender.single() && !activity.idempotent())
     activity.answer_clock.start(now, kFirstAnswerRepeat);
@@ -217,7 +217,7 @@ void ServerCore::answer_again(Activity& activity, Time now) {
   if (now - activity.last_answer_sent < kLeastAnswerGap)
     return;
   activity.last_answer_sent = now;
-  activity.keep_until = now + kAnswerRepeated;
+  activity.keep_until = now + kept(kAnswerRepeated);
   repeat_answer(activity);
   activities_.begin_sending(activity);
 }
@@ -236,7 +236,7 @@ void ServerCore::on_fack(const Arrival& arrival, Activity* of_packet) {
     release_call(activity);
     return;
   }
-  activity.keep_until = now + kAnswerRepeated;
+  activity.keep_until = now + kept(kAnswerRepeated);
   activities_.begin_sending(activity);
 }
 

@@ -725,18 +725,23 @@ TEST(ServerCoreTest, ForgetsAPartThatASilentClientLeftAndAsksForTheWholeAgain) {
 // --- Bounds of the table
 
 TEST(ServerCoreTest, ForgetsASilentClientAndTellsItsOwner) {
-  Server server;
-  server.serve(0);
-  server.in(Server::packet(PacketType::ack, 0));
-  server.after(seconds(599));
-  EXPECT_TRUE(server.core.take_gone_clients().empty());
-  server.in(Server::packet(PacketType::ping, 0));
-  server.after(seconds(599));
-  EXPECT_TRUE(server.core.take_gone_clients().empty());
-  server.after(seconds(2));
-  EXPECT_EQ(server.core.take_gone_clients(), (std::vector<uuid_t>{kActivity}));
-  EXPECT_EQ(server.core.statistics().activities, 0u);
-  EXPECT_EQ(server.core.wakeup(), std::nullopt);
+  for (const bool acknowledges : {true, false})
+    for (const seconds silence : {seconds(600), seconds(3)}) {
+      CoreOptions options = options_of(CallBack::none);
+      options.client_silence = silence;
+      Server server(options);
+      for (const std::uint32_t sequence : {0U, 1U}) {
+        server.after(silence - seconds(1));
+        EXPECT_TRUE(server.core.take_gone_clients().empty());
+        server.serve(sequence);
+        if (acknowledges)
+          server.in(Server::packet(PacketType::ack, sequence));
+      }
+      server.after(silence + seconds(1));
+      EXPECT_EQ(server.core.take_gone_clients(), (std::vector<uuid_t>{kActivity}));
+      EXPECT_EQ(server.core.statistics().activities, 0u);
+      EXPECT_EQ(server.core.wakeup(), std::nullopt);
+    }
 }
 
 TEST(ServerCoreTest, MakesRoomForNewClientsButNeverDropsABusyOne) {
