@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "agent/scenario_names.h"
 #include "platform/rpc/wire/path_limit.h"
 
 namespace agent {
@@ -165,6 +166,13 @@ void DatagramServer::leave_socket(bool shared_socket) {
     close();
 }
 
+void DatagramServer::set_objects(std::vector<uuid_t> objects) {
+  if (objects == contents_.objects)
+    return;
+  contents_.objects = std::move(objects);
+  close();
+}
+
 std::string DatagramServer::apply(const ServerSettings& settings, bool shared_socket, bool revive) {
   leave_socket(shared_socket);
   const bool stays =
@@ -172,11 +180,21 @@ std::string DatagramServer::apply(const ServerSettings& settings, bool shared_so
   const ServerSettings old = std::exchange(settings_, settings);
   if (settings_.state != old.state)
     log_.state(std::string("is ") + name_of(settings_.state) + " now");
-  if (settings_.behaviours != old.behaviours)
+  if (settings_.behaviours != old.behaviours) {
     script_.replace(settings_.behaviours);
+    log_.state("has other behaviours now");
+  }
+  if (settings_.network != old.network)
+    log_.state("has another network now");
+  if (settings_.listening != old.listening)
+    log_.state("has listening = \"" + std::string(name_of(settings_.listening, kListenings)) +
+               "\" now");
   if (!stays) {
     close();
-    return open();
+    std::string failure = open();
+    if (failure.empty() && endpoint_ != nullptr && endpoint_->alive())
+      log_.state("is opened anew, on port " + std::to_string(port_));
+    return failure;
   }
   endpoint_->set_management(management(settings_.listening));
   if (settings_.network != old.network)

@@ -40,6 +40,9 @@ class DatagramServer {
   // is opened anew. With `revive`, one that died lives again. An empty text, or what failed.
   std::string apply(const ServerSettings& settings, bool shared_socket, bool revive);
 
+  // The same for the objects that calls may name: others end it, and apply() opens it anew.
+  void set_objects(std::vector<uuid_t> objects);
+
   // The first half of apply() for one whose socket is to be shared or its own from now on: a port
   // can only be opened in one manner when nobody holds it in the other.
   void leave_socket(bool shared_socket);

@@ -189,6 +189,7 @@ std::string SimulatedSystem::apply_repositories(const System& wanted, const Sock
       RepositoryNode& node = *repositories_.back();
       node.serve(around_.repositories.of(one.source));
       node.registration = one.registration;
+      node.server.set_objects(objects_of(one.registration));
       failure =
           node.server.apply(one.server, sharing.server(wanted, one.server), node.key == revived);
     }
@@ -219,6 +220,7 @@ std::string SimulatedSystem::apply_alarm(const System& wanted, const SocketShari
   }
   if (!system_.alarm->same_contents(*wanted.alarm))
     alarm_->alarms.reset(*wanted.alarm);
+  alarm_->server.set_objects(objects_of(wanted.alarm->registration));
   return alarm_->server.apply(wanted.alarm->server, shared, revived == "alarm");
 }
 
