@@ -42,19 +42,23 @@ std::string read_whole(const std::string& path) {
   return filled == text.size() ? text : std::string();
 }
 
+bool is_blank(char letter) {
+  return letter == ' ' || (letter >= '\t' && letter <= '\r');
+}
+
 // The words of the next line that has any, its comment cut off; none at the end of the text.
 std::vector<std::string_view> next_words(std::string_view& text) {
-  constexpr std::string_view kBlank = " \t\r\v\f";
   std::vector<std::string_view> words;
   while (words.empty() && !text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     std::string_view line = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     line = line.substr(0, line.find('#'));
-    for (std::size_t at; (at = line.find_first_not_of(kBlank)) != std::string_view::npos;) {
-      line.remove_prefix(at);
-      words.push_back(line.substr(0, line.find_first_of(kBlank)));
-      line.remove_prefix(words.back().size());
+    auto at = line.begin();
+    while ((at = std::find_if_not(at, line.end(), is_blank)) != line.end()) {
+      const auto word_end = std::find_if(at, line.end(), is_blank);
+      words.emplace_back(at, word_end);
+      at = word_end;
     }
   }
   return words;
@@ -159,8 +163,15 @@ std::optional<NetworkFiles::Host> NetworkFiles::host_at(std::uint32_t address) c
 
 std::optional<std::uint16_t> NetworkFiles::port_of(std::string_view service,
                                                    std::string_view protocol) const {
-  std::string_view rest = services_;
-  for (auto words = next_words(rest); !words.empty(); words = next_words(rest)) {
+  // Only lines that have the name somewhere are taken apart: there are hundreds of others.
+  const std::string_view text = services_;
+  std::size_t at = 0;
+  while (!service.empty() && (at = text.find(service, at)) != std::string_view::npos) {
+    const std::size_t begin = text.rfind('\n', at) + 1;  // 0 on the first line
+    const std::string_view line = text.substr(begin, text.find('\n', at) - begin);
+    at = begin + line.size();
+    std::string_view rest = line;
+    std::vector<std::string_view> words = next_words(rest);
     if (words.size() < 2)
       continue;
     const std::string_view place = words[1];
