@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 
 #include "agent/mapper_interface.h"
 #include "platform/numbers/status.h"
@@ -24,8 +25,10 @@ constexpr std::uint16_t kManagementDelete = 6;
 constexpr std::uint32_t kLongestTower = 2048;
 constexpr std::uint32_t kMostTowers = 500;
 
+using Octets = std::vector<std::uint8_t>;
+
 struct MapRequest {
-  std::optional<uuid_t> object;
+  std::shared_ptr<uuid_t> object;
   std::optional<rpc::Tower> tower;
   rpc::WireContext handle;
   std::uint32_t most = 0;
@@ -33,17 +36,16 @@ struct MapRequest {
 
 MapRequest decode(rpc::ndr::Decoder& in) {
   MapRequest request;
-  if (in.get<std::uint32_t>() != 0)
-    request.object = in.get<uuid_t>();
-  if (in.get<std::uint32_t>() != 0) {
+  request.object = in.get_pointer<uuid_t>([&](uuid_t& object) { object = in.get<uuid_t>(); });
+  const auto tower = in.get_pointer<Octets>([&](Octets& octets) {
     const auto maximum = in.get<std::uint32_t>();
     const auto size = in.get<std::uint32_t>();
     if (size > kLongestTower)
       throw rpc::server::Fault(rpc::nca::kInvalidBound);
-    std::vector<std::uint8_t> octets;
     in.get_octets(octets, maximum, size);
-    request.tower = rpc::decode_tower(std::as_bytes(std::span(octets)));
-  }
+  });
+  if (tower != nullptr)
+    request.tower = rpc::decode_tower(std::as_bytes(std::span(*tower)));
   request.handle = in.get<rpc::WireContext>();
   request.most = in.get<std::uint32_t>();
   return request;
@@ -54,9 +56,11 @@ void put_towers(rpc::ndr::Encoder& out, const std::vector<const MapEntry*>& foun
   const auto count = static_cast<std::uint32_t>(found.size());
   out.put(count);
   out.put_conformant_varying(room, count);
-  for (std::uint32_t i = 0; i < count; ++i)
-    out.put(rpc::ndr::kReplyReferents.at(i));
+  for (const MapEntry* entry : found)
+    out.defer_referent(entry);
   for (const MapEntry* entry : found) {
+    if (!out.next_deferred())
+      continue;
     const auto size = static_cast<std::uint32_t>(entry->tower.size());
     out.put(size);
     out.put(size);
@@ -111,36 +115,36 @@ Outcome MapperInterface::dispatch(const CallInfo& call, std::uint16_t opnum,
 // an object only what was registered for it. All fit into one reply, so no handle stays open.
 Outcome MapperInterface::map(const CallInfo& call, std::span<const std::byte> request,
                              rpc::DataRepresentation representation, bool reply_little_endian) {
-  return rpc::server::answer(call, request, representation, reply_little_endian,
-                             [&](rpc::ndr::Decoder& in, rpc::ndr::Encoder& out, bool& entered) {
-                               const MapRequest asked = decode(in);
-                               entered = true;
-                               if (!asked.handle.null())
-                                 find(call, asked.handle);
-                               std::uint32_t status = rpc::ept::kCannotPerform;
-                               std::vector<const MapEntry*> found;
-                               const std::uint32_t room = std::min(asked.most, kMostTowers);
-                               if (asked.tower && !refuse(call, &status)) {
-                                 MapInquiry inquiry;
-                                 inquiry.type = RPC_C_EP_MATCH_BY_BOTH;
-                                 inquiry.object = asked.object.value_or(uuid_t{});
-                                 inquiry.interface_id = asked.tower->interface_id;
-                                 inquiry.version_option = RPC_C_VERS_COMPATIBLE;
-                                 inquiry.protocol_sequence = asked.tower->protocol_sequence;
-                                 for (std::size_t at = map_.find(inquiry, 0);
-                                      at < map_.size() && found.size() < room;
-                                      at = map_.find(inquiry, at + 1))
-                                   found.push_back(&map_.entry(at));
-                                 status = found.empty() ? rpc::ept::kNotRegistered : 0;
-                               }
-                               out.put(rpc::WireContext{});
-                               put_towers(out, found, room);
-                               out.put(status);
-                               if (call.record != nullptr) {
-                                 call.record->argument("max_towers", asked.most);
-                                 call.record->status = status;
-                               }
-                             });
+  return rpc::server::answer(
+      call, request, representation, reply_little_endian,
+      [&](rpc::ndr::Decoder& in, rpc::ndr::Encoder& out, bool& entered) {
+        const MapRequest asked = decode(in);
+        entered = true;
+        if (!asked.handle.null())
+          find(call, asked.handle);
+        std::uint32_t status = rpc::ept::kCannotPerform;
+        std::vector<const MapEntry*> found;
+        const std::uint32_t room = std::min(asked.most, kMostTowers);
+        if (asked.tower && !refuse(call, &status)) {
+          MapInquiry inquiry;
+          inquiry.type = RPC_C_EP_MATCH_BY_BOTH;
+          inquiry.object = asked.object != nullptr ? *asked.object : uuid_t{};
+          inquiry.interface_id = asked.tower->interface_id;
+          inquiry.version_option = RPC_C_VERS_COMPATIBLE;
+          inquiry.protocol_sequence = asked.tower->protocol_sequence;
+          for (std::size_t at = map_.find(inquiry, 0); at < map_.size() && found.size() < room;
+               at = map_.find(inquiry, at + 1))
+            found.push_back(&map_.entry(at));
+          status = found.empty() ? rpc::ept::kNotRegistered : 0;
+        }
+        out.put(rpc::WireContext{});
+        put_towers(out, found, room);
+        out.put(status);
+        if (call.record != nullptr) {
+          call.record->argument("max_towers", asked.most);
+          call.record->status = status;
+        }
+      });
 }
 
 }  // namespace agent

@@ -59,11 +59,16 @@ bool Encoder::put_referent(const void* target, const void* type) {
   const auto known = std::find_if(referents_.begin(), referents_.end(), [&](const Referent& r) {
     return r.target == target && r.type == type;
   });
-  const bool fresh = known == referents_.end();
-  put(numbers_.at(static_cast<std::size_t>(known - referents_.begin())));
-  if (fresh)
-    referents_.push_back({target, type});
-  return fresh;
+  if (known != referents_.end()) {
+    put(known->number);
+    return false;
+  }
+  while (request_ != nullptr && request_->has_referent(numbers_.first))
+    numbers_.first += numbers_.step;
+  referents_.push_back({target, type, numbers_.first});
+  put(numbers_.first);
+  numbers_.first += numbers_.step;
+  return true;
 }
 
 bool Encoder::next_deferred() {

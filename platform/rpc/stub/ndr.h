@@ -125,10 +125,17 @@ struct ReferentNumbers {
 };
 inline constexpr ReferentNumbers kReplyReferents{0x00020000, 4};
 
+class Decoder;
+
 class Encoder {
  public:
-  explicit Encoder(bool little_endian = true, ReferentNumbers numbers = {})
-      : swap_(little_endian != (std::endian::native == std::endian::little)), numbers_(numbers) {}
+  // A reply has no number of its request (not owned; null for a request): it would be an alias of
+  // what the client sent.
+  explicit Encoder(bool little_endian = true, ReferentNumbers numbers = {},
+                   const Decoder* request = nullptr)
+      : swap_(little_endian != (std::endian::native == std::endian::little)),
+        numbers_(numbers),
+        request_(request) {}
 
   void align(std::size_t alignment) {
     const std::size_t gap = (alignment - size_) & (alignment - 1);
@@ -200,6 +207,7 @@ class Encoder {
   struct Referent {
     const void* target;
     const void* type;
+    std::uint32_t number;
   };
 
   void append(const void* bytes, std::size_t size) { std::memcpy(extend(size), bytes, size); }
@@ -221,6 +229,7 @@ class Encoder {
   std::size_t capacity_ = 0;
   bool swap_;
   ReferentNumbers numbers_;
+  const Decoder* request_;
   std::vector<Referent> referents_;
   std::vector<bool> deferred_;
   std::size_t next_deferred_ = 0;
@@ -359,6 +368,8 @@ class Decoder {
   // A pointer inside a structure: its referent number now, its target (in the same order) after
   // the outermost structure.
   void defer_pointer(std::uint32_t referent) { deferred_.push_back(referent); }
+  // Whether the number was that of a pointer so far.
+  bool has_referent(std::uint32_t number) const { return targets_.find(number) != targets_.end(); }
   template <typename T, typename Decode>
   std::shared_ptr<T> get_deferred(Decode decode) {
     return target<T>(next_deferred(), decode);

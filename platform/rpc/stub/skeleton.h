@@ -64,7 +64,7 @@ Outcome answer(const CallInfo& call, std::span<const std::byte> request,
   bool entered = false;
   try {
     ndr::Decoder in(request, representation);
-    ndr::Encoder out(reply_little_endian, ndr::kReplyReferents);
+    ndr::Encoder out(reply_little_endian, ndr::kReplyReferents, &in);
     operation(in, out, entered);
     if (call.record != nullptr)
       call.record->octets_left_over = in.remaining();

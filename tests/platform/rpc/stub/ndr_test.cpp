@@ -271,6 +271,15 @@ TEST(NdrPointer, NumbersEachTargetOnce) {
     EXPECT_FALSE(out.put_referent(&one));
     EXPECT_EQ(hex_text(out.body()), body);
   }
+  // A number of the request would be a pointer to what the client sent.
+  const std::vector<std::byte> request = hex("04000200 2a000000");
+  Decoder in(request, kLittle);
+  in.get_pointer<std::uint32_t>([&](std::uint32_t& value) { value = in.get<std::uint32_t>(); });
+  Encoder reply(true, kReplyReferents, &in);
+  reply.put_referent(&one);
+  reply.put_referent(&two);
+  reply.put_referent(&two);
+  EXPECT_EQ(hex_text(reply.body()), "00000200 08000200 08000200");
 }
 
 }  // namespace
