@@ -172,7 +172,7 @@ int main(int argc, char** argv) {
   const sys::Command program = agent::command_line(arguments);
   const sys::CommandLine line = sys::read_command_line(program, argc, argv);
   if (const auto status = sys::answer_command_line(program, line, ZT_VERSION))
-    return *status;
+    return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? *status : fail("standard output");
   if (line.command != &program)
     return agent::recorder::record(arguments.record, line.operands);
   return Run(arguments, line.operands.front()).go();
