@@ -59,8 +59,9 @@ constexpr std::string_view kAlarmOperations[] = {
     "ag_GetZTError",   "ag_SetSNMPError", "ag_GetSNMPError",   "ag_GetSystems",
     "ag_Ping",         "ag_DBChanged",    "ag_DeleteZT",
 };
-constexpr std::string_view kMapperOperations[] = {"ept_lookup", "ept_map", "ept_lookup_handle_free",
-                                                  "ept_inq_object"};
+constexpr std::string_view kMapperOperations[] = {
+    "ept_insert",     "ept_delete",     "ept_lookup", "ept_map", "ept_lookup_handle_free",
+    "ept_inq_object", "ept_mgmt_delete"};
 
 // Those of the interfaces that a server of the kind has.
 std::span<const std::string_view> operations_of(ServerKind kind) {

@@ -280,7 +280,7 @@ void ServerHost::UdpEndpoint::start_call(ReadyCall call) {
   Verdict verdict;
   if (call.interface == &management_) {
     if (options_.management == Management::mute)
-      verdict.action = Verdict::Action::silent;
+      verdict.outcome = Outcome::none();
     else if (options_.management == Management::absent)
       verdict.outcome = Outcome::reject(nca::kUnknownInterface);
   } else if (options_.before_dispatch) {
