@@ -45,13 +45,16 @@ Status Collect(const Arguments& arguments, const std::vector<std::string>& words
                      [&](const zt_SystemInfo_class& info) { systems.push_back(info); });
 }
 
-// Whether the user says yes.
+// Whether the user says yes, with a line of its own.
 bool Confirmed(const std::string& question) {
   std::fprintf(stderr, "%s [y/N] ", printable(question).c_str());
   std::string answer;
-  for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar())
+  int c = std::getchar();
+  for (; c != EOF && c != '\n'; c = std::getchar())
     answer += static_cast<char>(c);
-  return answer == "y" || answer == "Y" || answer == "yes" || answer == "YES" || answer == "Yes";
+  if (c == EOF)
+    std::fputc('\n', stderr);
+  return c == '\n' && (answer == "y" || answer == "yes");
 }
 
 }  // namespace

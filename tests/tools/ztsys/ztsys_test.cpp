@@ -335,7 +335,7 @@ TEST_F(Ztsys, TellsALeftNoteAndLeavesTheRecordAlone) {
 TEST_F(Ztsys, AsksOnATerminalBeforeItDeletes) {
   const std::string question = "Delete 10.0.0.1 (10.0.0.1) from " + db_ + "? [y/N] ";
   const std::pair<const char*, int> answers[] = {
-      {"n\n", 1}, {"yellow\n", 1}, {"\n", 1}, {"y\n", 0}, {"yes\n", 0}};
+      {"n\n", 1}, {"yellow\n", 1}, {"\n", 1}, {"y\4\4", 1}, {"Y\n", 1}, {"y\n", 0}, {"yes\n", 0}};
   for (const auto& [answer, status] : answers) {
     Db({"add", "10.0.0.1"});
     const Outcome outcome = DbOnTerminal({"delete", "10.0.0.1"}, answer);
