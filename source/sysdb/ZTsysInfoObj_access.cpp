@@ -112,9 +112,16 @@ std::string zt_SystemDBAccess_class::ReturnTrouble(int status) const {
   return file + ": " + TextOf(status);
 }
 
+// Read, and not reckoned from the length: that of a slot which is being written is none, too.
 std::int64_t zt_SystemDBAccess_class::ReturnTail() const {
-  sys::tFILE_STAMP stamp;
-  return statSystemInfoObj->File().GetStamp(stamp) == 0 ? stamp.length % kSlotSize : 0;
+  SlotFile& file = statSystemInfoObj->File();
+  std::uint32_t end = 0;
+  if (file.End(end) != 0)
+    return 0;
+  SlotWalk walk(file, end);
+  while (walk.Next() != nullptr) {
+  }
+  return walk.tail();
 }
 
 zt_SystemDBMgt_class& zt_SystemDBAccess_class::Manager() {

@@ -37,7 +37,7 @@ std::string RefusalOfUnresolved(const std::string& name) {
   return "'" + name +
          (sockets::name_server_silent()
               ? "' is not in the hosts file, and the name server does not answer"
-              : "' does not resolve to an address");
+              : "' does not resolve to an address; --address, or the column address, gives it one");
 }
 
 zt_SystemInfo_struct NewRecord(const std::string& name, const std::string& group, int type) {

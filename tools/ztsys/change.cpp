@@ -9,6 +9,7 @@
 #include "source/support/ZTprintable.h"
 #include "tools/ztsys/database.h"
 #include "tools/ztsys/fields.h"
+#include "tools/ztsys/new_system.h"
 
 namespace ztsys {
 
@@ -92,19 +93,17 @@ Status RunSet(const Arguments& arguments) {
 
 Status RunMove(const Arguments& arguments) {
   const std::string& text = arguments.operands[1];
-  const auto key = ParseAddress(text);
-  if (!key)
-    return FailUsage("'" + text + "' is no address: four numbers from 0 to 255 with dots between");
-  if (const std::string refusal = RefusalOfAddress(*key); !refusal.empty())
-    return FailUsage(refusal);
+  SystemKey key = kNoSystemKey;
+  if (std::string why; AddressOf("", text, key, why) != kDone)
+    return FailUsage(why);
   std::vector<zt_SystemInfo_class> systems;
   Outcome outcome;
   outcome.Add(Collect(arguments, {arguments.operands[0]}, systems));
   return ChangeEach(arguments, systems, outcome, [&](Change& change, zt_SystemInfo_class& info) {
     zt_SystemInfo_class present;
-    if (change.db().GetSystemRec(*key, present) == 0)
+    if (change.db().GetSystemRec(key, present) == 0)
       return Fail(NameAndAddress(present) + " is in " + change.path() + " already", kExists);
-    const int status = change.db().Manager().MoveSystemRec(info.ReturnSystemKey(), *key);
+    const int status = change.db().Manager().MoveSystemRec(info.ReturnSystemKey(), key);
     if (status != 0)
       return change.Fail("cannot move " + NameAndAddress(info), status);
     std::printf("moved %s to %s\n", NameAndAddress(info).c_str(), text.c_str());

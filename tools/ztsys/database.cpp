@@ -215,8 +215,8 @@ std::unique_ptr<Change> Change::Begin(const Arguments& arguments, Missing missin
     status = FailDatabase(path, "cannot read", error);
     return nullptr;
   }
-  // The next insert writes over it.
-  if (const std::int64_t tail = change->db_->ReturnTail(); tail != 0)
+  // The next insert writes over it; verify finds it itself.
+  if (const std::int64_t tail = change->db_->ReturnTail(); tail != 0 && !arguments.repair)
     Tell(path + ": " + CutDatabaseText(tail));
   return change;
 }
