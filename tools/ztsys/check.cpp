@@ -310,7 +310,7 @@ Status RunCheck(const Arguments& arguments) {
     return FailOutput();
   if (arguments.plugin)
     return static_cast<Status>(PluginStatus(arguments, totals));
-  return totals.failed() == 0 ? kDone : kFailed;
+  return totals.failed() == 0 ? list.tail() : kFailed;
 }
 
 }  // namespace ztsys

@@ -27,13 +27,17 @@ class CheckList {
   // Takes a system that was looked up for the record of its address, if there is one. False when
   // its address is on the list already.
   bool Claim(SweepSystem* system);
+  // kDamaged, reported, when the database ended within a record: systems may be missing.
+  Status tail() const { return tail_; }
 
  private:
   Status Gather(const Arguments& arguments);
+  Status ReadStored(const Arguments& arguments, std::vector<SweepSystem>* systems);
 
   std::vector<SweepSystem> systems_;
   std::unordered_map<SystemKey, SweepSystem> stored_;  // for what is looked up
   std::unordered_set<SystemKey> claimed_;
+  Status tail_ = kDone;
 };
 
 struct CheckTotals {

@@ -20,20 +20,6 @@ namespace ztsys {
 
 namespace {
 
-// The records of the database, in its order.
-Status StoredSystems(const Arguments& arguments, std::vector<SweepSystem>* systems) {
-  SystemReader reader;
-  if (const Status status = OpenReader(arguments, reader); status != kDone)
-    return status;
-  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
-    systems->push_back({info.ReturnSystemName(), info.ReturnGroupName(), info.ReturnSystemKey()});
-  });
-  // The others can be checked.
-  if (reader.tail() != 0)
-    Tell(reader.path() + ": " + CutDatabaseText(reader.tail()));
-  return status;
-}
-
 bool DatabaseExists(const Arguments& arguments) {
   return access(sys::native_path(DatabasePath(arguments)).c_str(), F_OK) == 0;
 }
@@ -72,6 +58,21 @@ bool IsOfGroup(const SweepSystem& system, const std::vector<std::string>& groups
 
 }  // namespace
 
+// The records of the database, in its order. Of a file that is cut, those that are there: but a
+// monitoring system would take their verdict for that of all.
+Status CheckList::ReadStored(const Arguments& arguments, std::vector<SweepSystem>* systems) {
+  SystemReader reader;
+  if (const Status status = OpenReader(arguments, reader); status != kDone)
+    return status;
+  const Status status = ForEachSystem(reader, [&](const zt_SystemInfo_class& info) {
+    systems->push_back({info.ReturnSystemName(), info.ReturnGroupName(), info.ReturnSystemKey()});
+  });
+  if (status != kDone)
+    return status;
+  tail_ = ReportTail(reader.path(), reader.tail());
+  return arguments.plugin ? tail_ : kDone;
+}
+
 Status CheckList::Gather(const Arguments& arguments) {
   std::vector<std::string> words = arguments.operands;
   for (const std::string& path : arguments.from)
@@ -81,7 +82,7 @@ Status CheckList::Gather(const Arguments& arguments) {
   std::vector<SweepSystem> stored;
   // Operands can do without a database, if there is none where it would be by default.
   if (!named || arguments.db || !arguments.groups.empty() || DatabaseExists(arguments))
-    if (const Status status = StoredSystems(arguments, &stored); status != kDone)
+    if (const Status status = ReadStored(arguments, &stored); status != kDone)
       return status;
   std::unordered_map<std::string, std::vector<const SweepSystem*>> by_name;
   if (named)

@@ -288,7 +288,8 @@ TEST_F(Ztsys, TellsWhereTheFileEndsWithinARecord) {
           {{"show", "-n", "other"}, 1, why},
           {{"alarms", "-n"}, 7, why},
           {{"info"}, 7, why},
-          {{"backup", folder_ / "copy"}, 7, why}});
+          {{"backup", folder_ / "copy"}, 7, why},
+          {{"check", "--plugin"}, 3, why}});
   EXPECT_EQ(Db({"list", "--csv"}).out, "name,address,group,type\ns,10.0.0.1,,\n");
   EXPECT_EQ(test::ReadFile(folder_ / "copy"), test::ReadFile(db_));
   const Outcome changed = Db({"set", "s", "--group", "g"});
