@@ -135,11 +135,6 @@ void zt_SystemDBMgt_class::TakeInInsertedSystem() {
     OrderXrefTable();
 }
 
-int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) {
-  OrderXrefTable();
-  return IndexOf(key);
-}
-
 int zt_SystemDBMgt_class::IndexOf(SystemKey key) const {
   if (fKeys.empty())
     return -1;

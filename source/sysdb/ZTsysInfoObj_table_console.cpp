@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the console calls and no program of ours does (docs/console-surface.md): the table by name.
+// What the console calls and no program of ours does (docs/console-surface.md): places in the table.
 
 #include <cstring>
 
@@ -9,6 +9,11 @@ int zt_SystemDBMgt_class::GetSystemRecCount() {
   if (fSystemRecCount < 0)
     InitSystemXrefTable();
   return fSystemRecCount;
+}
+
+int zt_SystemDBMgt_class::SearchXrefTable(SystemKey key) {
+  OrderXrefTable();
+  return IndexOf(key);
 }
 
 int zt_SystemDBMgt_class::SearchXrefTable(const char* system_name) {
