@@ -112,12 +112,13 @@ std::string zt_SystemDBAccess_class::ReturnTrouble(int status) const {
   return file + ": " + TextOf(status);
 }
 
-// Read, and not reckoned from the length: that of a slot which is being written is none, too.
 std::int64_t zt_SystemDBAccess_class::ReturnTail() const {
   SlotFile& file = statSystemInfoObj->File();
+  sys::tFILE_STAMP stamp;
   std::uint32_t end = 0;
-  if (file.End(end) != 0)
+  if (file.GetStamp(stamp) != 0 || stamp.length % kSlotSize == 0 || file.End(end) != 0)
     return 0;
+  // A slot that is being written in this moment is whole in the next.
   SlotWalk walk(file, end);
   while (walk.Next() != nullptr) {
   }
