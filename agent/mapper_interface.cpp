@@ -98,6 +98,8 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
   if (open == open_.end()) {
     open = begin(call.client, inquiry, next);
     entry_handle->id = open->first;
+    if (call.leaves_context != nullptr)
+      *call.leaves_context = true;
   }
   open->second.next = next;
   open->second.given = given + *num_ents;

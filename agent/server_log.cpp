@@ -8,6 +8,7 @@
 #include "platform/numbers/status.h"
 #include "platform/rpc/names/socket_address.h"
 #include "platform/rpc/names/uuid.h"
+#include "platform/rpc/wire/conversation.h"
 #include "platform/rpc/wire/pdu.h"
 
 namespace agent {
@@ -37,9 +38,10 @@ constexpr CommonInterface kCommonInterfaces[] = {
      "mgmt",
      {"mgmt_inq_if_ids", "mgmt_inq_stats", "mgmt_is_server_listening", "mgmt_stop_server_listening",
       "mgmt_inq_princ_name"}},
-    {{0x333a2276, 0x0000, 0x0000, 0x0d, 0x00, {0x00, 0x80, 0x9c, 0x00, 0x00, 0x00}},
+    {rpc::conversation::kOfClients,
      "conv",
      {"conv_who_are_you", "conv_who_are_you2", "conv_are_you_there"}},
+    {rpc::conversation::kOfServers, "convc", {"convc_indy"}},
 };
 
 // What the bad network did to one delivery: "held back 13 ms, cut to 40 octets, octet 7 changed".

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the console calls and no program of ours does (docs/console-surface.md): places in the table.
+// What the console calls and no program of ours does (docs/console-surface.md): places in the
+// table.
 
 #include <cstring>
 

@@ -85,7 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       case 3:
         if (!running.empty()) {
           Outcome outcome;
-          outcome.kind = static_cast<Outcome::Kind>(steps.octet() % 3);
+          const std::uint8_t kind = steps.octet();
+          outcome.kind = static_cast<Outcome::Kind>(kind % 3);
+          outcome.leaves_context = kind >= 192;
           outcome.reply.resize(steps.octet() * kLongestReply / 255);
           core.complete(running.back(), std::move(outcome), now);
           running.pop_back();

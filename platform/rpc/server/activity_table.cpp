@@ -117,6 +117,9 @@ void ActivityTable::forget(Activity& activity) {
   end_call_back(activity);
   end_sending(activity);
   release_bytes(activity);
+  // What it made before it was known by its process is its own.
+  if (activity.has_run && activity.client != uuid_t{})
+    gone_.push_back(activity.id);
   if (activity.has_run && !has_other_activity(activity))
     gone_.push_back(activity.owner());
   if (activity.due)

@@ -36,7 +36,7 @@ using CallNumber = std::uint64_t;
 enum class CallState {
   none,          // no call yet
   receiving,     // some of the request is here
-  calling_back,  // the request is here; the client is asked who it is
+  calling_back,  // the request is here, or its outcome; the client is asked who it is
   running,       // handed out
   abandoned,     // handed out, and nothing is to be said about it
   denied,        // handed out, and the client is told that it is not here
@@ -68,6 +68,7 @@ struct Activity {
   // The call-back.
   uuid_t call_back_id{};
   CallBack call_back = CallBack::none;
+  std::optional<Outcome> held_back;  // of the call, until the client has said who it is
   RepeatClock call_back_clock;
   std::optional<Time> call_back_deadline;
 

@@ -48,6 +48,9 @@ struct CallInfo {
   CallRecord* record = nullptr;  // not owned; null when nobody wants one
   // What the operation's status is to be; it does nothing then.
   std::optional<std::uint32_t> forced_status;
+  // Set by an operation that leaves its client a context; null when nobody wants to know. Not
+  // owned.
+  bool* leaves_context = nullptr;
 };
 
 // What becomes of a call.
@@ -61,10 +64,11 @@ struct Outcome {
   Kind kind = Kind::reply;
   std::uint32_t status = 0;      // of a fault or reject
   std::vector<std::byte> reply;  // out-parameters of a reply
+  bool leaves_context = false;   // of the client's, which is to be known by the process it is
 
-  static Outcome fault(std::uint32_t status) { return {Kind::fault, status, {}}; }
-  static Outcome reject(std::uint32_t status) { return {Kind::reject, status, {}}; }
-  static Outcome none() { return {Kind::none, 0, {}}; }
+  static Outcome fault(std::uint32_t status) { return {Kind::fault, status, {}, false}; }
+  static Outcome reject(std::uint32_t status) { return {Kind::reject, status, {}, false}; }
+  static Outcome none() { return {Kind::none, 0, {}, false}; }
 };
 
 // Thrown by an operation's implementation; the skeleton turns it into a fault packet.

@@ -194,9 +194,11 @@ class ServerCore {
     return std::min<Duration>(longest, options_.client_silence);
   }
 
+  void ask_who(Activity& activity, Time now);
   void call_back(Activity& activity);
   void end_call_back(Activity& activity);
   void fail_call_back(Activity& activity, Time now);
+  void answer_held_back(Activity& activity, Time now);
 
   void send_request_fack(Activity& activity);
   void send_for(Activity& activity, PacketType type, std::vector<std::byte> body = {});

@@ -49,6 +49,7 @@ void ServerCore::release_call(Activity& activity) {
   end_call_back(activity);
   activities_.end_sending(activity);
   activities_.release_bytes(activity);
+  activity.held_back.reset();
   activity.joiner = FragmentJoiner();
   activity.in_parameters = {};
   activity.sender = FragmentSender();
@@ -95,6 +96,10 @@ void ServerCore::request_complete(Activity& activity, Time now) {
     hand_out(activity);
     return;
   }
+  ask_who(activity, now);
+}
+
+void ServerCore::ask_who(Activity& activity, Time now) {
   activity.state = CallState::calling_back;
   activity.call_back = options_.call_back;
   uuid_t id = options_.call_back_activity;
@@ -128,7 +133,15 @@ void ServerCore::complete(CallNumber number, Outcome outcome, Time now) {
   activities_.end_call(*activity);
   if (activity->state == CallState::abandoned)
     return;
-  answer(*activity, std::move(outcome), now);
+  // A sign of life names a process. A context of one that was never asked would not outlive a
+  // pause.
+  if (outcome.leaves_context && !activity->known) {
+    activities_.hold(*activity, outcome.reply.size());
+    activity->held_back = std::move(outcome);
+    ask_who(*activity, now);
+  } else {
+    answer(*activity, std::move(outcome), now);
+  }
   activities_.schedule(*activity);
 }
 
@@ -348,7 +361,10 @@ void ServerCore::on_call_back_answer(const Arrival& arrival, Activity& activity)
   tell(current ? CoreEvent::Kind::call_back_confirmed : CoreEvent::Kind::call_back_stale,
        activity.peer);
   if (current) {
-    hand_out(activity);
+    if (activity.held_back)
+      answer_held_back(activity, now);
+    else
+      hand_out(activity);
     return;
   }
   // The client is in another call: this request is a stale copy. Its next ones are taken.
@@ -362,11 +378,20 @@ void ServerCore::end_call_back(Activity& activity) {
   activity.call_back_clock.stop();
 }
 
+void ServerCore::answer_held_back(Activity& activity, Time now) {
+  activities_.release_bytes(activity);
+  Outcome outcome = std::move(*activity.held_back);
+  activity.held_back.reset();
+  answer(activity, std::move(outcome), now);
+}
+
 // Nothing of the activity is believed: the client does not know it, or is not there. A client that
 // was told "working" meanwhile must hear of it, so the reject is kept like an answer.
 void ServerCore::fail_call_back(Activity& activity, Time now) {
   tell(CoreEvent::Kind::call_back_failed, activity.peer, {}, nca::kWhoAreYouFailed);
   end_call_back(activity);
+  if (activity.held_back)
+    return answer_held_back(activity, now);
   activities_.release_bytes(activity);
   activity.in_parameters = {};
   answer(activity, Outcome::reject(nca::kWhoAreYouFailed), now);

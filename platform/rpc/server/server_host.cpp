@@ -328,10 +328,13 @@ void ServerHost::UdpEndpoint::finish_call(const ReadyCall& call, const Verdict& 
   CallInfo info = call.info;
   info.record = options_.record_calls ? &record : nullptr;
   info.forced_status = verdict.status;
+  bool leaves_context = false;
+  info.leaves_context = &leaves_context;
   Outcome outcome = verdict.outcome
                         ? *verdict.outcome
                         : call.interface->dispatch(info, call.operation->opnum, call.request,
                                                    call.representation, call.reply_little_endian);
+  outcome.leaves_context = leaves_context;
   if (verdict.spoil)
     verdict.spoil(outcome);
   if (options_.after_dispatch)

@@ -494,20 +494,33 @@ TEST(ServerCoreTest, AClientThatSaysItLivesIsNotForgotten) {
     void fill(std::span<std::byte> bytes) override { std::ranges::fill(bytes, std::byte{7}); }
   } random;
   const ClientIdentity client = ClientIdentity::make(random);
-  Server server(options_of(CallBack::who_are_you2));
-  const auto asked = server.in(Server::request(0, kChangeOperation));
-  auto answer = who_answer(asked.at(0), 0);
-  store_uuid(answer.data() + 4, client.address_space, true);
-  server.in(who_header(asked[0]), answer);
-  server.run();
-  for (int minutes = 0; minutes < 30; minutes += 9) {
-    server.core.receive(liveness::still_here(client, random), kOtherPort, server.now);
-    EXPECT_EQ(names(server.out()), "");
-    server.after(seconds(540));
+  // It is asked before a call runs, or before the answer that leaves it a context.
+  for (const OperationSpec* operation : {&kChangeOperation, &kReadOperation}) {
+    Server server(options_of(CallBack::who_are_you2));
+    auto asked = server.in(Server::request(0, *operation));
+    if (operation->idempotent) {
+      Outcome outcome{Outcome::Kind::reply, 0, pattern(8)};
+      outcome.leaves_context = true;
+      server.core.complete(server.take_call().number, outcome, server.now);
+      asked = server.out();
+    }
+    ASSERT_EQ(names(asked), "request");
+    auto answer = who_answer(asked[0], 0);
+    store_uuid(answer.data() + 4, client.address_space, true);
+    std::string answered = names(server.in(who_header(asked[0]), answer));
+    answered += names(server.run());
+    EXPECT_EQ(answered, "response");
+    for (int minutes = 0; minutes < 30; minutes += 9) {
+      server.core.receive(liveness::still_here(client, random), kOtherPort, server.now);
+      EXPECT_EQ(names(server.out()), "");
+      server.after(seconds(540));
+    }
+    EXPECT_TRUE(server.core.take_gone_clients().empty());
+    server.after(seconds(61));
+    EXPECT_EQ(server.core.take_gone_clients(),
+              (std::vector<uuid_t>{kActivity, client.address_space}));
+    EXPECT_EQ(server.core.statistics().bytes_held, 0u);
   }
-  EXPECT_TRUE(server.core.take_gone_clients().empty());
-  server.after(seconds(61));
-  EXPECT_EQ(server.core.take_gone_clients().size(), 1u);
 }
 
 TEST(ServerCoreTest, RunsAnIdempotentCallWithoutAsking) {
