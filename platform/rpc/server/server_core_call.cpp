@@ -135,7 +135,8 @@ void ServerCore::complete(CallNumber number, Outcome outcome, Time now) {
     return;
   // A sign of life names a process. A context of one that was never asked would not outlive a
   // pause.
-  if (outcome.leaves_context && !activity->known) {
+  if (outcome.leaves_context && !activity->known &&
+      activities_.make_room(outcome.reply.size(), *activity)) {
     activities_.hold(*activity, outcome.reply.size());
     activity->held_back = std::move(outcome);
     ask_who(*activity, now);
