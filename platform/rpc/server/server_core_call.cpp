@@ -61,6 +61,7 @@ void ServerCore::release_call(Activity& activity) {
 }
 
 void ServerCore::take_request_packet(const Arrival& arrival, Activity& activity) {
+  activity.keep_until = arrival.now + kept(kPartKept);
   const std::size_t size = arrival.packet.body.size();
   if (!activities_.make_room(size, activity)) {
     ++statistics_.packets_dropped;
@@ -82,7 +83,6 @@ void ServerCore::take_request_packet(const Arrival& arrival, Activity& activity)
       activities_.hold(activity, size);
       break;
   }
-  activity.keep_until = arrival.now + kept(kPartKept);
   if (activity.joiner.fack_due())
     send_request_fack(activity);
   if (activity.joiner.complete())
