@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Endpoint maps from anywhere, through the stub, the tower reader and the inquiry to what a user
-// sees. The first octet chooses who reads the map: the inquiry itself, the listing, or the check of
-// the registered servers with its query. The rest is the replies of the mapper and of the servers.
+// sees. The first octet chooses who reads the map: the inquiry itself, the listing, the check of
+// the registered servers with its query, or the query alone. The rest is the replies of the mapper
+// and of the servers.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 #include "platform/rpc/stub/stub.h"
+#include "shared/dce/ncs2dce.h"
 #include "shared/general/SHNLSmsg.h"
 #include "source/domain/ZTdiagCommObj.h"
 #include "tests/fuzz/printed.h"
@@ -37,6 +41,22 @@ void walk_elements() {
   RpcMgmtEpEltInqDone(&inquiry);
 }
 
+// Twice with one memory of the silent, as a check's two interfaces have it.
+void look_up() {
+  static const std::vector<std::int32_t> ignored{0x0200007F};
+  static constexpr rpc_if_id_t kInterface{{}, 2, 0};
+  KnownSilence silence;
+  for (int i = 0; i < 2; ++i) {
+    ptc_RpcClientContextStruct records[8];
+    std::uint32_t count = std::size(records);
+    error_status_t status = RPC_S_OK;
+    QueryEPT(nullptr, &kInterface, nullptr, records, &count, &status, nullptr,
+             {&ignored, &silence, 0x0100007F});
+    fuzz::require(status == RPC_S_OK ? count <= std::size(records) : count == 0);
+    ptc_rpc_clnt_ctx_free(records, count, &status);
+  }
+}
+
 template <typename Check>
 void report(Check check) {
   const std::string text = fuzz::printed([&] {
@@ -55,15 +75,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0)
     return 0;
   fuzz::script_replies(data + 1, size - 1);
-  switch (data[0] % 3) {
+  switch (data[0] % 4) {
     case 0:
       walk_elements();
       break;
     case 1:
       report(&zt_DiagComm_class::ListAllRegistered);
       break;
-    default:
+    case 2:
       report(&zt_DiagComm_class::Breakout);
+      break;
+    default:
+      look_up();
       break;
   }
   return 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The management interface of every server. The first octet says how many interfaces the server
-// has, the second the operation, the third the data representations; the rest is the request.
+// has, the second the operation, the third the data representations, whether the call is logged and
+// whether the server listens; the rest is the request.
 
 #include <cstddef>
 #include <cstdint>
@@ -24,8 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint16_t opnum = data[1] % 8;
   const DataRepresentation representation{(data[2] & 1) == 0, (data[2] & 2) != 0, 0};
   const bool little_endian = (data[2] & 4) == 0;
+  const bool listening = (data[2] & 16) == 0;
+  management.set_listening(listening);
+  CallRecord record;
+  CallInfo call;
+  call.record = (data[2] & 8) != 0 ? &record : nullptr;
   const Outcome outcome = management.dispatch(
-      {}, opnum, std::as_bytes(std::span(data + 3, size - 3)), representation, little_endian);
+      call, opnum, std::as_bytes(std::span(data + 3, size - 3)), representation, little_endian);
   const bool replied = outcome.kind == Outcome::Kind::reply;
   fuzz::require(replied == (outcome.status == 0));
   fuzz::require(management.operation(opnum) != nullptr || !replied);
@@ -37,6 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t sizes[] = {16 + count * (4 + kInterfaceId), 12, 8, 4, 20};
   fuzz::require(opnum < std::size(sizes) && outcome.reply.size() == sizes[opnum]);
   ndr::Decoder last(std::span(outcome.reply).last(4), {little_endian, false, 0});
-  fuzz::require((last.get<std::uint32_t>() == 0) == (opnum == 0));
+  fuzz::require((last.get<std::uint32_t>() == 0) == (opnum == 0 || (opnum == 2 && !listening)));
   return 0;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests from anywhere, through the simulated agent's interfaces and the management interface:
 // the first byte chooses the interface, the second the operation, the third the data
-// representation, the rest is the body.
+// representation and whether the call is logged or refused, the rest is the body.
 
 #include <cstdint>
 #include <cstdlib>
@@ -47,10 +47,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   rpc::server::Interface& server = *all[data[0] % all.size()];
   const std::span body(reinterpret_cast<const std::byte*>(data + 3), size - 3);
+  rpc::server::CallRecord record;
+  rpc::server::CallInfo call;
+  if ((data[2] & 8) != 0)
+    call.record = &record;
+  if ((data[2] & 16) != 0)
+    call.forced_status = 5;
   const rpc::server::Outcome outcome = server.dispatch(
-      {}, data[1], body, {.little_endian = (data[2] & 1) == 0, .ebcdic = (data[2] & 2) != 0},
+      call, data[1], body, {.little_endian = (data[2] & 1) == 0, .ebcdic = (data[2] & 2) != 0},
       (data[2] & 4) == 0);
   if ((outcome.kind == rpc::server::Outcome::Kind::reply) != (outcome.status == 0))
+    std::abort();
+  if (record.octets_left_over > body.size())
     std::abort();
   return 0;
 }
