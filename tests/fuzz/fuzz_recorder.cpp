@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Replies of an agent to who records it: whatever they were, the scenario that is written can be
-// read, and says the same. Of the first octet, bit 0 gives the agent a map of its own and bit 1
-// asks for made-up names; the rest is the replies.
+// read, and says the same. Of the first octet, bit 0 gives the agent a map of its own, bit 1 asks
+// for made-up names and bit 2 ends it early; the rest is the replies.
 
 #include <cstddef>
 #include <cstdint>
@@ -31,14 +31,14 @@ namespace {
 
 constexpr std::uint32_t kNow = 1'700'000'000;
 
-std::vector<System> recorded(std::vector<std::string>& missing) {
+std::vector<System> recorded(std::size_t most_steps, std::vector<std::string>& missing) {
   Room room;
   Walk walk;
   walk.room = &room;
   walk.step = walk.detail = [](const std::string&) {};
   walk.missing = [&](const std::string& text) { missing.push_back(text); };
   std::size_t asked = 0;
-  walk.ended = [&]() -> std::string { return ++asked < 1000 ? "" : "enough"; };
+  walk.ended = [&]() -> std::string { return ++asked < most_steps ? "" : "enough"; };
   return record_agent("sys1", 0x7F000001, walk);
 }
 
@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       true, 0, {{0, endpoint_map::udp_tower(127, 0, 0, 1, 2001), ""}}, 0);
   fuzz::script_replies(data + 1, size - 1, (data[0] & 1) != 0 ? map : std::vector<std::byte>());
   std::vector<std::string> missing;
-  std::vector<System> systems = recorded(missing);
+  std::vector<System> systems = recorded((data[0] & 4) != 0 ? 6 : 1000, missing);
   LoopbackAddresses addresses;
   if ((data[0] & 2) != 0)
     anonymize(systems, addresses);
