@@ -102,7 +102,8 @@ void AlarmInterface::GetGeneralInfo(const CallInfo&, ag_GeneralInfo_struct* gene
 void AlarmInterface::GetSystems(const CallInfo&, std::int32_t system_key,
                                 std::uint16_t* lookup_handle, std::uint16_t max_index,
                                 std::uint16_t* last_index, std::uint16_t* num_results,
-                                ag_SystemInfo_struct* results, error_status_t* status) {
+                                rpc::server::Results<ag_SystemInfo_struct>& results,
+                                error_status_t* status) {
   // num_results has 16 bits as well: it cannot say 65,536.
   const std::size_t room = std::min<std::size_t>(std::size_t{max_index} + 1, 0xFFFF);
   const std::size_t first = *lookup_handle;

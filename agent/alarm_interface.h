@@ -99,7 +99,8 @@ class AlarmInterface : public ag_Server {
   // one sent, or is 0 at the end.
   void GetSystems(const CallInfo& call, std::int32_t key, std::uint16_t* lookup_handle,
                   std::uint16_t max_index, std::uint16_t* last_index, std::uint16_t* num_results,
-                  ag_SystemInfo_struct* results, error_status_t* status) override;
+                  rpc::server::Results<ag_SystemInfo_struct>& results,
+                  error_status_t* status) override;
 
   void Ping(const CallInfo&, error_status_t*) override {}
   // 1 when settings or systems have changed since the last call of this operation, else 0.

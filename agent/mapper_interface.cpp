@@ -59,7 +59,8 @@ void MapperInterface::ept_lookup(const CallInfo& call, std::uint32_t inquiry_typ
                                  const uuid_t* object, const ept_if_id_t* interface_id,
                                  std::uint32_t vers_option, rpc::WireContext* entry_handle,
                                  std::uint32_t max_ents, std::uint32_t* num_ents,
-                                 ept_entry_t* entries, error_status_t* status) {
+                                 rpc::server::Results<ept_entry_t>& entries,
+                                 error_status_t* status) {
   MapInquiry inquiry;
   std::size_t next = 0;
   auto open = open_.end();

@@ -31,7 +31,7 @@ class MapperInterface : public epm_Server {
   void ept_lookup(const rpc::server::CallInfo& call, std::uint32_t inquiry_type,
                   const uuid_t* object, const ept_if_id_t* interface_id, std::uint32_t vers_option,
                   rpc::WireContext* entry_handle, std::uint32_t max_ents, std::uint32_t* num_ents,
-                  ept_entry_t* entries, error_status_t* status) override;
+                  rpc::server::Results<ept_entry_t>& entries, error_status_t* status) override;
   void ept_lookup_handle_free(const rpc::server::CallInfo& call, rpc::WireContext* entry_handle,
                               error_status_t* status) override;
 

@@ -60,7 +60,8 @@ void put(rep_sMetricDescriptor& result, const Metric& metric) {
 // Fills `results` with the elements of the identifier, or all, from the handle on.
 template <typename Element, typename Descriptor>
 error_status_t lookup(const std::vector<Element>& elements, std::uint32_t id, std::uint32_t* handle,
-                      std::uint32_t max_index, std::uint32_t* last_index, Descriptor* results) {
+                      std::uint32_t max_index, std::uint32_t* last_index,
+                      rpc::server::Results<Descriptor>& results) {
   const std::uint64_t room = std::uint64_t{max_index} + 1;
   std::uint32_t filled = 0;
   std::size_t next = *handle;
@@ -86,7 +87,8 @@ void MetadataInterface::LookupRepository(const CallInfo&, rep_sRepositoryDescrip
 
 void MetadataInterface::LookupTable(const CallInfo&, std::uint32_t tableId,
                                     std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                                    std::uint32_t* lastIndex, rep_sTableDescriptor* results,
+                                    std::uint32_t* lastIndex,
+                                    rpc::server::Results<rep_sTableDescriptor>& results,
                                     error_status_t* status) {
   const std::vector<ClassData>& classes = repository_->source().classes;
   *status = lookup(classes, tableId, lookupHandle, maxIndex, lastIndex, results);
@@ -97,7 +99,8 @@ void MetadataInterface::LookupTable(const CallInfo&, std::uint32_t tableId,
 void MetadataInterface::LookupInstance(const CallInfo&, std::uint32_t tableId,
                                        std::uint32_t instanceId, std::uint32_t* lookupHandle,
                                        std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                                       rep_sInstanceDescriptor* results, error_status_t* status) {
+                                       rpc::server::Results<rep_sInstanceDescriptor>& results,
+                                       error_status_t* status) {
   const RowTable* table = repository_->table(tableId);
   if (table == nullptr) {
     *status = static_cast<error_status_t>(RepositoryStatus::nothing_found);
@@ -111,7 +114,8 @@ void MetadataInterface::LookupInstance(const CallInfo&, std::uint32_t tableId,
 
 void MetadataInterface::LookupMetric(const CallInfo&, std::uint32_t tableId, std::uint32_t metricId,
                                      std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                                     std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+                                     std::uint32_t* lastIndex,
+                                     rpc::server::Results<rep_sMetricDescriptor>& results,
                                      error_status_t* status) {
   const RowTable* table = repository_->table(tableId);
   if (table == nullptr)

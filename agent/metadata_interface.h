@@ -21,14 +21,16 @@ class MetadataInterface : public rep_Server {
                         error_status_t* status) override;
   void LookupTable(const rpc::server::CallInfo& call, std::uint32_t tableId,
                    std::uint32_t* lookupHandle, std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                   rep_sTableDescriptor* results, error_status_t* status) override;
+                   rpc::server::Results<rep_sTableDescriptor>& results,
+                   error_status_t* status) override;
   void LookupInstance(const rpc::server::CallInfo& call, std::uint32_t tableId,
                       std::uint32_t instanceId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                      std::uint32_t* lastIndex, rep_sInstanceDescriptor* results,
+                      std::uint32_t* lastIndex,
+                      rpc::server::Results<rep_sInstanceDescriptor>& results,
                       error_status_t* status) override;
   void LookupMetric(const rpc::server::CallInfo& call, std::uint32_t tableId,
                     std::uint32_t metricId, std::uint32_t* lookupHandle, std::uint32_t maxIndex,
-                    std::uint32_t* lastIndex, rep_sMetricDescriptor* results,
+                    std::uint32_t* lastIndex, rpc::server::Results<rep_sMetricDescriptor>& results,
                     error_status_t* status) override;
 
  private:

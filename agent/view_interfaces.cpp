@@ -14,6 +14,7 @@ namespace {
 
 using Context = rpc::WireContext;
 using rpc::server::CallInfo;
+using rpc::server::Results;
 
 // An array that travels with its last index; the greatest index is that of an empty one.
 std::span<const std::uint32_t> identifiers(const std::uint32_t* ids, std::uint32_t last_index) {
@@ -23,8 +24,8 @@ std::span<const std::uint32_t> identifiers(const std::uint32_t* ids, std::uint32
 // Fills the client's array and gives the last index. An index cannot say "none": of an empty result
 // the array's first element, which is 0, is sent.
 template <typename Container, typename Element>
-std::uint32_t put(const Container& from, Element* to) {
-  std::copy(from.begin(), from.end(), to);
+std::uint32_t put(const Container& from, Results<Element>& to) {
+  std::copy(from.begin(), from.end(), to.first(from.size()).begin());
   return from.empty() ? 0 : static_cast<std::uint32_t>(from.size() - 1);
 }
 
@@ -90,8 +91,9 @@ class ViewInterface : public Skeleton {
   }
   void Read(const CallInfo& call, const Context& view, std::uint32_t max_position,
             std::uint32_t* last_position, std::uint32_t max_integer, std::uint32_t* last_integer,
-            std::uint32_t max_character, std::uint32_t* last_character, std::uint32_t* positions,
-            std::uint32_t* integers, char* characters, error_status_t* status) override {
+            std::uint32_t max_character, std::uint32_t* last_character,
+            Results<std::uint32_t>& positions, Results<std::uint32_t>& integers,
+            Results<char>& characters, error_status_t* status) override {
     const ReadResult result =
         find(call, view)
             .read({std::uint64_t{max_position} + 1, std::uint64_t{max_integer} + 1,

@@ -31,13 +31,15 @@ class Metrics : public rep_Server {
   void LookupRepository(const rpc::server::CallInfo&, rep_sRepositoryDescriptor*,
                         error_status_t*) override {}
   void LookupTable(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t,
-                   std::uint32_t*, rep_sTableDescriptor*, error_status_t*) override {}
+                   std::uint32_t*, rpc::server::Results<rep_sTableDescriptor>&,
+                   error_status_t*) override {}
   void LookupInstance(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t, std::uint32_t*,
-                      std::uint32_t, std::uint32_t*, rep_sInstanceDescriptor*,
+                      std::uint32_t, std::uint32_t*, rpc::server::Results<rep_sInstanceDescriptor>&,
                       error_status_t*) override {}
   void LookupMetric(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t, std::uint32_t*,
                     std::uint32_t maxIndex, std::uint32_t* lastIndex,
-                    rep_sMetricDescriptor* results, error_status_t*) override {
+                    rpc::server::Results<rep_sMetricDescriptor>& results,
+                    error_status_t*) override {
     *lastIndex = maxIndex;
     for (std::uint32_t i = 0; i <= maxIndex; ++i) {
       rep_sMetricDescriptor& metric = results[i];

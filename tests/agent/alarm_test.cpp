@@ -22,10 +22,10 @@ class Alarms : public testing::Test {
 
   // The listed systems as "#10.1.2.3 console snmp", from the handle on.
   std::string list(std::int32_t key, std::uint16_t max_index) {
-    std::vector<ag_SystemInfo_struct> results(std::size_t{max_index} + 1);
+    rpc::server::Results<ag_SystemInfo_struct> results(std::uint64_t{max_index} + 1);
     std::uint16_t last = 0;
     std::uint16_t count = 0;
-    alarms_.GetSystems({}, key, &handle_, max_index, &last, &count, results.data(), &status_);
+    alarms_.GetSystems({}, key, &handle_, max_index, &last, &count, results, &status_);
     std::string text;
     for (std::size_t i = 0; i < count; ++i)
       text += std::string(results[i].SocketString, results[i].SocketStrLen) + " " +

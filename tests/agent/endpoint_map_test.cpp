@@ -88,10 +88,10 @@ class Batches : public Inquiries {
              std::uint32_t type = RPC_C_EP_ALL_ELTS) {
     rpc::server::CallInfo call;
     call.client.time_low = client;
-    std::vector<ept_entry_t> entries(most);
+    rpc::server::Results<ept_entry_t> entries(most);
     Answer answer;
     mapper.ept_lookup(call, type, nullptr, nullptr, RPC_C_VERS_ALL, &handle_, most, &answer.entries,
-                      entries.data(), &answer.status);
+                      entries, &answer.status);
     return answer;
   }
 

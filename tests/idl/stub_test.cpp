@@ -438,11 +438,12 @@ TEST(ProductSkeletons, FaultOnNullContextsButLetDestroyHaveThem) {
 
 // An operation whose results do not hold, or that throws.
 struct BrokenRep : agent::MetadataInterface {
-  using Act = void (*)(std::uint32_t* last_index, rep_sTableDescriptor* results);
+  using Act = void (*)(std::uint32_t* last_index,
+                       rpc::server::Results<rep_sTableDescriptor>& results);
   BrokenRep(const agent::Repository& repository, Act broken)
       : MetadataInterface(repository), act(broken) {}
   void LookupTable(const rpc::server::CallInfo&, std::uint32_t, std::uint32_t*, std::uint32_t,
-                   std::uint32_t* last_index, rep_sTableDescriptor* results,
+                   std::uint32_t* last_index, rpc::server::Results<rep_sTableDescriptor>& results,
                    error_status_t*) override {
     act(last_index, results);
   }
@@ -454,11 +455,11 @@ TEST(ProductSkeletons, FaultWhenAnOperationFails) {
     BrokenRep::Act act;
     std::uint32_t status;
   } cases[] = {
-      {[](auto* last_index, auto*) { *last_index = 6; }, rpc::nca::kInvalidBound},
-      {[](auto*, auto* results) { results[0].Descriptor.NameLength = 256; },
+      {[](auto* last_index, auto&) { *last_index = 6; }, rpc::nca::kInvalidBound},
+      {[](auto*, auto& results) { results[0].Descriptor.NameLength = 256; },
        rpc::nca::kInvalidBound},
-      {[](auto*, auto*) { throw rpc::server::Fault(0x1C000012); }, 0x1C000012},
-      {[](auto*, auto*) { throw std::bad_alloc(); }, rpc::nca::kRemoteNoMemory},
+      {[](auto*, auto&) { throw rpc::server::Fault(0x1C000012); }, 0x1C000012},
+      {[](auto*, auto&) { throw std::bad_alloc(); }, rpc::nca::kRemoteNoMemory},
   };
   const agent::Repository repository(data_source());
   for (const auto& c : cases) {

@@ -21,6 +21,8 @@ std::string parameter_text(const Parameter& p) {
     return (p.out ? "rpc::WireContext* " : "const rpc::WireContext& ") + p.name;
   if (p.shape == Shape::value)
     return p.type.cpp + " " + p.name;
+  if (p.shape == Shape::array && p.out)
+    return "rpc::server::Results<" + p.type.cpp + ">& " + p.name;
   return (p.out ? "" : "const ") + p.type.cpp + "* " + p.name;
 }
 
@@ -127,16 +129,16 @@ class HandlerWriter {
       case Shape::value:
       case Shape::binding:
         return p.name;
+      case Shape::array:
+        return p.out ? p.name : p.name + ".data()";
       case Shape::context:
         return (p.out ? "&" : "") + p.name;
       case Shape::reference:
         return "&" + p.name;
       case Shape::pointer:
         return p.name + ".get()";
-      case Shape::array:
-        break;
     }
-    return p.name + ".data()";
+    return p.name;
   }
 
   void write_call() {
@@ -194,7 +196,9 @@ class HandlerWriter {
       source_.line("const std::uint32_t " + count + " = " +
                    length_text(p.length, NameStyle::local) + ";");
       source_.line("out.put_conformant_varying(" + p.name + "_size, " + count + ");");
-      write_put_elements(source_, p.type, p.name + ".data()", count);
+      write_put_elements(
+          source_, p.type,
+          p.type.structure != nullptr ? p.name : p.name + ".first(" + count + ").data()", count);
     } else if (p.shape == Shape::context) {
       source_.line("out.put(" + p.name + ");");
     } else {
@@ -255,6 +259,7 @@ std::string generate_server_header(const Interface& interface) {
   source.line();
   source.line("#include \"" + interface.name + ".h\"");
   source.line("#include \"platform/rpc/server/exported_interface.h\"");
+  source.line("#include \"platform/rpc/stub/results.h\"");
   source.line("#include \"platform/rpc/stub/wire_context.h\"");
   source.line();
   source.line("class " + class_name(interface) + " : public rpc::server::Interface {");

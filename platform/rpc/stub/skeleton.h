@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// What generated skeletons call besides the NDR engine: room for results, and the rules for what
-// becomes of a call that fails.
+// What generated skeletons call besides the NDR engine: the rules for what becomes of a call that
+// fails.
 
 #pragma once
 
-#include <cstdlib>
-#include <memory>
 #include <new>
-#include <type_traits>
+#include <span>
+#include <utility>
 
 #include "platform/rpc/exception.h"
 #include "platform/rpc/server/exported_interface.h"
@@ -15,39 +14,6 @@
 #include "platform/rpc/stub/wire_context.h"
 
 namespace rpc::server {
-
-// An array of `size` zeroed elements that an operation fills. More than ndr::kResultBytes ends the
-// call with nca::kOutArgumentsTooBig. Pages that are never touched cost nothing, so that a client
-// which asks for much and gets little is served cheaply.
-template <typename T>
-class Results {
- public:
-  explicit Results(std::uint64_t size) {
-    if (size > ndr::kResultBytes / sizeof(T))
-      throw Fault(nca::kOutArgumentsTooBig);
-    const auto count = static_cast<std::size_t>(size) + (size == 0);
-    if constexpr (std::is_trivial_v<T>) {
-      elements_.reset(static_cast<T*>(std::calloc(count, sizeof(T))));
-      if (elements_ == nullptr)
-        throw std::bad_alloc();
-    } else {
-      elements_.reset(new T[count]());
-    }
-  }
-
-  T* data() const { return elements_.get(); }
-
- private:
-  struct Free {
-    void operator()(T* elements) const {
-      if constexpr (std::is_trivial_v<T>)
-        std::free(elements);
-      else
-        delete[] elements;
-    }
-  };
-  std::unique_ptr<T[], Free> elements_;
-};
 
 // An operation other than one that also returns the context refuses a null one.
 inline void require_context(const WireContext& context) {
