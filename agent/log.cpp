@@ -52,26 +52,6 @@ std::string_view form_of(std::string_view kind) {
   return found != std::end(kForms) ? found->text : std::string_view();
 }
 
-std::string quoted(std::string_view text) {
-  std::string result = "\"";
-  while (!text.empty()) {
-    const char c = text[0];
-    const std::size_t length = sys::utf8_length(text);
-    char buffer[8];
-    if (length == 0)
-      result += "\\ufffd";
-    else if (c == '"' || c == '\\')
-      (result += '\\') += c;
-    else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-      result.append(buffer, static_cast<std::size_t>(std::snprintf(buffer, sizeof buffer, "\\u%04x",
-                                                                   static_cast<unsigned>(c))));
-    else
-      result += text.substr(0, length);
-    text.remove_prefix(std::max<std::size_t>(length, 1));
-  }
-  return result + '"';
-}
-
 std::string value_text(const LogEvent::Value& value) {
   if (const auto* number = std::get_if<std::int64_t>(&value))
     return std::to_string(*number);
@@ -144,11 +124,13 @@ std::string LogEvent::as_text() const {
 }
 
 std::string LogEvent::as_json() const {
-  std::string text = "\"event\":" + quoted(kind_) + ",\"server\":" + quoted(server_);
+  std::string text =
+      "\"event\":" + sys::json_quoted(kind_) + ",\"server\":" + sys::json_quoted(server_);
   for (const auto& [key, value] : fields_) {
-    text += "," + quoted(key) + ":";
-    text += std::holds_alternative<std::int64_t>(value) ? value_text(value)
-                                                        : quoted(std::get<std::string>(value));
+    text += "," + sys::json_quoted(key) + ":";
+    text += std::holds_alternative<std::int64_t>(value)
+                ? value_text(value)
+                : sys::json_quoted(std::get<std::string>(value));
   }
   return text;
 }

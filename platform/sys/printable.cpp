@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 namespace sys {
 
@@ -11,6 +12,16 @@ namespace {
 bool is_control(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || (byte >= 0x7F && byte <= 0x9F);
+}
+
+// Of a character in UTF-8, or a byte that is none.
+bool is_control(std::string_view character) {
+  return character.size() == 1 ? is_control(character[0])
+                               : character[0] == '\xC2' && is_control(character[1]);
+}
+
+bool is_plain_in_json(char c) {
+  return c >= ' ' && c < '\x7f' && c != '"' && c != '\\';
 }
 
 }  // namespace
@@ -57,16 +68,42 @@ std::string printable(std::string_view text) {
       text.remove_prefix(2);
       continue;
     }
-    const std::size_t length = std::max<std::size_t>(utf8_length(text), 1);
-    const bool control =
-        length == 1 ? is_control(text[0]) : text[0] == '\xC2' && is_control(text[1]);
-    if (control)
+    const auto character = text.substr(0, std::max<std::size_t>(utf8_length(text), 1));
+    if (is_control(character))
       result += '?';
     else
-      result += text.substr(0, length);
-    text.remove_prefix(length);
+      result += character;
+    text.remove_prefix(character.size());
   }
   return result;
+}
+
+std::string json_quoted(std::string_view text) {
+  std::string result = "\"";
+  while (!text.empty()) {
+    const auto plain = static_cast<std::size_t>(
+        std::find_if_not(text.begin(), text.end(), is_plain_in_json) - text.begin());
+    result += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty())
+      break;
+    const std::size_t length = utf8_length(text);
+    const auto character = text.substr(0, std::max<std::size_t>(length, 1));
+    if (length == 0) {
+      result += "\\ufffd";
+    } else if (character == "\"" || character == "\\") {
+      (result += '\\') += character;
+    } else if (is_control(character)) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x",
+                    static_cast<unsigned>(static_cast<unsigned char>(character.back())));
+      result += escape;
+    } else {
+      result += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return result + '"';
 }
 
 }  // namespace sys

@@ -18,4 +18,8 @@ std::string printable(std::string_view text);
 // with none.
 std::size_t utf8_length(std::string_view text);
 
+// The text as a JSON string with its quotes (RFC 8259, section 7), of characters that printable()
+// leaves alone. A byte that begins no UTF-8 sequence becomes U+FFFD.
+std::string json_quoted(std::string_view text);
+
 }  // namespace sys

@@ -31,4 +31,10 @@ TEST(Printable, ReplacesControlCharactersOnly) {
   EXPECT_EQ("a?b", sys::printable(std::string_view("a\0b", 3)));
 }
 
+TEST(JsonQuoted, EscapesWhatNoReaderWants) {
+  EXPECT_EQ(sys::json_quoted("a \"b\" c:\\d"), "\"a \\\"b\\\" c:\\\\d\"");
+  EXPECT_EQ(sys::json_quoted("\n\x7f\xc2\x85 \xc3\xbc \xe9"),
+            "\"\\u000a\\u007f\\u0085 \xc3\xbc \\ufffd\"");
+}
+
 }  // namespace
