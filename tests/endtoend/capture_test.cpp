@@ -86,24 +86,11 @@ class Capture {
 };
 
 constexpr std::string_view kSystem = R"(
-[source.ONE]
-id = 1
-path = "/one"
-[source.TWO]
-id = 2
-path = "/two"
-[source.THREE]
-id = 3
-path = "/three"
+source = {ONE = {id = 1, path = "/one"}, TWO = {id = 2, path = "/two"}, THREE = {id = 3, path = "/3"}}
 [[system]]
 name = "alpha"
 address = "127.0.1.1"
-[[system.repository]]
-source = "ONE"
-[[system.repository]]
-source = "TWO"
-[[system.repository]]
-source = "THREE"
+repository = [{source = "ONE"}, {source = "TWO"}, {source = "THREE"}]
 [system.alarm]
 )";
 
@@ -112,10 +99,8 @@ TEST(Capture, WholeCheckDissectsWithoutAFault) {
     GTEST_SKIP() << "tshark is not installed; ./check installs it";
   for (const std::string order : {"little", "big"}) {
     SCOPED_TRACE(order);
-    std::string scenario(kSystem);
-    scenario = replace_all(scenario, "[[system.repository]]\n",
-                           "[[system.repository]]\nbyte_order = \"" + order + "\"\n");
-    const Agent agent(scenario);
+    const Agent agent(
+        replace_all(std::string(kSystem), "{source", "{byte_order = \"" + order + "\", source"));
     Capture capture;
     const Result result = ztcomm({"-s", "alpha", "-b", "-r"});
     capture.stop();

@@ -13,16 +13,10 @@ namespace endtoend {
 namespace {
 
 constexpr std::string_view kHealthy = R"(
-[source.ORDERS]
-id = 1
-path = "/var/opt/orders"
-[source.WEBLOGS]
-id = 2
-label = "Web logs"
-path = "/var/opt/weblogs"
-[source.TAMBO]
-id = 3
-path = "/var/opt/tambo/logglob"
+[source]
+ORDERS = {id = 1, path = "/var/opt/orders"}
+WEBLOGS = {id = 2, label = "Web logs", path = "/var/opt/weblogs"}
+TAMBO = {id = 3, path = "/var/opt/tambo/logglob"}
 
 [[system]]
 name = "alpha"

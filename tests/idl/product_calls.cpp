@@ -84,6 +84,22 @@ void add_descriptor(Results& results, const rep_sDescriptor& descriptor) {
       .add_text(descriptor.Label);
 }
 
+// What a look-up from `lookup` on gives that has room for so many.
+template <typename Descriptor, typename Call, typename Add>
+Results looked_up(std::uint32_t lookup, std::uint32_t most, Call call, Add add) {
+  std::uint32_t last = 0;
+  std::vector<Descriptor> found(most);
+  error_status_t status = 0;
+  call(&lookup, most - 1, &last, found.data(), &status);
+  Results results(status);
+  results.add(lookup, last);
+  for (std::uint32_t i = 0; i <= last && i < most; ++i) {
+    add_descriptor(results, found[i].Descriptor);
+    add(results, found[i]);
+  }
+  return results;
+}
+
 std::string read_view(RPC_CONTEXT_HANDLE view) {
   std::uint32_t last_position = 0;
   std::uint32_t last_int = 0;
@@ -194,54 +210,33 @@ void Product::add_rep() {
       "0 0 1 11 6 1 'TABLE_' 'x' 101 4294967295 300 -1 1 3 -2"
       " 12 7 2 'TABLE__' 'xx' 102 4294967295 300 -1 1 3 -2",
       [this] {
-        std::uint32_t lookup = 1;
-        std::uint32_t last = 0;
-        std::array<rep_sTableDescriptor, 2> tables{};
-        error_status_t status = 0;
-        zt_v2_rep_LookupTable(binding_, 0, &lookup, 1, &last, tables.data(), &status);
-        Results results(status);
-        results.add(lookup, last);
-        for (std::uint32_t i = 0; i <= last && i < tables.size(); ++i) {
-          const rep_sTableDescriptor& t = tables[i];
-          add_descriptor(results, t.Descriptor);
-          results.add(t.TableTypeId, t.DiscriminatorId, t.fInterval, t.FirstX, t.LastX, t.Flags,
-                      t.IntervalUnits);
-        }
-        return results;
+        return looked_up<rep_sTableDescriptor>(
+            1, 2, [this](auto... rest) { zt_v2_rep_LookupTable(binding_, 0, rest...); },
+            [](Results& results, const rep_sTableDescriptor& t) {
+              results.add(t.TableTypeId, t.DiscriminatorId, t.fInterval, t.FirstX, t.LastX, t.Flags,
+                          t.IntervalUnits);
+            });
       });
   add("rep LookupInstance", agent_.metadata(), "0b000000 05000000 01000000 04000000",
       "0 0 0 5 4 0 'root' '' 101 500 2000000", [this] {
-        std::uint32_t lookup = 1;
-        std::uint32_t last = 0;
-        std::array<rep_sInstanceDescriptor, 5> instances{};
-        error_status_t status = 0;
-        zt_v2_rep_LookupInstance(binding_, 11, 5, &lookup, 4, &last, instances.data(), &status);
-        Results results(status);
-        results.add(lookup, last);
-        add_descriptor(results, instances[0].Descriptor);
-        return results.add(instances[0].TableTypeId, instances[0].BirthTime,
-                           instances[0].DeathTime);
+        return looked_up<rep_sInstanceDescriptor>(
+            1, 5, [this](auto... rest) { zt_v2_rep_LookupInstance(binding_, 11, 5, rest...); },
+            [](Results& results, const rep_sInstanceDescriptor& i) {
+              results.add(i.TableTypeId, i.BirthTime, i.DeathTime);
+            });
       });
   const std::string percents = " '" + std::string(79, '%') + "'";
   add("rep LookupMetric", agent_.metadata(), "0c000000 00000000 00000000 04000000",
       "0 0 1 40 3 9 'CPU' 'Processor' 77 1 2 3 4 -5 -6 ''" + percents +
           " 41 3 9 'CPU' 'Processor' 77 3 2 3 4 -5 -6 'CPU'" + percents,
       [this] {
-        std::uint32_t lookup = 0;
-        std::uint32_t last = 0;
-        std::array<rep_sMetricDescriptor, 5> metrics{};
-        error_status_t status = 0;
-        zt_v2_rep_LookupMetric(binding_, 12, 0, &lookup, 4, &last, metrics.data(), &status);
-        Results results(status);
-        results.add(lookup, last);
-        for (std::uint32_t i = 0; i <= last && i < metrics.size(); ++i) {
-          const rep_sMetricDescriptor& m = metrics[i];
-          add_descriptor(results, m.Descriptor);
-          results.add(m.DenominatorId, m.DataType, m.Length, m.ColumnWidth, m.SumType, m.BaseScale,
-                      m.Scale10);
-          results.add_text(m.HeadingOne).add_text(m.HeadingTwo);
-        }
-        return results;
+        return looked_up<rep_sMetricDescriptor>(
+            0, 5, [this](auto... rest) { zt_v2_rep_LookupMetric(binding_, 12, 0, rest...); },
+            [](Results& results, const rep_sMetricDescriptor& m) {
+              results.add(m.DenominatorId, m.DataType, m.Length, m.ColumnWidth, m.SumType,
+                          m.BaseScale, m.Scale10);
+              results.add_text(m.HeadingOne).add_text(m.HeadingTwo);
+            });
       });
 }
 

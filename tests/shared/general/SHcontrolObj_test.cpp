@@ -85,18 +85,12 @@ TEST_F(Control, FillsEverySettingFromTheRegistry) {
       {CONTROL_OBJ::GetIconDirectory(), "C:\\prog\\bitmaps\\C\\"},
       {CONTROL_OBJ::GetExeDirectory(), "C:\\prog\\bin\\"},
       {CONTROL_OBJ::GetLibDirectory(), "C:\\prog\\lib\\"},
-      {CONTROL_OBJ::GetRasterizerDirectory(), ""},
       {CONTROL_OBJ::GetControlFileName(), "D:/data/ztctrl\\"},
       {CONTROL_OBJ::GetParmFileName(), "parm.hxc"},
-      {CONTROL_OBJ::GetAlarmdefFileName(), "alarmdef.hxc"},
-      {CONTROL_OBJ::GetFlowdConfFileName(), "flowdconf.hxc"},
-      {CONTROL_OBJ::GetHublnkdFileName(), "hublnkd.hxc"},
       {CONTROL_OBJ::GetTimeFormatString(), "%H:%M:%S"},
       {CONTROL_OBJ::GetDateFormatString(), "%m/%d/%y"},
       {CONTROL_OBJ::GetDateTimeFormatString(), "%m/%d/%y %H:%M:%S"},
       {CONTROL_OBJ::GetAMString(), "AM"},
-      {CONTROL_OBJ::GetPMString(), "PM"},
-      {CONTROL_OBJ::GetHyperHelpPath(), ""},
   };
   for (const auto& c : cases)
     EXPECT_STREQ(c.value, c.expected);
