@@ -2,12 +2,17 @@
 #include "tools/zidl/reporter.h"
 
 #include <algorithm>
+#include <span>
 
 #include "platform/sys/printable.h"
 
 namespace zidl {
 
 namespace {
+
+// A file that is no definition can have an error at every octet of one long line.
+constexpr std::size_t kMostErrors = 100;
+constexpr std::size_t kMostOfLine = 200;  // octets, the half of them before the place
 
 std::string_view line_of(std::string_view source, unsigned line) {
   for (; line > 1; --line) {
@@ -39,15 +44,24 @@ std::size_t SourceReporter::print(std::ostream& stream) {
   std::stable_sort(errors_.begin(), errors_.end(), [](const auto& a, const auto& b) {
     return std::pair(a.first.line, a.first.column) < std::pair(b.first.line, b.first.column);
   });
-  for (const auto& [at, message] : errors_) {
+  const std::size_t most = std::min(errors_.size(), kMostErrors);
+  for (const auto& [at, message] : std::span(errors_).first(most)) {
     stream << file_ << ':' << at.line << ':' << at.column << ": error: " << sys::printable(message)
            << '\n';
-    const std::string_view line = line_of(source_, at.line);
+    std::string_view line = line_of(source_, at.line);
+    std::size_t before = at.column - 1;
+    if (line.size() > kMostOfLine && before > kMostOfLine / 2) {
+      line.remove_prefix(std::min(before - kMostOfLine / 2, line.size()));
+      before = kMostOfLine / 2;
+    }
+    line = line.substr(0, kMostOfLine);
     std::string caret;
-    for (unsigned column = 1; column < at.column; ++column)
-      caret += column <= line.size() && line[column - 1] == '\t' ? '\t' : ' ';
+    for (std::size_t i = 0; i < before; ++i)
+      caret += i < line.size() && line[i] == '\t' ? '\t' : ' ';
     stream << shown(line) << '\n' << caret << "^\n";
   }
+  if (most < errors_.size())
+    stream << file_ << ": " << errors_.size() - most << " further errors are not shown\n";
   return errors_.size();
 }
 

@@ -33,7 +33,8 @@ class SourceReporter : public Reporter {
 
   void error(Location at, const std::string& message) override;
   // Writes "file:line:column: error: message", the line and a caret below the column for each, in
-  // the order of the source. How many there are.
+  // the order of the source: for the first hundred, and of a long line what is around the place.
+  // How many there are.
   std::size_t print(std::ostream& stream);
 
  private:

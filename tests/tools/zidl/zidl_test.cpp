@@ -310,6 +310,19 @@ TEST(ZidlReporter, ShowsLinesWithCaretsInTheOrderOfTheSource) {
             "x.idl:2:6: error: wrong\n\ttwo three\n\t    ^\n");
 }
 
+TEST(ZidlReporter, ShowsOfAFileWithoutEndWhatCanBeRead) {
+  const std::string source(5000, '$');
+  std::ostringstream stream;
+  SourceReporter reporter("x.idl", source);
+  for (unsigned column = 5000; column > 0; --column)
+    reporter.error({1, column}, "wrong");
+  EXPECT_EQ(reporter.print(stream), 5000u);
+  const std::string text = stream.str();
+  EXPECT_LT(text.size(), 100 * 350u);
+  EXPECT_NE(text.find('\n' + std::string(10, ' ') + "^\n"), std::string::npos);
+  EXPECT_TRUE(text.ends_with("^\nx.idl: 4900 further errors are not shown\n"));
+}
+
 TEST(ZidlGenerator, WritesPrefixesOnClientNamesOnly) {
   const Compiled compiled = compile_body(
       "typedef struct { long a; } s;\nvoid t_pong([in] handle_t h);\n"
